@@ -1,0 +1,12 @@
+# Libraries that the project stands on, all Debian packages; scripts/setup installs them. The module uses none.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc)
+find_package(pugixml REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(GTest REQUIRED)
+find_package(Threads REQUIRED)
+if(NOT UPDKRX_SANITIZE)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,143 @@
+/**
+ * The control surface of the embedded Notes platform: what a host or a test does with the platform that no
+ * program on a real server could. Plain C, so that it works across a boundary between two compilers.
+ *
+ * Texts are UTF-8 here (the Notes API itself speaks LMBCS). Database paths are what the Notes API takes:
+ * relative to the data directory, or absolute. Functions that can fail return a STATUS, 0 for success; texts
+ * are put into buffers terminated and cut to fit, and the length of the whole text is returned.
+ */
+#ifndef EMBEDDED_NOTES_H
+#define EMBEDDED_NOTES_H
+
+#include "foundation/notes_api.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Statuses of the embedded platform's own ------------------------------------------------------------ */
+
+#define EMB_ERR_NO_SESSION ((STATUS)0x3E01)  /* no session was begun */
+#define EMB_ERR_HANDLE ((STATUS)0x3E02)      /* a handle that is not open, or of another kind */
+#define EMB_ERR_ARGUMENT ((STATUS)0x3E03)    /* a missing pointer, a bad size, an unknown option */
+#define EMB_ERR_OFFLINE ((STATUS)0x3E04)     /* the database is offline */
+#define EMB_ERR_EXISTS ((STATUS)0x3E05)      /* a file of that name exists */
+#define EMB_ERR_UNID_IN_USE ((STATUS)0x3E06) /* another note of the database has this UNID */
+#define EMB_ERR_CONFLICT ((STATUS)0x3E07)    /* the note was saved by somebody else since it was opened */
+#define EMB_ERR_CLASS ((STATUS)0x3E08)       /* the class of a stored note cannot change */
+#define EMB_ERR_ITEM_TYPE ((STATUS)0x3E09)   /* the item's type does not allow this */
+#define EMB_ERR_TOO_LONG ((STATUS)0x3E0A)    /* a name or value beyond the platform's limits */
+#define EMB_ERR_DAMAGED ((STATUS)0x3E0B)     /* the database or a note in it is damaged */
+#define EMB_ERR_DISK ((STATUS)0x3E0C)        /* the disk failed or is full */
+#define EMB_ERR_BUSY ((STATUS)0x3E0D)        /* another process is writing */
+#define EMB_ERR_READ_ONLY ((STATUS)0x3E0E)   /* the session only reads */
+#define EMB_ERR_NO_SERVER ((STATUS)0x3E0F)   /* no server of that name can be reached */
+#define EMB_ERR_LOCKED ((STATUS)0x3E10)      /* a memory block is freed while it is locked */
+#define EMB_ERR_DXL ((STATUS)0x3E11)         /* DXL that cannot be imported; the message says why */
+#define EMB_ERR_UNSUPPORTED ((STATUS)0x3E12) /* the embedded platform does not do this */
+#define EMB_ERR_RECOVERY ((STATUS)0x3E13)    /* a writer died; only a session that may write can repair it */
+
+/* ---- Session -------------------------------------------------------------------------------------------- */
+
+/** Databases are opened for reading only, and nothing below the server folder is written. */
+#define EMB_SESSION_READ_ONLY 0x0001u
+
+/** Begins the process's one session with the notes.ini at `iniPath` (a host path). Must be ended before another
+ *  begins. On failure `message` (optional) names the file and the cause. */
+STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* message, DWORD messageSize);
+
+/** Closes what is still open (open notes are lost, as when a process ends), and ends the session: clock, faults,
+ *  counts, transcript and log are forgotten. */
+void LNPUBLIC EmbSessionEnd(void);
+
+/** Sets a notes.ini value for the rest of the session; NULL removes it. The file stays as it is. */
+STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value);
+
+/* ---- Clock ---------------------------------------------------------------------------------------------- */
+
+/** Times are hundredths of a second since 1970-01-01 00:00:00 UTC. A session starts on the system's clock. */
+
+/** Goes over to a virtual clock: it stands at `now` and moves only by pauses and by EmbClockAdvance. */
+void LNPUBLIC EmbClockSetVirtual(int64_t now);
+void LNPUBLIC EmbClockAdvance(int64_t hundredths);
+void LNPUBLIC EmbClockSetReal(void);
+int64_t LNPUBLIC EmbClockNow(void);
+
+/** The milliseconds that AddInIdleDelay and offline attempts have waited in this session. */
+int64_t LNPUBLIC EmbClockWaited(void);
+
+/* ---- Operations: counts and faults ---------------------------------------------------------------------- */
+
+/** The operations of the Notes API in a fixed order; NULL at and after the end. */
+const char* LNPUBLIC EmbOperationName(DWORD index);
+
+/** Calls of one operation (NULL: of all) since the session began or EmbResetCalls. Unknown name: 0. */
+DWORD LNPUBLIC EmbCallCount(const char* operation);
+void LNPUBLIC EmbResetCalls(void);
+
+/**
+ * The `n`-th call from now (1 is the next) of `operation` (NULL: of any) fails with `status`, once or, with
+ * `forever`, from then on. An operation without a status answers as it does when it fails (FALSE, 0, NULL);
+ * NSFNoteGetInfo, NSFNoteSetInfo, AddInLogMessageText and AddInIdleDelay cannot fail and only count. An operation
+ * that closes or frees does so and then answers with the status. Several faults may be armed.
+ */
+STATUS LNPUBLIC EmbFaultArm(const char* operation, DWORD n, STATUS status, BOOL forever);
+void LNPUBLIC EmbFaultClear(void);
+/** How many calls were made to fail since EmbFaultClear. */
+DWORD LNPUBLIC EmbFaultsFired(void);
+
+/** Called before each operation with its name, outside the platform's lock; NULL takes it away. */
+typedef void(LNCALLBACK* EMBCALLHOOK)(void* parameter, const char* operation);
+void LNPUBLIC EmbCallHookSet(EMBCALLHOOK hook, void* parameter);
+
+/* ---- Handles -------------------------------------------------------------------------------------------- */
+
+#define EMB_HANDLE_DATABASE 1u
+#define EMB_HANDLE_NOTE 2u
+#define EMB_HANDLE_MEMORY 3u /* access control lists, compiled formulas, console replies, OSMemAlloc */
+#define EMB_HANDLE_LOCK 4u   /* locks held on memory blocks */
+
+DWORD LNPUBLIC EmbOpenHandles(DWORD kind);
+/** Wrong uses seen so far: a handle closed twice, a block freed while locked, an unknown handle. */
+DWORD LNPUBLIC EmbMisuseCount(void);
+
+/* ---- Databases ------------------------------------------------------------------------------------------ */
+
+/** The next `attempts` attempts to take the database offline find it in use. */
+STATUS LNPUBLIC EmbSetInUse(const char* path, DWORD attempts);
+/** TRUE when the database has been taken offline, by whatever process. */
+BOOL LNPUBLIC EmbIsOffline(const char* path);
+/** With TRUE, a note that a search's step has saved is delivered once more in the same search. */
+void LNPUBLIC EmbSetRedelivery(BOOL redeliver);
+/** The title of a database. */
+DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
+
+/* ---- Server --------------------------------------------------------------------------------------------- */
+
+/** Console commands of this session, one line each: time, outcome, command, tab-separated. */
+DWORD LNPUBLIC EmbConsoleTranscript(char* buffer, DWORD size);
+/** Lines that this session added to the server's log. */
+DWORD LNPUBLIC EmbServerLog(char* buffer, DWORD size);
+
+/* ---- DXL ------------------------------------------------------------------------------------------------ */
+
+/** Replaces an existing database. */
+#define EMB_DXL_REPLACE 0x0001u
+/** Leaves out note IDs, sequence numbers, all times and signature values, and orders notes by class and UNID. */
+#define EMB_DXL_STABLE 0x0002u
+
+/* Both take host paths, and need no session. */
+
+/** Makes the database file from the DXL file. On failure nothing is left behind, and `message` (optional) names
+ *  the file, the line and the cause. */
+STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
+                             DWORD messageSize);
+/** Writes the database file as DXL into a file, which takes its place whole or not at all. */
+STATUS LNPUBLIC EmbDxlExport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
+                             DWORD messageSize);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
