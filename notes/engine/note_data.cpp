@@ -1,0 +1,185 @@
+#include "engine/note_data.h"
+
+#include <cstdio>
+
+#include "engine/status_error.h"
+
+namespace embedded {
+namespace {
+
+// An item in encoded form: WORD flags, WORD type, WORD name length, DWORD value length, name, value.
+constexpr size_t itemHeadSize = 10;
+
+template<typename T>
+void put(std::string& out, T value) {
+    char bytes[sizeof(T)];
+    std::memcpy(bytes, &value, sizeof(T));
+    out.append(bytes, sizeof(T));
+}
+
+template<typename T>
+T get(const char* bytes) noexcept {
+    T value;
+    std::memcpy(&value, bytes, sizeof(T));
+    return value;
+}
+
+char lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
+[[noreturn]] void damaged() {
+    throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
+}
+
+std::optional<DWORD> parseWord(std::string_view digits) {
+    DWORD value = 0;
+    for (const char c : digits) {
+        const char l = lower(c);
+        if (l >= '0' && l <= '9')
+            value = value * 16 + static_cast<DWORD>(l - '0');
+        else if (l >= 'a' && l <= 'f')
+            value = value * 16 + static_cast<DWORD>(l - 'a' + 10);
+        else
+            return std::nullopt;
+    }
+    return value;
+}
+
+} // namespace
+
+bool sameItemName(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i] != b[i] && lower(a[i]) != lower(b[i]))
+            return false;
+    return true;
+}
+
+std::string encodeItems(const std::vector<Item>& items) {
+    size_t size = 0;
+    for (const Item& item : items)
+        size += itemHeadSize + item.name.size() + item.value.size();
+    std::string out;
+    out.reserve(size);
+    for (const Item& item : items) {
+        put(out, item.flags);
+        put(out, item.type);
+        put(out, static_cast<WORD>(item.name.size()));
+        put(out, static_cast<DWORD>(item.value.size()));
+        out += item.name;
+        out += item.value;
+    }
+    return out;
+}
+
+bool ItemCursor::next(ItemView& item) {
+    if (rest_.empty())
+        return false;
+    if (rest_.size() < itemHeadSize)
+        damaged();
+    const char* head = rest_.data();
+    item.flags = get<WORD>(head);
+    item.type = get<WORD>(head + 2);
+    const size_t nameSize = get<WORD>(head + 4);
+    const size_t valueSize = get<DWORD>(head + 6);
+    if (rest_.size() - itemHeadSize < nameSize || rest_.size() - itemHeadSize - nameSize < valueSize)
+        damaged();
+    item.name = rest_.substr(itemHeadSize, nameSize);
+    item.value = rest_.substr(itemHeadSize + nameSize, valueSize);
+    rest_.remove_prefix(itemHeadSize + nameSize + valueSize);
+    return true;
+}
+
+std::vector<Item> decodeItems(std::string_view encoded) {
+    std::vector<Item> items;
+    ItemCursor cursor(encoded);
+    for (ItemView view{}; cursor.next(view);)
+        items.push_back({std::string(view.name), view.type, view.flags, std::string(view.value)});
+    return items;
+}
+
+std::optional<ItemView> findItem(std::string_view encoded, std::string_view name) {
+    ItemCursor cursor(encoded);
+    for (ItemView view{}; cursor.next(view);)
+        if (sameItemName(view.name, name))
+            return view;
+    return std::nullopt;
+}
+
+std::optional<std::vector<std::string_view>> textEntries(WORD type, std::string_view value) {
+    if (type == TYPE_TEXT)
+        return std::vector{value};
+    if (type != TYPE_TEXT_LIST || value.size() < sizeof(WORD))
+        return std::nullopt;
+    const size_t count = get<WORD>(value.data());
+    size_t at = sizeof(WORD) * (1 + count);
+    if (value.size() < at)
+        return std::nullopt;
+    std::vector<std::string_view> entries;
+    entries.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        const size_t length = get<WORD>(value.data() + sizeof(WORD) * (1 + i));
+        if (value.size() - at < length)
+            return std::nullopt;
+        entries.push_back(value.substr(at, length));
+        at += length;
+    }
+    return entries;
+}
+
+std::string encodeTextList(const std::vector<std::string_view>& entries) {
+    std::string out;
+    put(out, static_cast<WORD>(entries.size()));
+    for (const std::string_view entry : entries)
+        put(out, static_cast<WORD>(entry.size()));
+    for (const std::string_view entry : entries)
+        out += entry;
+    return out;
+}
+
+std::string unidText(const UNID& unid) {
+    return idText(unid.File) + idText(unid.Note);
+}
+
+std::string idText(const TIMEDATE& id) {
+    char text[17];
+    std::snprintf(text, sizeof text, "%08X%08X", id.Innards[1], id.Innards[0]);
+    return text;
+}
+
+std::optional<UNID> parseUnid(std::string_view text) {
+    if (text.size() != 32)
+        return std::nullopt;
+    const auto file = parseId(text.substr(0, 16));
+    const auto note = parseId(text.substr(16));
+    if (!file || !note)
+        return std::nullopt;
+    return UNID{*file, *note};
+}
+
+std::optional<TIMEDATE> parseId(std::string_view text) {
+    if (text.size() != 16)
+        return std::nullopt;
+    const auto high = parseWord(text.substr(0, 8));
+    const auto low = parseWord(text.substr(8));
+    if (!high || !low)
+        return std::nullopt;
+    return TIMEDATE{{*low, *high}};
+}
+
+DBID generatedUnidFile(const TIMEDATE& replicaId, uint32_t serial) noexcept {
+    // FNV-1a over the three words: spread well enough for an identifier, and the same on every machine.
+    uint32_t hash = 2166136261u;
+    for (const uint32_t word : {replicaId.Innards[0], replicaId.Innards[1], serial})
+        for (int shift = 0; shift < 32; shift += 8)
+            hash = (hash ^ ((word >> shift) & 0xFF)) * 16777619u;
+    return DBID{{serial, hash}};
+}
+
+bool isGeneratedUnid(const UNID& unid, const TIMEDATE& replicaId) noexcept {
+    return unid.File == generatedUnidFile(replicaId, unid.File.Innards[0]);
+}
+
+} // namespace embedded

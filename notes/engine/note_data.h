@@ -1,0 +1,97 @@
+// A note as values: items in the platform's own byte forms, the identifiers, and the form in which a note's
+// items stand together in one database field.
+#pragma once
+
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/notes_api.h"
+
+namespace embedded {
+
+/** One item. `name` is LMBCS and keeps its letter case; `value` is the platform's byte form without type word. */
+struct Item {
+    std::string name;
+    WORD type = TYPE_INVALID_OR_UNKNOWN;
+    WORD flags = 0;
+    std::string value;
+
+    bool operator==(const Item&) const = default;
+};
+
+/** Everything about a stored note but its items. A deletion stub has no items. */
+struct NoteHead {
+    NOTEID id = 0;
+    OID oid{};
+    WORD noteClass = NOTE_CLASS_DOCUMENT;
+    TIMEDATE modified{};
+    bool deleted = false;
+};
+
+/** The platform's limits on an item. */
+constexpr size_t maxItemName = 0xFFFF;
+constexpr size_t maxItemValue = 0xFFFF;
+constexpr size_t maxSummaryValue = 0x7FFF;
+
+/** Item names are equal without regard to the case of ASCII letters. */
+bool sameItemName(std::string_view a, std::string_view b) noexcept;
+
+std::string encodeItems(const std::vector<Item>& items);
+/** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have made. */
+std::vector<Item> decodeItems(std::string_view encoded);
+
+/** An item seen inside encoded items, without a copy. */
+struct ItemView {
+    std::string_view name;
+    WORD type;
+    WORD flags;
+    std::string_view value;
+};
+
+/** Walks encoded items in order. Throws as decodeItems does. */
+class ItemCursor {
+public:
+    explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
+    /** False at the end. */
+    bool next(ItemView& item);
+
+private:
+    std::string_view rest_;
+};
+
+/** The first item of that name in encoded items. */
+std::optional<ItemView> findItem(std::string_view encoded, std::string_view name);
+
+/** The entries of a TYPE_TEXT (one entry) or TYPE_TEXT_LIST value; nothing for other types or lying lengths. */
+std::optional<std::vector<std::string_view>> textEntries(WORD type, std::string_view value);
+/** The TYPE_TEXT_LIST value of the entries, each of at most 0xFFFF bytes. */
+std::string encodeTextList(const std::vector<std::string_view>& entries);
+
+inline bool operator==(const TIMEDATE& a, const TIMEDATE& b) noexcept {
+    return a.Innards[0] == b.Innards[0] && a.Innards[1] == b.Innards[1];
+}
+
+/** 32 upper-case hexadecimal digits. */
+std::string unidText(const UNID& unid);
+std::optional<UNID> parseUnid(std::string_view text);
+/** 16 upper-case hexadecimal digits, high word first. */
+std::string idText(const TIMEDATE& id);
+std::optional<TIMEDATE> parseId(std::string_view text);
+
+/**
+ * The File half of a UNID that the platform generates itself: the serial number and a hash of it and the replica
+ * ID. Replicas of one database that give out the same serial still differ in the other half, the moment.
+ */
+DBID generatedUnidFile(const TIMEDATE& replicaId, uint32_t serial) noexcept;
+/** Whether the UNID was generated in a database of this replica ID. */
+bool isGeneratedUnid(const UNID& unid, const TIMEDATE& replicaId) noexcept;
+
+inline UNID unidOf(const OID& oid) noexcept {
+    return UNID{oid.File, oid.Note};
+}
+
+} // namespace embedded
