@@ -1,0 +1,257 @@
+#include "engine/database.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "engine/formula.h"
+#include "engine/status_error.h"
+#include "engine/timedate.h"
+
+namespace embedded {
+namespace {
+
+// How many notes a search looks at before it delivers: enough that reading goes on in one piece.
+constexpr size_t searchChunk = 1024;
+
+DWORD nextSequence(DWORD sequence) noexcept {
+    // The low word counts, the high word holds flags.
+    return (sequence & 0xFFFF0000u) | ((sequence + 1) & 0xFFFFu);
+}
+
+WORD searchClass(WORD noteClass) noexcept {
+    return noteClass & NOTE_CLASS_ALL;
+}
+
+bool before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
+    constexpr DWORD dayMask = 0x00FFFFFF;
+    const DWORD dayA = a.Innards[1] & dayMask, dayB = b.Innards[1] & dayMask;
+    return dayA != dayB ? dayA < dayB : a.Innards[0] < b.Innards[0];
+}
+
+} // namespace
+
+std::shared_ptr<Database> Database::open(const std::filesystem::path& file, StoreAccess access, Clock& clock) {
+    auto lock = FileLock::take(file, FileLock::Kind::shared);
+    if (!lock)
+        throw StatusError(EMB_ERR_BUSY, file.string() + ": another process is taking the database offline");
+    return std::make_shared<Database>(file, Store::open(file, access), std::move(*lock), clock);
+}
+
+Database::Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock)
+    : file_(file), lock_(std::move(lock)), store_(std::move(store)), clock_(clock) {}
+
+DBREPLICAINFO Database::replicaInfo() {
+    DBREPLICAINFO info;
+    const std::string bytes = store_->getProperty(property::replicaInfo);
+    if (bytes.size() != sizeof info)
+        throw StatusError(EMB_ERR_DAMAGED, file_.string() + ": the replication information is damaged");
+    std::memcpy(&info, bytes.data(), sizeof info);
+    return info;
+}
+
+void Database::setReplicaInfo(const DBREPLICAINFO& info) {
+    store_->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
+}
+
+NoteHead Database::liveHead(NOTEID id) {
+    NoteHead head;
+    if (id & RRV_DELETED)
+        throw StatusError(ERR_NOTE_DELETED);
+    if (!store_->readHead(id, head))
+        throw StatusError(ERR_INVALID_NOTE);
+    if (head.deleted)
+        throw StatusError(ERR_NOTE_DELETED);
+    return head;
+}
+
+NOTEID Database::idOfUnid(const UNID& unid) {
+    const NOTEID id = store_->findUnid(unid);
+    if (id == 0)
+        throw StatusError(ERR_NOT_FOUND);
+    return id;
+}
+
+void Database::readNote(NOTEID id, OpenNote& note) {
+    std::string items;
+    if (id & RRV_DELETED)
+        throw StatusError(ERR_NOTE_DELETED);
+    if (!store_->read(id, note.head, items))
+        throw StatusError(ERR_INVALID_NOTE);
+    if (note.head.deleted)
+        throw StatusError(ERR_NOTE_DELETED);
+    note.storedSequence = note.head.oid.Sequence;
+    note.items = decodeItems(items);
+}
+
+OpenNote Database::newNote() {
+    OpenNote note;
+    note.head.oid.File = generatedUnidFile(replicaInfo().ID, store_->takeSerial());
+    note.head.oid.Note = clock_.uniqueMoment();
+    return note;
+}
+
+void Database::clearWayForUnid(const OID& oid) {
+    const NOTEID other = store_->findUnid(unidOf(oid));
+    if (other == 0)
+        return;
+    NoteHead head;
+    if (store_->readHead(other, head) && !head.deleted)
+        throw StatusError(EMB_ERR_UNID_IN_USE);
+    store_->remove(other);
+}
+
+void Database::updateNote(OpenNote& note, bool force) {
+    if (summarySize(note.items) > maxSummaryTotal)
+        throw StatusError(ERR_SUMMARY_TOO_BIG);
+    NoteHead head = note.head;
+    if (head.id != 0) {
+        const NoteHead stored = liveHead(head.id);
+        if (stored.noteClass != head.noteClass)
+            throw StatusError(EMB_ERR_CLASS);
+        if (!force && stored.oid.Sequence != note.storedSequence)
+            throw StatusError(EMB_ERR_CONFLICT);
+        if (const UNID was = unidOf(stored.oid), is = unidOf(head.oid); std::memcmp(&was, &is, sizeof was) != 0)
+            clearWayForUnid(head.oid);
+        // A forced save on top of somebody else's is still the newer version.
+        if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu))
+            head.oid.Sequence = stored.oid.Sequence;
+    }
+    head.oid.Sequence = nextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
+    const std::string items = encodeItems(note.items);
+    if (head.id != 0) {
+        store_->replace(head, items);
+    } else {
+        clearWayForUnid(head.oid);
+        head.id = store_->insert(head, items);
+    }
+    note.head = head;
+    note.storedSequence = head.oid.Sequence;
+}
+
+void Database::deleteNote(NOTEID id, bool leaveStub) {
+    NoteHead head = liveHead(id);
+    if (!leaveStub)
+        return store_->remove(id);
+    head.deleted = true;
+    head.oid.Sequence = nextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
+    store_->replace(head, {});
+}
+
+NOTEID Database::adoptNote(NoteHead head, std::string_view items) {
+    clearWayForUnid(head.oid);
+    head.id = 0;
+    return store_->insert(head, items);
+}
+
+std::optional<Database::Match> Database::examine(const SearchRequest& request, const NoteHead& head,
+                                                 std::string_view items) const {
+    if (!(searchClass(head.noteClass) & request.classMask) || (head.deleted && !request.stubs))
+        return std::nullopt;
+    if (request.since && before(head.modified, *request.since))
+        return std::nullopt;
+    const bool selected = !head.deleted && (request.formula.empty() || formulaSelects(request.formula, items));
+    return Match{head, selected};
+}
+
+STATUS Database::search(const SearchRequest& request, const Deliver& deliver) {
+    const NOTEID end = store_->nextId();
+    std::vector<Match> chunk;
+    std::vector<NOTEID> saved;
+    std::string items;
+    NOTEID last = 0;
+    for (bool more = true; more;) {
+        chunk.clear();
+        const uint64_t changesAtRead = store_->changes();
+        size_t seen = 0;
+        const NOTEID reached = store_->scan(last, searchChunk, [&](const NoteHead& head, std::string_view value) {
+            ++seen;
+            if (head.id >= end)
+                return;
+            if (auto match = examine(request, head, value))
+                chunk.push_back(std::move(*match));
+        });
+        more = seen == searchChunk && reached < end;
+        last = reached;
+        for (const Match& match : chunk) {
+            std::optional<Match> current = match;
+            if (store_->changes() != changesAtRead) {
+                // The step has written since this chunk was read: deliver the note as it is now.
+                NoteHead head;
+                current = store_->read(match.head.id, head, items) && head.deleted == match.head.deleted
+                              ? examine(request, head, items)
+                              : std::nullopt;
+            }
+            if (!current)
+                continue;
+            if (const STATUS status = deliver(*current); status != NOERROR)
+                return status;
+            NoteHead after;
+            if (request.redeliverChanged && store_->readHead(match.head.id, after) && !after.deleted &&
+                after.oid.Sequence != current->head.oid.Sequence)
+                saved.push_back(match.head.id);
+        }
+    }
+    for (const NOTEID id : saved) {
+        NoteHead head;
+        if (!store_->read(id, head, items))
+            continue;
+        if (const auto match = examine(request, head, items))
+            if (const STATUS status = deliver(*match); status != NOERROR)
+                return status;
+    }
+    return NOERROR;
+}
+
+namespace {
+
+void copyContent(Database& source, Store& copy, WORD classMask, bool replica) {
+    constexpr size_t copyChunk = 256;
+    Store& from = source.store();
+    for (const auto& [name, value] : from.properties())
+        if (name != property::replicaInfo)
+            copy.setProperty(name, value);
+    for (NOTEID last = 0;;) {
+        const NOTEID reached = from.scan(last, copyChunk, [&](const NoteHead& head, std::string_view items) {
+            if ((searchClass(head.noteClass) & classMask) && (replica || !head.deleted))
+                copy.insert(head, items);
+        });
+        if (reached == 0)
+            return;
+        last = reached;
+    }
+}
+
+} // namespace
+
+void copyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
+                  std::optional<TIMEDATE> newReplicaId) {
+    std::error_code failed;
+    if (std::filesystem::exists(std::filesystem::symlink_status(destination, failed)))
+        throw StatusError(EMB_ERR_EXISTS, destination.string() + ": the file exists");
+    DBREPLICAINFO info = source.replicaInfo();
+    if (newReplicaId)
+        info.ID = *newReplicaId;
+    // Made under another name and renamed at the end. What a process that died has left there is no database yet.
+    std::filesystem::path unfinished = destination;
+    unfinished += ".unfinished";
+    const auto discard = [&] {
+        std::error_code ignored;
+        std::filesystem::remove(unfinished, ignored);
+        std::filesystem::remove(unfinished.string() + "-journal", ignored);
+    };
+    discard();
+    try {
+        const std::unique_ptr<Store> copy = Store::create(unfinished, info);
+        copyContent(source, *copy, classMask, !newReplicaId);
+        copy->close();
+        std::filesystem::rename(unfinished, destination);
+    } catch (...) {
+        discard();
+        throw;
+    }
+}
+
+} // namespace embedded

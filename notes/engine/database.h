@@ -1,0 +1,96 @@
+// An open database, shared by all handles and notes that stand on it.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/clock.h"
+#include "engine/file_lock.h"
+#include "engine/items.h"
+#include "engine/store.h"
+
+namespace embedded {
+
+/** A note in memory; nothing in it is stored before updateNote(). */
+class Database;
+struct OpenNote {
+    std::shared_ptr<Database> database;
+    NoteHead head;
+    /** The stored sequence when the note was read: a different one later means that somebody else has saved it. */
+    DWORD storedSequence = 0;
+    Items items;
+};
+
+class Database {
+public:
+    /** Throws as Store::open does, or EMB_ERR_BUSY when another process is about to take the file offline. */
+    static std::shared_ptr<Database> open(const std::filesystem::path& file, StoreAccess access, Clock& clock);
+    /** Takes over a store whose file is at its place. */
+    Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock);
+
+    [[nodiscard]] const std::filesystem::path& file() const noexcept { return file_; }
+    Store& store() noexcept { return *store_; }
+
+    DBREPLICAINFO replicaInfo();
+    void setReplicaInfo(const DBREPLICAINFO& info);
+
+    // ---- Notes. IDs that no live note has throw ERR_NOTE_DELETED or ERR_INVALID_NOTE.
+
+    NoteHead liveHead(NOTEID id);
+    NOTEID idOfUnid(const UNID& unid);
+    void readNote(NOTEID id, OpenNote& note);
+    /** An empty document with a UNID of its own. */
+    OpenNote newNote();
+    /**
+     * Stores the note and gives it its next sequence number and the present time. A note without an ID is created
+     * under its UNID: over a deletion stub, but not beside another note (EMB_ERR_UNID_IN_USE). Without `force` a
+     * note that somebody else has saved meanwhile is EMB_ERR_CONFLICT.
+     */
+    void updateNote(OpenNote& note, bool force);
+    void deleteNote(NOTEID id, bool leaveStub);
+    /** Adds a note as it stands in another database, UNID, sequence and times included; returns its new ID. */
+    NOTEID adoptNote(NoteHead head, std::string_view items);
+
+    /** What a search delivers. */
+    struct Match {
+        NoteHead head;
+        bool selected;
+    };
+    /** Delivers a match; a status other than NOERROR ends the search. */
+    using Deliver = std::function<STATUS(const Match&)>;
+
+    struct SearchRequest {
+        std::string formula; // compiled; empty selects all
+        WORD classMask = 0;
+        bool stubs = false;            // deliver deletion stubs
+        std::optional<TIMEDATE> since; // notes modified at or after this moment only
+        bool redeliverChanged = false; // deliver a note that `deliver` has saved once more
+    };
+    /** Notes in ID order, those that exist when the search begins. Those that the formula does not select are
+     *  delivered too. Notes may be saved and deleted meanwhile; a deleted one is not delivered any more. */
+    STATUS search(const SearchRequest& request, const Deliver& deliver);
+
+private:
+    std::optional<Match> examine(const SearchRequest& request, const NoteHead& head, std::string_view items) const;
+    void clearWayForUnid(const OID& oid);
+
+    std::filesystem::path file_;
+    // Declared before the store: SQLite's locks on the file end when the process closes any descriptor of it, so
+    // the store closes first.
+    FileLock lock_;
+    std::unique_ptr<Store> store_;
+    Clock& clock_;
+};
+
+/**
+ * Makes a database at `destination` from the notes of `classMask` in `source`, with its access control list, title
+ * and settings; deletion stubs go only into a replica. A copy that is no replica gets `newReplicaId`. The file
+ * takes its place whole or not at all. Throws EMB_ERR_EXISTS when there is one.
+ */
+void copyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
+                  std::optional<TIMEDATE> newReplicaId);
+
+} // namespace embedded
