@@ -1,0 +1,122 @@
+// What every exported operation has in common: it holds the platform's lock, is counted, can be made to fail, and
+// turns whatever goes wrong into a status. No exception crosses the C interface.
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "embedded_notes.h"
+#include "engine/session.h"
+
+namespace embedded {
+
+/** The platform's lock: recursive, since a search's step calls operations. */
+std::recursive_mutex& platformLock();
+/** The process's session, NULL when none was begun. Hold the lock. */
+std::unique_ptr<Session>& currentSession();
+/** Runs the hook of EmbCallHookSet. Do not hold the lock. */
+void runCallHook(Operation operation);
+
+/** Runs the body; what it throws becomes a status, and what a person must know of it goes into the server's log. */
+template<typename Body>
+STATUS statusOf(Session* session, Body&& body) {
+    try {
+        if constexpr (std::is_void_v<decltype(body())>) {
+            body();
+            return NOERROR;
+        } else {
+            return body();
+        }
+    } catch (const StatusError& error) {
+        if (session && *error.what() != '\0')
+            session->log(error.what());
+        return error.status();
+    } catch (const std::bad_alloc&) {
+        return ERR_MEMORY;
+    } catch (const std::filesystem::filesystem_error& error) {
+        if (session)
+            session->log(error.what());
+        return EMB_ERR_DISK;
+    }
+}
+
+/** An operation that answers with a status; the body gets the session. */
+template<typename Body>
+STATUS call(Operation operation, Body&& body) {
+    runCallHook(operation);
+    const std::scoped_lock lock(platformLock());
+    Session* session = currentSession().get();
+    if (!session)
+        return EMB_ERR_NO_SESSION;
+    if (const auto fault = session->calls.record(operation, true))
+        return *fault;
+    return statusOf(session, [&] { return body(*session); });
+}
+
+/** An operation that closes or frees: a fault changes its answer, not what it does. */
+template<typename Body>
+STATUS callClosing(Operation operation, Body&& body) {
+    runCallHook(operation);
+    const std::scoped_lock lock(platformLock());
+    Session* session = currentSession().get();
+    if (!session)
+        return EMB_ERR_NO_SESSION;
+    const auto fault = session->calls.record(operation, true);
+    const STATUS status = statusOf(session, [&] { return body(*session); });
+    return fault.value_or(status);
+}
+
+/** An operation that answers with a value; `failed` when it fails, is made to, or there is no session. */
+template<typename Value, typename Body>
+Value callValue(Operation operation, Value failed, Body&& body) {
+    Value value = failed;
+    const STATUS status = call(operation, [&](Session& session) { value = body(session); });
+    return status == NOERROR ? value : failed;
+}
+
+/** An operation that cannot fail. */
+template<typename Body>
+void callVoid(Operation operation, Body&& body) {
+    runCallHook(operation);
+    const std::scoped_lock lock(platformLock());
+    Session* session = currentSession().get();
+    if (!session)
+        return;
+    (void)session->calls.record(operation, false);
+    (void)statusOf(session, [&] { body(*session); });
+}
+
+/** The object of a handle; an unknown handle is a misuse and throws EMB_ERR_HANDLE. */
+template<typename T>
+std::shared_ptr<T> require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
+    auto object = table.find(handle);
+    if (!object) {
+        ++session.misuses;
+        throw StatusError(EMB_ERR_HANDLE);
+    }
+    return object;
+}
+
+/** The database of a handle. */
+std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle);
+/** The note of a handle. */
+std::shared_ptr<NoteEntry> requireNote(Session& session, NOTEHANDLE handle);
+
+/** Throws EMB_ERR_ARGUMENT for a missing pointer. */
+inline void requirePointer(const void* pointer) {
+    if (!pointer)
+        throw StatusError(EMB_ERR_ARGUMENT);
+}
+
+/** A text of the Notes API: `length` MAXWORD means terminated. */
+inline std::string_view textOf(const char* text, size_t length) {
+    requirePointer(text);
+    return length == MAXWORD ? std::string_view(text) : std::string_view(text, length);
+}
+
+} // namespace embedded

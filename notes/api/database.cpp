@@ -1,0 +1,108 @@
+#include "api/call.h"
+#include "engine/acl.h"
+#include "engine/charset.h"
+
+using namespace embedded;
+
+namespace {
+
+std::filesystem::path databasePathOf(const Session& session, const char* path) {
+    requirePointer(path);
+    return session.databasePath(utf8FromLmbcs(path));
+}
+
+} // namespace
+
+STATUS LNPUBLIC NSFDbOpen(const char* path, DBHANDLE* database) {
+    return call(Operation::NSFDbOpen, [&](Session& session) {
+        requirePointer(database);
+        *database = NULLHANDLE;
+        const auto host = session.databasePath(path ? utf8FromLmbcs(path) : std::string());
+        auto entry = std::make_shared<OpenDatabase>();
+        if (std::error_code ignored; !std::filesystem::is_directory(host, ignored))
+            entry->database = session.openDatabase(host);
+        *database = session.databases.add(std::move(entry));
+    });
+}
+
+STATUS LNPUBLIC NSFDbClose(DBHANDLE database) {
+    return callClosing(Operation::NSFDbClose, [&](Session& session) {
+        require(session, session.databases, database);
+        session.closeDatabase(session.databases.take(database));
+    });
+}
+
+STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, WORD classMask, WORD limit, DWORD flags,
+                                   DBHANDLE* database) {
+    return call(Operation::NSFDbCreateAndCopy, [&](Session& session) {
+        requirePointer(database);
+        *database = NULLHANDLE;
+        (void)limit; // a database file here grows without a limit
+        if ((flags & ~DWORD{DBCOPY_REPLICA}) != 0)
+            throw StatusError(EMB_ERR_ARGUMENT);
+        if (session.readOnly())
+            throw StatusError(EMB_ERR_READ_ONLY);
+        const auto target = databasePathOf(session, destination);
+        if (session.isOffline(target))
+            throw StatusError(EMB_ERR_OFFLINE);
+        const auto from = session.openDatabase(databasePathOf(session, source));
+        std::optional<TIMEDATE> newReplicaId;
+        if (!(flags & DBCOPY_REPLICA))
+            newReplicaId = session.clock.uniqueMoment();
+        copyDatabase(*from, target, classMask, newReplicaId);
+        auto entry = std::make_shared<OpenDatabase>();
+        entry->database = session.openDatabase(target);
+        *database = session.databases.add(std::move(entry));
+    });
+}
+
+STATUS LNPUBLIC NSFDbReadACL(DBHANDLE database, DHANDLE* acl) {
+    return call(Operation::NSFDbReadACL, [&](Session& session) {
+        requirePointer(acl);
+        *acl = NULLHANDLE;
+        const std::string stored = requireDatabase(session, database)->store().getProperty(property::acl);
+        *acl = session.allocate(stored.empty() ? encodeAcl(defaultAcl()) : stored);
+    });
+}
+
+STATUS LNPUBLIC NSFDbStoreACL(DBHANDLE database, DHANDLE acl, DWORD objectId, WORD method) {
+    return call(Operation::NSFDbStoreACL, [&](Session& session) {
+        const auto target = requireDatabase(session, database);
+        const auto block = require(session, session.memory, acl);
+        if (objectId != 0 || method != 0)
+            throw StatusError(EMB_ERR_ARGUMENT);
+        const std::string_view list(block->bytes.get(), block->size);
+        (void)decodeAcl(list); // a block that is no access control list must not get into the database
+        target->store().setProperty(property::acl, list);
+    });
+}
+
+STATUS LNPUBLIC NSFDbReplicaInfoGet(DBHANDLE database, DBREPLICAINFO* info) {
+    return call(Operation::NSFDbReplicaInfoGet, [&](Session& session) {
+        requirePointer(info);
+        *info = requireDatabase(session, database)->replicaInfo();
+    });
+}
+
+STATUS LNPUBLIC NSFDbReplicaInfoSet(DBHANDLE database, DBREPLICAINFO* info) {
+    return call(Operation::NSFDbReplicaInfoSet, [&](Session& session) {
+        requirePointer(info);
+        requireDatabase(session, database)->setReplicaInfo(*info);
+    });
+}
+
+STATUS LNPUBLIC NSFTakeDatabaseOffline(const char* path, DWORD wait, DWORD options) {
+    return call(Operation::NSFTakeDatabaseOffline, [&](Session& session) {
+        if (options != 0 && options != OFFLINE_NODELETE)
+            throw StatusError(EMB_ERR_ARGUMENT);
+        session.takeOffline(databasePathOf(session, path), wait, options == 0);
+    });
+}
+
+STATUS LNPUBLIC NSFBringDatabaseOnline(const char* path, DWORD options) {
+    return call(Operation::NSFBringDatabaseOnline, [&](Session& session) {
+        if (options != 0)
+            throw StatusError(EMB_ERR_ARGUMENT);
+        session.bringOnline(databasePathOf(session, path));
+    });
+}

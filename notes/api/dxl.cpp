@@ -1,0 +1,59 @@
+// The control surface's DXL in and out.
+#include "engine/dxl.h"
+
+#include <cstdio>
+
+#include "api/call.h"
+
+using namespace embedded;
+
+namespace {
+
+template<typename Body>
+STATUS withMessage(char* message, DWORD messageSize, Body&& body) {
+    std::string text;
+    STATUS status = NOERROR;
+    try {
+        body();
+    } catch (const StatusError& error) {
+        status = error.status();
+        text = error.what();
+    } catch (const std::bad_alloc&) {
+        status = ERR_MEMORY;
+        text = "insufficient memory";
+    } catch (const std::exception& error) {
+        status = EMB_ERR_DISK;
+        text = error.what();
+    }
+    if (message && messageSize != 0)
+        std::snprintf(message, messageSize, "%s", text.c_str());
+    return status;
+}
+
+std::filesystem::path pathOf(const char* path) {
+    requirePointer(path);
+    return reinterpret_cast<const char8_t*>(path);
+}
+
+void requireKnown(DWORD options, DWORD known) {
+    if ((options & ~known) != 0)
+        throw StatusError(EMB_ERR_ARGUMENT, "unknown options");
+}
+
+} // namespace
+
+STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
+                             DWORD messageSize) {
+    return withMessage(message, messageSize, [&] {
+        requireKnown(options, EMB_DXL_REPLACE);
+        importDxl(pathOf(databaseFile), pathOf(dxlFile), (options & EMB_DXL_REPLACE) != 0);
+    });
+}
+
+STATUS LNPUBLIC EmbDxlExport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
+                             DWORD messageSize) {
+    return withMessage(message, messageSize, [&] {
+        requireKnown(options, EMB_DXL_STABLE);
+        exportDxl(pathOf(databaseFile), pathOf(dxlFile), {.stable = (options & EMB_DXL_STABLE) != 0});
+    });
+}

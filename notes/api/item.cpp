@@ -1,0 +1,133 @@
+#include <algorithm>
+
+#include "api/call.h"
+#include "engine/items.h"
+
+using namespace embedded;
+
+namespace {
+
+std::string_view itemName(const char* name, size_t length = MAXWORD) {
+    const std::string_view text = textOf(name, length);
+    if (text.empty())
+        throw StatusError(EMB_ERR_ARGUMENT);
+    return text;
+}
+
+/** Puts at most `size` bytes into the buffer, and a terminator if one fits into them too. */
+WORD fill(char* buffer, WORD size, std::string_view text) {
+    requirePointer(buffer);
+    const size_t length = std::min<size_t>(size, text.size());
+    std::copy_n(text.data(), length, buffer);
+    if (length < size)
+        buffer[length] = '\0';
+    return static_cast<WORD>(length);
+}
+
+Item textItem(const char* name, WORD type, std::string value) {
+    return {std::string(itemName(name)), type, ITEM_SUMMARY, std::move(value)};
+}
+
+/** A copy of the item, with its type word, in memory that belongs to the note. */
+BLOCKID lend(Session& session, NoteEntry& note, const Item& item) {
+    std::string bytes(reinterpret_cast<const char*>(&item.type), sizeof item.type);
+    bytes += item.value;
+    const DHANDLE block = session.allocate(bytes, true);
+    note.blocks.push_back(block);
+    return BLOCKID{block, 0};
+}
+
+} // namespace
+
+WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size) {
+    return callValue<WORD>(Operation::NSFItemGetText, 0, [&](Session& session) {
+        return fill(buffer, size, itemText(requireNote(session, note)->items, itemName(name)));
+    });
+}
+
+STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE note, const char* name, const char* text, WORD length) {
+    return call(Operation::NSFItemSetText, [&](Session& session) {
+        setItem(requireNote(session, note)->items, textItem(name, TYPE_TEXT, std::string(textOf(text, length))));
+    });
+}
+
+STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, BLOCKID* item, WORD* type,
+                            BLOCKID* value, DWORD* length) {
+    return call(Operation::NSFItemInfo, [&](Session& session) {
+        if (type)
+            *type = TYPE_INVALID_OR_UNKNOWN;
+        const auto entry = requireNote(session, note);
+        const Item* found = nullptr;
+        if (name)
+            found = findItem(std::as_const(entry->items), itemName(name, nameLength));
+        else if (nameLength == 0 && !entry->items.empty())
+            found = &entry->items.front();
+        if (!found)
+            throw StatusError(ERR_ITEM_NOT_FOUND);
+        if (type)
+            *type = found->type;
+        if (length)
+            *length = static_cast<DWORD>(sizeof(WORD) + found->value.size());
+        if (item || value) {
+            const BLOCKID lent = lend(session, *entry, *found);
+            if (item)
+                *item = lent;
+            if (value)
+                *value = lent;
+        }
+    });
+}
+
+STATUS LNPUBLIC NSFItemDelete(NOTEHANDLE note, const char* name, WORD nameLength) {
+    return call(Operation::NSFItemDelete, [&](Session& session) {
+        if (!deleteItems(requireNote(session, note)->items, itemName(name, nameLength)))
+            throw StatusError(ERR_ITEM_NOT_FOUND);
+    });
+}
+
+STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WORD nameLength, WORD type,
+                              const void* value, DWORD length) {
+    return call(Operation::NSFItemAppend, [&](Session& session) {
+        if (length != 0)
+            requirePointer(value);
+        if (length > maxItemValue)
+            throw StatusError(EMB_ERR_TOO_LONG);
+        appendItem(requireNote(session, note)->items, {std::string(itemName(name, nameLength)), type, flags,
+                                                       std::string(static_cast<const char*>(value), length)});
+    });
+}
+
+WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE note, const char* name) {
+    return callValue<WORD>(Operation::NSFItemGetTextListEntries, 0, [&](Session& session) {
+        return static_cast<WORD>(itemEntries(requireNote(session, note)->items, itemName(name)).size());
+    });
+}
+
+WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD position, char* buffer, WORD size) {
+    return callValue<WORD>(Operation::NSFItemGetTextListEntry, 0, [&](Session& session) -> WORD {
+        const auto entry = requireNote(session, note);
+        const auto entries = itemEntries(entry->items, itemName(name));
+        if (position >= entries.size())
+            return 0;
+        requirePointer(buffer);
+        // Unlike a text, an entry comes without a terminator.
+        const size_t length = std::min<size_t>(size, entries[position].size());
+        std::copy_n(entries[position].data(), length, buffer);
+        return static_cast<WORD>(length);
+    });
+}
+
+STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE note, const char* name, const char* text, WORD length) {
+    return call(Operation::NSFItemCreateTextList, [&](Session& session) {
+        setItem(requireNote(session, note)->items,
+                textItem(name, TYPE_TEXT_LIST, encodeTextList({textOf(text, length)})));
+    });
+}
+
+STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const char* text, WORD length,
+                                      BOOL allowDuplicates) {
+    return call(Operation::NSFItemAppendTextList, [&](Session& session) {
+        appendTextListEntry(requireNote(session, note)->items, itemName(name), textOf(text, length),
+                            allowDuplicates != 0);
+    });
+}

@@ -1,0 +1,44 @@
+#include "api/call.h"
+
+using namespace embedded;
+
+STATUS LNPUBLIC OSMemAlloc(WORD type, DWORD size, DHANDLE* handle) {
+    return call(Operation::OSMemAlloc, [&](Session& session) {
+        (void)type; // memory here is neither shared between processes nor grown in place
+        requirePointer(handle);
+        *handle = NULLHANDLE;
+        if (size != 0)
+            *handle = session.allocate(std::string(size, '\0'));
+    });
+}
+
+void* LNPUBLIC OSLockObject(DHANDLE handle) {
+    return callValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) -> void* {
+        const auto block = require(session, session.memory, handle);
+        ++block->locks;
+        return block->bytes.get();
+    });
+}
+
+BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
+    return callValue<BOOL>(Operation::OSUnlockObject, 0, [&](Session& session) -> BOOL {
+        const auto block = require(session, session.memory, handle);
+        if (block->locks == 0) {
+            ++session.misuses;
+            throw StatusError(EMB_ERR_HANDLE);
+        }
+        --block->locks;
+        return 1;
+    });
+}
+
+STATUS LNPUBLIC OSMemFree(DHANDLE handle) {
+    return callClosing(Operation::OSMemFree, [&](Session& session) {
+        const auto block = require(session, session.memory, handle);
+        if (block->locks != 0 || block->ownedByNote) {
+            ++session.misuses;
+            throw StatusError(EMB_ERR_LOCKED);
+        }
+        session.memory.take(handle);
+    });
+}

@@ -1,0 +1,89 @@
+#include "api/call.h"
+#include "engine/formula.h"
+
+using namespace embedded;
+
+namespace {
+
+std::string requireFormula(Session& session, FORMULAHANDLE handle) {
+    const auto block = require(session, session.memory, handle);
+    const std::string_view bytes(block->bytes.get(), block->size);
+    if (!isFormula(bytes))
+        throw StatusError(EMB_ERR_ARGUMENT, "a search was given a memory block that is no compiled formula");
+    return std::string(bytes);
+}
+
+template<typename T>
+void assign(T* out, size_t value) {
+    if (out)
+        *out = static_cast<T>(std::min<size_t>(value, MAXWORD));
+}
+
+SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool notifyDeletions) {
+    SEARCH_MATCH match{};
+    match.ID.File = databaseId;
+    match.ID.Note = found.head.modified;
+    match.ID.NoteID = found.head.id;
+    match.OriginatorID = found.head.oid;
+    match.NoteClass = found.head.noteClass;
+    match.SERetFlags = found.selected ? SE_FMATCH : 0;
+    if (found.head.deleted) {
+        match.ID.NoteID |= RRV_DELETED;
+        if (notifyDeletions)
+            match.NoteClass |= NOTE_CLASS_DEFAULT;
+    }
+    return match;
+}
+
+} // namespace
+
+STATUS LNPUBLIC NSFFormulaCompile(char* name, WORD nameLength, const char* text, WORD textLength,
+                                  FORMULAHANDLE* formula, WORD* formulaLength, STATUS* error, WORD* line, WORD* column,
+                                  WORD* offset, WORD* length) {
+    return call(Operation::NSFFormulaCompile, [&](Session& session) {
+        requirePointer(formula);
+        *formula = NULLHANDLE;
+        if (name || nameLength != 0)
+            throw StatusError(EMB_ERR_UNSUPPORTED, "NSFFormulaCompile: named formulas are not supported");
+        const auto compiled = compileFormula(textOf(text, textLength));
+        if (const auto* wrong = std::get_if<FormulaError>(&compiled)) {
+            assign(error, ERR_FORMULA_COMPILATION);
+            assign(line, wrong->line);
+            assign(column, wrong->column);
+            assign(offset, wrong->offset);
+            assign(length, wrong->length);
+            throw StatusError(ERR_FORMULA_COMPILATION, "formula: " + wrong->message);
+        }
+        const auto& bytes = std::get<std::string>(compiled);
+        assign(error, NOERROR);
+        assign(formulaLength, bytes.size());
+        *formula = session.allocate(bytes);
+    });
+}
+
+STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTitle, WORD flags, WORD classMask,
+                          TIMEDATE* since, NSFSEARCHPROC step, void* parameter, TIMEDATE* until) {
+    return call(Operation::NSFSearch, [&](Session& session) -> STATUS {
+        constexpr WORD known = SEARCH_ALL_VERSIONS | SEARCH_NOTIFYDELETIONS;
+        if (!step)
+            throw StatusError(EMB_ERR_ARGUMENT);
+        if (viewTitle || (flags & ~known) != 0)
+            throw StatusError(EMB_ERR_UNSUPPORTED, "NSFSearch: views, summaries and file searches are not supported");
+        const auto searched = requireDatabase(session, database);
+        Database::SearchRequest request;
+        if (formula != NULLHANDLE)
+            request.formula = requireFormula(session, formula);
+        request.classMask = classMask & NOTE_CLASS_ALL;
+        if (since)
+            request.since = *since;
+        request.stubs = formula != NULLHANDLE || since || (flags & SEARCH_ALL_VERSIONS);
+        request.redeliverChanged = session.redelivery;
+        if (until)
+            *until = session.clock.nowTimedate();
+        const DBID databaseId = searched->replicaInfo().ID;
+        return searched->search(request, [&](const Database::Match& found) {
+            SEARCH_MATCH match = matchOf(found, databaseId, flags & SEARCH_NOTIFYDELETIONS);
+            return step(parameter, &match, nullptr);
+        });
+    });
+}

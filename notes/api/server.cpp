@@ -1,0 +1,85 @@
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+#include "api/call.h"
+#include "engine/charset.h"
+#include "engine/status_text.h"
+
+using namespace embedded;
+
+// A variable argument list belongs to a calling convention.
+#if defined(NOTES_MS_ABI)
+#define NOTES_VA_LIST __builtin_ms_va_list
+#define NOTES_VA_START __builtin_ms_va_start
+#define NOTES_VA_END __builtin_ms_va_end
+#else
+#define NOTES_VA_LIST va_list
+#define NOTES_VA_START va_start
+#define NOTES_VA_END va_end
+#endif
+
+namespace {
+
+constexpr size_t maxLogArguments = 6;
+
+/** How many arguments the format takes; nothing when it holds a conversion other than of texts and integers. */
+std::optional<size_t> countArguments(std::string_view format) {
+    size_t count = 0;
+    for (size_t at = format.find('%'); at != std::string_view::npos; at = format.find('%', at)) {
+        at = format.find_first_not_of("-+ #0123456789.hl", at + 1);
+        if (at == std::string_view::npos || std::string_view("sdiuxXc%").find(format[at]) == std::string_view::npos)
+            return std::nullopt;
+        count += format[at++] != '%';
+    }
+    return count;
+}
+
+std::string withStatusText(std::string line, STATUS code) {
+    if (code != NOERROR)
+        line.append(": ").append(statusText(code & ERR_MASK));
+    return line;
+}
+
+} // namespace
+
+STATUS LNPUBLIC NSFRemoteConsole(char* server, char* command, DHANDLE* reply) {
+    return call(Operation::NSFRemoteConsole, [&](Session& session) {
+        requirePointer(server);
+        requirePointer(command);
+        requirePointer(reply);
+        *reply = NULLHANDLE;
+        if (session.readOnly())
+            throw StatusError(EMB_ERR_READ_ONLY);
+        const std::string name = utf8FromLmbcs(server);
+        if (name != session.idName())
+            throw StatusError(EMB_ERR_NO_SERVER, name + ": no such server");
+        const std::string text = session.console(utf8FromLmbcs(command));
+        if (!text.empty())
+            *reply = session.allocate(lmbcsFromUtf8(text));
+    });
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+void LNPUBLIC AddInLogMessageText(const char* format, STATUS code, ...) {
+    // Texts and integers each take one argument slot in both calling conventions, so that the slots can be read
+    // here and handed on, whichever convention the caller has.
+    std::array<void*, maxLogArguments> slots{};
+    const auto count = format ? countArguments(format) : std::nullopt;
+    const bool usable = count && *count <= maxLogArguments;
+    NOTES_VA_LIST arguments;
+    NOTES_VA_START(arguments, code);
+    for (size_t i = 0; usable && i < *count; ++i)
+        slots[i] = va_arg(arguments, void*);
+    NOTES_VA_END(arguments);
+    callVoid(Operation::AddInLogMessageText, [&](Session& session) {
+        if (!usable)
+            throw StatusError(EMB_ERR_ARGUMENT, "AddInLogMessageText: a format that cannot be carried out");
+        std::array<char, MAXSPRINTF> line{};
+        std::snprintf(line.data(), line.size(), format, slots[0], slots[1], slots[2], slots[3], slots[4], slots[5]);
+        session.log(withStatusText(utf8FromLmbcs(line.data()), code));
+    });
+}
+#pragma GCC diagnostic pop

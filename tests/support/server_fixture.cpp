@@ -1,0 +1,130 @@
+#include "support/server_fixture.h"
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+
+namespace updkrx::test {
+namespace {
+
+struct HelpSearch {
+    DBHANDLE database;
+    const char* item;
+    std::vector<std::string> texts;
+};
+
+STATUS LNCALLBACK CollectItem(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
+    HelpSearch& search = *static_cast<HelpSearch*>(parameter);
+    NOTEHANDLE note = NULLHANDLE;
+    const STATUS status = NSFNoteOpen(search.database, match->ID.NoteID, 0, &note);
+    if (status != NOERROR) {
+        return status;
+    }
+    char text[256];
+    const WORD length = NSFItemGetText(note, search.item, text, sizeof text - 1);
+    search.texts.emplace_back(text, length);
+    return NSFNoteClose(note);
+}
+
+} // namespace
+
+ServerFixture::ServerFixture() {
+    for (const char* directory : {"data/krx", "data/krxtemp", "install/program/V5.8.0.3050"}) {
+        std::filesystem::create_directories(Server() / directory);
+    }
+    WriteFile(Server() / "notes.ini", "[Notes]\nDirectory=" + Data().string() +
+                                          "\nVarnholtInstallPath=" + (Server() / "install").string() + "\n");
+}
+
+ServerFixture::~ServerFixture() {
+    EmbSessionEnd();
+}
+
+void ServerFixture::SetUp() {
+    char message[512] = "";
+    ASSERT_EQ(EmbSessionBegin((Server() / "notes.ini").c_str(), 0, message, sizeof message), NOERROR) << message;
+}
+
+void ServerFixture::TearDown() {
+    for (const DWORD kind : {EMB_HANDLE_DATABASE, EMB_HANDLE_NOTE, EMB_HANDLE_MEMORY, EMB_HANDLE_LOCK}) {
+        EXPECT_EQ(EmbOpenHandles(kind), 0U) << "left open, of kind " << kind;
+    }
+    EXPECT_EQ(EmbMisuseCount(), 0U);
+}
+
+void ServerFixture::SetEnvironment(const char* name, const char* value) {
+    ASSERT_EQ(EmbEnvironmentSet(name, value), NOERROR) << name;
+}
+
+std::vector<LogLine> ServerFixture::ReadLog() const {
+    static const std::regex form(
+        R"(\[(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d)\]\[pid=(-?\d+)\]\[tid=(-?\d+)\]\[module=([0-9a-f]+)\]:(.*))");
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(Data() / "krxtemp")) {
+        files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    std::vector<LogLine> lines;
+    for (const std::filesystem::path& file : files) {
+        std::istringstream content(ReadFile(file));
+        for (std::string text; std::getline(content, text);) {
+            std::smatch part;
+            if (std::regex_match(text, part, form)) {
+                lines.push_back({file.filename(), part[1], std::stoi(part[2]), std::stoi(part[3]), part[4], part[5]});
+            } else if (lines.empty()) {
+                ADD_FAILURE() << "no log line: " << text;
+            } else {
+                lines.back().message += "\n" + text;
+            }
+        }
+    }
+    return lines;
+}
+
+std::vector<std::string> ServerFixture::LogMessages() const {
+    std::vector<std::string> messages;
+    for (const LogLine& line : ReadLog()) {
+        messages.push_back("[" + line.level + "]" + line.message);
+    }
+    return messages;
+}
+
+void ServerFixture::MakeDatabase(const std::string& path, std::string_view notes) const {
+    std::string dxl =
+        R"(<?xml version="1.0" encoding="UTF-8"?><database xmlns="http://www.lotus.com/dxl" version="1.0">)";
+    dxl.append(notes).append("</database>");
+    const std::string file = WriteFile(Server() / "fixture.dxl", dxl);
+    char message[512] = "";
+    ASSERT_EQ(EmbDxlImport((Data() / path).c_str(), file.c_str(), 0, message, sizeof message), NOERROR) << message;
+}
+
+std::string ServerFixture::HelpNote(std::string_view buildText) {
+    return "<note class='helpusingdocument'><item name='BuildNumber'><text>" + std::string(buildText) +
+           "</text></item></note>";
+}
+
+std::string ServerFixture::ExportDatabase(const std::string& path) const {
+    const std::filesystem::path file = Server() / "export.dxl";
+    char message[512] = "";
+    EXPECT_EQ(EmbDxlExport((Data() / path).c_str(), file.c_str(), EMB_DXL_STABLE, message, sizeof message), NOERROR)
+        << message;
+    return ReadFile(file);
+}
+
+std::vector<std::string> ServerFixture::HelpItems(const char* path, const char* item) {
+    HelpSearch search = {NULLHANDLE, item, {}};
+    EXPECT_EQ(NSFDbOpen(path, &search.database), NOERROR) << path;
+    EXPECT_EQ(
+        NSFSearch(search.database, NULLHANDLE, nullptr, 0, NOTE_CLASS_HELP, nullptr, CollectItem, &search, nullptr),
+        NOERROR);
+    EXPECT_EQ(NSFDbClose(search.database), NOERROR);
+    return search.texts;
+}
+
+std::string ServerFixture::ServerLog() {
+    std::string text(EmbServerLog(nullptr, 0) + 1, '\0');
+    text.resize(EmbServerLog(text.data(), static_cast<DWORD>(text.size())));
+    return text;
+}
+
+} // namespace updkrx::test
