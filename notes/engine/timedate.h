@@ -15,9 +15,10 @@ TIMEDATE timedateFromHundredths(int64_t hundredths) noexcept;
 /** Nothing for a wildcard (date only, time only, all bits set) or a day out of range. */
 std::optional<int64_t> hundredthsFromTimedate(const TIMEDATE& time) noexcept;
 
-/** DXL's form: "20010522T103636,81-04"; a date or a time alone too. Nothing when it has none (bad bits). */
+/** DXL's form: "20010522T103636,81-04"; a date or a time alone too. Nothing when it has none (bad bits); with
+ *  isDaylightSaving() it gives the same bits again. */
 std::optional<std::string> dxlFromTimedate(const TIMEDATE& time);
-/** `dst`: DXL's attribute of that name. */
+/** `dst`: DXL's attribute of that name. Hundredths may be left out; a moment without zone is in GMT. */
 std::optional<TIMEDATE> timedateFromDxl(std::string_view text, bool dst);
 bool isDaylightSaving(const TIMEDATE& time) noexcept;
 
