@@ -1,7 +1,10 @@
 // The control surface, but for DXL.
 #include <algorithm>
+#include <set>
 
 #include "api/call.h"
+#include "engine/charset.h"
+#include "engine/signature.h"
 
 using namespace embedded;
 
@@ -180,6 +183,33 @@ DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size) {
     return control<DWORD>(0, [&](Session& session) {
         const auto database = session.openDatabase(pathOf(session, path));
         return fill(buffer, size, database->store().getProperty(property::title));
+    });
+}
+
+STATUS LNPUBLIC EmbSignatures(const char* path, EMBSIGNATURES* counts, char* signers, DWORD size) {
+    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        requirePointer(counts);
+        *counts = {};
+        std::set<std::string> names;
+        const auto database = session.openDatabase(pathOf(session, path));
+        Database::SearchRequest request;
+        request.classMask = NOTE_CLASS_ALLNONDATA;
+        const STATUS status = database->search(request, [&](const Database::Match& match) -> STATUS {
+            OpenNote note;
+            database->readNote(match.head.id, note);
+            const SignatureState state = signatureState(note.items, note.head.noteClass);
+            ++counts->designNotes;
+            counts->signedNotes += state.present;
+            counts->changedNotes += state.present && !state.valid;
+            if (!state.signer.empty())
+                names.insert(utf8FromLmbcs(state.signer));
+            return NOERROR;
+        });
+        std::string text;
+        for (const std::string& name : names)
+            text += name + "\n";
+        fill(signers, size, text);
+        return status;
     });
 }
 

@@ -1,8 +1,16 @@
 // The server's side of a session: databases offline and online, the console, the log.
+#include <algorithm>
 #include <fstream>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <vector>
 
+#include "engine/design.h"
 #include "engine/session.h"
 #include "engine/status_error.h"
+#include "engine/status_text.h"
 #include "engine/timedate.h"
 
 namespace embedded {
@@ -12,24 +20,100 @@ namespace {
 constexpr const char* consoleFile = "console.log";
 constexpr DWORD offlinePollMs = 100;
 
-std::string_view firstWord(std::string_view text) {
-    return text.substr(0, text.find(' '));
+std::vector<std::string> wordsOf(std::string_view text) {
+    std::istringstream in{std::string(text)};
+    return {std::istream_iterator<std::string>(in), {}};
 }
 
-struct ConsoleCommand {
-    std::string_view verb;
-    /** Carries the command out; gives the reply. */
-    std::string (*carryOut)(Session& session, std::string_view arguments);
+/** What became of a command: for the transcript, and for who sent it (empty: nothing to say). */
+struct Outcome {
+    std::string transcript;
+    std::string reply;
 };
 
+using Arguments = std::vector<std::string>;
+
+struct ConsoleCommand {
+    const char* words; // that the command begins with
+    const char* usage; // of what follows them
+    bool (*fits)(const Arguments& arguments);
+    std::string (*carryOut)(Session& session, const Arguments& arguments);
+};
+
+std::string textOf(const DesignExchange& exchange) {
+    return "done: " + std::to_string(exchange.changed) + " design notes changed, " + std::to_string(exchange.added) +
+           " added, " + std::to_string(exchange.deleted) + " deleted, " + std::to_string(exchange.unchanged) +
+           " unchanged";
+}
+
 /** A message to a server task. There are no tasks here, so that it is only on record. */
-std::string tell(Session&, std::string_view arguments) {
-    return arguments.empty() ? "tell: which task?" : "";
+std::string tell(Session&, const Arguments&) {
+    return "done";
+}
+
+/** Gives a database the design of a template, whatever template its design comes from ("*"). */
+std::string loadConvert(Session& session, const Arguments& arguments) {
+    const auto database = session.openDatabase(session.databasePath(arguments[0]));
+    const auto from = session.openDatabase(session.databasePath(arguments[2]));
+    if (arguments[1] != "*" && arguments[1] != inheritedTemplate(*database))
+        return "done: the database does not inherit from " + arguments[1];
+    return textOf(exchangeDesign(*database, *from));
+}
+
+/** Refreshes a database's design from the template that it inherits from, which is looked for beside it. */
+std::string loadDesign(Session& session, const Arguments& arguments) {
+    const auto file = session.databasePath(arguments[1]);
+    const auto database = session.openDatabase(file);
+    const std::string name = inheritedTemplate(*database);
+    if (name.empty())
+        return "done: the database inherits from no template";
+    std::set<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(file.parent_path()))
+        if (entry.path().extension() == ".ntf")
+            files.insert(entry.path());
+    for (const auto& candidate : files) {
+        const auto from = session.openDatabase(candidate);
+        if (templateName(*from) == name)
+            return textOf(exchangeDesign(*database, *from));
+    }
+    throw StatusError(ERR_NOEXIST, "template " + name);
 }
 
 constexpr ConsoleCommand commands[] = {
-    {"tell", tell},
+    {"tell", "TASK COMMAND", [](const Arguments& arguments) { return arguments.size() >= 2; }, tell},
+    {"load convert", "DATABASE OLDTEMPLATE TEMPLATE", [](const Arguments& arguments) { return arguments.size() == 3; },
+     loadConvert},
+    {"load design", "-f DATABASE",
+     [](const Arguments& arguments) { return arguments.size() == 2 && arguments[0] == "-f"; }, loadDesign},
 };
+
+/** The arguments of `command` in `sent`, nothing when it is another command. */
+std::optional<Arguments> argumentsOf(const ConsoleCommand& command, const Arguments& sent) {
+    const Arguments words = wordsOf(command.words);
+    if (sent.size() < words.size() || !std::equal(words.begin(), words.end(), sent.begin()))
+        return std::nullopt;
+    return Arguments(sent.begin() + static_cast<std::ptrdiff_t>(words.size()), sent.end());
+}
+
+Outcome carryOut(Session& session, std::string_view text) {
+    const Arguments sent = wordsOf(text);
+    for (const ConsoleCommand& command : commands) {
+        const auto arguments = argumentsOf(command, sent);
+        if (!arguments)
+            continue;
+        if (!command.fits(*arguments)) {
+            const std::string usage = std::string("usage: ") + command.words + " " + command.usage;
+            return {usage, usage};
+        }
+        try {
+            return {command.carryOut(session, *arguments), ""};
+        } catch (const StatusError& error) {
+            const std::string cause(statusText(error.status()));
+            return {"failed: " + cause + (*error.what() ? std::string(" (") + error.what() + ")" : ""), cause};
+        }
+    }
+    return {"unknown command", "Unrecognized command: " + std::string(text)};
+}
 
 } // namespace
 
@@ -79,21 +163,12 @@ void Session::bringOnline(const std::filesystem::path& file) {
 }
 
 std::string Session::console(std::string_view command) {
-    const std::string_view verb = firstWord(command);
-    std::string outcome = "unknown command";
-    std::string reply = "Unrecognized command: " + std::string(command);
-    for (const ConsoleCommand& known : commands) {
-        if (verb != known.verb)
-            continue;
-        const std::string_view arguments = command.substr(std::min(command.size(), verb.size() + 1));
-        reply = known.carryOut(*this, arguments);
-        outcome = reply.empty() ? "done" : reply;
-        break;
-    }
-    const std::string line = textFromHundredths(clock.now()) + "\t" + outcome + "\t" + std::string(command) + "\n";
+    const Outcome outcome = carryOut(*this, command);
+    const std::string line =
+        textFromHundredths(clock.now()) + "\t" + outcome.transcript + "\t" + std::string(command) + "\n";
     transcript_ += line;
     appendToConsoleFile(line);
-    return reply;
+    return outcome.reply;
 }
 
 void Session::log(std::string_view text) {

@@ -112,6 +112,15 @@ void LNPUBLIC EmbSetRedelivery(BOOL redeliver);
 /** The title of a database. */
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
 
+typedef struct {
+    DWORD designNotes;  /* every note but documents */
+    DWORD signedNotes;  /* of these, with a signature */
+    DWORD changedNotes; /* of these, changed since they were signed */
+} EMBSIGNATURES;
+
+/** Counts the signatures of a database; `signers` (optional) gets their names, sorted, one a line. */
+STATUS LNPUBLIC EmbSignatures(const char* path, EMBSIGNATURES* counts, char* signers, DWORD size);
+
 /* ---- Server --------------------------------------------------------------------------------------------- */
 
 /** Console commands of this session, one line each: time, outcome, command, tab-separated. */

@@ -254,7 +254,7 @@ TEST_F(NoteConformance, BadArgumentsAreAnswered) {
         NSFNoteGetInfo(open, 99, &untouched);
     }
     EXPECT_EQ(untouched, 0xABCDU);
-    EXPECT_NE(ServerLog().find("unknown member 99"), std::string::npos);
+    EXPECT_EQ(ServerLogCount("NSFNoteGetInfo: unknown member 99"), 1);
 }
 
 } // namespace

@@ -29,10 +29,10 @@ std::string ItemsOf(NOTEID id, uint32_t round) {
     return encodeItems(items);
 }
 
-/** Saves all notes again and again, and adds new ones, until it is killed. */
-[[noreturn]] void WriteUntilKilled(const std::filesystem::path& file, int ready) {
+/** Saves all notes again and again, and adds new ones, until it is killed. Rounds have numbers of their own. */
+[[noreturn]] void WriteUntilKilled(const std::filesystem::path& file, uint32_t firstRound, int ready) {
     try {
-        for (uint32_t round = 1;; ++round) {
+        for (uint32_t round = firstRound;; ++round) {
             const auto store = Store::open(file, StoreAccess::readWrite);
             for (NOTEID id = 1; id <= before; ++id)
                 store->replace({id, OidOf(id), NOTE_CLASS_DOCUMENT, {}, false}, ItemsOf(id, round));
@@ -54,21 +54,21 @@ TEST(StoreDurability, AKillLeavesWholeNotes) {
             store->insert({id, OidOf(id), NOTE_CLASS_DOCUMENT, {}, false}, ItemsOf(id, 0));
         store->close();
     }
-    for (int trial = 0; trial < 20; ++trial) {
+    for (uint32_t trial = 0; trial < 20; ++trial) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);
         const pid_t child = ::fork();
         if (child == 0)
-            WriteUntilKilled(file, ready[1]);
+            WriteUntilKilled(file, 1 + trial * 1'000'000, ready[1]);
+        ::close(ready[1]);
         char byte;
         ASSERT_EQ(::read(ready[0], &byte, 1), 1); // in its first transaction, with everything written
-        ::usleep(static_cast<useconds_t>(trial) * 700);
+        ::usleep(trial * 700);
         ::kill(child, SIGKILL);
         int status = 0;
         ::waitpid(child, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status));
         ::close(ready[0]);
-        ::close(ready[1]);
 
         const auto store = Store::open(file, StoreAccess::readWrite);
         std::string round;
@@ -110,12 +110,12 @@ TEST(StoreDurability, AReadOnlyOpenLeavesTheRepairToAWriter) {
         (void)!::write(ready[1], "", 1);
         ::pause();
     }
+    ::close(ready[1]);
     char byte;
     ASSERT_EQ(::read(ready[0], &byte, 1), 1);
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
     ::close(ready[0]);
-    ::close(ready[1]);
     const std::string damaged = updkrx::test::ReadFile(file);
     try {
         (void)Store::open(file, StoreAccess::readOnly);
