@@ -121,10 +121,27 @@ std::vector<std::string> ServerFixture::HelpItems(const char* path, const char* 
     return search.texts;
 }
 
-std::string ServerFixture::ServerLog() {
-    std::string text(EmbServerLog(nullptr, 0) + 1, '\0');
-    text.resize(EmbServerLog(text.data(), static_cast<DWORD>(text.size())));
-    return text;
+int ServerFixture::ServerLogCount(std::string_view text) {
+    std::string log(EmbServerLog(nullptr, 0) + 1, '\0');
+    log.resize(EmbServerLog(log.data(), static_cast<DWORD>(log.size())));
+    const std::string line = "\t" + std::string(text); // behind the time
+    std::istringstream lines(log);
+    int count = 0;
+    for (std::string found; std::getline(lines, found);) {
+        count += found.ends_with(line);
+    }
+    return count;
+}
+
+std::vector<std::string> ServerFixture::ConsoleCommands() {
+    std::string transcript(EmbConsoleTranscript(nullptr, 0) + 1, '\0');
+    transcript.resize(EmbConsoleTranscript(transcript.data(), static_cast<DWORD>(transcript.size())));
+    std::istringstream lines(transcript);
+    std::vector<std::string> commands;
+    for (std::string line; std::getline(lines, line);) {
+        commands.push_back(line.substr(line.rfind('\t') + 1)); // behind the time and the outcome
+    }
+    return commands;
 }
 
 } // namespace updkrx::test

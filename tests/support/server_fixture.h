@@ -51,7 +51,10 @@ protected:
     /** The texts of the item in each help note of a database. */
     [[nodiscard]] static std::vector<std::string> HelpItems(const char* path, const char* item);
 
-    [[nodiscard]] static std::string ServerLog();
+    /** How many lines of the server's log are this text; the platform adds lines of its own. */
+    [[nodiscard]] static int ServerLogCount(std::string_view text);
+    /** The commands that the server's console was sent in this session. */
+    [[nodiscard]] static std::vector<std::string> ConsoleCommands();
 
 private:
     TemporaryFolder folder_;

@@ -1,0 +1,69 @@
+// Owners of Notes handles: what they hold is closed on every path.
+#pragma once
+
+#include <utility>
+
+#include "foundation/notes_api.h"
+
+namespace updkrx {
+
+/** Holds one handle, or none, and closes it with `CloseHandle`. */
+template<STATUS(LNPUBLIC* CloseHandle)(DHANDLE)>
+class ScopedHandle {
+public:
+    ScopedHandle() noexcept = default;
+    ScopedHandle(ScopedHandle&& other) noexcept : handle_(std::exchange(other.handle_, DHANDLE{NULLHANDLE})) {}
+    ScopedHandle& operator=(ScopedHandle&& other) noexcept {
+        if (this != &other) {
+            *Out() = std::exchange(other.handle_, DHANDLE{NULLHANDLE});
+        }
+        return *this;
+    }
+    ~ScopedHandle() { (void)Close(); } // who needs the status closes early
+
+    [[nodiscard]] DHANDLE Get() const noexcept { return handle_; }
+
+    /** For an operation that opens: closes what is held and gives the place for the new handle. */
+    [[nodiscard]] DHANDLE* Out() noexcept {
+        (void)Close();
+        return &handle_;
+    }
+
+    /** Closes early and returns the status of that; NOERROR when there is nothing to close. */
+    STATUS Close() noexcept {
+        const DHANDLE closing = std::exchange(handle_, DHANDLE{NULLHANDLE});
+        return closing == NULLHANDLE ? NOERROR : CloseHandle(closing);
+    }
+
+private:
+    DHANDLE handle_ = NULLHANDLE;
+};
+
+using ScopedDatabase = ScopedHandle<NSFDbClose>;
+using ScopedNote = ScopedHandle<NSFNoteClose>;
+/** An access control list, a console reply or memory of our own. */
+using ScopedMemory = ScopedHandle<OSMemFree>;
+/** A compiled formula, which is a block of memory too. */
+using ScopedFormula = ScopedMemory;
+
+/** Keeps a block of memory locked, so that its address holds. */
+class ScopedLock {
+public:
+    explicit ScopedLock(DHANDLE block) noexcept : block_(block), address_(OSLockObject(block)) {}
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+    ~ScopedLock() {
+        if (address_ != nullptr) {
+            (void)OSUnlockObject(block_); // always TRUE
+        }
+    }
+
+    /** Null when the block could not be locked. */
+    [[nodiscard]] void* Address() const noexcept { return address_; }
+
+private:
+    DHANDLE block_;
+    void* address_;
+};
+
+} // namespace updkrx

@@ -1,0 +1,36 @@
+// Visiting the notes of a database.
+//
+// A step has the platform's signature and is given the caller's record, whose first field is the database's handle.
+// It passes over a match that IsMatch denies, works on the note, and returns 0 so that the search goes on.
+#pragma once
+
+#include "foundation/notes_api.h"
+#include "foundation/notes_scoped.h"
+
+namespace updkrx {
+
+/** Where a message about a formula that does not compile says that it comes from, in front of the source line. */
+inline constexpr char sourceName[] = "PatchKRX";
+
+/** The longest selection formula, in bytes of the Notes character set. */
+inline constexpr WORD maxSelectionLength = 1023;
+
+/** Puts a selection formula into the Notes character set, cut to `maxLength` bytes (maxSelectionLength at most), and
+ *  compiles it. `compiledLength` (optional) gets the size of the compiled formula in bytes. */
+[[nodiscard]] STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formula,
+                                      WORD* compiledLength = nullptr) noexcept;
+
+/**
+ * Calls `step` for every note of `classMask` that the compiled formula selects, or for all of them when `formula` is
+ * NULLHANDLE. Returns the search's status, or the first status other than 0 of a step, which ends the search.
+ */
+[[nodiscard]] STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
+                                 void* parameter) noexcept;
+
+/** A copy of what a step was given, which may stand at an unaligned address. */
+[[nodiscard]] SEARCH_MATCH CopyMatch(const SEARCH_MATCH* match) noexcept;
+
+/** False for a note that a search delivers although its formula does not select it. */
+[[nodiscard]] bool IsMatch(const SEARCH_MATCH& match) noexcept;
+
+} // namespace updkrx

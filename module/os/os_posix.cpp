@@ -1,0 +1,219 @@
+#include "os/os.h"
+
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace updkrx::os {
+namespace {
+
+/** A path as this system takes it. A buffer of the system's own limit keeps it usable when memory has run out. */
+class HostPath {
+public:
+    explicit HostPath(const char* path) noexcept {
+        const size_t length = std::strlen(path);
+        if (length >= sizeof text_) {
+            return; // the empty path opens nothing, as the whole one would
+        }
+        for (size_t i = 0; i < length; ++i) {
+            text_[i] = path[i] == '\\' ? '/' : path[i];
+        }
+    }
+
+    [[nodiscard]] const char* Text() const noexcept { return text_; }
+
+private:
+    char text_[PATH_MAX] = {};
+};
+
+bool IsDirectory(int directory, const char* name) noexcept {
+    struct stat information = {};
+    return fstatat(directory, name, &information, 0) == 0 && S_ISDIR(information.st_mode);
+}
+
+/** A server that runs as another user must still be able to open the file. */
+void TakeAccessRights(const char* file, const struct stat& from) noexcept {
+    [[maybe_unused]] const int owner = chown(file, from.st_uid, from.st_gid); // only some processes may
+    [[maybe_unused]] const int mode = chmod(file, from.st_mode & 07777);
+}
+
+} // namespace
+
+int32_t ProcessId() noexcept {
+    return getpid();
+}
+
+int32_t ThreadId() noexcept {
+    return gettid();
+}
+
+bool LocalTime(std::tm& local) noexcept {
+    const std::time_t now = std::time(nullptr);
+    return localtime_r(&now, &local) != nullptr;
+}
+
+std::vector<DirectoryEntry> ListDirectory(const std::string& directory) {
+    const auto close = [](DIR* stream) { (void)closedir(stream); }; // only read: nothing can be lost
+    const std::unique_ptr<DIR, decltype(close)> stream(opendir(HostPath(directory.c_str()).Text()), close);
+    std::vector<DirectoryEntry> entries;
+    while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+            entries.push_back({entry->d_name, IsDirectory(dirfd(stream.get()), entry->d_name)});
+        }
+    }
+    return entries;
+}
+
+std::FILE* OpenForAppend(const char* path) noexcept {
+    return std::fopen(HostPath(path).Text(), "a");
+}
+
+std::FILE* OpenForReading(const char* path) noexcept {
+    return std::fopen(HostPath(path).Text(), "r");
+}
+
+std::FILE* OpenNew(const char* path) noexcept {
+    return std::fopen(HostPath(path).Text(), "wx");
+}
+
+bool FlushToDisk(std::FILE* file) noexcept {
+    return std::fflush(file) == 0 && fsync(fileno(file)) == 0;
+}
+
+PathKind KindOf(const char* path) noexcept {
+    struct stat information = {};
+    if (stat(HostPath(path).Text(), &information) != 0) {
+        return PathKind::missing;
+    }
+    return S_ISDIR(information.st_mode) ? PathKind::directory : PathKind::file;
+}
+
+bool IsWritable(const char* path) noexcept {
+    // Asked rather than tried: closing the file would end the locks that this process may hold on it.
+    return faccessat(AT_FDCWD, HostPath(path).Text(), W_OK, AT_EACCESS) == 0;
+}
+
+bool CreateDirectories(const char* directory) {
+    std::error_code failed;
+    (void)std::filesystem::create_directories(HostPath(directory).Text(),
+                                              failed); // false also for one that is there
+    return !failed;
+}
+
+bool MoveOver(const char* file, const char* target) noexcept {
+    const HostPath from(file);
+    const HostPath to(target);
+    struct stat old = {};
+    if (stat(to.Text(), &old) == 0) {
+        TakeAccessRights(from.Text(), old);
+    }
+    return std::rename(from.Text(), to.Text()) == 0;
+}
+
+void RemoveFile(const char* path) noexcept {
+    (void)unlink(HostPath(path).Text()); // a file that cannot be removed stays
+}
+
+void PutEnvironment(const char* name, const char* value) noexcept {
+    (void)setenv(name, value, 1);
+}
+
+// ---- Mutex and semaphore, over the kernel's futex. The library's own mutex costs twice as much while nobody contends
+// for it, and its semaphore lets waiting threads go by one kernel call each. Security attributes mean nothing here, as
+// the objects live in the process's own memory; nor does the maximum, as the count has room for any number of threads.
+
+namespace {
+
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
+
+/** Sleeps if `word` still is `value`. May return for no reason. */
+void Sleep(const std::atomic<uint32_t>& word, uint32_t value) noexcept {
+    (void)syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, nullptr);
+}
+
+/** Only the address counts: there may be no object any more by the time of the call. */
+void Wake(const std::atomic<uint32_t>* word, int32_t threads) noexcept {
+    (void)syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, threads);
+}
+
+constexpr uint32_t freeMutex = 0;
+constexpr uint32_t heldMutex = 1;
+constexpr uint32_t contendedMutex = 2; // held, and someone may sleep
+
+} // namespace
+
+struct Mutex {
+    std::atomic<uint32_t> state = freeMutex;
+};
+
+struct Semaphore {
+    std::atomic<uint32_t> count = 0;
+};
+
+void CloseObject::operator()(Mutex* mutex) const noexcept {
+    delete mutex;
+}
+
+void CloseObject::operator()(Semaphore* semaphore) const noexcept {
+    delete semaphore;
+}
+
+OwnedMutex MakeMutex(const SecurityAttributes* /*security*/) noexcept {
+    return OwnedMutex(new (std::nothrow) Mutex);
+}
+
+void Lock(Mutex& mutex) noexcept {
+    uint32_t expected = freeMutex;
+    if (mutex.state.compare_exchange_strong(expected, heldMutex, std::memory_order_acquire,
+                                            std::memory_order_relaxed)) {
+        return;
+    }
+    // Who has slept cannot tell whether others still do, and takes the mutex as contended.
+    while (mutex.state.exchange(contendedMutex, std::memory_order_acquire) != freeMutex) {
+        Sleep(mutex.state, contendedMutex);
+    }
+}
+
+void Unlock(Mutex& mutex) noexcept {
+    const auto* state = &mutex.state;
+    if (mutex.state.exchange(freeMutex, std::memory_order_release) == contendedMutex) {
+        Wake(state, 1);
+    }
+}
+
+OwnedSemaphore MakeSemaphore(int32_t /*maximum*/, const SecurityAttributes* /*security*/) noexcept {
+    return OwnedSemaphore(new (std::nothrow) Semaphore);
+}
+
+void Wait(Semaphore& semaphore) noexcept {
+    uint32_t count = semaphore.count.load(std::memory_order_relaxed);
+    for (;;) {
+        if (count == 0) {
+            Sleep(semaphore.count, 0);
+            count = semaphore.count.load(std::memory_order_relaxed);
+        } else if (semaphore.count.compare_exchange_weak(count, count - 1, std::memory_order_acquire,
+                                                         std::memory_order_relaxed)) {
+            return;
+        }
+    }
+}
+
+void Release(Semaphore& semaphore, int32_t count) noexcept {
+    const auto* word = &semaphore.count;
+    semaphore.count.fetch_add(static_cast<uint32_t>(count), std::memory_order_release);
+    Wake(word, count);
+}
+
+} // namespace updkrx::os

@@ -1,0 +1,85 @@
+#include "patch/patch_config.h"
+
+#include "common/ascii_text.h"
+#include "common/bounded_text.h"
+#include "foundation/debug_log.h"
+#include "foundation/ini_file.h"
+#include "patch/program_folder.h"
+
+namespace updkrx {
+namespace {
+
+constexpr size_t valueSize = 4096; // more than the store's lines can hold
+
+bool ReadValue(const IniFile& file, const char* key, char (&value)[valueSize]) {
+    int size = sizeof value;
+    return file.GetValue("Config", key, value, &size) == IDD_ERR_ZERO;
+}
+
+/** ReadValue for a key whose absence is logged. */
+bool ReadExpectedValue(const IniFile& file, const char* key, char (&value)[valueSize]) {
+    const bool found = ReadValue(file, key, value);
+    if (!found) {
+        DebugLog(level::progress, "Cannot get the value in configuration file. (Config:%s)", key);
+    }
+    return found;
+}
+
+} // namespace
+
+int SplitCommaList(std::vector<std::string>& list, std::string_view text) {
+    while (!text.empty()) {
+        const size_t comma = text.find(',');
+        list.emplace_back(text.substr(0, comma));
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+    }
+    return 0;
+}
+
+STATUS ReadPatchConfig(PatchRunContext& context) {
+    char folder[programFolderSize];
+    if (!GetProgramFolder(folder)) {
+        return 1;
+    }
+    constexpr char fileName[] = "/krxpatch.ini";
+    char path[sizeof folder + sizeof fileName];
+    bq_snprintf(path, sizeof path, "%s%s", folder, fileName);
+    IniFile file;
+    if (file.Load(path) != IDD_ERR_ZERO) {
+        DebugLog(level::progress, "Cannot open the file. (%s)", path);
+        return 1;
+    }
+
+    char value[valueSize];
+    if (!ReadExpectedValue(file, "Files", value)) {
+        return 1;
+    }
+    SplitCommaList(context.fileList, value);
+
+    if (!ReadExpectedValue(file, "BuildNumber", value)) {
+        return 1;
+    }
+    context.patchBuild = NumberOf(value);
+
+    if (ReadExpectedValue(file, "Databases", value)) {
+        SplitCommaList(context.databaseList, value);
+    }
+
+    context.updateExtension = 0;
+    if (!ReadValue(file, "UpdateExt", value)) {
+        DebugLog(level::progress, "Needn't update extesion manager.");
+    } else if (NumberOf(value) != 0) {
+        context.updateExtension = 1;
+    }
+
+    context.skipDbSign = 0;
+    if (ReadValue(file, "SkipDbSign", value) && NumberOf(value) != 0) {
+        context.skipDbSign = 1;
+        DebugLog(level::progress, "Database signing will be skiped.");
+    }
+
+    DebugLog(level::progress, "The build number in patch configuration is %d", context.patchBuild);
+    return 0;
+}
+
+} // namespace updkrx

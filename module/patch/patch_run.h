@@ -1,0 +1,16 @@
+// The run book: what the upgrade does, in which order, and what ends it early.
+#pragma once
+
+#include "foundation/notes_api.h"
+#include "foundation/patch_run_context.h"
+
+namespace updkrx {
+
+/** One whole run. It reports to the debug log only. */
+void RunPatch();
+
+/** Brings the databases up to the patch's build. Returns 0 when that went through or there was nothing to do, 1 when
+ *  the newest program folder is unknown. */
+STATUS ProcessDatabases(PatchRunContext& context);
+
+} // namespace updkrx

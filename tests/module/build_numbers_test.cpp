@@ -1,0 +1,209 @@
+#include "patch/build_numbers.h"
+
+#include <algorithm>
+#include <set>
+#include <string>
+
+#include "foundation/notes_text.h"
+#include "foundation/product_databases.h"
+#include "support/server_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class BuildNumbersTest : public test::ServerFixture {
+protected:
+    void SetUp() override {
+        ServerFixture::SetUp();
+        SwitchLogOn();
+        GetStatusText(ERR_NOACCESS, noAccess, sizeof noAccess);
+    }
+
+    PatchRunContext context;
+    char noAccess[256];
+};
+
+Texts Builds(int32_t running, int32_t database) {
+    return {"[1]The running KRX build is " + std::to_string(running),
+            "[1]The running KRX database build is " + std::to_string(database)};
+}
+
+TEST_F(BuildNumbersTest, ReadsTheBuildOfTheDatabases) {
+    const struct {
+        const char* what;
+        std::string notes;
+        int32_t build;
+    } cases[] = {
+        {"a build", HelpNote("5.8.0.3001"), 3001},
+        {"no dot", HelpNote("3001"), 0},
+        {"no number behind the dot", HelpNote("5.8.0.x"), 0},
+        {"a dot at the end", HelpNote("5.8.0."), 0},
+        {"15 characters", HelpNote("5.8.0.123456789"), 123456789},
+        {"16 characters", HelpNote("5.8.0.1234567890"), 123456789},
+        {"no help note", "<document form='A'><item name='BuildNumber'><text>5.8.0.1</text></item></document>", 0},
+        {"no item", "<note class='helpusingdocument'/>", 0},
+        {"an empty item beside it", HelpNote("5.8.0.3001") + HelpNote(""), 3001},
+        {"an empty item before it", HelpNote("") + HelpNote("5.8.0.3001"), 3001},
+    };
+    for (const auto& [what, notes, build] : cases) {
+        SCOPED_TRACE(what);
+        MakeDatabase("krx/krmsg.nsf", notes);
+        context = {};
+        EXPECT_EQ(GetRunningBuild(context), 0);
+        EXPECT_EQ(context.runningBuild, 3050);
+        EXPECT_EQ(context.databaseBuild, build);
+        std::filesystem::remove(Data() / "krx/krmsg.nsf");
+    }
+}
+
+TEST_F(BuildNumbersTest, CountsAnUnreadableDatabaseAsZero) {
+    context.databaseBuild = 7;
+    EXPECT_EQ(GetRunningBuild(context), 0);
+    EXPECT_EQ(context.databaseBuild, 0);
+    EXPECT_EQ(LogMessages(), Builds(3050, 0));
+
+    MakeDatabase("krx/krmsg.nsf", HelpNote("5.8.0.3001"));
+    ASSERT_EQ(EmbFaultArm("NSFSearch", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(GetRunningBuild(context), 0);
+    EXPECT_EQ(context.databaseBuild, 0);
+    EXPECT_EQ(LogMessages().at(2), "[1]Error: Get build number failed");
+    EXPECT_EQ(ServerLogCount(noAccess), 0);
+
+    ASSERT_EQ(EmbFaultArm("NSFNoteOpen", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(GetRunningBuild(context), 0);
+    EXPECT_EQ(context.databaseBuild, 0);
+    EXPECT_EQ(ServerLogCount(noAccess), 1) << "a note that cannot be opened is told to the server's log";
+}
+
+TEST_F(BuildNumbersTest, ReadsTheInstalledBuildFromTheFolder) {
+    const struct {
+        const char* folder;
+        STATUS result;
+        int32_t build;
+    } cases[] = {
+        {"V6.0.0.4001", 0, 4001},
+        {"V7.0.0.12b", 0, 12},
+        {"V8.", 0, 0},
+    };
+    for (const auto& [folder, result, build] : cases) {
+        SCOPED_TRACE(folder);
+        std::filesystem::create_directory(Server() / "install/program" / folder);
+        EXPECT_EQ(GetRunningBuild(context), result);
+        EXPECT_EQ(context.runningBuild, build);
+    }
+}
+
+TEST_F(BuildNumbersTest, NeedsAFolderWithADot) {
+    std::filesystem::create_directory(Server() / "install/program/V9");
+    EXPECT_EQ(GetRunningBuild(context), 1);
+    SetEnvironment("VarnholtInstallPath", nullptr);
+    EXPECT_EQ(GetRunningBuild(context), 1);
+    EXPECT_EQ(LogMessages(), (Texts{"[1]Cannot get the build number from path.", "[1]Cannot get the latest path!"}));
+}
+
+TEST_F(BuildNumbersTest, StampsTheHelpNotesOfEveryProductDatabaseAndNothingElse) {
+    const std::string neighbours =
+        "<note class='helpaboutdocument'><item name='BuildNumber'><text>about</text></item></note>"
+        "<document form='A'><item name='BuildNumber'><text>document</text></item></document>";
+    MakeDatabase("krx/krconf.nsf", HelpNote("5.8.0.3001") + HelpNote("a second") + neighbours);
+    MakeDatabase("krx/krlists.nsf", "<note class='helpusingdocument'/>" + neighbours);
+    MakeDatabase("krx/krmsg.nsf", neighbours);
+    MakeDatabase("krx/other.nsf", HelpNote("5.8.0.3001"));
+    std::string conf = ExportDatabase("krx/krconf.nsf");
+    const std::string message = ExportDatabase("krx/krmsg.nsf");
+    const std::string other = ExportDatabase("krx/other.nsf");
+
+    SetBuildText(3050);
+    EXPECT_EQ(SetBuildNumberOfAllDatabases(), 0);
+
+    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), (Texts{"5.8.0.3050", "5.8.0.3050"}));
+    EXPECT_EQ(HelpItems("krx/krlists.nsf", "BuildNumber"), Texts{"5.8.0.3050"});
+    for (const std::string old : {"5.8.0.3001", "a second"}) {
+        conf.replace(conf.find(old), old.size(), "5.8.0.3050");
+    }
+    EXPECT_EQ(ExportDatabase("krx/krconf.nsf"), conf);
+    EXPECT_EQ(ExportDatabase("krx/krmsg.nsf"), message);
+    EXPECT_EQ(ExportDatabase("krx/other.nsf"), other);
+    const std::string stamped = "[1]Set the build number to '5.8.0.3050'";
+    EXPECT_EQ(LogMessages(),
+              (Texts{"[1]Info: Begin process databases.", "[1]Info: start to set build number -'krx/krconf.nsf'.\n",
+                     stamped, stamped, "[1]Info: start to set build number -'krx/krmsg.nsf'.\n",
+                     "[1]Info: start to set build number -'krx/krlists.nsf'.\n", stamped,
+                     "[1]Info: Have processed all KRX databases."}));
+}
+
+TEST_F(BuildNumbersTest, GoesOnWhenANoteOrASearchFails) {
+    SetBuildText(3050);
+    for (const char* operation : {"NSFNoteOpen", "NSFItemSetText", "NSFNoteUpdate"}) {
+        SCOPED_TRACE(operation);
+        MakeDatabase("krx/krconf.nsf", HelpNote("old") + HelpNote("old"));
+        const int logged = ServerLogCount(noAccess);
+        ASSERT_EQ(EmbFaultArm(operation, 1, ERR_NOACCESS, 0), NOERROR);
+        StampBuildNumber("krx/krconf.nsf");
+        Texts items = HelpItems("krx/krconf.nsf", "BuildNumber");
+        std::sort(items.begin(), items.end());
+        EXPECT_EQ(items, (Texts{"5.8.0.3050", "old"})) << "one failed, the other is stamped";
+        EXPECT_EQ(ServerLogCount(noAccess), logged + 1);
+        std::filesystem::remove(Data() / "krx/krconf.nsf");
+    }
+
+    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
+    const int logged = ServerLogCount(noAccess);
+    ASSERT_EQ(EmbFaultArm("NSFSearch", 1, ERR_NOACCESS, 0), NOERROR);
+    StampBuildNumber("krx/krconf.nsf");
+    EXPECT_EQ(LogMessages().back(), "[1]Error: Set build number failed -'krx/krconf.nsf'.\n");
+    EXPECT_EQ(ServerLogCount(noAccess), logged);
+}
+
+TEST_F(BuildNumbersTest, StampsANoteThatIsDeliveredTwice) {
+    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
+    EmbSetRedelivery(1);
+    SetBuildText(-3);
+    StampBuildNumber("krx/krconf.nsf");
+    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), Texts{"5.8.0.-3"});
+}
+
+TEST_F(BuildNumbersTest, OverridesWhoSavedTheNoteMeanwhile) {
+    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
+    SetBuildText(3050);
+    // Just before the note is written, somebody else writes it.
+    const auto intrude = [](void* done, const char* operation) {
+        bool& intruded = *static_cast<bool*>(done);
+        if (!intruded && operation == std::string_view("NSFNoteUpdate")) {
+            intruded = true;
+            StampBuildNumber("krx/krconf.nsf");
+        }
+    };
+    bool intruded = false;
+    EmbCallHookSet(intrude, &intruded);
+    StampBuildNumber("krx/krconf.nsf");
+    EmbCallHookSet(nullptr, nullptr);
+    EXPECT_TRUE(intruded);
+    char conflict[256];
+    GetStatusText(EMB_ERR_CONFLICT, conflict, sizeof conflict);
+    EXPECT_EQ(ServerLogCount(conflict), 0);
+    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), Texts{"5.8.0.3050"});
+}
+
+TEST(ProductDatabaseTable, NamesEachDatabaseOnceAndATemplateAfterIt) {
+    std::set<std::string> names;
+    int templates = 0;
+    int flags = 0;
+    for (const ProductDatabase& product : ProductDatabases) {
+        const std::string name = product.databaseName;
+        names.insert(name);
+        flags += product.flag;
+        if (product.templateName != nullptr) {
+            ++templates;
+            EXPECT_EQ(product.templateName, name.substr(0, name.size() - 4) + ".ntf");
+        }
+    }
+    EXPECT_EQ(names.size(), 11U);
+    EXPECT_EQ(templates, 7);
+    EXPECT_EQ(flags, 9);
+}
+
+} // namespace
+} // namespace updkrx

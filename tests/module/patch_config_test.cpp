@@ -1,0 +1,140 @@
+#include "patch/patch_config.h"
+
+#include "support/server_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Items = std::vector<std::string>;
+
+TEST(CommaList, KeepsItemsAsTheyAreWritten) {
+    const struct {
+        const char* text;
+        Items items;
+    } cases[] = {
+        {"", {}},
+        {",", {""}},
+        {",,", {"", ""}},
+        {"a", {"a"}},
+        {"a,b", {"a", "b"}},
+        {"a,b,", {"a", "b"}},
+        {"a,,b", {"a", "", "b"}},
+        {",a", {"", "a"}},
+        {"a, b ,\"c,d\"", {"a", " b ", "\"c", "d\""}},
+        {"a,a", {"a", "a"}},
+    };
+    for (const auto& [text, items] : cases) {
+        Items list = {"first"};
+        EXPECT_EQ(SplitCommaList(list, text), 0);
+        Items expected = {"first"};
+        expected.insert(expected.end(), items.begin(), items.end());
+        EXPECT_EQ(list, expected) << text;
+    }
+}
+
+class PatchConfigTest : public test::ServerFixture {
+protected:
+    void SetUp() override {
+        ServerFixture::SetUp();
+        SwitchLogOn();
+    }
+
+    STATUS Read(std::string_view content) {
+        test::WriteFile(ProgramFolder() / "krxpatch.ini", content);
+        std::filesystem::remove_all(Data() / "krxtemp");
+        std::filesystem::create_directory(Data() / "krxtemp");
+        context = {};
+        return ReadPatchConfig(context);
+    }
+
+    PatchRunContext context;
+};
+
+constexpr const char* noDatabases = "[1]Cannot get the value in configuration file. (Config:Databases)";
+constexpr const char* noExtension = "[1]Needn't update extesion manager.";
+constexpr const char* noSigning = "[1]Database signing will be skiped.";
+
+std::string Build(int32_t number) {
+    return "[1]The build number in patch configuration is " + std::to_string(number);
+}
+
+TEST_F(PatchConfigTest, ReadsEveryKey) {
+    ASSERT_EQ(Read("[config]\r\nfiles=x.dll,y.exe,\r\nBuildNumber=3050\r\nDatabases=krconf.ntf,, krency.nsf\r\n"
+                   "UpdateExt=1\r\nSkipDbSign=2\r\n"),
+              0);
+    EXPECT_EQ(context.fileList, (Items{"x.dll", "y.exe"}));
+    EXPECT_EQ(context.patchBuild, 3050);
+    EXPECT_EQ(context.databaseList, (Items{"krconf.ntf", "", " krency.nsf"}));
+    EXPECT_EQ(context.updateExtension, 1);
+    EXPECT_EQ(context.skipDbSign, 1);
+    EXPECT_EQ(LogMessages(), (Items{noSigning, Build(3050)}));
+}
+
+TEST_F(PatchConfigTest, ReadsNumbersAndFlags) {
+    const struct {
+        const char* build;
+        const char* extension;
+        const char* skip;
+        int32_t patchBuild;
+        int32_t updateExtension;
+        int32_t skipDbSign;
+    } cases[] = {
+        {"3050beta", "0", "0", 3050, 0, 0},
+        {"beta", "no", "yes", 0, 0, 0},
+        {"", "", "", 0, 0, 0},
+        {" 3050", " 1", " 1", 3050, 1, 1},
+        {"-1", "-1", "-1", -1, 1, 1},
+        {"99999999999", "2", "1x", 2147483647, 1, 1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.build);
+        ASSERT_EQ(Read(std::string("[Config]\nFiles=\nDatabases=\nBuildNumber=") + row.build +
+                       "\nUpdateExt=" + row.extension + "\nSkipDbSign=" + row.skip + "\n"),
+                  0);
+        EXPECT_EQ(context.patchBuild, row.patchBuild);
+        EXPECT_EQ(context.updateExtension, row.updateExtension);
+        EXPECT_EQ(context.skipDbSign, row.skipDbSign);
+        EXPECT_TRUE(context.fileList.empty());
+        EXPECT_TRUE(context.databaseList.empty());
+        EXPECT_EQ(LogMessages(),
+                  row.skipDbSign != 0 ? (Items{noSigning, Build(row.patchBuild)}) : (Items{Build(row.patchBuild)}));
+    }
+}
+
+TEST_F(PatchConfigTest, NeedsTwoKeys) {
+    const Items noFiles = {"[1]Cannot get the value in configuration file. (Config:Files)"};
+    const Items noBuild = {"[1]Cannot get the value in configuration file. (Config:BuildNumber)"};
+    const struct {
+        const char* content;
+        STATUS result;
+        Items messages;
+    } cases[] = {
+        {"", 1, noFiles},
+        {"[Other]\nFiles=a\nBuildNumber=1\n", 1, noFiles},
+        {"[Config]\nBuildNumber=1\n", 1, noFiles},
+        {"[Config]\nFiles =a\nBuildNumber=1\n", 1, noFiles},
+        {"[Config]\nFiles=a\nDatabases=b\nSkipDbSign=1\n", 1, noBuild},
+        {"[Config]\nFiles=a\nBuildNumber=1\n", 0, {noDatabases, noExtension, Build(1)}},
+        {"[Config]\nFiles=a\nBuildNumber=1\nDatabases=b\n", 0, {noExtension, Build(1)}},
+    };
+    for (const auto& [content, result, messages] : cases) {
+        SCOPED_TRACE(content);
+        EXPECT_EQ(Read(content), result);
+        EXPECT_EQ(LogMessages(), messages);
+    }
+}
+
+TEST_F(PatchConfigTest, NamesTheFileThatItCannotOpen) {
+    EXPECT_EQ(ReadPatchConfig(context), 1);
+    EXPECT_EQ(LogMessages(), (Items{"[1]Cannot open the file. (" + (Server() / "install").string() +
+                                    "\\program\\V5.8.0.3050/krxpatch.ini)"}));
+}
+
+TEST_F(PatchConfigTest, NeedsAProgramFolder) {
+    SetEnvironment("VarnholtInstallPath", nullptr);
+    EXPECT_EQ(ReadPatchConfig(context), 1);
+    EXPECT_EQ(LogMessages(), Items{"[1]Cannot get the latest path!"});
+}
+
+} // namespace
+} // namespace updkrx
