@@ -1,0 +1,53 @@
+// The commands of krxpatch, one file each. They print to standard output and return the exit code, or throw Failure.
+#pragma once
+
+#include <filesystem>
+
+#include "failure.h"
+
+namespace krxpatch {
+
+struct SandboxOptions {
+    std::filesystem::path folder;
+    std::filesystem::path samples; // what is laid out
+};
+
+/** Lays out the sample server in a folder that is new or empty. The folder takes its place whole or not at all. */
+[[nodiscard]] ExitCode Sandbox(const SandboxOptions& options);
+
+struct RunOptions {
+    std::filesystem::path server;
+    std::filesystem::path module;
+    bool realTime = false; // keep the pauses
+};
+
+/** Upgrades a server: shows the module's steps as they happen, then what became of each database. */
+[[nodiscard]] ExitCode Run(const RunOptions& options);
+
+struct StatusOptions {
+    std::filesystem::path server;
+    bool json = false;
+};
+
+/** Tells what a server carries, and writes nothing below its folder. Fails when something could not be read. */
+[[nodiscard]] ExitCode Status(const StatusOptions& options);
+
+struct ImportOptions {
+    std::filesystem::path database;
+    std::filesystem::path dxl;
+    bool force = false; // replace an existing database
+};
+
+/** Makes a database from DXL; a bad file leaves nothing behind. */
+[[nodiscard]] ExitCode Import(const ImportOptions& options);
+
+struct ExportOptions {
+    std::filesystem::path database;
+    std::filesystem::path dxl; // empty: standard output
+    bool stable = false;       // only what two equal upgrades have in common
+};
+
+/** Writes a database as DXL and leaves it as it is. */
+[[nodiscard]] ExitCode Export(const ExportOptions& options);
+
+} // namespace krxpatch

@@ -1,0 +1,177 @@
+#include "database_report.h"
+
+#include <algorithm>
+#include <exception>
+#include <functional>
+
+#include "common/ascii_text.h"
+#include "embedded_notes.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/notes_text.h"
+#include "foundation/product_databases.h"
+#include "text_table.h"
+
+namespace krxpatch {
+namespace {
+
+constexpr WORD textSize = 1024;
+
+// A replication note belongs to the server's settings and not to the design that is signed.
+constexpr WORD designClasses = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA;
+
+using NoteVisitor = std::function<void(NOTEHANDLE note, WORD noteClass)>;
+
+struct Visit {
+    DBHANDLE database;
+    const NoteVisitor& visitor;
+    std::exception_ptr exception; // none may cross the search
+};
+
+STATUS LNCALLBACK VisitNote(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+    Visit& visit = *static_cast<Visit*>(parameter);
+    const SEARCH_MATCH found = updkrx::CopyMatch(match);
+    if (!updkrx::IsMatch(found)) {
+        return NOERROR;
+    }
+    updkrx::ScopedNote note;
+    if (const STATUS status = NSFNoteOpen(visit.database, found.ID.NoteID, 0, note.Out()); status != NOERROR) {
+        return status;
+    }
+    try {
+        visit.visitor(note.Get(), found.NoteClass);
+        return NOERROR;
+    } catch (...) {
+        visit.exception = std::current_exception();
+        return ERR_MEMORY; // ends the search
+    }
+}
+
+STATUS VisitNotes(DBHANDLE database, WORD classMask, const NoteVisitor& visitor) {
+    Visit visit = {database, visitor, nullptr};
+    const STATUS status = updkrx::SearchNotes(database, NULLHANDLE, classMask, VisitNote, &visit);
+    if (visit.exception) {
+        std::rethrow_exception(visit.exception);
+    }
+    return status;
+}
+
+std::string ToLmbcs(const std::string& text) {
+    char lmbcs[textSize];
+    updkrx::ToLmbcs(text.c_str(), lmbcs, sizeof lmbcs);
+    return lmbcs;
+}
+
+/** In the native character set, up to its first line break. */
+std::string ItemText(NOTEHANDLE note, const char* item) {
+    char lmbcs[textSize];
+    updkrx::GetItemText(note, item, lmbcs, sizeof lmbcs);
+    char native[4 * textSize];
+    updkrx::ToNative(lmbcs, native, sizeof native);
+    return native;
+}
+
+bool HasItem(NOTEHANDLE note, std::string_view item) {
+    return NSFItemInfo(note, item.data(), static_cast<WORD>(item.size()), nullptr, nullptr, nullptr, nullptr) ==
+           NOERROR;
+}
+
+std::string StatusText(STATUS status) {
+    char text[textSize];
+    updkrx::GetStatusText(status, text, sizeof text);
+    return text[0] != '\0' ? text : "status " + std::to_string(status & ERR_MASK);
+}
+
+std::string ReadTitle(const std::string& path) {
+    char title[textSize];
+    (void)EmbDatabaseTitle(path.c_str(), title, sizeof title); // the length of the whole title
+    return title;
+}
+
+STATUS ReadOpenDatabase(DBHANDLE database, DatabaseReport& report) {
+    DBREPLICAINFO info = {};
+    const STATUS status = NSFDbReplicaInfoGet(database, &info);
+    if (status != NOERROR) {
+        return status;
+    }
+    report.designHidden = (info.Flags & REPLFLG_HIDDEN_DESIGN) != 0;
+    return VisitNotes(database, NOTE_CLASS_ALLNONDATA, [&](NOTEHANDLE note, WORD noteClass) {
+        if ((noteClass & NOTE_CLASS_HELP) != 0) {
+            report.builds.push_back(ItemText(note, "BuildNumber"));
+        }
+        if ((noteClass & NOTE_CLASS_REPLFORMULA) != 0) {
+            report.replication.push_back(ItemText(note, "$TITLE"));
+        }
+        if ((noteClass & designClasses) != 0) {
+            ++report.designNotes;
+            report.signedNotes += HasItem(note, "$Signature");
+        }
+    });
+}
+
+/** The number after the last "." of a build text; 0 when there is none. */
+int32_t BuildNumber(const std::string& text) {
+    const size_t dot = text.rfind('.');
+    return dot == std::string::npos ? 0 : updkrx::NumberOf(text.substr(dot + 1));
+}
+
+bool IsProductDatabase(const std::string& name) {
+    return std::any_of(updkrx::ProductDatabases.begin(), updkrx::ProductDatabases.end(),
+                       [&](const updkrx::ProductDatabase& product) { return name == product.databaseName; });
+}
+
+} // namespace
+
+DatabaseReport ReadDatabase(const std::string& name) {
+    DatabaseReport report;
+    report.name = name;
+    const std::string path = "krx/" + name;
+    report.offline = EmbIsOffline(path.c_str()) != 0;
+    updkrx::ScopedDatabase database;
+    STATUS status = NSFDbOpen(ToLmbcs(path).c_str(), database.Out());
+    if (status == NOERROR) {
+        report.title = ReadTitle(path);
+        status = ReadOpenDatabase(database.Get(), report);
+    }
+    if (status != NOERROR) {
+        report.error = StatusText(status);
+    }
+    return report;
+}
+
+std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names) {
+    std::vector<DatabaseReport> reports;
+    for (const std::string& name : names) {
+        reports.push_back(ReadDatabase(name));
+    }
+    return reports;
+}
+
+std::string BuildsOf(const DatabaseReport& report) {
+    if (!report.error.empty()) {
+        return "unknown";
+    }
+    std::vector<std::string> builds = report.builds;
+    std::replace(builds.begin(), builds.end(), std::string(), std::string("none"));
+    builds.erase(std::unique(builds.begin(), builds.end()), builds.end());
+    return builds.empty() ? "none" : Join(builds);
+}
+
+UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_t build) {
+    UpgradeState state;
+    for (const DatabaseReport& report : reports) {
+        if (!IsProductDatabase(report.name)) {
+            continue;
+        }
+        ++state.databases;
+        if (!report.error.empty()) {
+            state.behind.push_back(report.name + " (" + report.error + ")");
+        } else if (std::any_of(report.builds.begin(), report.builds.end(),
+                               [&](const std::string& text) { return BuildNumber(text) < build; })) {
+            state.behind.push_back(report.name + " (" + BuildsOf(report) + ")");
+        }
+    }
+    return state;
+}
+
+} // namespace krxpatch

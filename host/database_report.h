@@ -1,0 +1,43 @@
+// The facts of one database that an upgrade changes, read through the Notes API.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace krxpatch {
+
+struct DatabaseReport {
+    std::string name;  // of the file in the product folder
+    std::string error; // why it could not be read, empty when it could; what follows then means nothing
+    bool offline = false;
+    std::string title;
+    std::vector<std::string> builds; // the build text of each help note, empty where the note has none
+    bool designHidden = false;
+    size_t designNotes = 0;
+    size_t signedNotes = 0;               // of the design notes
+    std::vector<std::string> replication; // the title of each replication note
+};
+
+/** Needs a session; opens the database for the length of the call. */
+[[nodiscard]] DatabaseReport ReadDatabase(const std::string& name);
+
+[[nodiscard]] std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names);
+
+/** The builds of a database in one text: "none" when it has no help note. */
+[[nodiscard]] std::string BuildsOf(const DatabaseReport& report);
+
+/** How far the product's databases, those of its table that are there, have come. */
+struct UpgradeState {
+    size_t databases = 0;
+    std::vector<std::string> behind; // "NAME (what it carries or why it cannot be read)" of those below the build
+
+    [[nodiscard]] bool Reached() const noexcept { return databases > 0 && behind.empty(); }
+};
+
+/** A database reaches a build when each of its help notes carries it or a later one; one without a help note has
+ *  nowhere to carry it and is not held back by that. */
+[[nodiscard]] UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_t build);
+
+} // namespace krxpatch

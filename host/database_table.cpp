@@ -1,0 +1,53 @@
+#include "database_table.h"
+
+#include <algorithm>
+
+#include "text_table.h"
+
+namespace krxpatch {
+namespace {
+
+using Row = std::vector<std::string>;
+
+/** The columns behind the builds; of a database that could not be read, the cause. */
+const Row factTitles = {"OFFLINE", "DESIGN", "SIGNED", "TITLE", "REPLICATION NOTE"};
+
+Row FactsOf(const DatabaseReport& report) {
+    if (!report.error.empty()) {
+        return {report.offline ? "yes" : "no", "-", "-", "(" + report.error + ")"};
+    }
+    return {report.offline ? "yes" : "no", report.designHidden ? "hidden" : "open",
+            std::to_string(report.signedNotes) + " of " + std::to_string(report.designNotes), report.title,
+            report.replication.empty() ? "none" : Join(report.replication)};
+}
+
+Row operator+(Row left, const Row& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+std::string BuildBefore(const std::vector<DatabaseReport>& before, const std::string& name) {
+    const auto found =
+        std::find_if(before.begin(), before.end(), [&](const DatabaseReport& report) { return report.name == name; });
+    return found == before.end() ? "(new)" : BuildsOf(*found);
+}
+
+} // namespace
+
+std::string FormatDatabases(const std::vector<DatabaseReport>& reports) {
+    std::vector<Row> rows = {Row{"DATABASE", "BUILD"} + factTitles};
+    for (const DatabaseReport& report : reports) {
+        rows.push_back(Row{report.name, BuildsOf(report)} + FactsOf(report));
+    }
+    return FormatTable(rows);
+}
+
+std::string FormatDatabases(const std::vector<DatabaseReport>& before, const std::vector<DatabaseReport>& after) {
+    std::vector<Row> rows = {Row{"DATABASE", "BUILD BEFORE", "BUILD AFTER"} + factTitles};
+    for (const DatabaseReport& report : after) {
+        rows.push_back(Row{report.name, BuildBefore(before, report.name), BuildsOf(report)} + FactsOf(report));
+    }
+    return FormatTable(rows);
+}
+
+} // namespace krxpatch

@@ -1,0 +1,115 @@
+// krxpatch: the command line. Nothing is touched before the whole of it is understood.
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "platform.h"
+
+namespace krxpatch {
+namespace {
+
+const CLI::Validator
+    notEmpty([](const std::string& text) { return text.empty() ? std::string("must not be empty") : std::string(); },
+             "");
+
+CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::string& description) {
+    CLI::App* command = program.add_subcommand(name, description);
+    command->set_help_flag("--help", "Print this help and exit");
+    return command;
+}
+
+CLI::Option* AddPath(CLI::App* command, const std::string& name, std::filesystem::path& path, const std::string& kind,
+                     const std::string& description) {
+    return command->add_option(name, path, description)->type_name(kind)->check(notEmpty);
+}
+
+/** A switch, which takes no value. */
+void AddSwitch(CLI::App* command, const std::string& name, bool& on, const std::string& description) {
+    command->add_flag(name, on, description)->disable_flag_override();
+}
+
+ExitCode ParseAndRun(int argc, const char* const* argv) {
+    CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
+    program.set_help_flag("--help", "Print this help and exit");
+    program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
+    program.require_subcommand(0, 1); // an unknown word is reported as such before a missing command is
+    program.footer("Exit codes: 0 done, 1 not done or not wholly, 2 could not start.\n"
+                   "krxpatch COMMAND --help tells more about a command.");
+
+    SandboxOptions sandboxOptions{.folder = {}, .samples = KRXPATCH_SAMPLES};
+    CLI::App* sandbox = AddCommand(program, "sandbox", "Lay out the sample server in a new or empty folder");
+    AddPath(sandbox, "DIR", sandboxOptions.folder, "", "The folder")->required();
+    AddPath(sandbox, "--samples", sandboxOptions.samples, "FOLDER", "What to lay out instead of the sample server");
+
+    RunOptions runOptions{.server = {}, .module = platform::ExecutableFolder() / platform::moduleFile};
+    CLI::App* run = AddCommand(program, "run", "Upgrade a server, and show each step and the outcome");
+    AddPath(run, "--server", runOptions.server, "DIR", "The server folder, which holds notes.ini")->required();
+    AddPath(run, "--module", runOptions.module, "FILE", "The upgrade module, instead of the one beside this program");
+    AddSwitch(run, "--real-time", runOptions.realTime, "Keep the pauses, which are skipped otherwise");
+
+    StatusOptions statusOptions;
+    CLI::App* status = AddCommand(program, "status", "Tell what a server carries; writes nothing");
+    AddPath(status, "--server", statusOptions.server, "DIR", "The server folder, which holds notes.ini")->required();
+    AddSwitch(status, "--json", statusOptions.json, "Print JSON");
+
+    ImportOptions importOptions;
+    CLI::App* import = AddCommand(program, "import", "Make a database from DXL");
+    AddPath(import, "DB", importOptions.database, "", "The database file to make")->required();
+    AddPath(import, "FILE.dxl", importOptions.dxl, "", "The DXL file")->required();
+    AddSwitch(import, "--force", importOptions.force, "Replace an existing database");
+
+    ExportOptions exportOptions;
+    CLI::App* dxlExport = AddCommand(program, "export", "Write a database as DXL");
+    AddPath(dxlExport, "DB", exportOptions.database, "", "The database file")->required();
+    AddPath(dxlExport, "FILE.dxl", exportOptions.dxl, "", "The DXL file to write; without it, standard output");
+    AddSwitch(dxlExport, "--stable", exportOptions.stable,
+              "Leave out note IDs, sequence numbers, times and signature values");
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& helpOrVersion) {
+        program.exit(helpOrVersion);
+        return succeeded;
+    } catch (const CLI::ParseError& error) {
+        throw Failure(notStarted, std::string(error.what()) + " (krxpatch --help tells more)");
+    }
+    if (program.get_subcommands().empty()) {
+        throw Failure(notStarted, "a command is missing (krxpatch --help tells more)");
+    }
+    if (sandbox->parsed()) {
+        return Sandbox(sandboxOptions);
+    }
+    if (run->parsed()) {
+        return Run(runOptions);
+    }
+    if (status->parsed()) {
+        return Status(statusOptions);
+    }
+    return import->parsed() ? Import(importOptions) : Export(exportOptions);
+}
+
+} // namespace
+} // namespace krxpatch
+
+int main(int argc, char** argv) {
+    using namespace krxpatch;
+    const auto report = [](ExitCode exitCode, const std::string& message) {
+        std::cerr << "krxpatch: " << message << '\n';
+        return exitCode;
+    };
+    try {
+        const ExitCode exitCode = ParseAndRun(argc, argv);
+        return std::cout.flush() ? exitCode : report(failed, "standard output: cannot be written");
+    } catch (const Failure& failure) {
+        std::cout.flush(); // what was done so far stands before the reason
+        return report(failure.Code(), failure.what());
+    } catch (const std::filesystem::filesystem_error& error) {
+        return report(failed, error.path1().string() + ": " + error.code().message());
+    } catch (const std::exception& error) {
+        return report(failed, error.what());
+    }
+}

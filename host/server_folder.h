@@ -1,0 +1,52 @@
+// A server folder: notes.ini, the data directory with the product's databases in krx/, and the installed program.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace krxpatch {
+
+/** A server folder with the process's Notes session on it, which ends with this object. */
+class ServerFolder {
+public:
+    enum class Access { readOnly, readWrite };
+
+    /** Throws Failure, as something that is missing, when there is no session to be had or no folder krx. */
+    ServerFolder(const std::filesystem::path& folder, Access access);
+    ~ServerFolder();
+    ServerFolder(const ServerFolder&) = delete;
+    ServerFolder& operator=(const ServerFolder&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
+    [[nodiscard]] std::filesystem::path IniFile() const { return path_ / "notes.ini"; }
+    /** As notes.ini says it, which may be relative. */
+    [[nodiscard]] const std::filesystem::path& DataDirectory() const noexcept { return dataDirectory_; }
+    [[nodiscard]] std::filesystem::path ProductFolder() const { return path_ / dataDirectory_ / "krx"; }
+    /** Where the module writes its log. */
+    [[nodiscard]] std::filesystem::path LogFolder() const { return path_ / dataDirectory_ / "krxtemp"; }
+
+    /** The names of the databases and templates in the product folder, sorted. */
+    [[nodiscard]] std::vector<std::string> DatabaseNames() const;
+
+private:
+    std::filesystem::path path_;
+    std::filesystem::path dataDirectory_;
+};
+
+/** What the newest program folder says. */
+struct PatchFacts {
+    std::optional<int32_t> installedBuild;
+    std::optional<int32_t> patchBuild;
+    std::string problem; // why one of them is missing: one line that names the file and the cause
+};
+
+/** Needs the session. */
+[[nodiscard]] PatchFacts ReadPatchFacts(const ServerFolder& server);
+
+/** A build number as the product writes it. */
+[[nodiscard]] std::string BuildText(int32_t build);
+
+} // namespace krxpatch

@@ -1,0 +1,61 @@
+#include "text_table.h"
+
+#include <algorithm>
+
+namespace krxpatch {
+namespace {
+
+/** In characters of UTF-8. */
+size_t WidthOf(std::string_view text) {
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
+}
+
+std::vector<size_t> ColumnWidths(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], WidthOf(row[i]));
+        }
+    }
+    return widths;
+}
+
+} // namespace
+
+std::string Join(const std::vector<std::string>& texts) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined += (joined.empty() ? "" : ", ") + text;
+    }
+    return joined;
+}
+
+std::string Printable(std::string_view text) {
+    std::string printable(text);
+    std::replace_if(
+        printable.begin(), printable.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    return printable;
+}
+
+std::string FormatTable(const std::vector<std::vector<std::string>>& rows) {
+    constexpr size_t gap = 2;
+    const std::vector<size_t> widths = ColumnWidths(rows);
+    std::string table;
+    for (const auto& row : rows) {
+        std::string line;
+        size_t owed = 0; // blanks before the next text, so that no line ends in blanks
+        for (size_t i = 0; i < row.size(); ++i) {
+            if (!row[i].empty()) {
+                line += std::string(owed, ' ') + Printable(row[i]);
+                owed = 0;
+            }
+            owed += widths[i] - WidthOf(row[i]) + gap;
+        }
+        table += line + '\n';
+    }
+    return table;
+}
+
+} // namespace krxpatch

@@ -1,0 +1,19 @@
+// Text for a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace krxpatch {
+
+/** The texts with ", " between them. */
+[[nodiscard]] std::string Join(const std::vector<std::string>& texts);
+
+/** The text with "?" for its control characters, which could change what a terminal shows. */
+[[nodiscard]] std::string Printable(std::string_view text);
+
+/** One line for each row, printable, with the columns aligned. */
+[[nodiscard]] std::string FormatTable(const std::vector<std::vector<std::string>>& rows);
+
+} // namespace krxpatch

@@ -1,0 +1,460 @@
+// krxpatch as an administrator meets it: the built program, what it prints and what it exits with.
+#include <map>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "embedded_notes.h"
+#include "host/child_process.h"
+#include "support/temporary_folder.h"
+
+namespace krxpatch::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+using testing::AssertionFailure;
+using testing::AssertionResult;
+using testing::AssertionSuccess;
+using updkrx::test::ReadFile;
+using updkrx::test::WriteFile;
+
+struct Entry {
+    std::string content;
+    fs::file_time_type time;
+
+    bool operator==(const Entry&) const = default;
+};
+
+/** Every file and folder below a folder, with its content and time. */
+std::map<std::string, Entry> Snapshot(const fs::path& folder) {
+    std::map<std::string, Entry> entries;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        entries[entry.path().string()] = {entry.is_directory() ? "" : ReadFile(entry.path()), entry.last_write_time()};
+    }
+    return entries;
+}
+
+std::vector<std::string> NamesIn(const fs::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+AssertionResult Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos ? AssertionSuccess() : AssertionFailure() << text << " lacks " << part;
+}
+
+AssertionResult Exits(const Outcome& outcome, int exitCode) {
+    return outcome.exitCode == exitCode ? AssertionSuccess()
+                                        : AssertionFailure() << "exit " << outcome.exitCode << "\n"
+                                                             << outcome.out << outcome.error;
+}
+
+/** One line on standard error that begins with the program's name and holds the text. */
+AssertionResult Fails(const Outcome& outcome, int exitCode, const std::string& text) {
+    const std::string& error = outcome.error;
+    if (!error.starts_with("krxpatch: ") || error.find('\n') != error.size() - 1) {
+        return AssertionFailure() << "not one line: " << error;
+    }
+    return Exits(outcome, exitCode) ? Contains(error, text) : Exits(outcome, exitCode);
+}
+
+class KrxpatchTest : public testing::Test {
+protected:
+    Outcome Krxpatch(const std::vector<std::string>& arguments) const {
+        return RunProgram(KRXPATCH_PROGRAM, arguments, Folder());
+    }
+    void MakeSandbox() const { ASSERT_TRUE(Exits(Krxpatch({"sandbox", "server"}), 0)); }
+    Outcome Run() const { return Krxpatch({"run", "--server", "server"}); }
+
+    Json Status() const {
+        const Outcome outcome = Krxpatch({"status", "--server", "server", "--json"});
+        EXPECT_TRUE(Exits(outcome, 0));
+        return Json::parse(outcome.out);
+    }
+    static Json DatabaseIn(const Json& status, const std::string& name) {
+        for (const Json& database : status["databases"]) {
+            if (database["name"] == name) {
+                return database;
+            }
+        }
+        ADD_FAILURE() << name << " is not in the status";
+        return {};
+    }
+    /** The build of each database, but not of templates. */
+    static std::map<std::string, Json> BuildsIn(const Json& status) {
+        std::map<std::string, Json> builds;
+        for (const Json& database : status["databases"]) {
+            if (const std::string name = database["name"]; name.ends_with(".nsf")) {
+                builds[name] = database["build"];
+            }
+        }
+        return builds;
+    }
+
+    /** Replaces a text in a file of the server folder. */
+    void Edit(const fs::path& file, const std::string& from, const std::string& to) const {
+        std::string text = ReadFile(Server() / file);
+        const size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        WriteFile(Server() / file, text.replace(at, from.size(), to));
+    }
+
+    [[nodiscard]] const fs::path& Folder() const { return folder_.Path(); }
+    [[nodiscard]] fs::path Server() const { return Folder() / "server"; }
+    [[nodiscard]] fs::path Databases() const { return Server() / "data/krx"; }
+
+    const fs::path iniFile_ = "notes.ini";
+    const fs::path patchFile_ = "install/program/V5.8.0.3050/krxpatch.ini";
+
+private:
+    updkrx::test::TemporaryFolder folder_;
+};
+
+TEST_F(KrxpatchTest, RefusesABadCommandLineBeforeItTouchesAnything) {
+    MakeSandbox();
+    WriteFile(Folder() / "new.dxl", "<database xmlns='http://www.lotus.com/dxl'/>");
+    const struct {
+        std::vector<std::string> arguments;
+        const char* message;
+    } cases[] = {
+        {{}, "a command is missing"},
+        {{"upgrade", "--server", "server"}, "upgrade"},
+        {{"--dry-run"}, "--dry-run"},
+        {{"sandbox"}, "DIR is required"},
+        {{"sandbox", "new", "other"}, "other"},
+        {{"sandbox", "new", "--force"}, "--force"},
+        {{"sandbox", ""}, "must not be empty"},
+        {{"run"}, "--server is required"},
+        {{"run", "--server"}, "--server"},
+        {{"run", "--server", ""}, "must not be empty"},
+        {{"run", "--server", "server", "--dry-run"}, "--dry-run"},
+        {{"run", "--server", "server", "--real-tim"}, "--real-tim"},
+        {{"run", "--server", "server", "--real-time=no"}, "real-time"},
+        {{"run", "--server", "server", "status"}, "status"},
+        {{"status"}, "--server is required"},
+        {{"import", "new.nsf"}, "FILE.dxl is required"},
+        {{"import", "new.nsf", "new.dxl", "--server", "server"}, "--server"},
+        {{"export"}, "DB is required"},
+        {{"export", "server/data/krx/krmsg.nsf", "new.dxl", "--stabel"}, "--stabel"},
+    };
+    const auto before = Snapshot(Folder());
+    for (const auto& [arguments, message] : cases) {
+        const Outcome outcome = Krxpatch(arguments);
+        EXPECT_TRUE(Fails(outcome, 2, message)) << message;
+        EXPECT_EQ(outcome.out, "") << message;
+    }
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+}
+
+TEST_F(KrxpatchTest, HelpAndVersionAreNoErrors) {
+    for (const char* command : {"sandbox", "run", "status", "import", "export"}) {
+        EXPECT_TRUE(Contains(Krxpatch({"--help"}).out, command));
+        const Outcome help = Krxpatch({command, "--help"});
+        EXPECT_TRUE(Exits(help, 0));
+        EXPECT_TRUE(Contains(help.out, std::string("Usage: krxpatch ") + command));
+    }
+    EXPECT_EQ(Krxpatch({"--version"}).out, "krxpatch 5.8.0\n");
+}
+
+class SandboxTest : public KrxpatchTest {
+protected:
+    void SetUp() override {
+        WriteFile(Samples() / "notes.ini", "Directory=@SERVER@/data\r\nVarnholtInstallPath=@SERVER@/install\r\n");
+        WriteFile(Samples() / "data/krx/krmsg.nsf.dxl", "<database xmlns='http://www.lotus.com/dxl' title='Texts'/>");
+        WriteFile(Samples() / "data/krxtemp/.keep", "");
+        WriteFile(Samples() / "install/policy.dat", std::string("\0\r\n@SERVER@\xff", 12));
+    }
+    [[nodiscard]] fs::path Samples() const { return Folder() / "samples"; }
+    Outcome Sandbox(const std::string& folder) const { return Krxpatch({"sandbox", folder, "--samples", "samples/"}); }
+};
+
+TEST_F(SandboxTest, LaysOutTheSamplesInANewOrEmptyFolder) {
+    fs::create_directory(Folder() / "empty");
+    fs::create_directory_symlink(Folder() / "target", Folder() / "link");
+    fs::create_directory(Folder() / "target");
+    const std::pair<const char*, fs::path> cases[] = {
+        {"new", Folder() / "new"}, {"./empty/", Folder() / "empty"}, {"link", Folder() / "target"}};
+    for (const auto& [argument, folder] : cases) {
+        ASSERT_TRUE(Exits(Sandbox(argument), 0)) << argument;
+        const std::string name = fs::canonical(folder);
+        EXPECT_EQ(ReadFile(folder / "notes.ini"),
+                  "Directory=" + name + "/data\r\nVarnholtInstallPath=" + name + "/install\r\n");
+        EXPECT_EQ(NamesIn(folder), (std::vector<std::string>{"data", "install", "notes.ini"}));
+        EXPECT_EQ(NamesIn(folder / "data/krx"), std::vector<std::string>{"krmsg.nsf"});
+        EXPECT_EQ(NamesIn(folder / "data/krxtemp"), std::vector<std::string>{});
+        EXPECT_EQ(ReadFile(folder / "install/policy.dat"), ReadFile(Samples() / "install/policy.dat"));
+        EXPECT_TRUE(Contains(Krxpatch({"export", (folder / "data/krx/krmsg.nsf").string()}).out, "title='Texts'"));
+    }
+}
+
+TEST_F(SandboxTest, RefusesAnyOtherFolderAndLeavesNothingHalfMade) {
+    WriteFile(Folder() / "full/precious", "keep me");
+    WriteFile(Folder() / "file", "keep me");
+    fs::create_directory(Folder() / "empty");
+    const std::pair<const char*, const char*> cases[] = {
+        {"full", "full: is not empty"}, {"file", "file: is a file"}, {"none/new", "none: no such folder"}};
+    const auto before = Snapshot(Folder());
+    for (const auto& [folder, message] : cases) {
+        EXPECT_TRUE(Fails(Sandbox(folder), 1, message));
+    }
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+
+    WriteFile(Samples() / "data/krx/broken.nsf.dxl", "<database xmlns='http://www.lotus.com/dxl'>");
+    const std::vector<std::string> names = NamesIn(Folder());
+    for (const char* folder : {"new", "empty"}) {
+        EXPECT_TRUE(Fails(Sandbox(folder), 1, "broken.nsf.dxl:1: "));
+    }
+    EXPECT_EQ(NamesIn(Folder()), names);
+    EXPECT_TRUE(fs::is_empty(Folder() / "empty"));
+}
+
+TEST_F(KrxpatchTest, RunUpgradesTheSampleServerOnce) {
+    MakeSandbox();
+    const Json before = Status();
+    EXPECT_EQ(before["patchBuild"], 3050);
+    EXPECT_EQ(before["installedBuild"], 3050);
+    EXPECT_EQ(before["upToDate"], false);
+    EXPECT_EQ(BuildsIn(before).size(), 11U);
+    for (const auto& [name, build] : BuildsIn(before)) {
+        EXPECT_EQ(build, "5.8.0.3001") << name;
+    }
+
+    const Outcome first = Run();
+    ASSERT_TRUE(Exits(first, 0));
+    EXPECT_EQ(first.error, "");
+    EXPECT_TRUE(Contains(first.out, "\n  The running KRX database build is 3001\n"));
+    EXPECT_TRUE(Contains(first.out, "\nkrmsg.nsf        5.8.0.3001    5.8.0.3050  "));
+    EXPECT_TRUE(Contains(first.out, "\nDone: the product databases carry build 5.8.0.3050.\n"));
+    const Json after = Status();
+    EXPECT_EQ(after["upToDate"], true);
+    EXPECT_EQ(BuildsIn(after).size(), 11U);
+    for (const auto& [name, build] : BuildsIn(after)) {
+        EXPECT_EQ(build, "5.8.0.3050") << name;
+    }
+
+    const auto upgraded = Snapshot(Databases());
+    const Outcome second = Run();
+    EXPECT_TRUE(Exits(second, 0));
+    EXPECT_FALSE(Contains(second.out, "The running KRX database build is 3001")) << "a step of the first run";
+    EXPECT_TRUE(Contains(second.out, "\nNothing to do: the product databases carry build 5.8.0.3050.\n"));
+    EXPECT_TRUE(Snapshot(Databases()) == upgraded);
+}
+
+TEST_F(KrxpatchTest, RunShowsNoStepsWhileTheLogIsOff) {
+    MakeSandbox();
+    ASSERT_NO_FATAL_FAILURE(Edit(iniFile_, "KRX_ENABLE_KRENCY_LOG=1", "KRX_ENABLE_KRENCY_LOG=0"));
+    const Outcome outcome = Run();
+    EXPECT_TRUE(Exits(outcome, 0));
+    EXPECT_TRUE(Contains(outcome.out, "\nSteps cannot be shown: the module's log is off ("));
+    EXPECT_FALSE(Contains(outcome.out, "The running KRX"));
+    EXPECT_TRUE(fs::is_empty(Server() / "data/krxtemp"));
+}
+
+TEST_F(KrxpatchTest, RunThatDoesNotReachTheBuildSaysWhy) {
+    MakeSandbox();
+    ASSERT_NO_FATAL_FAILURE(Edit(patchFile_, "Files=", "File="));
+    const auto before = Snapshot(Databases());
+    const Outcome outcome = Run();
+    EXPECT_TRUE(Fails(outcome, 1,
+                      "data/krx: 11 of 11 product databases do not carry build 5.8.0.3050: krconf.nsf (5.8.0.3001), "
+                      "krency.nsf (5.8.0.3001), krftypes.nsf (5.8.0.3001), ...; the log ends: Cannot get the value in "
+                      "configuration file. (Config:Files) / Error, Cannot get the running KRX version\n"));
+    EXPECT_TRUE(Contains(outcome.out, "\nkrmsg.nsf        5.8.0.3001    5.8.0.3001  "));
+    EXPECT_FALSE(Contains(outcome.out, "Done"));
+    EXPECT_TRUE(Snapshot(Databases()) == before);
+}
+
+TEST_F(KrxpatchTest, RunShowsWhatTheModuleDoesAndWhatItLost) {
+    MakeSandbox();
+    const Outcome outcome = Krxpatch({"run", "--server", "server", "--module", PROBE_MODULE});
+    EXPECT_TRUE(Contains(outcome.out, "\nSteps\n  first?[2J\n  shown at once\n\n"
+                                      "Console commands\n  tell krxreal restart  done\n\n"
+                                      "Server log\n  a word to the server\n\n"
+                                      "DATABASE         BUILD BEFORE  BUILD AFTER  OFFLINE  "));
+    EXPECT_TRUE(Contains(outcome.out, "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        "
+                                      "(File does not exist)\n"));
+    EXPECT_TRUE(Fails(outcome, 1, "11 of 11 product databases do not carry build 5.8.0.3050"));
+}
+
+TEST_F(KrxpatchTest, RunThatCannotStartTouchesNothing) {
+    const struct {
+        const char* message;
+        std::function<void()> spoil;
+        std::vector<std::string> arguments;
+    } cases[] = {
+        {"server/notes.ini: cannot be read", [&] { fs::remove(Server() / iniFile_); }, {}},
+        {"server/notes.ini: no line Directory=", [&] { Edit(iniFile_, "Directory=", "Dir="); }, {}},
+        {"server/notes.ini: Directory=data is not an absolute path",
+         [&] { Edit(iniFile_, "Directory=" + fs::canonical(Server()).string() + "/data", "Directory=data"); },
+         {}},
+        {"server/data/krx: no folder", [&] { fs::remove_all(Databases()); }, {}},
+        {"server/notes.ini: no program folder", [&] { Edit(iniFile_, "VarnholtInstallPath=", "Varnholt="); }, {}},
+        {"V5.8.0.3050/krxpatch.ini: cannot be read", [&] { fs::remove(Server() / patchFile_); }, {}},
+        {"V5.8.0.3050/krxpatch.ini: no BuildNumber", [&] { Edit(patchFile_, "BuildNumber=", "Build="); }, {}},
+        {"V5.8.0.3050/krxpatch.ini: BuildNumber=x3050 is no",
+         [&] { Edit(patchFile_, "BuildNumber=3050", "BuildNumber=x3050"); },
+         {}},
+        {"/no.so: cannot be loaded: ", [] {}, {"--module", "no.so"}},
+        {"server/notes.ini: cannot be loaded: ", [] {}, {"--module", "server/notes.ini"}},
+        {"libnotes.so: exports no function MainEntryPoint",
+         [] {},
+         {"--module", (fs::path(KRXPATCH_PROGRAM).parent_path() / "libnotes.so").string()}},
+    };
+    MakeSandbox();
+    fs::copy(Server(), Folder() / "sound", fs::copy_options::recursive);
+    for (const auto& [message, spoil, further] : cases) {
+        fs::remove_all(Server());
+        fs::copy(Folder() / "sound", Server(), fs::copy_options::recursive);
+        spoil();
+        const auto before = Snapshot(Server());
+        std::vector<std::string> arguments = {"run", "--server", "server"};
+        arguments.insert(arguments.end(), further.begin(), further.end());
+        const Outcome outcome = Krxpatch(arguments);
+        EXPECT_TRUE(Fails(outcome, 2, message));
+        EXPECT_EQ(outcome.out, "") << message;
+        EXPECT_TRUE(Snapshot(Server()) == before) << message;
+    }
+}
+
+class StatusTest : public KrxpatchTest {
+protected:
+    void SetUp() override { MakeSandbox(); }
+
+    void MakeDatabase(const std::string& name, const std::string& dxl) const {
+        const std::string file = WriteFile(Folder() / "fixture.dxl", dxl);
+        ASSERT_TRUE(Exits(Krxpatch({"import", (Databases() / name).string(), file}), 0));
+    }
+};
+
+TEST_F(StatusTest, TellsWhatADatabaseCarries) {
+    ASSERT_NO_FATAL_FAILURE(MakeDatabase("facts.nsf", R"(
+        <database xmlns='http://www.lotus.com/dxl' xmlns:krx='urn:updkrx:embedded-notes' title='Größe'
+            krx:replicationflags='0020'>
+          <note class='document'><item name='BuildNumber'><text>5.8.0.1</text></item></note>
+          <note class='helpusingdocument'><item name='BuildNumber'><text>5.8.0.2999</text></item></note>
+          <note class='form'>
+            <item name='$Signature'><rawitemdata type='8'>AAAA</rawitemdata></item>
+          </note>
+          <note class='view'><item name='$TITLE'><text>By name</text></item></note>
+          <note class='replicationformula'><item name='$TITLE'><text>CN=A/O=B</text></item></note>
+          <note class='replicationformula'><item name='$TITLE'><text>CN=Ö/O=B</text></item></note>
+        </database>)"));
+    ASSERT_NO_FATAL_FAILURE(MakeDatabase("empty.ntf", "<database xmlns='http://www.lotus.com/dxl'/>"));
+    const Json status = Status();
+    EXPECT_EQ(status["server"], fs::canonical(Server()).string());
+    EXPECT_EQ(DatabaseIn(status, "facts.nsf"), Json::parse(R"({
+        "name": "facts.nsf", "build": "5.8.0.2999", "title": "Größe", "offline": false, "designHidden": true,
+        "designNotes": 3, "signedNotes": 1, "replication": ["CN=A/O=B", "CN=Ö/O=B"], "error": null})"));
+    EXPECT_EQ(DatabaseIn(status, "empty.ntf"), Json::parse(R"({
+        "name": "empty.ntf", "build": null, "title": "", "offline": false, "designHidden": false,
+        "designNotes": 0, "signedNotes": 0, "replication": [], "error": null})"));
+
+    const Outcome text = Krxpatch({"status", "--server", "server"});
+    EXPECT_TRUE(Exits(text, 0));
+    EXPECT_TRUE(Contains(text.out, "State            0 of 11 product databases at the patch's build\n"));
+    EXPECT_TRUE(Contains(text.out, "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3   Größe "));
+    EXPECT_TRUE(Contains(text.out, "CN=A/O=B, CN=Ö/O=B\n"));
+}
+
+TEST_F(StatusTest, ShowsEveryDatabaseAndFailsWhenOneCannotBeRead) {
+    char message[512];
+    ASSERT_EQ(EmbSessionBegin((Server() / iniFile_).c_str(), 0, message, sizeof message), NOERROR) << message;
+    EXPECT_EQ(NSFTakeDatabaseOffline("krx/krconf.nsf", 0, OFFLINE_NODELETE), NOERROR);
+    EmbSessionEnd();
+    WriteFile(Databases() / "krtime.nsf", "no database");
+
+    const Outcome json = Krxpatch({"status", "--server", "server", "--json"});
+    EXPECT_TRUE(Fails(json, 1, "data/krx/krconf.nsf: The database is offline"));
+    const Json status = Json::parse(json.out);
+    EXPECT_EQ(DatabaseIn(status, "krconf.nsf"), Json::parse(R"({
+        "name": "krconf.nsf", "build": null, "title": null, "offline": true, "designHidden": null,
+        "designNotes": null, "signedNotes": null, "replication": null, "error": "The database is offline"})"));
+    EXPECT_EQ(DatabaseIn(status, "krtime.nsf")["error"], "File is not a database");
+    EXPECT_EQ(DatabaseIn(status, "krxquor.nsf")["build"], "5.8.0.3001");
+    EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "server"}), 1, "krconf.nsf"));
+}
+
+TEST_F(StatusTest, FailsWithoutAPatchAndShowsTheRest) {
+    fs::remove(Server() / patchFile_);
+    const Outcome outcome = Krxpatch({"status", "--server", "server", "--json"});
+    EXPECT_TRUE(Fails(outcome, 1, "V5.8.0.3050/krxpatch.ini: cannot be read"));
+    const Json status = Json::parse(outcome.out);
+    EXPECT_EQ(status["installedBuild"], 3050);
+    EXPECT_TRUE(status["patchBuild"].is_null());
+    EXPECT_TRUE(status["upToDate"].is_null());
+    EXPECT_TRUE(Contains(status["error"], "krxpatch.ini: cannot be read"));
+    EXPECT_EQ(BuildsIn(status).size(), 11U);
+    EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "none"}), 2, "none/notes.ini: cannot be read"));
+}
+
+TEST_F(StatusTest, StatusAndExportLeaveTheServerFolderAsItWas) {
+    const auto before = Snapshot(Server());
+    EXPECT_TRUE(Exits(Krxpatch({"status", "--server", "server"}), 0));
+    for (const auto& entry : fs::directory_iterator(Databases())) {
+        EXPECT_TRUE(Exits(Krxpatch({"export", entry.path().string()}), 0));
+        EXPECT_TRUE(Exits(Krxpatch({"export", entry.path().string(), "out.dxl", "--stable"}), 0));
+    }
+    EXPECT_TRUE(Snapshot(Server()) == before);
+}
+
+class DxlTest : public KrxpatchTest {
+protected:
+    void SetUp() override {
+        WriteFile(Folder() / "a.dxl", R"(
+            <database xmlns='http://www.lotus.com/dxl' title='A'>
+              <note class='document'><item name='Text'><text>größer<break/>als</text></item></note>
+              <note class='view'><item name='$TITLE'><text>View</text></item></note>
+            </database>)");
+        WriteFile(Folder() / "bad.dxl", "<database xmlns='http://www.lotus.com/dxl'>\n<surprise/></database>");
+    }
+};
+
+TEST_F(DxlTest, ExportAndImportRoundTrip) {
+    ASSERT_TRUE(Exits(Krxpatch({"import", "a.nsf", "a.dxl"}), 0));
+    const Outcome exported = Krxpatch({"export", "a.nsf"});
+    ASSERT_TRUE(Exits(exported, 0));
+    EXPECT_TRUE(Contains(exported.out, "größer<break/>als"));
+    ASSERT_TRUE(Exits(Krxpatch({"export", "a.nsf", "whole.dxl"}), 0));
+    EXPECT_EQ(ReadFile(Folder() / "whole.dxl"), exported.out);
+    EXPECT_TRUE(Contains(exported.out, "noteid="));
+    EXPECT_FALSE(Contains(Krxpatch({"export", "--stable", "a.nsf"}).out, "noteid="));
+
+    ASSERT_TRUE(Exits(Krxpatch({"import", "b.nsf", "whole.dxl"}), 0));
+    EXPECT_EQ(Krxpatch({"export", "b.nsf"}).out, exported.out);
+}
+
+TEST_F(DxlTest, RefusalsLeaveEverythingAsItWas) {
+    ASSERT_TRUE(Exits(Krxpatch({"import", "a.nsf", "a.dxl"}), 0));
+    const struct {
+        std::vector<std::string> arguments;
+        const char* message;
+    } cases[] = {
+        {{"import", "a.nsf", "a.dxl"}, "a.nsf: exists already"},
+        {{"import", "a.nsf", "bad.dxl", "--force"}, "bad.dxl:2: "},
+        {{"import", "new.nsf", "bad.dxl"}, "bad.dxl:2: "},
+        {{"import", "new.nsf", "none.dxl"}, "none.dxl: "},
+        {{"import", "none/new.nsf", "a.dxl"}, "none/new.nsf"},
+        {{"import", "a.dxl", "a.dxl", "--force"}, "a.dxl: "},
+        {{"export", "none.nsf"}, "none.nsf: no such file"},
+        {{"export", "a.dxl"}, "a.dxl: file is not a database"},
+        {{"export", "a.nsf", "a.nsf"}, "a.nsf: "},
+        {{"export", "a.nsf", "none/a.dxl"}, "none/a.dxl: "},
+    };
+    const auto before = Snapshot(Folder());
+    for (const auto& [arguments, message] : cases) {
+        const Outcome outcome = Krxpatch(arguments);
+        EXPECT_TRUE(Fails(outcome, 1, message));
+        EXPECT_EQ(outcome.out, "") << message;
+    }
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+
+    ASSERT_TRUE(Exits(Krxpatch({"import", "a.nsf", "a.dxl", "--force"}), 0));
+}
+
+} // namespace
+} // namespace krxpatch::test

@@ -1,0 +1,44 @@
+// A module for krxpatch to load that does what an upgrade seldom does: it loses a database and takes its time.
+#include <chrono>
+#include <thread>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/debug_log.h"
+#include "foundation/notes_api.h"
+#include "foundation/notes_scoped.h"
+
+namespace {
+
+/** True when something is printed within ten seconds. */
+bool WaitForOutput(off_t printed) {
+    struct stat output = {};
+    for (int i = 0; i < 1000; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (fstat(STDOUT_FILENO, &output) == 0 && output.st_size > printed) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) STATUS MainEntryPoint() {
+    struct stat output = {};
+    if (fstat(STDOUT_FILENO, &output) != 0) {
+        return 1;
+    }
+    updkrx::DebugLog(1, "first\x1b[2J\n");
+    updkrx::DebugLog(1, WaitForOutput(output.st_size) ? "shown at once" : "not shown");
+
+    updkrx::ScopedMemory reply;
+    char server[MAXUSERNAME + 1] = "";
+    char command[] = "tell krxreal restart";
+    (void)SECKFMGetUserName(server);
+    (void)NSFRemoteConsole(server, command, reply.Out());
+    AddInLogMessageText("%s", NOERROR, "a word to the server");
+    (void)AddInIdleDelay(60 * 1000);
+    return NSFTakeDatabaseOffline("krx/krtime.nsf", 0, 0); // which deletes it
+}
