@@ -141,6 +141,7 @@ DatabaseReport ReadDatabase(const std::string& name) {
 
 std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names) {
     std::vector<DatabaseReport> reports;
+    reports.reserve(names.size());
     for (const std::string& name : names) {
         reports.push_back(ReadDatabase(name));
     }

@@ -148,7 +148,9 @@ ExitCode Run(const RunOptions& options) {
 
     const std::vector<DatabaseReport> before = ReadDatabases(server.DatabaseNames());
     const bool nothingToDo = CompareWithBuild(before, *facts.patchBuild).Reached();
-    std::cout << FormatTable({{"Server", server.Path().string()}, {"Patch build", BuildText(*facts.patchBuild)}})
+    std::cout << FormatTable({{"Server", server.Path().string()},
+                              {"Patch build", BuildText(*facts.patchBuild)},
+                              {"Module's log", server.LogFolder().string()}})
               << '\n';
     const size_t logged = EmbServerLog(nullptr, 0); // what reading the databases added is not the run's
     Progress progress(server);

@@ -87,7 +87,7 @@ ExitCode Sandbox(const SandboxOptions& options) {
     const TemporaryFolder made(target);
     const std::filesystem::path content = made.Path() / target.filename();
     std::filesystem::create_directory(content); // with the permissions that the user's folders have
-    LayOut(std::filesystem::canonical(options.samples), content, target.string());
+    LayOut(options.samples, content, target.string());
     std::filesystem::remove(target); // an empty folder; if it is not empty any more, this throws
     std::filesystem::rename(content, target);
     std::cout << "The sample server is in " << target.string() << ". To upgrade it: krxpatch run --server "

@@ -34,6 +34,7 @@ std::string Join(const std::vector<std::string>& texts) {
 
 std::string Printable(std::string_view text) {
     std::string printable(text);
+    std::replace(printable.begin(), printable.end(), '\t', ' ');
     std::replace_if(
         printable.begin(), printable.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
     return printable;

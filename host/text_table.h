@@ -10,7 +10,8 @@ namespace krxpatch {
 /** The texts with ", " between them. */
 [[nodiscard]] std::string Join(const std::vector<std::string>& texts);
 
-/** The text with "?" for its control characters, which could change what a terminal shows. */
+/** The text with a blank for a tab and "?" for any other control character, which could change what a terminal
+ *  shows. */
 [[nodiscard]] std::string Printable(std::string_view text);
 
 /** One line for each row, printable, with the columns aligned. */

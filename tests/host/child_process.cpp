@@ -1,5 +1,6 @@
 #include "host/child_process.h"
 
+#include <cerrno>
 #include <system_error>
 
 #include <fcntl.h>

@@ -1,4 +1,6 @@
 // krxpatch as an administrator meets it: the built program, what it prints and what it exits with.
+#include <algorithm>
+#include <functional>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -271,14 +273,18 @@ TEST_F(KrxpatchTest, RunThatDoesNotReachTheBuildSaysWhy) {
 
 TEST_F(KrxpatchTest, RunShowsWhatTheModuleDoesAndWhatItLost) {
     MakeSandbox();
+    WriteFile(Databases() / "other.nsf", "no database"); // which the platform reports to the server's log
     const Outcome outcome = Krxpatch({"run", "--server", "server", "--module", PROBE_MODULE});
-    EXPECT_TRUE(Contains(outcome.out, "\nSteps\n  first?[2J\n  shown at once\n\n"
+    EXPECT_TRUE(Contains(outcome.out, "\nSteps\n  first?[2J\n  shown at once\n  went on at once\n\n"
                                       "Console commands\n  tell krxreal restart  done\n\n"
                                       "Server log\n  a word to the server\n\n"
                                       "DATABASE         BUILD BEFORE  BUILD AFTER  OFFLINE  "));
     EXPECT_TRUE(Contains(outcome.out, "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        "
                                       "(File does not exist)\n"));
     EXPECT_TRUE(Fails(outcome, 1, "11 of 11 product databases do not carry build 5.8.0.3050"));
+
+    EXPECT_TRUE(
+        Contains(Krxpatch({"run", "--server", "server", "--module", PROBE_MODULE, "--real-time"}).out, "\n  paused\n"));
 }
 
 TEST_F(KrxpatchTest, RunThatCannotStartTouchesNothing) {
@@ -367,6 +373,7 @@ TEST_F(StatusTest, ShowsEveryDatabaseAndFailsWhenOneCannotBeRead) {
     EXPECT_EQ(NSFTakeDatabaseOffline("krx/krconf.nsf", 0, OFFLINE_NODELETE), NOERROR);
     EmbSessionEnd();
     WriteFile(Databases() / "krtime.nsf", "no database");
+    const auto before = Snapshot(Server());
 
     const Outcome json = Krxpatch({"status", "--server", "server", "--json"});
     EXPECT_TRUE(Fails(json, 1, "data/krx/krconf.nsf: The database is offline"));
@@ -377,6 +384,7 @@ TEST_F(StatusTest, ShowsEveryDatabaseAndFailsWhenOneCannotBeRead) {
     EXPECT_EQ(DatabaseIn(status, "krtime.nsf")["error"], "File is not a database");
     EXPECT_EQ(DatabaseIn(status, "krxquor.nsf")["build"], "5.8.0.3001");
     EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "server"}), 1, "krconf.nsf"));
+    EXPECT_TRUE(Snapshot(Server()) == before);
 }
 
 TEST_F(StatusTest, FailsWithoutAPatchAndShowsTheRest) {

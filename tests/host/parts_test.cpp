@@ -69,9 +69,10 @@ TEST_F(LogFollowerTest, TakesEachNewMessageOnce) {
     LogFollower follower(folder_.Path());
     EXPECT_EQ(follower.TakeNewMessages(), Texts{});
 
-    Append("updkrx_20261118.dbg", header + "[a]: message\n" + header + "with a line end\n\nand no header\n" + header);
+    Append("updkrx_20261118.dbg",
+           header + "[a]: message\n" + header + "with a line end\n\nand no header\n" + header + "who");
     EXPECT_EQ(follower.TakeNewMessages(), (Texts{"[a]: message", "with a line end", "and no header"}));
-    Append("updkrx_20261118.dbg", "whole now\n");
+    Append("updkrx_20261118.dbg", "le now\n");
     Append("updkrx_20261119.dbg", header + "after midnight\n");
     Append("other_20261119.dbg", header + "not the module's\n");
     EXPECT_EQ(follower.TakeNewMessages(), (Texts{"whole now", "after midnight"}));
@@ -84,10 +85,11 @@ TEST_F(LogFollowerTest, HasNothingWithoutAFolder) {
 }
 
 TEST(TextTableTest, AlignsCharactersAndShowsNoControls) {
-    EXPECT_EQ(FormatTable({{"NAME", "B", "C"}, {"größe", "b", ""}, {"x\x1b[2J", "", "c"}, {}}), "NAME   B  C\n"
-                                                                                                "größe  b\n"
-                                                                                                "x?[2J     c\n"
-                                                                                                "\n");
+    const char* expected = "NAME   B  C\n"
+                           "größe  b\n"
+                           "?[2J      c\n"
+                           "\n";
+    EXPECT_EQ(FormatTable({{"NAME", "B", "C"}, {"größe", "b", ""}, {"\x1b[2J\t", "", "c"}, {}}), expected);
 }
 
 } // namespace

@@ -23,6 +23,12 @@ bool WaitForOutput(off_t printed) {
     return false;
 }
 
+bool Pauses() {
+    const auto start = std::chrono::steady_clock::now();
+    (void)AddInIdleDelay(1000);
+    return std::chrono::steady_clock::now() - start >= std::chrono::seconds(1);
+}
+
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) STATUS MainEntryPoint() {
@@ -39,6 +45,6 @@ extern "C" __attribute__((visibility("default"))) STATUS MainEntryPoint() {
     (void)SECKFMGetUserName(server);
     (void)NSFRemoteConsole(server, command, reply.Out());
     AddInLogMessageText("%s", NOERROR, "a word to the server");
-    (void)AddInIdleDelay(60 * 1000);
+    updkrx::DebugLog(1, Pauses() ? "paused" : "went on at once");
     return NSFTakeDatabaseOffline("krx/krtime.nsf", 0, 0); // which deletes it
 }
