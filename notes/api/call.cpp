@@ -30,13 +30,13 @@ void runCallHook(Operation operation) {
 }
 
 std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle) {
-    auto entry = require(session, session.databases, handle);
-    if (!entry->database)
+    const OpenDatabase& entry = require(session, session.databases, handle);
+    if (!entry.database)
         throw StatusError(ERR_NOT_NSF); // a directory
-    return entry->database;
+    return entry.database;
 }
 
-std::shared_ptr<NoteEntry> requireNote(Session& session, NOTEHANDLE handle) {
+NoteEntry& requireNote(Session& session, NOTEHANDLE handle) {
     return require(session, session.notes, handle);
 }
 

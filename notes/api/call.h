@@ -93,19 +93,19 @@ void callVoid(Operation operation, Body&& body) {
 
 /** The object of a handle; an unknown handle is a misuse and throws EMB_ERR_HANDLE. */
 template<typename T>
-std::shared_ptr<T> require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
-    auto object = table.find(handle);
+T& require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
+    T* object = table.find(handle);
     if (!object) {
         ++session.misuses;
         throw StatusError(EMB_ERR_HANDLE);
     }
-    return object;
+    return *object;
 }
 
-/** The database of a handle. */
+/** The database of a handle, which a search's step may close meanwhile. */
 std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle);
 /** The note of a handle. */
-std::shared_ptr<NoteEntry> requireNote(Session& session, NOTEHANDLE handle);
+NoteEntry& requireNote(Session& session, NOTEHANDLE handle);
 
 /** Throws EMB_ERR_ARGUMENT for a missing pointer. */
 inline void requirePointer(const void* pointer) {

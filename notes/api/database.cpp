@@ -68,10 +68,10 @@ STATUS LNPUBLIC NSFDbReadACL(DBHANDLE database, DHANDLE* acl) {
 STATUS LNPUBLIC NSFDbStoreACL(DBHANDLE database, DHANDLE acl, DWORD objectId, WORD method) {
     return call(Operation::NSFDbStoreACL, [&](Session& session) {
         const auto target = requireDatabase(session, database);
-        const auto block = require(session, session.memory, acl);
+        MemoryBlock& block = require(session, session.memory, acl);
         if (objectId != 0 || method != 0)
             throw StatusError(EMB_ERR_ARGUMENT);
-        const std::string_view list(block->bytes.get(), block->size);
+        const std::string_view list(block.bytes.get(), block.size);
         (void)decodeAcl(list); // a block that is no access control list must not get into the database
         target->store().setProperty(property::acl, list);
     });

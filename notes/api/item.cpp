@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 
 #include "api/call.h"
 #include "engine/items.h"
@@ -24,12 +25,12 @@ WORD fill(char* buffer, WORD size, std::string_view text) {
     return static_cast<WORD>(length);
 }
 
-Item textItem(const char* name, WORD type, std::string value) {
-    return {std::string(itemName(name)), type, ITEM_SUMMARY, std::move(value)};
+ItemView textItem(const char* name, WORD type, std::string_view value) {
+    return {itemName(name), type, ITEM_SUMMARY, value};
 }
 
 /** A copy of the item, with its type word, in memory that belongs to the note. */
-BLOCKID lend(Session& session, NoteEntry& note, const Item& item) {
+BLOCKID lend(Session& session, NoteEntry& note, const ItemView& item) {
     std::string bytes(reinterpret_cast<const char*>(&item.type), sizeof item.type);
     bytes += item.value;
     const DHANDLE block = session.allocate(bytes, true);
@@ -41,13 +42,13 @@ BLOCKID lend(Session& session, NoteEntry& note, const Item& item) {
 
 WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size) {
     return callValue<WORD>(Operation::NSFItemGetText, 0, [&](Session& session) {
-        return fill(buffer, size, itemText(requireNote(session, note)->items, itemName(name)));
+        return fill(buffer, size, itemText(requireNote(session, note).items, itemName(name)));
     });
 }
 
 STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE note, const char* name, const char* text, WORD length) {
     return call(Operation::NSFItemSetText, [&](Session& session) {
-        setItem(requireNote(session, note)->items, textItem(name, TYPE_TEXT, std::string(textOf(text, length))));
+        requireNote(session, note).items.set(textItem(name, TYPE_TEXT, textOf(text, length)));
     });
 }
 
@@ -56,12 +57,12 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
     return call(Operation::NSFItemInfo, [&](Session& session) {
         if (type)
             *type = TYPE_INVALID_OR_UNKNOWN;
-        const auto entry = requireNote(session, note);
-        const Item* found = nullptr;
+        NoteEntry& entry = requireNote(session, note);
+        std::optional<ItemView> found;
         if (name)
-            found = findItem(std::as_const(entry->items), itemName(name, nameLength));
-        else if (nameLength == 0 && !entry->items.empty())
-            found = &entry->items.front();
+            found = entry.items.find(itemName(name, nameLength));
+        else if (ItemView first{}; nameLength == 0 && entry.items.cursor().next(first))
+            found = first;
         if (!found)
             throw StatusError(ERR_ITEM_NOT_FOUND);
         if (type)
@@ -69,7 +70,7 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
         if (length)
             *length = static_cast<DWORD>(sizeof(WORD) + found->value.size());
         if (item || value) {
-            const BLOCKID lent = lend(session, *entry, *found);
+            const BLOCKID lent = lend(session, entry, *found);
             if (item)
                 *item = lent;
             if (value)
@@ -80,7 +81,7 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
 
 STATUS LNPUBLIC NSFItemDelete(NOTEHANDLE note, const char* name, WORD nameLength) {
     return call(Operation::NSFItemDelete, [&](Session& session) {
-        if (!deleteItems(requireNote(session, note)->items, itemName(name, nameLength)))
+        if (!requireNote(session, note).items.erase(itemName(name, nameLength)))
             throw StatusError(ERR_ITEM_NOT_FOUND);
     });
 }
@@ -92,21 +93,22 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
             requirePointer(value);
         if (length > maxItemValue)
             throw StatusError(EMB_ERR_TOO_LONG);
-        appendItem(requireNote(session, note)->items, {std::string(itemName(name, nameLength)), type, flags,
-                                                       std::string(static_cast<const char*>(value), length)});
+        requireNote(session, note)
+            .items.append(
+                {itemName(name, nameLength), type, flags, std::string_view(static_cast<const char*>(value), length)});
     });
 }
 
 WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE note, const char* name) {
     return callValue<WORD>(Operation::NSFItemGetTextListEntries, 0, [&](Session& session) {
-        return static_cast<WORD>(itemEntries(requireNote(session, note)->items, itemName(name)).size());
+        return static_cast<WORD>(itemEntries(requireNote(session, note).items, itemName(name)).size());
     });
 }
 
 WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD position, char* buffer, WORD size) {
     return callValue<WORD>(Operation::NSFItemGetTextListEntry, 0, [&](Session& session) -> WORD {
-        const auto entry = requireNote(session, note);
-        const auto entries = itemEntries(entry->items, itemName(name));
+        NoteEntry& entry = requireNote(session, note);
+        const auto entries = itemEntries(entry.items, itemName(name));
         if (position >= entries.size())
             return 0;
         requirePointer(buffer);
@@ -119,15 +121,15 @@ WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD po
 
 STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE note, const char* name, const char* text, WORD length) {
     return call(Operation::NSFItemCreateTextList, [&](Session& session) {
-        setItem(requireNote(session, note)->items,
-                textItem(name, TYPE_TEXT_LIST, encodeTextList({textOf(text, length)})));
+        const std::string list = encodeTextList({textOf(text, length)});
+        requireNote(session, note).items.set(textItem(name, TYPE_TEXT_LIST, list));
     });
 }
 
 STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const char* text, WORD length,
                                       BOOL allowDuplicates) {
     return call(Operation::NSFItemAppendTextList, [&](Session& session) {
-        appendTextListEntry(requireNote(session, note)->items, itemName(name), textOf(text, length),
+        appendTextListEntry(requireNote(session, note).items, itemName(name), textOf(text, length),
                             allowDuplicates != 0);
     });
 }

@@ -14,28 +14,28 @@ STATUS LNPUBLIC OSMemAlloc(WORD type, DWORD size, DHANDLE* handle) {
 
 void* LNPUBLIC OSLockObject(DHANDLE handle) {
     return callValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) -> void* {
-        const auto block = require(session, session.memory, handle);
-        ++block->locks;
-        return block->bytes.get();
+        MemoryBlock& block = require(session, session.memory, handle);
+        ++block.locks;
+        return block.bytes.get();
     });
 }
 
 BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
     return callValue<BOOL>(Operation::OSUnlockObject, 0, [&](Session& session) -> BOOL {
-        const auto block = require(session, session.memory, handle);
-        if (block->locks == 0) {
+        MemoryBlock& block = require(session, session.memory, handle);
+        if (block.locks == 0) {
             ++session.misuses;
             throw StatusError(EMB_ERR_HANDLE);
         }
-        --block->locks;
+        --block.locks;
         return 1;
     });
 }
 
 STATUS LNPUBLIC OSMemFree(DHANDLE handle) {
     return callClosing(Operation::OSMemFree, [&](Session& session) {
-        const auto block = require(session, session.memory, handle);
-        if (block->locks != 0 || block->ownedByNote) {
+        MemoryBlock& block = require(session, session.memory, handle);
+        if (block.locks != 0 || block.ownedByNote) {
             ++session.misuses;
             throw StatusError(EMB_ERR_LOCKED);
         }

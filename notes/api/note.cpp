@@ -71,15 +71,15 @@ STATUS LNPUBLIC NSFNoteCopy(NOTEHANDLE source, NOTEHANDLE* destination) {
         requirePointer(destination);
         *destination = NULLHANDLE;
         auto copy = std::make_shared<NoteEntry>();
-        static_cast<OpenNote&>(*copy) = *requireNote(session, source);
+        static_cast<OpenNote&>(*copy) = requireNote(session, source);
         *destination = session.notes.add(std::move(copy));
     });
 }
 
 STATUS LNPUBLIC NSFNoteUpdate(NOTEHANDLE note, WORD flags) {
     return call(Operation::NSFNoteUpdate, [&](Session& session) {
-        const auto entry = requireNote(session, note);
-        entry->database->updateNote(*entry, flags & UPDATE_FORCE);
+        NoteEntry& entry = requireNote(session, note);
+        entry.database->updateNote(entry, flags & UPDATE_FORCE);
     });
 }
 
@@ -101,18 +101,18 @@ STATUS LNPUBLIC NSFNoteDelete(DBHANDLE database, NOTEID noteId, WORD flags) {
 void LNPUBLIC NSFNoteGetInfo(NOTEHANDLE note, WORD member, void* value) {
     callVoid(Operation::NSFNoteGetInfo, [&](Session& session) {
         requirePointer(value);
-        const auto entry = requireNote(session, note);
+        NoteEntry& entry = requireNote(session, note);
         switch (member) {
         case _NOTE_DB:
-            return copyMember(handleOf(session, *entry), value);
+            return copyMember(handleOf(session, entry), value);
         case _NOTE_ID:
-            return copyMember(entry->head.id, value);
+            return copyMember(entry.head.id, value);
         case _NOTE_OID:
-            return copyMember(entry->head.oid, value);
+            return copyMember(entry.head.oid, value);
         case _NOTE_CLASS:
-            return copyMember(entry->head.noteClass, value);
+            return copyMember(entry.head.noteClass, value);
         case _NOTE_MODIFIED:
-            return copyMember(entry->head.modified, value);
+            return copyMember(entry.head.modified, value);
         default:
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFNoteGetInfo: unknown member " + std::to_string(member));
         }
@@ -121,22 +121,22 @@ void LNPUBLIC NSFNoteGetInfo(NOTEHANDLE note, WORD member, void* value) {
 
 void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value) {
     callVoid(Operation::NSFNoteSetInfo, [&](Session& session) {
-        const auto entry = requireNote(session, note);
+        NoteEntry& entry = requireNote(session, note);
         switch (member) {
         case _NOTE_DB:
-            entry->database = requireDatabase(session, memberFrom<DBHANDLE>(value));
+            entry.database = requireDatabase(session, memberFrom<DBHANDLE>(value));
             return;
         case _NOTE_ID:
-            entry->head.id = memberFrom<NOTEID>(value);
+            entry.head.id = memberFrom<NOTEID>(value);
             return;
         case _NOTE_OID:
-            entry->head.oid = memberFrom<OID>(value);
+            entry.head.oid = memberFrom<OID>(value);
             return;
         case _NOTE_CLASS:
-            entry->head.noteClass = memberFrom<WORD>(value);
+            entry.head.noteClass = memberFrom<WORD>(value);
             return;
         case _NOTE_MODIFIED:
-            entry->head.modified = memberFrom<TIMEDATE>(value);
+            entry.head.modified = memberFrom<TIMEDATE>(value);
             return;
         default:
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFNoteSetInfo: unknown member " + std::to_string(member));
@@ -146,14 +146,13 @@ void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value) {
 
 STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE note) {
     return call(Operation::NSFNoteSign, [&](Session& session) {
-        const auto entry = requireNote(session, note);
-        signItems(entry->items, entry->head.noteClass, lmbcsFromUtf8(session.idName()));
+        NoteEntry& entry = requireNote(session, note);
+        signItems(entry.items, entry.head.noteClass, lmbcsFromUtf8(session.idName()));
     });
 }
 
 STATUS LNPUBLIC NSFNoteContract(NOTEHANDLE note) {
-    return call(Operation::NSFNoteContract,
-                [&](Session& session) { contractItems(requireNote(session, note)->items); });
+    return call(Operation::NSFNoteContract, [&](Session& session) { contractItems(requireNote(session, note).items); });
 }
 
 STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sourceReplicaId, NOTEID noteId,
@@ -166,7 +165,7 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sou
         const auto to = requireDatabase(session, destination);
         OpenNote note;
         from->readNote(noteId, note);
-        const NOTEID id = to->adoptNote(note.head, encodeItems(note.items));
+        const NOTEID id = to->adoptNote(note.head, note.items.encoded());
         if (newNoteId)
             *newNoteId = id;
         if (newNoteClass)

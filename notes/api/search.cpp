@@ -6,8 +6,8 @@ using namespace embedded;
 namespace {
 
 std::string requireFormula(Session& session, FORMULAHANDLE handle) {
-    const auto block = require(session, session.memory, handle);
-    const std::string_view bytes(block->bytes.get(), block->size);
+    MemoryBlock& block = require(session, session.memory, handle);
+    const std::string_view bytes(block.bytes.get(), block.size);
     if (!isFormula(bytes))
         throw StatusError(EMB_ERR_ARGUMENT, "a search was given a memory block that is no compiled formula");
     return std::string(bytes);

@@ -47,11 +47,13 @@ DBREPLICAINFO Database::replicaInfo() {
     if (bytes.size() != sizeof info)
         throw StatusError(EMB_ERR_DAMAGED, file_.string() + ": the replication information is damaged");
     std::memcpy(&info, bytes.data(), sizeof info);
+    replicaId_ = info.ID;
     return info;
 }
 
 void Database::setReplicaInfo(const DBREPLICAINFO& info) {
     store_->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
+    replicaId_ = info.ID;
 }
 
 NoteHead Database::liveHead(NOTEID id) {
@@ -81,12 +83,14 @@ void Database::readNote(NOTEID id, OpenNote& note) {
     if (note.head.deleted)
         throw StatusError(ERR_NOTE_DELETED);
     note.storedSequence = note.head.oid.Sequence;
-    note.items = decodeItems(items);
+    note.items = Items(std::move(items));
 }
 
 OpenNote Database::newNote() {
+    constexpr size_t usualSize = 2048;
     OpenNote note;
-    note.head.oid.File = generatedUnidFile(replicaInfo().ID, store_->takeSerial());
+    note.items.reserve(usualSize);
+    note.head.oid.File = generatedUnidFile(replicaId_ ? *replicaId_ : replicaInfo().ID, store_->takeSerial());
     note.head.oid.Note = clock_.uniqueMoment();
     return note;
 }
@@ -105,13 +109,16 @@ void Database::updateNote(OpenNote& note, bool force) {
     if (summarySize(note.items) > maxSummaryTotal)
         throw StatusError(ERR_SUMMARY_TOO_BIG);
     NoteHead head = note.head;
+    bool unidChanged = false;
     if (head.id != 0) {
         const NoteHead stored = liveHead(head.id);
         if (stored.noteClass != head.noteClass)
             throw StatusError(EMB_ERR_CLASS);
         if (!force && stored.oid.Sequence != note.storedSequence)
             throw StatusError(EMB_ERR_CONFLICT);
-        if (const UNID was = unidOf(stored.oid), is = unidOf(head.oid); std::memcmp(&was, &is, sizeof was) != 0)
+        const UNID was = unidOf(stored.oid), is = unidOf(head.oid);
+        unidChanged = std::memcmp(&was, &is, sizeof was) != 0;
+        if (unidChanged)
             clearWayForUnid(head.oid);
         // A forced save on top of somebody else's is still the newer version.
         if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu))
@@ -119,15 +126,24 @@ void Database::updateNote(OpenNote& note, bool force) {
     }
     head.oid.Sequence = nextSequence(head.oid.Sequence);
     head.oid.SequenceTime = head.modified = clock_.nowTimedate();
-    const std::string items = encodeItems(note.items);
-    if (head.id != 0) {
-        store_->replace(head, items);
-    } else {
-        clearWayForUnid(head.oid);
-        head.id = store_->insert(head, items);
-    }
+    if (head.id != 0)
+        store_->replace(head, note.items.encoded(), unidChanged);
+    else
+        head.id = insertNew(head, note.items.encoded());
     note.head = head;
     note.storedSequence = head.oid.Sequence;
+}
+
+NOTEID Database::insertNew(const NoteHead& head, std::string_view items) {
+    try {
+        return store_->insert(head, items);
+    } catch (const StatusError& error) {
+        // Rarely: a UNID that a stub still has, or another note.
+        if (error.status() != EMB_ERR_UNID_IN_USE)
+            throw;
+        clearWayForUnid(head.oid);
+        return store_->insert(head, items);
+    }
 }
 
 void Database::deleteNote(NOTEID id, bool leaveStub) {
@@ -137,13 +153,12 @@ void Database::deleteNote(NOTEID id, bool leaveStub) {
     head.deleted = true;
     head.oid.Sequence = nextSequence(head.oid.Sequence);
     head.oid.SequenceTime = head.modified = clock_.nowTimedate();
-    store_->replace(head, {});
+    store_->replace(head, {}, false);
 }
 
 NOTEID Database::adoptNote(NoteHead head, std::string_view items) {
-    clearWayForUnid(head.oid);
     head.id = 0;
-    return store_->insert(head, items);
+    return insertNew(head, items);
 }
 
 std::optional<Database::Match> Database::examine(const SearchRequest& request, const NoteHead& head,
@@ -213,6 +228,7 @@ void copyContent(Database& source, Store& copy, WORD classMask, bool replica) {
     for (const auto& [name, value] : from.properties())
         if (name != property::replicaInfo)
             copy.setProperty(name, value);
+    copy.skipSerials(from.lastSerial());
     for (NOTEID last = 0;;) {
         const NOTEID reached = from.scan(last, copyChunk, [&](const NoteHead& head, std::string_view items) {
             if ((searchClass(head.noteClass) & classMask) && (replica || !head.deleted))

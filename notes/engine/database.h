@@ -75,7 +75,9 @@ public:
 
 private:
     std::optional<Match> examine(const SearchRequest& request, const NoteHead& head, std::string_view items) const;
+    /** Makes a stub of this UNID go away; throws EMB_ERR_UNID_IN_USE when it is a note. */
     void clearWayForUnid(const OID& oid);
+    NOTEID insertNew(const NoteHead& head, std::string_view items);
 
     std::filesystem::path file_;
     // Declared before the store: SQLite's locks on the file end when the process closes any descriptor of it, so
@@ -83,6 +85,7 @@ private:
     FileLock lock_;
     std::unique_ptr<Store> store_;
     Clock& clock_;
+    std::optional<TIMEDATE> replicaId_; // once it is known: every new note needs it
 };
 
 /**

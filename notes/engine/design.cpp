@@ -66,12 +66,13 @@ DesignNote* counterpart(std::vector<DesignNote>& own, const std::set<NOTEID>& ta
 /** The icon note carries the title and the template's name, which are the database's own. */
 Items itemsFor(Database& database, const DesignNote& from, const std::string& inherits) {
     Items items = from.items;
-    if ((from.head.noteClass & NOTE_CLASS_ICON) && findItem(items, titleItem)) {
+    const auto titled = items.find(titleItem);
+    if ((from.head.noteClass & NOTE_CLASS_ICON) && titled) {
+        const WORD flags = titled->flags;
         std::string title = lmbcsFromUtf8(database.store().getProperty(property::title));
         if (!inherits.empty())
             title += '\0' + lmbcsFromUtf8("#2" + inherits);
-        findItem(items, titleItem)->value = title;
-        findItem(items, titleItem)->type = TYPE_TEXT;
+        items.set({titleItem, TYPE_TEXT, flags, title});
     }
     return items;
 }
@@ -79,8 +80,8 @@ Items itemsFor(Database& database, const DesignNote& from, const std::string& in
 /** Equal but for the signature, which each database's own server makes. */
 bool sameContent(const DesignNote& own, WORD noteClass, Items wanted) {
     Items items = own.items;
-    deleteItems(items, signatureItem);
-    deleteItems(wanted, signatureItem);
+    items.erase(signatureItem);
+    wanted.erase(signatureItem);
     return own.head.noteClass == noteClass && items == wanted;
 }
 

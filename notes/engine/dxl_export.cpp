@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <tuple>
 
@@ -194,7 +195,7 @@ Form timeListForm(std::string_view value) {
 /** Base64, in lines when it is long. */
 std::string base64Text(std::string_view bytes) {
     constexpr size_t lineSize = 76;
-    const std::string digits = base64FromBytes(bytes);
+    std::string digits = base64FromBytes(bytes);
     if (digits.size() <= lineSize)
         return digits;
     std::string lines = "\n";

@@ -38,15 +38,9 @@ std::string plainText(const DxlElement& element) {
     return element.text();
 }
 
-std::string trimmedText(const DxlElement& element) {
-    const std::string text = element.text();
-    const size_t first = text.find_first_not_of(" \t\r\n");
-    return first == std::string::npos ? std::string()
-                                      : text.substr(first, text.find_last_not_of(" \t\r\n") + 1 - first);
-}
-
 [[noreturn]] void failText(const DxlElement& element, const std::string& what) {
-    element.fail("'" + trimmedText(element).substr(0, 64) + "' is not " + what);
+    const std::string text = element.trimmedText();
+    element.fail("'" + std::string(cutUtf8(text, 64)) + "' is not " + what);
 }
 
 TIMEDATE readDatetime(const DxlElement& element) {
@@ -55,7 +49,7 @@ TIMEDATE readDatetime(const DxlElement& element) {
     DxlAttributes attributes(element);
     const bool dst = attributes.takeBoolean("dst").value_or(false);
     attributes.finish();
-    const auto time = timedateFromDxl(trimmedText(element), dst);
+    const auto time = timedateFromDxl(element.trimmedText(), dst);
     if (!time)
         failText(element, "a date or time");
     return *time;
@@ -68,7 +62,7 @@ TIMEDATE readNoteTime(const DxlElement& element) {
     if (value.name() != "krx:time")
         return readDatetime(value);
     DxlAttributes(value).finish();
-    const auto time = parseId(trimmedText(value));
+    const auto time = parseId(value.trimmedText());
     if (!time)
         failText(value, "a time of 16 hexadecimal digits");
     return *time;
@@ -119,7 +113,7 @@ double readDouble(const DxlElement& element) {
     if (element.name() != "number")
         element.failUnknown();
     DxlAttributes(element).finish();
-    const std::string text = trimmedText(element);
+    const std::string text = element.trimmedText();
     double number = 0;
     const char* start = text.data() + (text.starts_with('+') ? 1 : 0);
     const auto [end, error] = std::from_chars(start, text.data() + text.size(), number);
@@ -476,13 +470,6 @@ Acl readAcl(const DxlElement& element) {
     return acl;
 }
 
-TIMEDATE replicaIdOf(const DxlElement& element, const std::string& text) {
-    const auto id = parseId(text);
-    if (!id)
-        element.fail("the attribute 'replicaid' cannot be '" + text + "'");
-    return *id;
-}
-
 /** For a file that states none: a hash of it (FNV-1a), so that two imports of a file are replicas. */
 TIMEDATE replicaIdOfText(std::string_view text) {
     uint64_t hash = 14695981039346656037u;
@@ -499,10 +486,12 @@ struct Head {
 };
 
 void setReplicaId(const DxlElement& element, const std::string& text, Head& head) {
-    const TIMEDATE id = replicaIdOf(element, text);
-    if (head.hasReplicaId && !(head.replicaInfo.ID == id))
+    const auto id = parseId(text);
+    if (!id)
+        element.fail("the attribute 'replicaid' cannot be '" + text + "'");
+    if (head.hasReplicaId && !(head.replicaInfo.ID == *id))
         element.fail("the attribute 'replicaid' is another one than that of <database>");
-    head.replicaInfo.ID = id;
+    head.replicaInfo.ID = *id;
     head.hasReplicaId = true;
 }
 
@@ -613,6 +602,8 @@ private:
             element.fail("another note of the file has the UNID " + unidText(unidOf(head.oid)));
         if (head.id == 0 && store_->nextId() > maxNoteId)
             element.fail("no note ID is left");
+        if (isGeneratedUnid(unidOf(head.oid), head_.replicaInfo.ID))
+            store_->skipSerials(head.oid.File.Innards[0]);
         store_->insert(head, encodeItems(note.items));
     }
 

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <fstream>
 
+#include "engine/charset.h"
 #include "engine/dxl_vocabulary.h"
 #include "engine/status_error.h"
 #include "engine/xml_text.h"
@@ -145,7 +146,7 @@ private:
         const std::string_view name = all.substr(0, all.find(';'));
         const bool predefined = std::ranges::find(predefined_, name) != std::end(predefined_);
         if (name.size() == all.size() || (!predefined && !(name.starts_with('#') && isCharacter(name.substr(1)))))
-            source_.fail(at_, "the reference '&" + std::string(name.substr(0, 16)) + "' is not taken");
+            source_.fail(at_, "the reference '&" + std::string(cutUtf8(name, 16)) + "' is not taken");
     }
 
     static bool isCharacter(std::string_view number) {
@@ -335,7 +336,7 @@ std::string DxlElement::nameOf(std::string_view qualified, bool isElement) const
         return std::string(qualified); // an attribute without a prefix belongs to its element
     const bool prefixed = colon != std::string_view::npos;
     const std::string_view uri = namespaceOf(prefixed ? qualified.substr(0, colon) : std::string_view());
-    const std::string local(prefixed ? qualified.substr(colon + 1) : qualified);
+    std::string local(prefixed ? qualified.substr(colon + 1) : qualified);
     if (uri == dxl::namespaceUri && isElement)
         return local;
     return uri == dxl::extensionUri ? "krx:" + local : "{" + std::string(uri) + "}" + local;
@@ -367,6 +368,10 @@ std::string DxlElement::text() const {
         text += node.value();
     }
     return text;
+}
+
+std::string DxlElement::trimmedText() const {
+    return trimmed(text());
 }
 
 std::string DxlElement::textWithBreaks() const {

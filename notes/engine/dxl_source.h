@@ -60,6 +60,8 @@ public:
     [[nodiscard]] DxlElement child() const;
     /** The text of an element that holds nothing else. */
     [[nodiscard]] std::string text() const;
+    /** The same without the white space around it. */
+    [[nodiscard]] std::string trimmedText() const;
     /** The text of an element that holds text and breaks; these become zero bytes. */
     [[nodiscard]] std::string textWithBreaks() const;
     /** Refuses content. */

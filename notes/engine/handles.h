@@ -30,10 +30,10 @@ public:
         return handleAt(slot);
     }
 
-    /** NULL for a handle that is not open. */
-    [[nodiscard]] std::shared_ptr<T> find(DHANDLE handle) const noexcept {
+    /** NULL for a handle that is not open; what it points to lives until the handle is closed. */
+    [[nodiscard]] T* find(DHANDLE handle) const noexcept {
         const Slot* slot = slotOf(handle);
-        return slot ? slot->object : nullptr;
+        return slot ? slot->object.get() : nullptr;
     }
 
     /** The first open handle whose object fits, NULLHANDLE when none does. */

@@ -1,14 +1,13 @@
 #include "engine/items.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "engine/status_error.h"
 
 namespace embedded {
 namespace {
 
-void check(const Item& item) {
+void check(const ItemView& item) {
     if (item.name.empty())
         throw StatusError(EMB_ERR_ARGUMENT);
     const size_t limit = item.flags & ITEM_SUMMARY ? maxSummaryValue : maxItemValue;
@@ -16,10 +15,6 @@ void check(const Item& item) {
         throw StatusError(EMB_ERR_TOO_LONG);
     if (item.type == TYPE_TEXT_LIST && !textEntries(item.type, item.value))
         throw StatusError(EMB_ERR_ITEM_TYPE);
-}
-
-auto named(std::string_view name) {
-    return [name](const Item& item) { return sameItemName(item.name, name); };
 }
 
 /** The single type and the list type that belong together; the list's head is a RANGE for all but texts. */
@@ -37,19 +32,96 @@ constexpr ListType listTypes[] = {
 // A RANGE of one entry and no pairs.
 constexpr std::string_view rangeOfOne("\1\0\0\0", 4);
 
-} // namespace
-
-const Item* findItem(const Items& items, std::string_view name) noexcept {
-    const auto found = std::find_if(items.begin(), items.end(), named(name));
-    return found == items.end() ? nullptr : &*found;
+/** The items with each one's type and value changed by `change`. */
+template<typename Change>
+Items changed(const Items& items, Change&& change) {
+    std::string encoded;
+    encoded.reserve(items.encoded().size());
+    ItemCursor cursor = items.cursor();
+    for (ItemView view{}; cursor.next(view);) {
+        std::string value(view.value);
+        change(view.type, value);
+        view.value = value;
+        appendEncoded(encoded, view);
+    }
+    return Items(std::move(encoded));
 }
 
-Item* findItem(Items& items, std::string_view name) noexcept {
-    return const_cast<Item*>(findItem(std::as_const(items), name));
+void expand(WORD& type, std::string& value) {
+    for (const ListType& pair : listTypes) {
+        if (type != pair.single)
+            continue;
+        value = type == TYPE_TEXT ? encodeTextList({value}) : std::string(rangeOfOne) + value;
+        type = pair.list;
+        return;
+    }
+}
+
+void contract(WORD& type, std::string& value) {
+    if (type == TYPE_TEXT_LIST) {
+        const auto entries = textEntries(type, value);
+        if (!entries || entries->size() != 1)
+            return;
+        value = std::string(entries->front());
+        type = TYPE_TEXT;
+        return;
+    }
+    for (const ListType& pair : listTypes) {
+        if (type != pair.list || !value.starts_with(rangeOfOne) || value.size() != rangeOfOne.size() + sizeof(NUMBER))
+            continue;
+        value.erase(0, rangeOfOne.size());
+        type = pair.single;
+        return;
+    }
+}
+
+} // namespace
+
+Items::Items(std::string encoded) : encoded_(std::move(encoded)) {
+    ItemCursor all = cursor();
+    for (ItemView view{}; all.next(view);) {
+    }
+}
+
+void Items::append(const ItemView& item) {
+    check(item);
+    appendEncoded(encoded_, item);
+}
+
+void Items::set(const ItemView& item) {
+    check(item);
+    erase(item.name);
+    appendEncoded(encoded_, item);
+}
+
+void Items::change(const ItemView& item) {
+    check(item);
+    ItemCursor all = cursor();
+    std::string_view from = all.rest();
+    for (ItemView view{}; all.next(view) && !sameItemName(view.name, item.name); from = all.rest()) {
+    }
+    std::string changed;
+    appendEncoded(changed, item);
+    encoded_.replace(encoded_.size() - from.size(), from.size() - all.rest().size(), changed);
+}
+
+bool Items::erase(std::string_view name) {
+    bool erased = false;
+    ItemCursor all = cursor();
+    std::string_view from = all.rest();
+    for (ItemView view{}; all.next(view); from = all.rest()) {
+        if (!sameItemName(view.name, name))
+            continue;
+        const size_t behind = all.rest().size();
+        encoded_.erase(encoded_.size() - from.size(), from.size() - behind);
+        all = ItemCursor(std::string_view(encoded_).substr(encoded_.size() - behind));
+        erased = true;
+    }
+    return erased;
 }
 
 std::vector<std::string_view> itemEntries(const Items& items, std::string_view name) {
-    const Item* item = findItem(items, name);
+    const auto item = items.find(name);
     return item ? textEntries(item->type, item->value).value_or(std::vector<std::string_view>{})
                 : std::vector<std::string_view>{};
 }
@@ -66,21 +138,10 @@ std::string itemText(const Items& items, std::string_view name) {
     return text;
 }
 
-void appendItem(Items& items, Item item) {
-    check(item);
-    items.push_back(std::move(item));
-}
-
-void setItem(Items& items, Item item) {
-    check(item);
-    deleteItems(items, item.name);
-    items.push_back(std::move(item));
-}
-
 void appendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates) {
-    Item* existing = findItem(items, name);
+    const auto existing = items.find(name);
     if (!existing)
-        return appendItem(items, {std::string(name), TYPE_TEXT_LIST, ITEM_SUMMARY, encodeTextList({entry})});
+        return items.append({name, TYPE_TEXT_LIST, ITEM_SUMMARY, encodeTextList({entry})});
     auto entries = textEntries(existing->type, existing->value);
     if (!entries)
         throw StatusError(EMB_ERR_ITEM_TYPE);
@@ -89,53 +150,25 @@ void appendTextListEntry(Items& items, std::string_view name, std::string_view e
     if (entries->size() >= MAXWORD)
         throw StatusError(EMB_ERR_TOO_LONG);
     entries->push_back(entry);
-    Item longer{existing->name, TYPE_TEXT_LIST, existing->flags, encodeTextList(*entries)};
-    check(longer);
-    *existing = std::move(longer);
-}
-
-bool deleteItems(Items& items, std::string_view name) {
-    return std::erase_if(items, named(name)) != 0;
+    const std::string ownName(existing->name);
+    const std::string longer = encodeTextList(*entries);
+    items.change({ownName, TYPE_TEXT_LIST, existing->flags, longer});
 }
 
 void expandItems(Items& items) {
-    for (Item& item : items) {
-        for (const ListType& pair : listTypes) {
-            if (item.type != pair.single)
-                continue;
-            item.value = pair.single == TYPE_TEXT ? encodeTextList({item.value}) : std::string(rangeOfOne) + item.value;
-            item.type = pair.list;
-            break;
-        }
-    }
+    items = changed(items, expand);
 }
 
 void contractItems(Items& items) {
-    for (Item& item : items) {
-        if (item.type == TYPE_TEXT_LIST) {
-            const auto entries = textEntries(item.type, item.value);
-            if (!entries || entries->size() != 1)
-                continue;
-            item.value = std::string(entries->front());
-            item.type = TYPE_TEXT;
-            continue;
-        }
-        for (const ListType& pair : listTypes) {
-            if (item.type != pair.list || !item.value.starts_with(rangeOfOne) ||
-                item.value.size() != rangeOfOne.size() + sizeof(NUMBER))
-                continue;
-            item.value.erase(0, rangeOfOne.size());
-            item.type = pair.single;
-            break;
-        }
-    }
+    items = changed(items, contract);
 }
 
-size_t summarySize(const Items& items) noexcept {
+size_t summarySize(const Items& items) {
     size_t size = 0;
-    for (const Item& item : items)
-        if (item.flags & ITEM_SUMMARY)
-            size += item.name.size() + sizeof(WORD) + item.value.size();
+    ItemCursor cursor = items.cursor();
+    for (ItemView view{}; cursor.next(view);)
+        if (view.flags & ITEM_SUMMARY)
+            size += view.name.size() + sizeof(WORD) + view.value.size();
     return size;
 }
 

@@ -1,32 +1,53 @@
 // What the platform does with the items of a note in memory. Names and texts are LMBCS.
+//
+// They are kept in the form in which they are stored, since most notes are opened, changed in one item and saved.
 #pragma once
 
 #include "engine/note_data.h"
 
 namespace embedded {
 
-using Items = std::vector<Item>;
+class Items {
+public:
+    Items() = default;
+    /** Throws EMB_ERR_DAMAGED for bytes that are no encoded items. */
+    explicit Items(std::string encoded);
 
-/** The first item of that name, or NULL. */
-const Item* findItem(const Items& items, std::string_view name) noexcept;
-Item* findItem(Items& items, std::string_view name) noexcept;
+    [[nodiscard]] const std::string& encoded() const noexcept { return encoded_; }
+    [[nodiscard]] bool empty() const noexcept { return encoded_.empty(); }
+    [[nodiscard]] ItemCursor cursor() const noexcept { return ItemCursor(encoded_); }
+    /** The first item of that name. What it points to is valid until a change. */
+    [[nodiscard]] std::optional<ItemView> find(std::string_view name) const { return findItem(encoded_, name); }
+
+    /** Makes room for further items of this many bytes. */
+    void reserve(size_t bytes) { encoded_.reserve(encoded_.size() + bytes); }
+
+    // What is added must not point into these items. Names and values beyond the platform's limits throw
+    // EMB_ERR_ARGUMENT or EMB_ERR_TOO_LONG, lists whose lengths lie EMB_ERR_ITEM_TYPE; nothing is changed then.
+
+    /** Adds an item, also beside one of the same name. */
+    void append(const ItemView& item);
+    /** Puts the item in the place of all of its name. */
+    void set(const ItemView& item);
+    /** Changes the first item of the name where it stands. There must be one. */
+    void change(const ItemView& item);
+    /** Deletes all items of that name; false when there is none. */
+    bool erase(std::string_view name);
+
+    bool operator==(const Items&) const = default;
+
+private:
+    std::string encoded_;
+};
 
 /** A text item as one text, lists joined with "; "; empty for absent items and other types. */
 std::string itemText(const Items& items, std::string_view name);
-/** The entries of a text item; none for absent items and other types. */
+/** The entries of a text item, valid until a change; none for absent items and other types. */
 std::vector<std::string_view> itemEntries(const Items& items, std::string_view name);
 
-// The following throw EMB_ERR_ARGUMENT, EMB_ERR_TOO_LONG or EMB_ERR_ITEM_TYPE, and then change nothing.
-
-/** Adds an item, also beside one of the same name. */
-void appendItem(Items& items, Item item);
-/** Puts the item in the place of all of its name. */
-void setItem(Items& items, Item item);
-/** Adds an entry at the end of a text list; an absent item is created, a text becomes a list. */
+/** Adds an entry at the end of a text list; an absent item is created, a text becomes a list.
+ *  Throws as append() does. */
 void appendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates);
-
-/** Deletes all items of that name; false when there is none. */
-bool deleteItems(Items& items, std::string_view name);
 
 /** Texts, numbers and times become lists of one. */
 void expandItems(Items& items);
@@ -34,7 +55,7 @@ void expandItems(Items& items);
 void contractItems(Items& items);
 
 /** The bytes that the summary items take; the platform's limit is maxSummaryTotal. */
-size_t summarySize(const Items& items) noexcept;
+size_t summarySize(const Items& items);
 constexpr size_t maxSummaryTotal = 0x7FFF;
 
 } // namespace embedded

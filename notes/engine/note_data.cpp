@@ -51,27 +51,29 @@ std::optional<DWORD> parseWord(std::string_view digits) {
 bool sameItemName(std::string_view a, std::string_view b) noexcept {
     if (a.size() != b.size())
         return false;
-    for (size_t i = 0; i < a.size(); ++i)
+    // From the end: the names of a note's items mostly begin alike.
+    for (size_t i = a.size(); i-- > 0;)
         if (a[i] != b[i] && lower(a[i]) != lower(b[i]))
             return false;
     return true;
 }
 
+void appendEncoded(std::string& encoded, const ItemView& item) {
+    const auto nameSize = static_cast<WORD>(item.name.size());
+    const auto valueSize = static_cast<DWORD>(item.value.size());
+    char head[itemHeadSize];
+    std::memcpy(head, &item.flags, sizeof item.flags);
+    std::memcpy(head + 2, &item.type, sizeof item.type);
+    std::memcpy(head + 4, &nameSize, sizeof nameSize);
+    std::memcpy(head + 6, &valueSize, sizeof valueSize);
+    encoded.append(head, sizeof head).append(item.name).append(item.value);
+}
+
 std::string encodeItems(const std::vector<Item>& items) {
-    size_t size = 0;
+    std::string encoded;
     for (const Item& item : items)
-        size += itemHeadSize + item.name.size() + item.value.size();
-    std::string out;
-    out.reserve(size);
-    for (const Item& item : items) {
-        put(out, item.flags);
-        put(out, item.type);
-        put(out, static_cast<WORD>(item.name.size()));
-        put(out, static_cast<DWORD>(item.value.size()));
-        out += item.name;
-        out += item.value;
-    }
-    return out;
+        appendEncoded(encoded, {item.name, item.type, item.flags, item.value});
+    return encoded;
 }
 
 bool ItemCursor::next(ItemView& item) {

@@ -40,10 +40,6 @@ constexpr size_t maxSummaryValue = 0x7FFF;
 /** Item names are equal without regard to the case of ASCII letters. */
 bool sameItemName(std::string_view a, std::string_view b) noexcept;
 
-std::string encodeItems(const std::vector<Item>& items);
-/** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have made. */
-std::vector<Item> decodeItems(std::string_view encoded);
-
 /** An item seen inside encoded items, without a copy. */
 struct ItemView {
     std::string_view name;
@@ -52,12 +48,20 @@ struct ItemView {
     std::string_view value;
 };
 
+/** Adds an item at the end of encoded items. */
+void appendEncoded(std::string& encoded, const ItemView& item);
+std::string encodeItems(const std::vector<Item>& items);
+/** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have made. */
+std::vector<Item> decodeItems(std::string_view encoded);
+
 /** Walks encoded items in order. Throws as decodeItems does. */
 class ItemCursor {
 public:
     explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
     /** False at the end. */
     bool next(ItemView& item);
+    /** The bytes behind the item that next() gave last. */
+    [[nodiscard]] std::string_view rest() const noexcept { return rest_; }
 
 private:
     std::string_view rest_;

@@ -35,7 +35,8 @@ uint64_t digestOf(Items items, WORD noteClass) {
     contractItems(items);
     Digest digest;
     digest.addWord(noteClass);
-    for (const Item& item : items) {
+    ItemCursor cursor = items.cursor();
+    for (ItemView item{}; cursor.next(item);) {
         if (sameItemName(item.name, signatureItem))
             continue;
         digest.add(item.name);
@@ -53,12 +54,12 @@ void signItems(Items& items, WORD noteClass, std::string_view signer) {
     std::string value(magic);
     value.append(reinterpret_cast<const char*>(&digest), sizeof digest);
     value += signer;
-    setItem(items, {signatureItem, TYPE_SIGNATURE, ITEM_SIGN, std::move(value)});
+    items.set({signatureItem, TYPE_SIGNATURE, ITEM_SIGN, value});
 }
 
 SignatureState signatureState(const Items& items, WORD noteClass) {
     SignatureState state;
-    const Item* item = findItem(items, signatureItem);
+    const auto item = items.find(signatureItem);
     if (!item)
         return state;
     state.present = true;

@@ -116,6 +116,7 @@ struct Store::Statements {
     sqlite3_stmt* findUnid = nullptr;
     sqlite3_stmt* insert = nullptr;
     sqlite3_stmt* replace = nullptr;
+    sqlite3_stmt* replaceUnid = nullptr;
     sqlite3_stmt* remove = nullptr;
     sqlite3_stmt* scan = nullptr;
     sqlite3_stmt* getProperty = nullptr;
@@ -123,7 +124,7 @@ struct Store::Statements {
 
     ~Statements() {
         for (sqlite3_stmt* statement :
-             {readHead, read, findUnid, insert, replace, remove, scan, getProperty, setProperty})
+             {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty})
             sqlite3_finalize(statement);
     }
 };
@@ -229,8 +230,10 @@ void Store::prepare() {
     prepare(statements_->read, "SELECT " + columns + " FROM note WHERE id=?1");
     prepare(statements_->findUnid, "SELECT id FROM note WHERE unid=?1");
     prepare(statements_->insert, "INSERT INTO note (" + columns + ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8)");
-    prepare(statements_->replace, "UPDATE note SET class=?2, unid=?3, sequence=?4, sequencetime=?5, modified=?6, "
-                                  "deleted=?7, items=?8 WHERE id=?1");
+    prepare(statements_->replace, "UPDATE note SET class=?2, sequence=?4, sequencetime=?5, modified=?6, deleted=?7, "
+                                  "items=?8 WHERE id=?1");
+    prepare(statements_->replaceUnid, "UPDATE note SET class=?2, unid=?3, sequence=?4, sequencetime=?5, modified=?6, "
+                                      "deleted=?7, items=?8 WHERE id=?1");
     prepare(statements_->remove, "DELETE FROM note WHERE id=?1");
     prepare(statements_->scan, "SELECT " + columns + " FROM note WHERE id>?1 ORDER BY id LIMIT ?2");
     prepare(statements_->getProperty, "SELECT value FROM property WHERE name=?1");
@@ -372,12 +375,13 @@ NOTEID Store::insert(const NoteHead& head, std::string_view items) {
     return id;
 }
 
-void Store::replace(const NoteHead& head, std::string_view items) {
+void Store::replace(const NoteHead& head, std::string_view items, bool unidChanged) {
     begin();
     const UNID unid = unidOf(head.oid);
-    const StatementUse use(statements_->replace);
-    bindRow(statements_->replace, head.id, head, unid, items);
-    run(statements_->replace);
+    sqlite3_stmt* statement = unidChanged ? statements_->replaceUnid : statements_->replace;
+    const StatementUse use(statement);
+    bindRow(statement, head.id, head, unid, items);
+    run(statement);
     changed(items.size());
 }
 

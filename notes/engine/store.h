@@ -5,6 +5,7 @@
 // store restores; a closed database has no other file beside it.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -58,9 +59,13 @@ public:
     [[nodiscard]] NOTEID nextId() const noexcept { return nextId_; }
     /** A number that this database gives out once, for generatedUnidFile(). */
     uint32_t takeSerial();
+    /** Keeps numbers up to this one from being given out. */
+    void skipSerials(uint32_t last) noexcept { nextSerial_ = std::max(nextSerial_, last + 1); }
+    [[nodiscard]] uint32_t lastSerial() const noexcept { return nextSerial_ - 1; }
     /** Adds the note under head.id, or under the next free ID when that is 0; returns the ID. */
     NOTEID insert(const NoteHead& head, std::string_view items);
-    void replace(const NoteHead& head, std::string_view items);
+    /** Without `unidChanged` the stored UNID stays, and its index need not be written. */
+    void replace(const NoteHead& head, std::string_view items, bool unidChanged);
     void remove(NOTEID id);
 
     /** A note seen during a scan; `items` is valid until the visitor returns. */

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t ticksPerSecond = 100;
 constexpr int64_t ticksPerMinute = 60 * ticksPerSecond;
-constexpr int64_t ticksPerDay = 24 * 60 * ticksPerMinute;
+constexpr int64_t ticksPerDay = int64_t{24} * 60 * ticksPerMinute;
 constexpr int64_t julianDayOfEpoch = 2440588; // 1970-01-01
 
 // Years 1 to 9999: what four digits of DXL can say.

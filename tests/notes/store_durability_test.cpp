@@ -35,7 +35,7 @@ std::string ItemsOf(NOTEID id, uint32_t round) {
         for (uint32_t round = firstRound;; ++round) {
             const auto store = Store::open(file, StoreAccess::readWrite);
             for (NOTEID id = 1; id <= before; ++id)
-                store->replace({id, OidOf(id), NOTE_CLASS_DOCUMENT, {}, false}, ItemsOf(id, round));
+                store->replace({id, OidOf(id), NOTE_CLASS_DOCUMENT, {}, false}, ItemsOf(id, round), false);
             store->insert({0, OidOf(100'000 + round), NOTE_CLASS_DOCUMENT, {}, false}, ItemsOf(0, round));
             (void)!::write(ready, "", 1);
             store->close();

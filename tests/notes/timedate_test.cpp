@@ -109,7 +109,8 @@ TEST(Timedate, RefusesWhatIsNoDateOrTime) {
                              "20240601T100000,00+16",
                              "20240601T100000,00+0060",
                              "20240601T100000,00+02x",
-                             "00010101T000000,00+01"})
+                             "00010101T000000,00+01",
+                             "99991231T235959,99-01"})
         EXPECT_FALSE(timedateFromDxl(text, false)) << text;
     EXPECT_FALSE(timedateFromDxl("20240601", true));
     EXPECT_FALSE(timedateFromDxl("T100000,00", true));
