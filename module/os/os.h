@@ -41,6 +41,13 @@ struct DirectoryEntry {
  *  caller closes the file. */
 [[nodiscard]] std::FILE* OpenNew(const char* path) noexcept;
 
+/** Sets disk space aside for a new file that is going to hold the bytes of `content`, so that they lie together. A hint:
+ *  where it is not to be had, writing goes on as without it. */
+void ReserveSpace(std::FILE* file, std::FILE* content) noexcept;
+
+/** Has the system put on the disk what was written to a file, without waiting for that. A hint as well. */
+void StartFlush(std::FILE* file) noexcept;
+
 /** Waits until what was written to a file is on the disk; false when some of it cannot get there. */
 [[nodiscard]] bool FlushToDisk(std::FILE* file) noexcept;
 

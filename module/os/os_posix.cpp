@@ -88,6 +88,18 @@ std::FILE* OpenNew(const char* path) noexcept {
     return std::fopen(HostPath(path).Text(), "wx");
 }
 
+void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {
+    struct stat information = {};
+    if (fstat(fileno(content), &information) == 0) {
+        // Space and not size: the file ends where its last byte was written.
+        (void)fallocate(fileno(file), FALLOC_FL_KEEP_SIZE, 0, information.st_size);
+    }
+}
+
+void StartFlush(std::FILE* file) noexcept {
+    (void)sync_file_range(fileno(file), 0, 0, SYNC_FILE_RANGE_WRITE); // from the start to the end
+}
+
 bool FlushToDisk(std::FILE* file) noexcept {
     return std::fflush(file) == 0 && fsync(fileno(file)) == 0;
 }

@@ -1,0 +1,27 @@
+// Copying one file over another.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace updkrx {
+
+/** What became of a copy. */
+enum CopyResult : int32_t {
+    copied = 0,
+    copyPathInvalid = -1,      // a path is empty, or the source is a pattern or a folder
+    copySourceUnreadable = -2, // the source cannot be opened
+    copyReadFailed = -3,       // the source cannot be read to its end
+    copyWriteFailed = -4,      // less could be written than was read
+    copyTargetUnwritable = -5, // the destination's folder cannot be made, or the destination cannot be written
+    copyTargetExists = -6,     // the destination exists and must not be overwritten
+};
+
+/**
+ * Copies a file, making the folders above the destination if need be. Both paths are native text. The destination is
+ * replaced in one step once all bytes are on the disk: until then, and after every failure, it is what it was, and
+ * nothing is left beside it. Running out of memory is a copyWriteFailed.
+ */
+[[nodiscard]] CopyResult CopyPath(const std::string& source, const std::string& destination, bool overwrite) noexcept;
+
+} // namespace updkrx
