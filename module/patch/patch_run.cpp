@@ -1,11 +1,40 @@
 #include "patch/patch_run.h"
 
+#include "foundation/console_command.h"
 #include "foundation/debug_log.h"
+#include "foundation/notes_text.h"
+#include "maintenance/encyclopedia.h"
+#include "maintenance/expressions.h"
+#include "maintenance/signing.h"
+#include "migrations/retired_documents.h"
 #include "patch/build_numbers.h"
 #include "patch/patch_config.h"
 #include "patch/program_folder.h"
+#include "patch/replacement.h"
 
 namespace updkrx {
+namespace {
+
+/** The first build whose encyclopedia database has the present format. */
+constexpr int32_t encyclopediaFormatBuild = 3050;
+
+STATUS ReplaceDatabases(const PatchRunContext& context, const char* programFolder) {
+    ReplacementRun run = BeginReplacement(programFolder);
+    for (const std::string& entry : context.databaseList) {
+        if (const STATUS status = ReplaceDatabaseEntry(entry, context, run); status != NOERROR) {
+            return status;
+        }
+    }
+    return NOERROR;
+}
+
+void SignProductDatabases() {
+    char folder[MAXPATH];
+    ToLmbcs("krx", folder, sizeof folder);
+    SignDatabase(folder);
+}
+
+} // namespace
 
 STATUS ProcessDatabases(PatchRunContext& context) {
     if (context.databaseBuild >= context.patchBuild) {
@@ -13,6 +42,10 @@ STATUS ProcessDatabases(PatchRunContext& context) {
                  context.runningBuild);
         return NOERROR;
     }
+    // No result below stops the run but that of a database which cannot be taken offline: each step logs what it could
+    // not do, and the next one is worth doing all the same.
+    (void)MigrateContentFilterExpressions();
+    (void)MigrateCFDLPDeleteAttachmentAction();
     if (context.databaseList.empty()) {
         return NOERROR;
     }
@@ -20,7 +53,15 @@ STATUS ProcessDatabases(PatchRunContext& context) {
     if (!GetProgramFolder(programFolder)) {
         return 1;
     }
-    (void)SetBuildNumberOfAllDatabases(); // always 0
+    if (const STATUS status = ReplaceDatabases(context, programFolder); status != NOERROR) {
+        return status;
+    }
+    if (context.databaseBuild < encyclopediaFormatBuild) {
+        (void)UpdateKrency();
+    }
+    (void)SetBuildNumberOfAllDatabases();
+    SignProductDatabases();
+    (void)RunConsoleCommand("tell krxreal restart");
     return NOERROR;
 }
 

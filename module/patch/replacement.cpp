@@ -1,0 +1,168 @@
+#include "patch/replacement.h"
+
+#include <string_view>
+#include <utility>
+
+#include "common/bounded_text.h"
+#include "foundation/console_command.h"
+#include "foundation/debug_log.h"
+#include "foundation/file_copy.h"
+#include "foundation/notes_path.h"
+#include "foundation/notes_text.h"
+#include "maintenance/signing.h"
+#include "migrations/conf_migration.h"
+#include "os/os.h"
+#include "patch/build_numbers.h"
+
+namespace updkrx {
+namespace {
+
+constexpr size_t folderSize = 256;
+constexpr DWORD offlineWait = 10000; // milliseconds that the platform waits for a database's users
+constexpr int offlineAttempts = 60;
+constexpr DWORD offlinePause = 1000; // milliseconds
+constexpr DWORD consolePause = 3000; // milliseconds
+constexpr size_t commandSize = 1024;
+/** The database whose access control list the replaced ones get. */
+constexpr const char* aclDatabase = "krx/krency.nsf";
+
+/** The places of an entry. */
+struct EntryPaths {
+    std::string notes;  // as the Notes API takes it
+    std::string target; // native
+    std::string source; // native
+};
+
+bool Contains(std::string_view entry, std::string_view part) {
+    return entry.find(part) != std::string_view::npos;
+}
+
+void CopyPolicy(const EntryPaths& paths) {
+    DebugLog(level::progress, "Enter dlpStr switch.");
+    const CopyResult result = CopyPath(paths.source, paths.target, true);
+    if (result != copied) {
+        DebugLog(level::progress, "Copy the dlp template error.(%x)", static_cast<uint16_t>(result));
+        return;
+    }
+    DebugLog(level::progress, "Copy the dlp template to KRX database folder! (%s):(%s)", paths.source.c_str(),
+             paths.target.c_str());
+}
+
+/** Takes a fresh list; the held one stays when there is none to be had. */
+void ReadAccessControlList(ScopedMemory& held) {
+    DebugLog(level::progress, "Enter nsfStr switch.");
+    ScopedDatabase database;
+    ScopedMemory fresh;
+    STATUS status = NSFDbOpen(aclDatabase, database.Out());
+    if (status == NOERROR) {
+        status = NSFDbReadACL(database.Get(), fresh.Out());
+    }
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Read ACL error. (%s):(%x)", aclDatabase, status);
+        return;
+    }
+    held = std::move(fresh);
+}
+
+void WriteAccessControlList(const EntryPaths& paths, const ScopedMemory& held) {
+    ScopedDatabase database;
+    if (const STATUS status = WithPath(paths.notes.c_str(), NSFDbOpen, database.Out()); status != NOERROR) {
+        DebugLog(level::progress, "Write ACL error. (%s):(%x)", paths.source.c_str(), status);
+        return;
+    }
+    if (held.Get() != NULLHANDLE) {
+        (void)NSFDbStoreACL(database.Get(), held.Get(), 0, 0); // the database then keeps the list it came with
+    }
+}
+
+STATUS TakeOffline(const EntryPaths& paths) {
+    const char* target = paths.target.c_str();
+    if (os::KindOf(target) != os::PathKind::file) {
+        DebugLog(level::progress, "Database does not exist, do not bring it offline. (%s)", target);
+        return NOERROR;
+    }
+    STATUS status = NOERROR;
+    for (int attempt = 0; attempt < offlineAttempts; ++attempt) {
+        status = WithPath(paths.notes.c_str(), NSFTakeDatabaseOffline, offlineWait, DWORD{OFFLINE_NODELETE});
+        if ((status & ERR_MASK) != ERR_DBINUSE) {
+            break;
+        }
+        DebugLog(level::retry, "DB in use, waiting. Retry: %d.", attempt);
+        (void)AddInIdleDelay(offlinePause); // a server that wants the task to end is not heard in mid-upgrade
+    }
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Bring database offline. (%s):(%x)", target, status);
+        return status;
+    }
+    DebugLog(level::progress, "Bring database offline successfully. (%s)", target);
+    return NOERROR;
+}
+
+/** Nothing in here may leave by an exception: the database is offline until its end. */
+void CopyAndBringOnline(const EntryPaths& paths) noexcept {
+    if (CopyPath(paths.source, paths.target, true) == copied) {
+        DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
+                 paths.target.c_str());
+    }
+    const STATUS status = WithPath(paths.notes.c_str(), NSFBringDatabaseOnline, DWORD{0});
+    DebugLog(level::progress, "Bring database online. (%s):(%x)", paths.target.c_str(), status);
+}
+
+/** Has the server renew the design of the database that is made from a template. */
+void ConvertDatabase(const std::string& entry) {
+    const std::string database = entry.substr(0, entry.find(".ntf")) + ".nsf";
+    char command[commandSize];
+    if (bq_snprintf(command, sizeof command, "load convert krx/%s * krx/%s", database.c_str(), entry.c_str()) < 0) {
+        DebugLog(level::progress, "Error: The command to convert from the template is too long, so skip it. (%s)",
+                 entry.c_str());
+        return;
+    }
+    (void)RunConsoleCommand(command); // the databases can be converted by hand later
+    DebugLog(level::progress, "Run command %s", command);
+    (void)AddInIdleDelay(consolePause);
+}
+
+void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
+    DebugLog(level::progress, "Enter ntfStr switch.");
+    StampBuildNumber(paths.notes.c_str());
+    ConvertDatabase(entry);
+}
+
+} // namespace
+
+ReplacementRun BeginReplacement(const char* programFolder) {
+    char setting[folderSize];
+    (void)GetEnvironmentText("Directory", setting, sizeof setting); // without it the folder is at the root
+    char dataDirectory[folderSize];
+    ToNative(setting, dataDirectory, sizeof dataDirectory);
+    char databaseFolder[folderSize];
+    bq_snprintf(databaseFolder, sizeof databaseFolder, "%s/krx", dataDirectory);
+    return {databaseFolder, programFolder, {}};
+}
+
+STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context, ReplacementRun& run) {
+    const EntryPaths paths = {"krx/" + entry, run.databaseFolder + "/" + entry, run.programFolder + "/" + entry};
+    if (Contains(entry, "PredefinedDLPPolicy.dat")) {
+        CopyPolicy(paths);
+        return NOERROR;
+    }
+    if (Contains(entry, ".nsf")) {
+        ReadAccessControlList(run.accessControlList);
+    }
+    if (const STATUS status = TakeOffline(paths); status != NOERROR) {
+        return status;
+    }
+    CopyAndBringOnline(paths);
+    (void)SignAndHideDatabase(entry, context); // its failures are logged and stop nothing
+    if (Contains(entry, ".ntf")) {
+        RefreshFromTemplate(entry, paths);
+    } else {
+        WriteAccessControlList(paths, run.accessControlList);
+    }
+    if (entry == "krconf.ntf") {
+        (void)MigrateConfDatabase(); // always 0
+    }
+    return NOERROR;
+}
+
+} // namespace updkrx

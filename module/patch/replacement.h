@@ -1,0 +1,34 @@
+// Replacing the databases and templates that the patch brings, one at a time, while the server goes on running.
+#pragma once
+
+#include <string>
+
+#include "foundation/notes_api.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/patch_run_context.h"
+
+namespace updkrx {
+
+/** What the entries of one run share. */
+struct ReplacementRun {
+    std::string databaseFolder;     // native path of the product's databases
+    std::string programFolder;      // native path of the files that the patch brings
+    ScopedMemory accessControlList; // read last; nothing before the first
+};
+
+/** The record for a run's first entry. The product's databases are in "krx" below the data directory. */
+[[nodiscard]] ReplacementRun BeginReplacement(const char* programFolder);
+
+/**
+ * Replaces one file of the product's folder, named as the patch's configuration has it:
+ *   - the predefined DLP policy is only copied;
+ *   - a database is taken offline, copied, brought online and signed; it gets the access control list that the
+ *     encyclopedia database had when the last ".nsf" entry came;
+ *   - a template is stamped with the build instead, and the server converts the database that is made from it.
+ * Returns 0 when the run goes on, whatever else failed (that is logged, except for a database that could not be
+ * copied); the status of taking the database offline when it stays in use or that fails, which ends the run.
+ */
+[[nodiscard]] STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context,
+                                          ReplacementRun& run);
+
+} // namespace updkrx

@@ -1,0 +1,418 @@
+#include "patch/replacement.h"
+
+#include <cstring>
+
+#include "foundation/notes_text.h"
+#include "patch/build_numbers.h"
+#include "support/file_size_limit.h"
+#include "support/server_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr const char* newNotes = "<note class='form'><item name='$TITLE'><text>new</text></item></note>";
+constexpr const char* oldNotes = "<note class='form'><item name='$TITLE'><text>old</text></item></note>";
+
+std::string Acl(const std::string& name) {
+    return "<acl><aclentry name='-Default-' default='true' level='noaccess'/><aclentry name='" + name +
+           "' level='manager'/></acl>";
+}
+
+Texts& operator+=(Texts& texts, const Texts& more) {
+    texts.insert(texts.end(), more.begin(), more.end());
+    return texts;
+}
+
+class ReplacementTest : public test::ServerFixture {
+protected:
+    void SetUp() override {
+        ServerFixture::SetUp();
+        SwitchLogOn();
+        EmbClockSetVirtual(EmbClockNow());
+        SetBuildText(3050);
+        run = BeginReplacement(ProgramFolder().c_str());
+    }
+    void TearDown() override {
+        run = {};
+        ServerFixture::TearDown();
+    }
+
+    /** A database that the patch brings. */
+    void Bring(const std::string& entry, const std::string& notes) const {
+        MakeDatabase("../install/program/V5.8.0.3050/" + entry, notes);
+    }
+    STATUS Replace(const std::string& entry) { return ReplaceDatabaseEntry(entry, context, run); }
+
+    [[nodiscard]] std::string Source(const std::string& entry) const { return (ProgramFolder() / entry).string(); }
+    [[nodiscard]] std::string Target(const std::string& entry) const { return (Data() / "krx" / entry).string(); }
+    /** Whether an installed database holds what MakeDatabase made of the text. */
+    [[nodiscard]] bool Holds(const std::string& entry, const std::string& text) const {
+        return ExportDatabase("krx/" + entry).find(text) != std::string::npos;
+    }
+
+    // What the log tells of the steps.
+    [[nodiscard]] static Texts NsfSwitch() { return {"[1]Enter nsfStr switch."}; }
+    [[nodiscard]] Texts Offline(const std::string& entry) const {
+        return {"[1]Bring database offline successfully. (" + Target(entry) + ")"};
+    }
+    [[nodiscard]] Texts NotThere(const std::string& entry) const {
+        return {"[1]Database does not exist, do not bring it offline. (" + Target(entry) + ")"};
+    }
+    [[nodiscard]] Texts Copied(const std::string& entry) const {
+        return {"[1]Copy the database to KRX database folder! (" + Source(entry) + "):(" + Target(entry) + ")"};
+    }
+    [[nodiscard]] Texts Online(const std::string& entry, const std::string& status = "0") const {
+        return {"[1]Bring database online. (" + Target(entry) + "):(" + status + ")"};
+    }
+    [[nodiscard]] static Texts SignedAndHidden(const std::string& entry) {
+        return {"[1]Info: Start to sign - " + entry + "\n", "[1]Info: Succeeded to sign - " + entry + "\n",
+                "[1]Info: Start to hide design of " + entry + " \n", "[1]Info: End to hide the design.\n"};
+    }
+    [[nodiscard]] static Texts NotOpened(const std::string& entry, STATUS status) {
+        char text[256];
+        GetStatusText(status, text, sizeof text);
+        return {"[1]Failed to open " + entry + " - " + text + "\n"};
+    }
+    [[nodiscard]] static Texts Stamped(const std::string& entry) {
+        return {"[1]Info: start to set build number -'krx/" + entry + "'.\n",
+                "[1]Set the build number to '5.8.0.3050'"};
+    }
+    [[nodiscard]] Texts NoListWritten(const std::string& entry, const std::string& status) const {
+        return {"[1]Write ACL error. (" + Source(entry) + "):(" + status + ")"};
+    }
+
+    PatchRunContext context;
+    ReplacementRun run;
+};
+
+TEST_F(ReplacementTest, WorksBelowTheDataDirectory) {
+    EXPECT_EQ(run.databaseFolder, (Data() / "krx").string());
+    EXPECT_EQ(run.programFolder, ProgramFolder().string());
+    SetEnvironment("Directory", "\xC3\xBC"); // u umlaut, another byte in the Notes character set
+    EXPECT_EQ(BeginReplacement("").databaseFolder, "\xC3\xBC/krx");
+    SetEnvironment("Directory", nullptr);
+    EXPECT_EQ(BeginReplacement("").databaseFolder, "/krx");
+}
+
+TEST_F(ReplacementTest, OnlyCopiesThePolicy) {
+    const std::string merelyNamed = "oldPredefinedDLPPolicy.dat.ntf";
+    for (const std::string& entry : {std::string("PredefinedDLPPolicy.dat"), merelyNamed}) {
+        test::WriteFile(Target(entry), "old");
+        test::WriteFile(Source(entry), "new policy");
+        EmbResetCalls();
+        EXPECT_EQ(Replace(entry), 0);
+        EXPECT_EQ(test::ReadFile(Target(entry)), "new policy");
+        EXPECT_EQ(EmbCallCount(nullptr), EmbCallCount("OSGetEnvironmentLong") + EmbCallCount("OSGetDataDirectory"))
+            << "only the log has asked the platform";
+    }
+    EXPECT_EQ(Replace("no PredefinedDLPPolicy.dat"), 0);
+    Texts expected;
+    for (const std::string& entry : {std::string("PredefinedDLPPolicy.dat"), merelyNamed}) {
+        expected += {"[1]Enter dlpStr switch.", "[1]Copy the dlp template to KRX database folder! (" + Source(entry) +
+                                                    "):(" + Target(entry) + ")"};
+    }
+    expected += {"[1]Enter dlpStr switch.", "[1]Copy the dlp template error.(fffe)"};
+    EXPECT_EQ(LogMessages(), expected);
+}
+
+TEST_F(ReplacementTest, ReplacesADatabaseAndKeepsItsList) {
+    MakeDatabase("krx/krency.nsf", Acl("Ours") + oldNotes);
+    Bring("krency.nsf", Acl("Theirs") + newNotes);
+    EXPECT_EQ(Replace("krency.nsf"), 0);
+    Texts expected = NsfSwitch();
+    for (const Texts& step :
+         {Offline("krency.nsf"), Copied("krency.nsf"), Online("krency.nsf"), SignedAndHidden("krency.nsf")}) {
+        expected += step;
+    }
+    EXPECT_EQ(LogMessages(), expected);
+    EXPECT_FALSE(EmbIsOffline("krx/krency.nsf"));
+    for (const auto& [text, held] : {std::pair("Ours", true),
+                                     {"Theirs", false},
+                                     {">new<", true},
+                                     {">old<", false},
+                                     {"$Signature", true},
+                                     {"krx:replicationflags='0020'", true}}) {
+        EXPECT_EQ(Holds("krency.nsf", text), held) << text;
+    }
+    EXPECT_TRUE(ConsoleCommands().empty());
+}
+
+TEST_F(ReplacementTest, ReplacesATemplateAndHasTheDatabaseConverted) {
+    for (const bool installed : {true, false}) {
+        SCOPED_TRACE(installed);
+        const size_t logged = LogMessages().size();
+        if (installed) {
+            MakeDatabase("krx/krvlog.ntf", Acl("Ours") + oldNotes + HelpNote("5.8.0.3001"));
+        }
+        Bring("krvlog.ntf", Acl("Theirs") + newNotes + HelpNote("5.8.0.3040"));
+        const int64_t waited = EmbClockWaited();
+        EXPECT_EQ(Replace("krvlog.ntf"), 0);
+        EXPECT_EQ(EmbClockWaited() - waited, 3000);
+
+        Texts expected = installed ? Offline("krvlog.ntf") : NotThere("krvlog.ntf");
+        for (const Texts& step : {Copied("krvlog.ntf"), Online("krvlog.ntf"), SignedAndHidden("krvlog.ntf")}) {
+            expected += step;
+        }
+        expected += {"[1]Enter ntfStr switch."};
+        expected += Stamped("krvlog.ntf");
+        expected += {"[1]Run command load convert krx/krvlog.nsf * krx/krvlog.ntf"};
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(HelpItems("krx/krvlog.ntf", "BuildNumber"), Texts{"5.8.0.3050"});
+        EXPECT_TRUE(Holds("krvlog.ntf", "Theirs")) << "a template keeps the list that it comes with";
+        EXPECT_EQ(ConsoleCommands().back(), "load convert krx/krvlog.nsf * krx/krvlog.ntf");
+        EXPECT_EQ(EmbCallCount("NSFDbReadACL") + EmbCallCount("NSFDbStoreACL"), 0U);
+        std::filesystem::remove(Source("krvlog.ntf"));
+        std::filesystem::remove(Target("krvlog.ntf"));
+    }
+    EXPECT_EQ(ConsoleCommands().size(), 2U);
+}
+
+TEST_F(ReplacementTest, MigratesTheConfigurationAfterItsTemplate) {
+    const struct {
+        const char* entry;
+        Texts commands;
+    } cases[] = {
+        {"krconf.ntf",
+         {"load convert krx/krconf.nsf * krx/krconf.ntf", "load design -f krx/krconf.nsf"}}, // ends the migration
+        {"krconf.ntf.ntf", {"load convert krx/krconf.nsf * krx/krconf.ntf.ntf"}},
+        {"krconf.nsf", {}},
+    };
+    Texts expected;
+    for (const auto& [entry, commands] : cases) {
+        SCOPED_TRACE(entry);
+        Bring(entry, newNotes);
+        EXPECT_EQ(Replace(entry), 0);
+        expected += commands;
+        EXPECT_EQ(ConsoleCommands(), expected);
+    }
+}
+
+TEST_F(ReplacementTest, GoesByTheExtensionAsItIsWritten) {
+    const struct {
+        const char* entry;
+        DWORD listsRead;
+        DWORD listsStored;
+        const char* command;
+    } cases[] = {
+        {"a.dat", 0, 0, nullptr}, // the first entries come before any list is read
+        {"b.NSF", 0, 0, nullptr},
+        {"c.NTF", 0, 0, nullptr},
+        {"d.ntf", 0, 0, "load convert krx/d.nsf * krx/d.ntf"},
+        {"e.nsf.ntf", 1, 0, "load convert krx/e.nsf.nsf * krx/e.nsf.ntf"},
+        {"f.ntf.ntf", 0, 0, "load convert krx/f.nsf * krx/f.ntf.ntf"},
+        {"g.nsfx", 1, 1, nullptr},
+        {"h.NSF", 0, 1, nullptr},
+        {"i.dat", 0, 1, nullptr},
+    };
+    MakeDatabase("krx/krency.nsf", Acl("Ours"));
+    for (const auto& [entry, listsRead, listsStored, command] : cases) {
+        SCOPED_TRACE(entry);
+        Bring(entry, Acl("Theirs") + newNotes);
+        EmbResetCalls();
+        const size_t commands = ConsoleCommands().size();
+        EXPECT_EQ(Replace(entry), 0);
+        EXPECT_EQ(EmbCallCount("NSFDbReadACL"), listsRead);
+        EXPECT_EQ(EmbCallCount("NSFDbStoreACL"), listsStored);
+        EXPECT_EQ(Holds(entry, "Ours"), listsStored == 1);
+        EXPECT_TRUE(Holds(entry, "$Signature"));
+        EXPECT_EQ(ConsoleCommands().size(), commands + (command != nullptr ? 1 : 0));
+        if (command != nullptr) {
+            EXPECT_EQ(ConsoleCommands().back(), command);
+        }
+    }
+}
+
+TEST_F(ReplacementTest, CarriesOneListToTheNextEntries) {
+    MakeDatabase("krx/krency.nsf", Acl("First"));
+    for (const char* entry : {"a.nsf", "b.NSF", "c.nsf", "d.nsf", "e.nsf"}) {
+        Bring(entry, Acl("Theirs"));
+    }
+    EXPECT_EQ(Replace("a.nsf"), 0);
+    EXPECT_EQ(Replace("b.NSF"), 0);
+    std::filesystem::remove(Target("krency.nsf"));
+    EXPECT_EQ(Replace("c.nsf"), 0);
+    MakeDatabase("krx/krency.nsf", Acl("Second"));
+    ASSERT_EQ(EmbFaultArm("NSFDbReadACL", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(Replace("d.nsf"), 0);
+    EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_MEMORY), 1U);
+    EXPECT_EQ(Replace("e.nsf"), 0);
+    EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_MEMORY), 1U) << "the first list is freed";
+
+    for (const char* entry : {"a.nsf", "b.NSF", "c.nsf", "d.nsf"}) {
+        EXPECT_TRUE(Holds(entry, "First")) << entry;
+    }
+    EXPECT_TRUE(Holds("e.nsf", "Second"));
+    Texts errors;
+    for (const std::string& message : LogMessages()) {
+        if (message.find("ACL") != std::string::npos) {
+            errors.push_back(message);
+        }
+    }
+    EXPECT_EQ(errors,
+              (Texts{"[1]Read ACL error. (krx/krency.nsf):(103)", "[1]Read ACL error. (krx/krency.nsf):(246)"}));
+}
+
+TEST_F(ReplacementTest, WaitsForTheUsersOfADatabase) {
+    for (const DWORD attempts : {59U, 60U}) {
+        SCOPED_TRACE(attempts);
+        const size_t logged = LogMessages().size();
+        MakeDatabase("krx/a.dat", oldNotes);
+        Bring("a.dat", newNotes);
+        const std::string before = test::ReadFile(Target("a.dat"));
+        ASSERT_EQ(EmbSetInUse("krx/a.dat", attempts), NOERROR);
+        EmbResetCalls();
+        const int64_t waited = EmbClockWaited();
+        EXPECT_EQ(Replace("a.dat"), attempts < 60 ? 0 : 0x13EA);
+        EXPECT_EQ(EmbCallCount("NSFTakeDatabaseOffline"), 60U);
+        EXPECT_EQ(EmbClockWaited() - waited, attempts * (10000 + 1000));
+
+        Texts expected;
+        for (DWORD i = 0; i < attempts; ++i) {
+            expected += {"[0]DB in use, waiting. Retry: " + std::to_string(i) + "."};
+        }
+        if (attempts < 60) {
+            for (const Texts& step : {Offline("a.dat"), Copied("a.dat"), Online("a.dat"), SignedAndHidden("a.dat")}) {
+                expected += step;
+            }
+            EXPECT_TRUE(Holds("a.dat", ">new<"));
+        } else {
+            expected += {"[1]Bring database offline. (" + Target("a.dat") + "):(13ea)"};
+            EXPECT_EQ(test::ReadFile(Target("a.dat")), before);
+        }
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_FALSE(EmbIsOffline("krx/a.dat"));
+        std::filesystem::remove(Source("a.dat"));
+        std::filesystem::remove(Target("a.dat"));
+    }
+}
+
+TEST_F(ReplacementTest, EndsTheRunWhenADatabaseCannotBeTakenOffline) {
+    MakeDatabase("krx/a.nsf", oldNotes);
+    Bring("a.nsf", newNotes);
+    const std::string before = test::ReadFile(Target("a.nsf"));
+    ASSERT_EQ(EmbSetInUse("krx/a.nsf", 1), NOERROR);
+    ASSERT_EQ(EmbFaultArm("NSFTakeDatabaseOffline", 2, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(Replace("a.nsf"), ERR_NOACCESS);
+    EXPECT_EQ(LogMessages(), (Texts{"[1]Enter nsfStr switch.", "[1]Read ACL error. (krx/krency.nsf):(103)",
+                                    "[0]DB in use, waiting. Retry: 0.",
+                                    "[1]Bring database offline. (" + Target("a.nsf") + "):(246)"}));
+    EXPECT_EQ(test::ReadFile(Target("a.nsf")), before);
+}
+
+TEST_F(ReplacementTest, GoesOnWithADatabaseThatStaysOffline) {
+    MakeDatabase("krx/a.dat", oldNotes);
+    Bring("a.dat", newNotes);
+    ASSERT_EQ(EmbFaultArm("NSFBringDatabaseOnline", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(Replace("a.dat"), 0);
+    Texts expected = Offline("a.dat");
+    for (const Texts& step : {Copied("a.dat"), Online("a.dat", "246"), NotOpened("a.dat", EMB_ERR_OFFLINE),
+                              NoListWritten("a.dat", "3e04")}) {
+        expected += step;
+    }
+    EXPECT_EQ(LogMessages(), expected);
+}
+
+TEST_F(ReplacementTest, KeepsTheOldDatabaseWhenItCannotBeCopied) {
+    MakeDatabase("krx/a.dat", oldNotes);
+    Bring("a.dat", newNotes + std::string("<document form='A'><item name='T'><text>") + std::string(30000, 'x') +
+                       "</text></item></document>");
+    for (const bool diskFull : {true, false}) {
+        SCOPED_TRACE(diskFull);
+        const size_t logged = LogMessages().size();
+        if (diskFull) {
+            const test::FileSizeLimit full(std::filesystem::file_size(Source("a.dat")) - 1);
+            EXPECT_EQ(Replace("a.dat"), 0);
+        } else {
+            std::filesystem::remove(Source("a.dat"));
+            EXPECT_EQ(Replace("a.dat"), 0);
+        }
+        Texts expected = Offline("a.dat");
+        expected += Online("a.dat");
+        expected += SignedAndHidden("a.dat");
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_TRUE(Holds("a.dat", ">old<"));
+        EXPECT_TRUE(Holds("a.dat", "$Signature"));
+        size_t files = 0;
+        for ([[maybe_unused]] const auto& file : std::filesystem::directory_iterator(Data() / "krx")) {
+            ++files;
+        }
+        EXPECT_EQ(files, 1U) << "nothing is left beside it";
+    }
+}
+
+TEST_F(ReplacementTest, SendsTheCommandWhenATemplateIsNotStamped) {
+    Bring("a.ntf", newNotes + HelpNote("5.8.0.3001"));
+    const struct {
+        const char* operation;
+        DWORD call; // the first one belongs to the signing
+        Texts stamping;
+    } cases[] = {
+        {"NSFDbOpen", 2, {}},
+        {"NSFSearch",
+         2,
+         {"[1]Info: start to set build number -'krx/a.ntf'.\n", "[1]Error: Set build number failed -'krx/a.ntf'.\n"}},
+        {"NSFRemoteConsole", 1, Stamped("a.ntf")},
+    };
+    for (const auto& [operation, call, stamping] : cases) {
+        SCOPED_TRACE(operation);
+        ASSERT_EQ(EmbFaultArm(operation, call, ERR_NOACCESS, 0), NOERROR);
+        EXPECT_EQ(Replace("a.ntf"), 0);
+        Texts expected = {"[1]Enter ntfStr switch."};
+        expected += stamping;
+        expected += {"[1]Run command load convert krx/a.nsf * krx/a.ntf"};
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.end() - static_cast<std::ptrdiff_t>(expected.size()), all.end()), expected);
+    }
+    EXPECT_EQ(EmbClockWaited(), 3 * 3000);
+}
+
+TEST_F(ReplacementTest, NeverCutsAName) {
+    // Too long for the Notes API, or even for a file's name; the last one for the console command too.
+    for (const size_t length : {size_t{252}, size_t{499}, size_t{500}}) {
+        SCOPED_TRACE(length);
+        const size_t logged = LogMessages().size();
+        const size_t commands = ConsoleCommands().size();
+        EmbResetCalls();
+        const std::string entry = std::string(length - 4, 'n') + ".ntf";
+        EXPECT_EQ(Replace(entry), 0);
+        Texts expected = NotThere(entry);
+        for (const Texts& step : {Online(entry, "103"), NotOpened(entry, ERR_NOEXIST)}) {
+            expected += step;
+        }
+        expected += {"[1]Enter ntfStr switch."};
+        const std::string command = "load convert krx/" + entry.substr(0, length - 4) + ".nsf * krx/" + entry;
+        const bool fits = command.size() < 1024;
+        EXPECT_EQ(fits, length < 500);
+        expected +=
+            {fits ? "[1]Run command " + command
+                  : "[1]Error: The command to convert from the template is too long, so skip it. (" + entry + ")"};
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(ConsoleCommands().size(), commands + (fits ? 1 : 0));
+        EXPECT_EQ(EmbCallCount("NSFDbOpen") + EmbCallCount("NSFBringDatabaseOnline"), 0U);
+    }
+
+    // A database that is there but has no path in the Notes API is not touched while it may have users.
+    const std::string folder(200, 'f');
+    const std::string entry = folder + "/" + std::string(60, 'n') + ".dat";
+    test::WriteFile(Target(entry), "old");
+    test::WriteFile(Source(entry), "new");
+    EXPECT_EQ(Replace(entry), ERR_NOEXIST);
+    EXPECT_EQ(LogMessages().back(), "[1]Bring database offline. (" + Target(entry) + "):(103)");
+    EXPECT_EQ(test::ReadFile(Target(entry)), "old");
+}
+
+TEST_F(ReplacementTest, PassesOverAnEmptyEntry) {
+    EXPECT_EQ(Replace(""), 0);
+    const Texts messages = LogMessages();
+    EXPECT_EQ(messages.front(), NotThere("").front());
+    EXPECT_TRUE(std::filesystem::is_directory(Data() / "krx"));
+}
+
+} // namespace
+} // namespace updkrx

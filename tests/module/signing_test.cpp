@@ -1,0 +1,399 @@
+// Signing databases, hiding their design, and the replication settings that each gets.
+#include "maintenance/signing.h"
+
+#include <algorithm>
+
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_text.h"
+#include "maintenance/replication_settings.h"
+#include "support/server_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr const char* items = "<item name='T'><text>x</text></item><item name='L'><textlist><text>y</text></textlist>"
+                              "</item>";
+constexpr const char* document = "<document form='A'><item name='N'><number>5</number></item></document>";
+constexpr const char* replicationNote =
+    "<note class='replicationformula'><item name='$TITLE'><text>old</text></item></note>";
+
+std::string Note(const std::string& noteClass) {
+    return "<note class='" + noteClass + "'>" + items + "</note>";
+}
+
+std::string StatusText(STATUS status) {
+    char text[256];
+    GetStatusText(status, text, sizeof text);
+    return text;
+}
+
+class SigningTest : public test::ServerFixture {
+protected:
+    void SetUp() override {
+        ServerFixture::SetUp();
+        SwitchLogOn();
+    }
+    void TearDown() override {
+        EmbCallHookSet(nullptr, nullptr);
+        ServerFixture::TearDown();
+    }
+
+    /** How many notes of a database carry a signature that covers them as they are. */
+    static DWORD Signed(const char* path) {
+        EMBSIGNATURES counts = {};
+        char signers[256] = "";
+        EXPECT_EQ(EmbSignatures(path, &counts, signers, sizeof signers), NOERROR);
+        EXPECT_STREQ(signers, counts.signedNotes > 0 ? "CN=Local/O=Embedded\n" : "");
+        EXPECT_EQ(counts.changedNotes, 0U);
+        return counts.signedNotes;
+    }
+
+    [[nodiscard]] bool IsHidden(const std::string& path) const {
+        return ExportDatabase(path).find("krx:replicationflags='0020'") != std::string::npos;
+    }
+
+    /** The operations on notes that `body` calls, in their order. */
+    template<class Body>
+    static Texts NoteOperations(Body body) {
+        Texts operations;
+        EmbCallHookSet(
+            [](void* parameter, const char* operation) {
+                if (std::string_view(operation).starts_with("NSFNote")) {
+                    static_cast<Texts*>(parameter)->push_back(operation + 7);
+                }
+            },
+            &operations);
+        body();
+        EmbCallHookSet(nullptr, nullptr);
+        return operations;
+    }
+
+    PatchRunContext context;
+};
+
+TEST_F(SigningTest, SignsEveryClassButDocuments) {
+    const Texts untouched;
+    const Texts plain = {"Open", "GetInfo", "Sign", "Update", "Close"};
+    const Texts expanded = {"Open", "GetInfo", "Close", "Open", "Sign", "Contract", "Update", "Close"};
+    const struct {
+        std::string note; // the start of the element
+        const Texts& operations;
+    } cases[] = {
+        {"<document form='A'>", untouched},
+        {"<note class='helpaboutdocument'>", expanded},
+        {"<note class='form'>", expanded},
+        {"<note class='form' default='true'>", expanded},
+        {"<note class='form' private='true'>", expanded},
+        {"<note class='view'>", plain},
+        {"<note class='icon'>", plain},
+        {"<note krx:class='20' xmlns:krx='urn:updkrx:embedded-notes'>", plain}, // design
+        {"<note krx:class='40' xmlns:krx='urn:updkrx:embedded-notes'>", plain}, // access control
+        {"<note class='helpindex'>", plain},
+        {"<note class='helpusingdocument'>", expanded},
+        {"<note class='filter'>", plain},
+        {"<note class='sharedfield'>", expanded},
+        {"<note class='replicationformula'>", plain},
+    };
+    for (const auto& [note, operations] : cases) {
+        SCOPED_TRACE(note);
+        const std::string end = note.starts_with("<document") ? "</document>" : "</note>";
+        MakeDatabase("krx/a.nsf", note + items + end);
+        std::string expected = ExportDatabase("krx/a.nsf");
+        EXPECT_EQ(NoteOperations([&] { EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0); }), operations);
+        EXPECT_EQ(Signed("krx/a.nsf"), operations.empty() ? 0U : 1U);
+
+        const auto replace = [&](const std::string& from, const std::string& to) {
+            expected.replace(expected.find(from), from.size(), to);
+        };
+        replace("'>\n", "' krx:replicationflags='0020'>\n");
+        if (!operations.empty()) {
+            replace("  </note>", "    <item name='$Signature' sign='true'><rawitemdata type='8'/></item>\n  </note>");
+        }
+        if (operations == expanded) {
+            replace("<textlist><text>y</text></textlist>", "<text>y</text>"); // lists of one are contracted
+        }
+        EXPECT_EQ(ExportDatabase("krx/a.nsf"), expected);
+        std::filesystem::remove(Data() / "krx/a.nsf");
+    }
+}
+
+TEST_F(SigningTest, TellsWhatItDoes) {
+    MakeDatabase("krx/a.nsf", document);
+    EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0);
+    EXPECT_EQ(LogMessages(),
+              (Texts{"[1]Info: Start to sign - a.nsf\n", "[1]Info: Succeeded to sign - a.nsf\n",
+                     "[1]Info: Start to hide design of a.nsf \n", "[1]Info: End to hide the design.\n"}));
+    EXPECT_TRUE(IsHidden("krx/a.nsf"));
+}
+
+TEST_F(SigningTest, OnlyHidesWhenSigningIsSkipped) {
+    MakeDatabase("krx/a.nsf", Note("form"));
+    context.skipDbSign = 1;
+    for (int run = 0; run < 2; ++run) { // the second finds the design hidden
+        EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0);
+        EXPECT_EQ(Signed("krx/a.nsf"), 0U);
+        EXPECT_TRUE(IsHidden("krx/a.nsf"));
+    }
+    const Texts once = {"[1]Info: Start to hide design of a.nsf \n", "[1]Info: End to hide the design.\n"};
+    EXPECT_EQ(LogMessages(), (Texts{once[0], once[1], once[0], once[1]}));
+}
+
+TEST_F(SigningTest, ReportsADatabaseThatCannotBeOpened) {
+    EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 65535);
+    const std::string missing = StatusText(ERR_NOEXIST);
+    EXPECT_EQ(LogMessages(), Texts{"[1]Failed to open a.nsf - " + missing + "\n"});
+    EXPECT_EQ(ServerLogCount("krx/a.nsf"), 1);
+    EXPECT_EQ(ServerLogCount(missing), 1);
+    EXPECT_EQ(EmbCallCount("NSFDbOpen"), 1U);
+
+    // With "krx/" one of these fits into what the platform takes, and one does not.
+    EXPECT_EQ(SignAndHideDatabase(std::string(247, 'n') + ".nsf", context), 65535);
+    EXPECT_EQ(EmbCallCount("NSFDbOpen"), 2U);
+    const std::string tooLong = std::string(248, 'n') + ".nsf";
+    EXPECT_EQ(SignAndHideDatabase(tooLong, context), 65535);
+    EXPECT_EQ(EmbCallCount("NSFDbOpen"), 2U);
+    EXPECT_EQ(LogMessages().back(), "[1]Failed to open " + tooLong + " - " + missing + "\n");
+}
+
+TEST_F(SigningTest, LeavesTheDesignWhenTheSearchFails) {
+    const std::string noAccess = "[1]Failed to sign a.nsf - " + StatusText(ERR_NOACCESS) + "\n";
+    const std::string damaged = "[1]Error: Sign database failed - a.nsf. The error number is 38696\n";
+    const struct {
+        const char* operation;
+        DWORD call;
+        STATUS status;
+        std::string message;
+        DWORD isSigned;
+        int toServer;
+    } cases[] = {
+        {"NSFSearch", 1, ERR_NOACCESS, noAccess, 0, 1},
+        {"NSFSearch", 1, 0x9728, damaged, 0, 0},
+        {"NSFSearch", 1, 0x1728, "[1]Failed to sign a.nsf - " + StatusText(0x1728) + "\n", 0, 0},
+        {"NSFNoteOpen", 1, ERR_NOACCESS, noAccess, 0, 1},
+        {"NSFNoteOpen", 2, ERR_NOACCESS, noAccess, 0, 1}, // the form is opened again
+        {"NSFNoteOpen", 3, 0x9728, damaged, 1, 0},
+        {"NSFNoteClose", 2, ERR_NOACCESS, noAccess, 1, 1}, // when the form is saved
+    };
+    for (const auto& [operation, call, status, message, isSigned, toServer] : cases) {
+        SCOPED_TRACE(std::string(operation) + " " + std::to_string(call));
+        MakeDatabase("krx/a.nsf", Note("form") + Note("view"));
+        const size_t logged = LogMessages().size();
+        const int told = ServerLogCount(StatusText(ERR_NOACCESS));
+        ASSERT_EQ(EmbFaultArm(operation, call, status, 0), NOERROR);
+        EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 65535);
+        EmbFaultClear();
+        Texts messages = LogMessages();
+        messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(logged));
+        Texts expected = {"[1]Info: Start to sign - a.nsf\n"};
+        if (operation == std::string("NSFNoteOpen")) {
+            expected.push_back("[1]Signning failed!!!");
+        }
+        expected.push_back(message);
+        EXPECT_EQ(messages, expected);
+        EXPECT_EQ(ServerLogCount(StatusText(ERR_NOACCESS)), told + toServer);
+        EXPECT_EQ(Signed("krx/a.nsf"), isSigned);
+        EXPECT_FALSE(IsHidden("krx/a.nsf"));
+        std::filesystem::remove(Data() / "krx/a.nsf");
+    }
+}
+
+TEST_F(SigningTest, GoesOnWhenANoteCannotBeSignedOrSaved) {
+    const struct {
+        const char* operation;
+        DWORD call; // the form comes first
+        Texts messages;
+        DWORD isSigned;
+    } cases[] = {
+        {"NSFNoteSign", 1, {"[1]NSFNotesSign error: 582"}, 1},
+        {"NSFNoteSign", 2, {"[1]22222 NSFNotesSign error: 582"}, 1},
+        {"NSFNoteUpdate", 1, {}, 1},
+        {"NSFNoteContract", 1, {}, 2},
+    };
+    for (const auto& [operation, call, messages, isSigned] : cases) {
+        SCOPED_TRACE(std::string(operation) + " " + std::to_string(call));
+        MakeDatabase("krx/a.nsf", Note("form") + Note("view"));
+        const size_t logged = LogMessages().size();
+        const DWORD saved = EmbCallCount("NSFNoteUpdate");
+        ASSERT_EQ(EmbFaultArm(operation, call, ERR_NOACCESS, 0), NOERROR);
+        EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0);
+        EmbFaultClear();
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), saved + 2) << "an unsigned note is saved as well";
+        EXPECT_EQ(Signed("krx/a.nsf"), isSigned);
+        Texts expected = {"[1]Info: Start to sign - a.nsf\n"};
+        expected.insert(expected.end(), messages.begin(), messages.end());
+        const Texts rest = {"[1]Info: Succeeded to sign - a.nsf\n", "[1]Info: Start to hide design of a.nsf \n",
+                            "[1]Info: End to hide the design.\n"};
+        expected.insert(expected.end(), rest.begin(), rest.end());
+        const Texts all = LogMessages();
+        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        std::filesystem::remove(Data() / "krx/a.nsf");
+    }
+}
+
+TEST_F(SigningTest, KeepsTheReplicaIdWhateverFailsInHiding) {
+    MakeDatabase("krx/a.nsf", document);
+    const std::string before = ExportDatabase("krx/a.nsf");
+    for (const char* operation : {"NSFDbReplicaInfoGet", "NSFDbReplicaInfoSet"}) {
+        SCOPED_TRACE(operation);
+        ASSERT_EQ(EmbFaultArm(operation, 1, ERR_NOACCESS, 0), NOERROR);
+        EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0);
+        EXPECT_EQ(ExportDatabase("krx/a.nsf"), before);
+        EXPECT_EQ(LogMessages().back(), "[1]Info: End to hide the design.\n");
+    }
+}
+
+// ---- All product databases
+
+constexpr const char* newReplicationNote = R"(
+    <item name='$TITLE'><text>CN=Mail01/O=Varnholt</text></item>
+    <item name='$ReplVersion'><text>2</text></item>
+    <item name='$ReplSrcServers'><textlist><text>-</text></textlist></item>
+    <item name='$ReplClassMasks'><textlist><text>2047</text></textlist></item>
+    <item name='$ReplFormula'><formula>SELECT @All</formula></item>
+  </note>
+)";
+
+int Count(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+class SignDatabaseTest : public SigningTest {
+protected:
+    void SetUp() override {
+        SigningTest::SetUp();
+        SetEnvironment("MailServer", "CN=Mail01/O=Varnholt");
+    }
+
+    [[nodiscard]] int ReplicationNotes(const std::string& path) const {
+        return Count(ExportDatabase(path), "<note class='replicationformula'>"); // a deleted one has an attribute more
+    }
+};
+
+TEST_F(SignDatabaseTest, SignsTheProductDatabasesInTheirOrder) {
+    MakeDatabase("krx/krconf.nsf", Note("form") + document);
+    MakeDatabase("krx/krlists.nsf", Note("view"));
+    MakeDatabase("krx/other.nsf", Note("view"));
+    SignDatabase("krx");
+
+    Texts expected = {"[1]SignDatabase Enter"};
+    for (const std::string name : {"krconf", "krxquor", "krency", "krvlog", "krquar", "krftypes", "krhelp", "krtime",
+                                   "krxapproved", "krmsg", "krlists"}) {
+        const std::string path = "krx\\" + name + ".nsf";
+        expected.push_back("[1]" + path);
+        if (name == "krconf" || name == "krlists") {
+            expected.push_back("[1]Start to sign - " + path);
+            expected.push_back("[1]Succeeded to sign - " + path);
+        } else {
+            expected.push_back("[1]Failed to open " + path + " - " + StatusText(ERR_NOEXIST));
+            EXPECT_EQ(ServerLogCount(path), 1);
+        }
+    }
+    expected.push_back("[1]SignDatabase Leave");
+    EXPECT_EQ(LogMessages(), expected);
+    EXPECT_EQ(ServerLogCount(StatusText(ERR_NOEXIST)), 9);
+    for (const char* path : {"krx/krconf.nsf", "krx/krlists.nsf"}) {
+        EXPECT_EQ(Signed(path), 1U);
+        EXPECT_EQ(ReplicationNotes(path), 1);
+        EXPECT_FALSE(IsHidden(path));
+    }
+    EXPECT_EQ(Signed("krx/other.nsf"), 0U);
+    EXPECT_EQ(ReplicationNotes("krx/other.nsf"), 0);
+}
+
+TEST_F(SignDatabaseTest, LeavesOneReplicationNoteOfItsOwn) {
+    MakeDatabase("krx/krmsg.nsf", replicationNote + Note("view") + replicationNote + document + replicationNote);
+    for (int run = 0; run < 2; ++run) {
+        SignDatabase("krx");
+        const std::string dxl = ExportDatabase("krx/krmsg.nsf");
+        EXPECT_EQ(ReplicationNotes("krx/krmsg.nsf"), 1);
+        EXPECT_EQ(Count(dxl, newReplicationNote), 1) << dxl;
+        EXPECT_EQ(Count(dxl, "<note class='view'>"), 1);
+        EXPECT_EQ(Count(dxl, "<note class='document'>"), 1);
+    }
+    SetEnvironment("MailServer", nullptr);
+    SignDatabase("krx");
+    EXPECT_EQ(ReplicationNotes("krx/krmsg.nsf"), 0);
+}
+
+TEST_F(SignDatabaseTest, WritesReplicationSettingsWhateverFailed) {
+    const struct {
+        const char* operation;
+        DWORD call; // two notes are signed, and two visited again
+        std::string outcome;
+        int replicationNotes;
+    } cases[] = {
+        {"NSFSearch", 1, "Failed to sign krx\\krmsg.nsf - " + StatusText(ERR_NOACCESS), 1},
+        {"NSFSearch", 2, "Succeeded to sign - krx\\krmsg.nsf", 2},
+        {"NSFNoteOpen", 1, "Failed to sign krx\\krmsg.nsf - " + StatusText(ERR_NOACCESS), 1},
+        {"NSFNoteOpen", 3, "Succeeded to sign - krx\\krmsg.nsf", 2},
+        {"NSFNoteDelete", 1, "Succeeded to sign - krx\\krmsg.nsf", 2},
+        {"NSFNoteCreate", 1, "Succeeded to sign - krx\\krmsg.nsf", 0},
+    };
+    for (const auto& [operation, call, outcome, replicationNotes] : cases) {
+        SCOPED_TRACE(std::string(operation) + " " + std::to_string(call));
+        MakeDatabase("krx/krmsg.nsf", Note("view") + replicationNote);
+        const int told = ServerLogCount(StatusText(ERR_NOACCESS));
+        ASSERT_EQ(EmbFaultArm(operation, call, ERR_NOACCESS, 0), NOERROR);
+        SignDatabase("krx");
+        EmbFaultClear();
+        const bool failed = outcome.starts_with("Failed");
+        EXPECT_EQ(ServerLogCount(StatusText(ERR_NOACCESS)), told + (failed ? 1 : 0));
+        const Texts messages = LogMessages();
+        EXPECT_EQ(messages.at(messages.size() - 4), "[1]" + outcome) << "the next database follows";
+        EXPECT_EQ(messages.back(), "[1]SignDatabase Leave");
+        EXPECT_EQ(ReplicationNotes("krx/krmsg.nsf"), replicationNotes);
+        std::filesystem::remove(Data() / "krx/krmsg.nsf");
+    }
+}
+
+TEST_F(SignDatabaseTest, DiscardsReplicationSettingsThatFail) {
+    MakeDatabase("krx/krmsg.nsf", document);
+    const std::string before = ExportDatabase("krx/krmsg.nsf");
+    ScopedDatabase database;
+    ASSERT_EQ(NSFDbOpen("krx/krmsg.nsf", database.Out()), NOERROR);
+    const struct {
+        const char* operation;
+        DWORD call;
+        STATUS result;
+    } cases[] = {
+        {"OSGetEnvironmentString", 1, 1},
+        {"NSFNoteCreate", 1, ERR_NOACCESS},
+        {"NSFItemSetText", 1, ERR_NOACCESS}, // $TITLE
+        {"NSFItemSetText", 2, ERR_NOACCESS}, // $ReplVersion
+        {"OSMemAlloc", 1, ERR_NOACCESS},
+        {"OSLockObject", 1, 1},
+        {"NSFItemAppend", 1, ERR_NOACCESS}, // $ReplSrcServers
+        {"NSFItemAppend", 2, 1},            // $ReplClassMasks
+        {"NSFFormulaCompile", 1, 1},
+        {"OSLockObject", 2, 1},  // the compiled formula
+        {"NSFItemAppend", 3, 1}, // $ReplFormula
+        {"NSFNoteUpdate", 1, ERR_NOACCESS},
+    };
+    for (const auto& [operation, call, result] : cases) {
+        SCOPED_TRACE(std::string(operation) + " " + std::to_string(call));
+        ASSERT_EQ(EmbFaultArm(operation, call, ERR_NOACCESS, 0), NOERROR);
+        EXPECT_EQ(CreateReplicationSettings(database.Get()), result);
+        EXPECT_EQ(EmbFaultsFired(), 1U);
+        EmbFaultClear();
+        for (const DWORD kind : {EMB_HANDLE_NOTE, EMB_HANDLE_MEMORY, EMB_HANDLE_LOCK}) {
+            EXPECT_EQ(EmbOpenHandles(kind), 0U) << "left open, of kind " << kind;
+        }
+    }
+    ASSERT_EQ(database.Close(), NOERROR);
+    EXPECT_EQ(ExportDatabase("krx/krmsg.nsf"), before);
+
+    ASSERT_EQ(NSFDbOpen("krx/krmsg.nsf", database.Out()), NOERROR);
+    ASSERT_EQ(EmbFaultArm("NSFNoteClose", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(CreateReplicationSettings(database.Get()), ERR_NOACCESS);
+    ASSERT_EQ(database.Close(), NOERROR);
+    EXPECT_EQ(ReplicationNotes("krx/krmsg.nsf"), 1) << "it was saved before it was closed";
+}
+
+} // namespace
+} // namespace updkrx
