@@ -1,0 +1,106 @@
+#include "maintenance/expressions.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/notes_text.h"
+#include "foundation/unid_text.h"
+
+namespace updkrx {
+namespace {
+
+constexpr WORD selectionLength = 31;
+constexpr WORD itemTextSize = 255;
+
+/** An item's text, line breaks and all. */
+std::string_view ReadText(NOTEHANDLE note, const char* item, char (&buffer)[itemTextSize]) noexcept {
+    return {buffer, GetItemText(note, item, buffer, itemTextSize)};
+}
+
+/** The shipped expression of exactly this text; null when there is none. */
+const DefaultExpression* Find(std::span<const DefaultExpression> table, std::string_view expression) noexcept {
+    const auto found = std::ranges::lower_bound(table, expression, {}, &DefaultExpression::expression);
+    return found != table.end() && found->expression == expression ? &*found : nullptr;
+}
+
+// Of the next two changes, one that fails does not keep the other from being saved.
+
+void CorrectDocId(NOTEHANDLE note) noexcept {
+    char unid[unidTextSize];
+    GetUnidText(note, unid);
+    char buffer[itemTextSize];
+    if (ReadText(note, "DocID", buffer) != unid) {
+        (void)NSFItemSetText(note, "DocID", unid, unidTextSize - 1);
+    }
+}
+
+void AddReference(NOTEHANDLE note, std::span<const DefaultExpression> table) noexcept {
+    char buffer[itemTextSize];
+    if (const DefaultExpression* shipped = Find(table, ReadText(note, "Expression", buffer)); shipped != nullptr) {
+        constexpr BOOL allowDuplicates = 0;
+        (void)NSFItemAppendTextList(note, "RefContent", shipped->unid.data(), static_cast<WORD>(shipped->unid.size()),
+                                    allowDuplicates);
+    }
+}
+
+void MigrateDocument(const ExpressionSearch& search, NOTEID noteId) noexcept {
+    ScopedNote note;
+    if (const STATUS status = NSFNoteOpen(search.database, noteId, 0, note.Out()); status != NOERROR) {
+        DebugLog(level::detail, "NSFNoteOpen error %d", status);
+        return;
+    }
+    CorrectDocId(note.Get());
+    AddReference(note.Get(), search.table);
+    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one that cannot be saved stays as it was
+}
+
+/** Returns the status of compiling the formula. */
+STATUS MigrateDocuments() noexcept {
+    ScopedDatabase database;
+    if (NSFDbOpen("krx/krconf.nsf", database.Out()) != NOERROR) {
+        return NOERROR;
+    }
+    ScopedFormula formula;
+    const STATUS status = CompileSelection("FORM=\"Expression\"", selectionLength, formula);
+    if (status != NOERROR) {
+        DebugLog(level::retry, "[%s:%d]UpdateKrency Cannot compile the formula! error[%d]\n", sourceName, __LINE__,
+                 status);
+        return status;
+    }
+    ExpressionSearch search = {database.Get(), DefaultExpressionTable};
+    // A search that is broken off leaves the rest as it was.
+    (void)SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, MigrateExpressionCallback, &search);
+    return NOERROR;
+}
+
+void LogTable() noexcept {
+    for (const auto& [expression, unid] : DefaultExpressionTable) {
+        DebugLog(level::detail, "\tgMap[\"%s\"]=\"%s\";", expression.data(), unid.data());
+    }
+}
+
+} // namespace
+
+DWORD MigrateContentFilterExpressions() noexcept {
+    const STATUS status = MigrateDocuments();
+    if (status == NOERROR) {
+        LogTable();
+    }
+    return status;
+}
+
+STATUS LNCALLBACK MigrateExpressionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+    return WithoutExceptions("MigrateExpressionCallback", NOERROR, [&] {
+        const SEARCH_MATCH found = CopyMatch(match);
+        if (IsMatch(found)) {
+            MigrateDocument(*static_cast<const ExpressionSearch*>(parameter), found.ID.NoteID);
+        }
+        return NOERROR;
+    });
+}
+
+} // namespace updkrx

@@ -1,0 +1,32 @@
+// The expression documents of the configuration database: each carries its own UNID, and one that holds a shipped
+// expression refers to the document of that expression's kind.
+#pragma once
+
+#include <span>
+
+#include "foundation/notes_api.h"
+#include "maintenance/default_expressions.h"
+
+namespace updkrx {
+
+/**
+ * Migrates every expression document of the configuration database and writes the table of shipped expressions to the
+ * log. Returns 0, also when the database cannot be opened or documents could not be changed, or the status of the
+ * selection formula when that did not compile; this is logged, and the table is not.
+ */
+DWORD MigrateContentFilterExpressions() noexcept;
+
+/** The parameter of MigrateExpressionCallback. */
+struct ExpressionSearch {
+    DBHANDLE database;
+    std::span<const DefaultExpression> table; // in ascending byte order of the expressions
+};
+
+/**
+ * Search step: makes DocID of an expression document its own UNID, adds to RefContent what the table has for its
+ * Expression, unless that is there already, and saves it. Always 0. A document that cannot be opened is logged;
+ * a change that fails is left out, and a document that cannot be saved stays as it was stored.
+ */
+STATUS LNCALLBACK MigrateExpressionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
+
+} // namespace updkrx

@@ -1,0 +1,232 @@
+// The expression documents: what the migration changes in them, what it leaves alone, and the table that it logs.
+#include "maintenance/expressions.h"
+
+#include <regex>
+#include <sstream>
+
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/unid_text.h"
+#include "support/server_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr const char* databasePath = "krx/krconf.nsf";
+
+std::string Item(const std::string& name, const std::string& text) {
+    return "<item name='" + name + "'><text>" + text + "</text></item>";
+}
+
+std::string List(const Texts& entries) {
+    std::string list = "<item name='RefContent'><textlist>";
+    for (const std::string& entry : entries) {
+        list += "<text>" + entry + "</text>";
+    }
+    return list + "</textlist></item>";
+}
+
+std::string Document(const std::string& unid, const std::string& items, const char* form = "Expression") {
+    return std::string("<document form='") + form + "'><noteinfo unid='" + unid + "'/>" + items + "</document>";
+}
+
+const std::string own = "2B62C9859B8B015841258DA800324330";
+const std::string other = "1096E921CBE1E9D541258DA80044FFF9";
+const std::string hoax = "CCCD9A452EEE6AF248256E1600236933";
+const std::string chain = "9CA8289B72BE6CE848256E1600236921";
+
+const std::string joke = Item("Expression", "this is not a joke");
+const std::string flower = Item("Expression", "An Internet flower for you .AND.  virus");
+const std::string ownId = Item("DocID", own);
+
+/** Each is tried as the one expression document of a database. */
+const struct {
+    const char* what;
+    std::string before;
+    std::string after;
+    bool newDocId;
+} migrations[] = {
+    {"everything to do", joke + Item("DocID", other), joke + ownId + List({chain}), true},
+    {"without DocID", joke + Item("Title", "t"), joke + Item("Title", "t") + ownId + List({chain}), true},
+    {"done already", joke + ownId + List({chain, other}), joke + ownId + List({chain, other}), false},
+    {"another reference", flower + List({other}) + ownId, flower + List({other, hoax}) + ownId, false},
+    {"a single reference", flower + Item("RefContent", other) + ownId, flower + List({other, hoax}) + ownId, false},
+    {"a blank less", Item("Expression", "An Internet flower for you .AND. virus"),
+     Item("Expression", "An Internet flower for you .AND. virus") + ownId, true},
+    {"another letter case", Item("Expression", "This is not a joke") + ownId,
+     Item("Expression", "This is not a joke") + ownId, false},
+    {"the beginning only", Item("Expression", "this is not a") + ownId, Item("Expression", "this is not a") + ownId,
+     false},
+    {"a second line", Item("Expression", "this is not a joke<break/>") + ownId,
+     Item("Expression", "this is not a joke<break/>") + ownId, false},
+    {"behind all that ships", Item("Expression", "\xC3\xBC") + ownId, Item("Expression", "\xC3\xBC") + ownId, false},
+    {"no expression", Item("DocID", ""), ownId, true},
+    {"DocID in lower case", Item("DocID", "2b62c9859b8b015841258da800324330"), ownId, true},
+    {"DocID with more", Item("DocID", own + "<break/>"), ownId, true},
+};
+
+class ExpressionsTest : public test::ServerFixture {
+protected:
+    /** The migration takes no note for an expression that is one by its form only, or by its class only. */
+    static std::string Neighbours() {
+        return Document("E80682ADE3C36FA541258DA8003EC0EA", joke + Item("DocID", other), "Rule") +
+               "<note class='form'><noteinfo unid='F49AFD5C794C4E1D48258D7600166B22'/>" + Item("Form", "Expression") +
+               joke + "</note>";
+    }
+
+    void Make(const std::string& expressionDocuments) const {
+        std::filesystem::remove(Data() / databasePath);
+        MakeDatabase(databasePath, expressionDocuments + Neighbours());
+    }
+
+    /** The database, or one that is made of these documents, but for its replica ID. */
+    [[nodiscard]] std::string Content(const char* path = databasePath) const {
+        return std::regex_replace(ExportDatabase(path), std::regex(" replicaid='[0-9A-F]*'"), "");
+    }
+    [[nodiscard]] std::string ContentOf(const std::string& expressionDocuments) const {
+        std::filesystem::remove(Data() / "krx/after.nsf");
+        MakeDatabase("krx/after.nsf", expressionDocuments + Neighbours());
+        return Content("krx/after.nsf");
+    }
+
+    /** The log of a migration that had nothing to complain of. */
+    static Texts LoggedTable() {
+        const auto file = std::filesystem::path(__FILE__).parent_path() / "fixtures/default_expressions.txt";
+        std::istringstream content(test::ReadFile(file));
+        Texts lines;
+        for (std::string line; std::getline(content, line);) {
+            lines.push_back("[3]" + line);
+        }
+        return lines;
+    }
+};
+
+TEST_F(ExpressionsTest, MigratesExpressionDocuments) {
+    for (const auto& [what, before, after, newDocId] : migrations) {
+        SCOPED_TRACE(what);
+        Make(Document(own, before));
+        EmbResetCalls();
+        EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+        EXPECT_EQ(EmbCallCount("NSFItemSetText"), newDocId ? 1U : 0U);
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 1U) << "saved, changed or not, and nothing else";
+        const std::string expected = ContentOf(Document(own, after));
+        EXPECT_EQ(Content(), expected);
+
+        EmbSetRedelivery(1);
+        EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+        EmbSetRedelivery(0);
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 3U);
+        EXPECT_EQ(Content(), expected) << "once is enough";
+    }
+}
+
+TEST_F(ExpressionsTest, LogsTheWholeTable) {
+    SwitchLogOn();
+    const Texts table = LoggedTable();
+    ASSERT_EQ(table.size(), 80U);
+    EXPECT_EQ(MigrateContentFilterExpressions(), 0U) << "without the database";
+    EXPECT_EQ(LogMessages(), table);
+
+    Make(Document(own, joke));
+    EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+    const Texts messages = LogMessages();
+    EXPECT_EQ(Texts(messages.begin() + 80, messages.end()), table);
+    EXPECT_EQ(Content(), ContentOf(Document(own, joke + ownId + List({chain}))));
+}
+
+TEST_F(ExpressionsTest, ReportsAFormulaThatDoesNotCompile) {
+    SwitchLogOn();
+    Make(Document(own, joke));
+    ASSERT_EQ(EmbFaultArm("NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION, 0), NOERROR);
+    EXPECT_EQ(MigrateContentFilterExpressions(), ERR_FORMULA_COMPILATION);
+    EXPECT_EQ(Content(), ContentOf(Document(own, joke)));
+    const Texts messages = LogMessages();
+    ASSERT_EQ(messages.size(), 1U) << "no table";
+    EXPECT_TRUE(std::regex_match(messages[0], std::regex(R"(\[0\]\[PatchKRX:[1-9]\d*\]UpdateKrency Cannot compile )"
+                                                         R"(the formula! error\[1282\]\n)")))
+        << messages[0];
+}
+
+TEST_F(ExpressionsTest, GoesOnAfterADocumentThatCannotBeOpened) {
+    SwitchLogOn();
+    Make(Document(own, joke) + Document(other, joke));
+    ASSERT_EQ(EmbFaultArm("NSFNoteOpen", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+    EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 1U);
+    Texts expected = LoggedTable();
+    expected.insert(expected.begin(), "[3]NSFNoteOpen error 582");
+    EXPECT_EQ(LogMessages(), expected);
+}
+
+TEST_F(ExpressionsTest, NextRunMakesUpForWhicheverCallFails) {
+    const std::string expected = ContentOf(Document(own, joke + List({other, chain}) + ownId));
+    for (const char* operation :
+         {"NSFDbOpen", "OSTranslate", "NSFFormulaCompile", "NSFSearch", "NSFNoteOpen", "NSFItemGetText",
+          "NSFItemSetText", "NSFItemAppendTextList", "NSFNoteUpdate", "NSFNoteClose", "NSFDbClose", "OSMemFree"}) {
+        bool fired = true;
+        for (DWORD call = 1; fired; ++call) {
+            SCOPED_TRACE(operation + std::to_string(call));
+            Make(Document(own, joke + List({other}) + Item("DocID", other)));
+            ASSERT_EQ(EmbFaultArm(operation, call, ERR_MEMORY, 0), NOERROR);
+            (void)MigrateContentFilterExpressions();
+            fired = EmbFaultsFired() != 0;
+            EXPECT_TRUE(fired || call > 1);
+            EmbFaultClear();
+            for (const DWORD kind : {EMB_HANDLE_DATABASE, EMB_HANDLE_NOTE, EMB_HANDLE_MEMORY}) {
+                EXPECT_EQ(EmbOpenHandles(kind), 0U) << "left open, of kind " << kind;
+            }
+            EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+            EXPECT_EQ(Content(), expected);
+        }
+    }
+}
+
+TEST_F(ExpressionsTest, OverridesWhoSavedTheDocumentMeanwhile) {
+    Make(Document(own, joke));
+    // Just before the document is written, somebody else writes it.
+    const auto intrude = [](void* done, const char* operation) {
+        bool& intruded = *static_cast<bool*>(done);
+        if (!intruded && operation == std::string_view("NSFNoteUpdate")) {
+            intruded = true;
+            ScopedDatabase database;
+            ScopedNote note;
+            UNID unid = {};
+            ParseUnidText(own, unid);
+            EXPECT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
+            EXPECT_EQ(NSFNoteOpenByUNID(database.Get(), &unid, 0, note.Out()), NOERROR);
+            EXPECT_EQ(NSFItemSetText(note.Get(), "Title", "mine", 4), NOERROR);
+            EXPECT_EQ(NSFNoteUpdate(note.Get(), 0), NOERROR);
+        }
+    };
+    bool intruded = false;
+    EmbCallHookSet(intrude, &intruded);
+    EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
+    EmbCallHookSet(nullptr, nullptr);
+    EXPECT_TRUE(intruded);
+    EXPECT_EQ(Content(), ContentOf(Document(own, joke + ownId + List({chain}))));
+}
+
+TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {
+    const std::string longest(254, 'x');
+    const DefaultExpression table[] = {{longest, chain}};
+    for (const size_t length : {253U, 254U, 255U}) {
+        SCOPED_TRACE(length);
+        const std::string expression = Item("Expression", std::string(length, 'x'));
+        Make(Document(own, expression));
+        ScopedDatabase database;
+        ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
+        ExpressionSearch search = {database.Get(), table};
+        ScopedFormula formula;
+        ASSERT_EQ(CompileSelection("FORM=\"Expression\"", maxSelectionLength, formula), NOERROR);
+        EXPECT_EQ(SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, MigrateExpressionCallback, &search),
+                  NOERROR);
+        EXPECT_EQ(database.Close(), NOERROR);
+        EXPECT_EQ(Content(),
+                  ContentOf(Document(own, expression + ownId + (length < 254 ? std::string() : List({chain})))));
+    }
+}
+
+} // namespace
+} // namespace updkrx
