@@ -1,0 +1,61 @@
+#include "migrations/default_rule.h"
+
+#include <algorithm>
+
+#include "common/ascii_text.h"
+#include "foundation/exception_barrier.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/notes_text.h"
+#include "migrations/log_messages.h"
+
+namespace updkrx {
+namespace {
+
+constexpr WORD selectionLength = 31;
+constexpr WORD formSize = 64;
+constexpr std::string_view item = "DefaultRule";
+
+bool IsKept(NOTEHANDLE note) noexcept {
+    OID oid = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    char buffer[formSize];
+    const std::string_view form(buffer, GetItemText(note, "Form", buffer, sizeof buffer));
+    return std::ranges::any_of(KeptDefaultDocuments, [&](const DefaultDocument& kept) {
+        return EqualIgnoringAsciiCase(form, kept.form) && oid.Note.Innards[0] == kept.note.Innards[0] &&
+               oid.Note.Innards[1] == kept.note.Innards[1];
+    });
+}
+
+void ClearRule(DBHANDLE database, NOTEID noteId) noexcept {
+    ScopedNote note;
+    if (NSFNoteOpen(database, noteId, 0, note.Out()) != NOERROR || IsKept(note.Get())) {
+        return;
+    }
+    // What cannot be written waits for the next upgrade.
+    (void)NSFItemDelete(note.Get(), item.data(), static_cast<WORD>(item.size()));
+    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE);
+}
+
+} // namespace
+
+STATUS ClearDefaultRule(DBHANDLE database) noexcept {
+    ScopedFormula formula;
+    if (const STATUS status = CompileSelection("DefaultRule=\"1\"", selectionLength, formula); status != NOERROR) {
+        LogCompileFailure("ChangeConflictAction", status);
+        return status;
+    }
+    return SearchNotes(database, formula.Get(), NOTE_CLASS_DOCUMENT, ClearDefaultRuleCallback, &database);
+}
+
+STATUS LNCALLBACK ClearDefaultRuleCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+    return WithoutExceptions("ClearDefaultRuleCallback", NOERROR, [&] {
+        const SEARCH_MATCH found = CopyMatch(match);
+        if (IsMatch(found)) {
+            ClearRule(*static_cast<const DBHANDLE*>(parameter), found.ID.NoteID);
+        }
+        return NOERROR;
+    });
+}
+
+} // namespace updkrx

@@ -1,0 +1,47 @@
+// A document of a database while another takes its place. It is gone from the database by then and only memory has it,
+// so this sees to it that one of the two is there in the end.
+#pragma once
+
+#include <string>
+
+#include "foundation/notes_api.h"
+#include "foundation/notes_scoped.h"
+
+namespace updkrx {
+
+/** Makes an open note one that saving creates, with this identity. */
+void MakeNewNote(NOTEHANDLE note, OID identity) noexcept;
+
+class ReplacedDocument {
+public:
+    ReplacedDocument(DBHANDLE database, const std::string& unid) noexcept : database_(database), unid_(unid) {}
+    ReplacedDocument(const ReplacedDocument&) = delete;
+    ReplacedDocument& operator=(const ReplacedDocument&) = delete;
+    ~ReplacedDocument();
+
+    /** Keeps the open document in memory, with all its items; a failure is logged. */
+    [[nodiscard]] bool Keep(NOTEHANDLE note) noexcept;
+
+    /** The document is deleted now. From here on the end of this object, unless Replaced was called, removes what is
+     *  named below, writes the document back and logs whether that worked. Close the notes that are named before. */
+    void RestoreUnlessReplaced() noexcept { restore_ = true; }
+    void Replaced() noexcept { restore_ = false; }
+
+    /** The identity of the note that takes the document's place, to be saved for the first time: the document's UNID,
+     *  and a sequence number that saving makes higher than that of the document's deletion, so that replicas prefer the
+     *  new note. */
+    [[nodiscard]] OID Successor() const noexcept;
+
+    NOTEID copyId = 0;      // the copy out of the template, once there is one
+    NOTEID recreatedId = 0; // the same under the document's UNID
+
+private:
+    void Restore() noexcept;
+
+    DBHANDLE database_;
+    const std::string& unid_;
+    ScopedNote kept_;
+    bool restore_ = false;
+};
+
+} // namespace updkrx

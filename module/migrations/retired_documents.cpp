@@ -1,0 +1,81 @@
+#include "migrations/retired_documents.h"
+
+#include <iterator>
+
+#include "common/startup.h"
+#include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/notes_text.h"
+#include "migrations/log_messages.h"
+#include "migrations/note_items.h"
+
+namespace updkrx {
+namespace {
+
+constexpr WORD itemTextSize = 256;
+
+bool IsReferredTo(NOTEHANDLE note) noexcept {
+    char text[itemTextSize];
+    return HasItem(note, "ReferDocs") && GetItemText(note, "ReferDocs", text, sizeof text) > 0;
+}
+
+STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
+    ScopedNote note;
+    if (const STATUS status = NSFNoteOpen(search.database, noteId, 0, note.Out()); status != NOERROR) {
+        DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
+        return status & ERR_MASK;
+    }
+    if (!IsPredefined(note.Get()) && !IsReferredTo(note.Get()) &&
+        RetiredDocumentUNIDSet.contains(UnidTextOf(note.Get()))) {
+        search.deleteList.push_back(noteId);
+    }
+    return NOERROR;
+}
+
+} // namespace
+
+void InitRetiredDocumentUNIDSet() {
+    RetiredDocumentUNIDSet.clear();
+    RetiredDocumentUNIDSet.insert(std::begin(RetiredDocuments), std::end(RetiredDocuments));
+}
+
+int32_t MigrateCFDLPDeleteAttachmentAction() {
+    InitRetiredDocumentUNIDSet();
+    ScopedDatabase database;
+    STATUS status = NSFDbOpen("krx/krconf.nsf", database.Out());
+    if (status != NOERROR) {
+        return status;
+    }
+    ScopedFormula formula;
+    status = CompileSelection("Form=\"dictionary\" | Form=\"entity\"", maxSelectionLength, formula);
+    if (status != NOERROR) {
+        LogCompileFailure("UpdateKrency", status);
+        return status;
+    }
+    std::vector<NOTEID> deleteList;
+    RetiredSearch search = {database.Get(), deleteList};
+    status =
+        SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_ALL, MigrateCFDLPDeleteAttachmentActionCallback, &search);
+    if (status != NOERROR) {
+        DebugLog(level::detail, "NSFSearch failed for template");
+    }
+    for (const NOTEID noteId : deleteList) {
+        if (NSFNoteDelete(database.Get(), noteId, UPDATE_FORCE) != NOERROR) {
+            DebugLog(level::detail, "cannot delete note: %0x", noteId);
+        }
+    }
+    return status;
+}
+
+STATUS LNCALLBACK MigrateCFDLPDeleteAttachmentActionCallback(void* parameter, SEARCH_MATCH* match,
+                                                             ITEM_TABLE* /*summary*/) noexcept {
+    return WithoutExceptions("MigrateCFDLPDeleteAttachmentActionCallback", NOERROR, [&] {
+        const SEARCH_MATCH found = CopyMatch(match);
+        return IsMatch(found) ? CollectIfRetired(*static_cast<const RetiredSearch*>(parameter), found.ID.NoteID)
+                              : NOERROR;
+    });
+}
+
+} // namespace updkrx

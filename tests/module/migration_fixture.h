@@ -1,0 +1,94 @@
+// The configuration database and its template from a fixture file, whose parts begin with the remarks "database",
+// "template" and "expected": the database, its template (which may be missing), and the whole database afterwards.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/startup.h"
+#include "support/server_fixture.h"
+
+namespace updkrx::test {
+
+inline constexpr const char* confDatabase = "krx/krconf.nsf";
+inline constexpr const char* confTemplate = "krx/krconf.ntf";
+
+class MigrationFixture : public ServerFixture {
+protected:
+    void SetUp() override {
+        ServerFixture::SetUp();
+        ForgetCollections();
+        EmbClockSetVirtual(int64_t{1'800'000'000} * 100);
+    }
+    void TearDown() override {
+        ForgetCollections();
+        ServerFixture::TearDown();
+    }
+
+    static void ForgetCollections() {
+        gMap.clear();
+        ObsoleteUNIDSet.clear();
+        RetiredDocumentUNIDSet.clear();
+    }
+
+    /** Makes the databases of a fixture, in place of those that are there. */
+    void LoadFixture(const std::string& name) {
+        const std::string text = ReadFile(std::filesystem::path(MIGRATION_FIXTURES) / (name + ".dxl"));
+        std::map<std::string, std::string> parts;
+        for (const char* part : {"database", "template", "expected"}) {
+            const std::string remark = std::string("<!-- ") + part + " -->\n";
+            if (const size_t at = text.find(remark); at != std::string::npos) {
+                const size_t begin = at + remark.size();
+                parts[part] = text.substr(begin, text.find("\n\n", begin) - begin);
+            }
+        }
+        Make(confDatabase, parts["database"]);
+        Make(confTemplate, parts["template"]);
+        Make(expectedDatabase, parts["expected"]);
+    }
+
+    [[nodiscard]] std::string Content() const { return Notes(confDatabase); }
+    [[nodiscard]] std::string Expected() const { return Notes(expectedDatabase); }
+
+    /** How many of the log's lines are this one. */
+    [[nodiscard]] int LogCount(const std::string& line) const {
+        int count = 0;
+        for (const std::string& message : LogMessages()) {
+            count += message == line;
+        }
+        return count;
+    }
+
+private:
+    static constexpr const char* expectedDatabase = "krx/expected.nsf";
+
+    void Make(const char* path, const std::string& notes) {
+        std::filesystem::remove(Data() / path);
+        MakeDatabase(path, notes);
+    }
+    /** A database's notes and deletion stubs; the head in front of them holds its own replica ID. */
+    [[nodiscard]] std::string Notes(const char* path) const {
+        const std::string content = ExportDatabase(path);
+        return content.substr(content.find("<acl"));
+    }
+};
+
+/** Opens the configuration database, and its template, for the length of a scope. */
+class OpenDatabases {
+public:
+    OpenDatabases() {
+        EXPECT_EQ(NSFDbOpen(confDatabase, &database), NOERROR);
+        EXPECT_EQ(NSFDbOpen(confTemplate, &ntf), NOERROR);
+    }
+    OpenDatabases(const OpenDatabases&) = delete;
+    OpenDatabases& operator=(const OpenDatabases&) = delete;
+    ~OpenDatabases() {
+        EXPECT_EQ(NSFDbClose(ntf), NOERROR);
+        EXPECT_EQ(NSFDbClose(database), NOERROR);
+    }
+    DBHANDLE database = NULLHANDLE;
+    DBHANDLE ntf = NULLHANDLE;
+};
+
+} // namespace updkrx::test

@@ -1,0 +1,191 @@
+#include <algorithm>
+#include <set>
+
+#include "foundation/unid_text.h"
+#include "migrations/conf_migration.h"
+#include "migrations/conflict_action.h"
+#include "migrations/default_rule.h"
+#include "migrations/dlp_upgrade.h"
+#include "migrations/note_items.h"
+#include "migrations/obsolete_unids.h"
+#include "migrations/retired_documents.h"
+#include "module/migration_fixture.h"
+
+namespace updkrx {
+namespace {
+
+using Texts = std::vector<std::string>;
+using MigrationsTest = test::MigrationFixture;
+using test::confDatabase;
+using test::OpenDatabases;
+
+constexpr const char* unidA2 = "000000000000000000000000000000A2";
+constexpr const char* unidD2 = "000000000000000000000000000000D2";
+
+void Migrate() {
+    EXPECT_EQ(MigrateConfDatabase(), NOERROR);
+}
+
+void RemoveRetired() {
+    EXPECT_EQ(MigrateCFDLPDeleteAttachmentAction(), NOERROR);
+}
+
+TEST_F(MigrationsTest, TurnEachDatabaseIntoTheExpectedOne) {
+    const struct {
+        const char* fixture;
+        void (*migrate)();
+        std::map<std::string, std::string> replaced; // what gMap holds then
+    } cases[] = {
+        {"registers_and_rules", Migrate, {}},
+        {"added_and_kept", Migrate, {}},
+        {"replaced",
+         Migrate,
+         {{unidA2, unidD2}, {"000000000000000000000000000000A3", "000000000000000000000000000000D3"}}},
+        {"references",
+         Migrate,
+         {{"000000000000000000000000000000A1", "000000000000000000000000000000D1"}, {unidA2, unidD2}}},
+        {"unid_in_use", Migrate, {}},
+        {"retired", RemoveRetired, {}},
+    };
+    for (const auto& [fixture, migrate, replaced] : cases) {
+        for (const bool redelivery : {false, true}) {
+            SCOPED_TRACE(std::string(fixture) + (redelivery ? ", saved documents delivered twice" : ""));
+            ForgetCollections();
+            LoadFixture(fixture);
+            EmbSetRedelivery(redelivery);
+            migrate();
+            EXPECT_EQ(Content(), Expected());
+            EXPECT_EQ(gMap, replaced);
+            EXPECT_TRUE(std::ranges::equal(ObsoleteUNIDSet, gMap, {}, {}, &decltype(gMap)::value_type::first));
+            migrate();
+            EXPECT_EQ(Content(), Expected()) << "the second run";
+        }
+    }
+}
+
+TEST_F(MigrationsTest, SaveOnlyWhatTheyChange) {
+    LoadFixture("registers_and_rules");
+    const struct {
+        void (*migrate)(DBHANDLE);
+        DWORD saved;
+    } cases[] = {
+        {[](DBHANDLE database) { EXPECT_EQ(ChangeConflictAction(database), 1); }, 2},
+        {[](DBHANDLE database) { EXPECT_EQ(ClearDefaultRule(database), NOERROR); }, 5},
+    };
+    const OpenDatabases open;
+    for (const auto& [migrate, saved] : cases) {
+        EmbResetCalls();
+        migrate(open.database);
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), saved);
+        migrate(open.database);
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), saved) << "the second run";
+    }
+}
+
+TEST_F(MigrationsTest, RewriteReferencesOfDlpFormsOnly) {
+    LoadFixture("references");
+    const OpenDatabases open;
+    EmbResetCalls();
+    EXPECT_EQ(RemoveObsoleteUNID(open.database), NOERROR);
+    EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 10U) << "changed or not";
+    EmbResetCalls();
+    EXPECT_EQ(ReplaceObsoleteUNID(open.database), NOERROR);
+    EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 4U);
+}
+
+/** Replicas must take the new document for newer than the deletion of the old one. */
+TEST_F(MigrationsTest, GiveARecreatedDocumentTheNextVersion) {
+    LoadFixture("replaced");
+    const OpenDatabases open;
+    EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database), NOERROR);
+    UNID unid = {};
+    ParseUnidText(unidD2, unid);
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(NSFNoteOpenByUNID(open.database, &unid, 0, &note), NOERROR);
+    OID oid = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    EXPECT_EQ(NSFNoteClose(note), NOERROR);
+    EXPECT_EQ(oid.Sequence, 7U) << "5, and 6 was the deletion";
+}
+
+TEST_F(MigrationsTest, LogEveryStep) {
+    SwitchLogOn();
+    LoadFixture("logged");
+    Migrate();
+    std::string lines;
+    for (const std::string& line : LogMessages()) {
+        lines += line + "\n";
+    }
+    EXPECT_EQ(lines, test::ReadFile(std::filesystem::path(MIGRATION_FIXTURES) / "logged.log"));
+}
+
+TEST_F(MigrationsTest, WriteNoLogUnlessItIsOn) {
+    LoadFixture("references");
+    Migrate();
+    EXPECT_EQ(LogMessages(), Texts{});
+}
+
+TEST_F(MigrationsTest, CutAnEntryThatIsTooLong) {
+    const std::string text(8200, 'x');
+    MakeDatabase(confDatabase, "<document form='A'><item name='list' summary='false'><textlist><text>" + text +
+                                   "</text><text>first<break/>second</text></textlist></item></document>");
+    DBHANDLE database = NULLHANDLE;
+    ASSERT_EQ(NSFDbOpen(confDatabase, &database), NOERROR);
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(NSFNoteOpen(database, 0x8F6, 0, &note), NOERROR);
+    TextSet entries = {"before"};
+    ReadTextListfield(note, "list", entries);
+    ReadTextListfield(note, "absent", entries);
+    EXPECT_EQ(entries, (TextSet{"before", "first", text.substr(0, 8191)}));
+    EXPECT_EQ(NSFNoteClose(note), NOERROR);
+    EXPECT_EQ(NSFDbClose(database), NOERROR);
+}
+
+TEST_F(MigrationsTest, RefreshTheDesignWhateverCanBeOpened) {
+    SwitchLogOn();
+    MakeDatabase(confDatabase, "<document form='Register'/>");
+    const auto commands = [] {
+        char transcript[1024];
+        EmbConsoleTranscript(transcript, sizeof transcript);
+        const std::string text = transcript;
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    const int64_t waited = EmbClockWaited();
+    Migrate();
+    EXPECT_EQ(LogMessages(), (Texts{"[3]cannot open krconf.ntf, path: krx/krconf.ntf",
+                                    "[1]Run command load design -f krx/krconf.nsf"}));
+    EXPECT_NE(Content().find("$ConflictAction"), std::string::npos);
+    std::filesystem::remove(Data() / confDatabase);
+    Migrate();
+    EXPECT_EQ(LogMessages().size(), 3U) << "the database is missing: the command, and nothing else";
+    EXPECT_EQ(commands(), 2);
+    EXPECT_EQ(EmbClockWaited() - waited, 6000);
+}
+
+TEST_F(MigrationsTest, KnowEveryRowOfTheirTables) {
+    std::set<std::string_view> unids;
+    std::set<std::string_view> endings;
+    for (const std::string_view unid : RetiredDocuments) {
+        unids.insert(unid);
+        EXPECT_EQ(unid.substr(16, 14), "88257DDB00338E");
+        endings.insert(unid.substr(30));
+    }
+    EXPECT_EQ(unids.size(), 46U);
+    EXPECT_EQ(endings.size(), 46U);
+    EXPECT_EQ(*endings.begin(), "85");
+    EXPECT_EQ(*endings.rbegin(), "B2");
+
+    RetiredDocumentUNIDSet = {"left over"};
+    InitRetiredDocumentUNIDSet();
+    EXPECT_TRUE(std::ranges::equal(RetiredDocumentUNIDSet, unids));
+}
+
+TEST_F(MigrationsTest, RefuseMissingHandles) {
+    SwitchLogOn();
+    EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(NULLHANDLE, 1), 65535);
+    EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(1, NULLHANDLE), 65535);
+    EXPECT_EQ(LogCount("[1]ERROR: hDatabase or hTempalte is 0, quit"), 2);
+}
+
+} // namespace
+} // namespace updkrx
