@@ -9,4 +9,8 @@ namespace updkrx {
  *  waited for, and the server's reply is not read. */
 STATUS RunConsoleCommand(const char* command);
 
+/** Sends a command whose work the server begins on at once: logs it and pauses. Whether it could be sent is passed
+ *  over. */
+void RunConsoleCommandAndWait(const char* command);
+
 } // namespace updkrx

@@ -70,7 +70,7 @@ const char* IddErrorName(int code) noexcept {
     }
 }
 
-int IniFile::ParseEntry(std::string_view line, Entry& entry) {
+int IniFile::ParseEntry(std::string_view line, IniEntry& entry) {
     const size_t separator = line.find('=');
     if (separator == std::string_view::npos) {
         return IDD_ERR_INVALID_VALUE;
@@ -83,13 +83,13 @@ int IniFile::ParseEntry(std::string_view line, Entry& entry) {
     return entry.value.size() > maxValueLength ? IDD_ERR_VALUE_OVERSIZE : IDD_ERR_ZERO;
 }
 
-void IniFile::ParseLine(std::string_view line, std::vector<Section>& sections) {
+void IniFile::ParseLine(std::string_view line, std::vector<IniSection>& sections) {
     if (line.starts_with('[')) {
         const std::string_view name = line.substr(1, line.rfind(']') - 1); // to the end when there is no "]"
         sections.push_back({std::string(name.substr(0, maxNameLength)), {}});
         return;
     }
-    Entry entry;
+    IniEntry entry;
     if (!sections.empty() && ParseEntry(line, entry) == IDD_ERR_ZERO) {
         sections.back().entries.push_back(std::move(entry));
     }
@@ -104,7 +104,7 @@ int IniFile::Load(const char* path) {
     if (!file) {
         return IDD_ERR_INIFILE_OPENFAILED;
     }
-    std::vector<Section> sections;
+    std::vector<IniSection> sections;
     for (std::string line = ReadLine(file.get()); !line.empty(); line = ReadLine(file.get())) {
         const std::string_view text = WithoutLineEnd(line);
         if (EqualIgnoringAsciiCase(text, "[END]")) {
@@ -119,8 +119,8 @@ int IniFile::Load(const char* path) {
     return IDD_ERR_ZERO;
 }
 
-const IniFile::Section* IniFile::FindSection(const char* name) const {
-    const auto found = std::find_if(sections_.begin(), sections_.end(), [name](const Section& section) {
+const IniFile::IniSection* IniFile::FindSection(const char* name) const {
+    const auto found = std::find_if(sections_.begin(), sections_.end(), [name](const IniSection& section) {
         return EqualIgnoringAsciiCase(section.name, name);
     });
     return found == sections_.end() ? nullptr : &*found;
@@ -134,12 +134,12 @@ int IniFile::GetValueAt(const char* section, const char* key, int index, char* b
     if (section == nullptr || key == nullptr || buffer == nullptr || size == nullptr || *size < 1) {
         return IDD_ERR_NULL_ARGUMENT;
     }
-    const Section* found = FindSection(section);
+    const IniSection* found = FindSection(section);
     if (found == nullptr) {
         return IDD_ERR_SECTION_NOTFOUND;
     }
     int matches = 0;
-    for (const Entry& entry : found->entries) {
+    for (const IniEntry& entry : found->entries) {
         if (EqualIgnoringAsciiCase(entry.key, key) && matches++ == index) {
             *size = static_cast<int>(entry.value.copy(buffer, static_cast<size_t>(*size) - 1));
             buffer[*size] = '\0';
@@ -153,11 +153,11 @@ int IniFile::CountValues(const char* section, const char* key) const {
     if (section == nullptr || key == nullptr) {
         return IDD_ERR_NULL_ARGUMENT;
     }
-    const Section* found = FindSection(section);
+    const IniSection* found = FindSection(section);
     if (found == nullptr) {
         return IDD_ERR_SECTION_NOTFOUND;
     }
-    return static_cast<int>(std::count_if(found->entries.begin(), found->entries.end(), [key](const Entry& entry) {
+    return static_cast<int>(std::count_if(found->entries.begin(), found->entries.end(), [key](const IniEntry& entry) {
         return EqualIgnoringAsciiCase(entry.key, key);
     }));
 }
@@ -168,9 +168,9 @@ int IniFile::Clear() noexcept {
 }
 
 void IniFile::Print() const {
-    for (const Section& section : sections_) {
+    for (const IniSection& section : sections_) {
         std::printf("[%s]\n", section.name.c_str());
-        for (const Entry& entry : section.entries) {
+        for (const IniEntry& entry : section.entries) {
             std::printf("%s=%s\n", entry.key.c_str(), entry.value.c_str());
         }
         std::printf("\n");

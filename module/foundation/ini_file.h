@@ -59,21 +59,21 @@ public:
     void Print() const;
 
 private:
-    struct Entry {
+    struct IniEntry {
         std::string key;
         std::string value;
     };
 
-    struct Section {
+    struct IniSection {
         std::string name;
-        std::vector<Entry> entries;
+        std::vector<IniEntry> entries;
     };
 
-    static int ParseEntry(std::string_view line, Entry& entry);
-    static void ParseLine(std::string_view line, std::vector<Section>& sections);
-    [[nodiscard]] const Section* FindSection(const char* name) const;
+    static int ParseEntry(std::string_view line, IniEntry& entry);
+    static void ParseLine(std::string_view line, std::vector<IniSection>& sections);
+    [[nodiscard]] const IniSection* FindSection(const char* name) const;
 
-    std::vector<Section> sections_;
+    std::vector<IniSection> sections_;
 };
 
 } // namespace updkrx

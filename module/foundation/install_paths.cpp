@@ -90,6 +90,7 @@ const char* FindLatestVersionDir(const char* base, const char* subPath, char* bu
         if (!entry.isDirectory || !MatchesPattern(entry.name, pattern.substr(nameStart))) {
             continue;
         }
+        // By its name alone: in a whole path with both separators the last "/" would end the folder.
         const VersionNumbers version = ParseVersionDirName(entry.name);
         if (version > best) {
             best = version;

@@ -16,8 +16,7 @@
 #include <stdint.h>
 
 /* The platform has one calling convention, Microsoft's for x64. It is the compiler's default on Windows; a
- * library that is built elsewhere but called from Windows code asks for it with NOTES_MS_ABI. Operations come
- * from the platform's library on Windows, so the module sees them as imports. */
+ * library that is built elsewhere but called from Windows code asks for it with NOTES_MS_ABI. */
 #if defined(NOTES_MS_ABI)
 #define LNPUBLIC __attribute__((ms_abi))
 #else

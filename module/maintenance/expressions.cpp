@@ -32,14 +32,14 @@ const DefaultExpression* Find(std::span<const DefaultExpression> table, std::str
 void CorrectDocId(NOTEHANDLE note) noexcept {
     char unid[unidTextSize];
     GetUnidText(note, unid);
-    char buffer[itemTextSize];
+    char buffer[itemTextSize] = {};
     if (ReadText(note, "DocID", buffer) != unid) {
         (void)NSFItemSetText(note, "DocID", unid, unidTextSize - 1);
     }
 }
 
 void AddReference(NOTEHANDLE note, std::span<const DefaultExpression> table) noexcept {
-    char buffer[itemTextSize];
+    char buffer[itemTextSize] = {};
     if (const DefaultExpression* shipped = Find(table, ReadText(note, "Expression", buffer)); shipped != nullptr) {
         constexpr BOOL allowDuplicates = 0;
         (void)NSFItemAppendTextList(note, "RefContent", shipped->unid.data(), static_cast<WORD>(shipped->unid.size()),

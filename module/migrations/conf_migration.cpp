@@ -4,6 +4,7 @@
 #include "common/startup.h"
 #include "foundation/console_command.h"
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_text.h"
 #include "migrations/conflict_action.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr WORD pathSize = 32;
 constexpr const char* templatePath = "krx/krconf.ntf";
-constexpr DWORD consolePause = 3000; // milliseconds
 
 void RepairReferences(DBHANDLE database) {
     if (ObsoleteUNIDSet.empty()) {
@@ -55,9 +55,7 @@ void MigrateDocuments(const char* path) {
 void RefreshDesign(const char* path) {
     char command[MAXPATH];
     bq_snprintf(command, sizeof command, "load design -f %s", path);
-    (void)RunConsoleCommand(command); // the design can be refreshed by hand later
-    DebugLog(level::progress, "Run command %s", command);
-    (void)AddInIdleDelay(consolePause); // a server that wants the task to end is not heard in mid-upgrade
+    RunConsoleCommandAndWait(command); // a design that was not refreshed can be later, by hand
 }
 
 } // namespace
@@ -65,7 +63,10 @@ void RefreshDesign(const char* path) {
 STATUS MigrateConfDatabase() {
     char path[pathSize];
     ToLmbcs("krx/krconf.nsf", path, sizeof path);
-    MigrateDocuments(path);
+    (void)WithoutExceptions("MigrateConfDatabase", NOERROR, [&] { // the run goes on, beginning with the design
+        MigrateDocuments(path);
+        return NOERROR;
+    });
     RefreshDesign(path);
     return NOERROR;
 }

@@ -110,6 +110,16 @@ bool SaveUnderOldUnid(const ScopedNote& copy, ReplacedDocument& old) noexcept {
     return true;
 }
 
+/** Gives a note this identity if its sequence number is the higher one: replicas must prefer the note to the deletion of
+ *  the document whose UNID it has. */
+void RaiseSequence(NOTEHANDLE note, OID identity) noexcept {
+    OID own = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &own);
+    if ((own.Sequence & 0xFFFFU) < (identity.Sequence & 0xFFFFU)) {
+        NSFNoteSetInfo(note, _NOTE_OID, &identity);
+    }
+}
+
 /** The database has no document of this name. */
 void AddDocument(const SearchDLPDocParam& search, const TemplateDocument& document) {
     DebugLog(level::progress, "not find %s, add to nsf", document.name.c_str());
@@ -151,7 +161,8 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     if (!old.Keep(note.Get())) {
         return Ending::stopped;
     }
-    (void)note.Close(); // always succeeds
+    old.copyHasUnid = EqualIgnoringAsciiCase(UnidTextOf(document.note), unid); // copying keeps the UNID
+    (void)note.Close();                                                        // always succeeds
 
     if (!Delete(database, oldId, "original", "Success")) {
         return Ending::stopped;
@@ -171,6 +182,9 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
         return Ending::stopped;
     }
 
+    if (old.copyHasUnid) {
+        RaiseSequence(copy.Get(), old.Successor());
+    }
     if (!Succeeded("NSFNoteUpdate", NSFNoteUpdate(copy.Get(), UPDATE_FORCE))) {
         return Ending::stopped;
     }

@@ -36,27 +36,34 @@ OID ReplacedDocument::Successor() const noexcept {
     return identity;
 }
 
+STATUS ReplacedDocument::Remove(NOTEID& noteId) noexcept {
+    const STATUS status = noteId == 0 ? NOERROR : NSFNoteDelete(database_, noteId, UPDATE_FORCE | UPDATE_NOSTUB);
+    if (status == NOERROR) {
+        noteId = 0;
+    }
+    return status;
+}
+
 void ReplacedDocument::Restore() noexcept {
-    STATUS failure = NOERROR; // the last one
-    for (const NOTEID noteId : {copyId, recreatedId}) {
-        if (noteId != 0) {
-            if (const STATUS status = NSFNoteDelete(database_, noteId, UPDATE_FORCE | UPDATE_NOSTUB);
-                status != NOERROR) {
-                failure = status;
-            }
-        }
+    // Only what has the document's UNID makes room for it. A copy under another UNID goes when the document is back: until
+    // then it may be all that is left.
+    STATUS status = Remove(copyHasUnid ? copyId : recreatedId);
+    if (status == NOERROR) {
+        MakeNewNote(kept_.Get(), Successor());
+        status = NSFNoteUpdate(kept_.Get(), UPDATE_FORCE);
     }
-    MakeNewNote(kept_.Get(), Successor());
-    if (const STATUS status = NSFNoteUpdate(kept_.Get(), UPDATE_FORCE); status != NOERROR) {
-        failure = status;
-    }
-    if (failure != NOERROR) {
+    if (status != NOERROR) {
         DebugLog(level::progress,
                  "Restore original dlp template error. unid is %s, sError is %d, czErrorMessage is %s...",
-                 unid_.c_str(), failure, StatusText(failure).Text());
+                 unid_.c_str(), status, StatusText(status).Text());
         return;
     }
     DebugLog(level::progress, "Restore original dlp template success. unid is %s", unid_.c_str());
+    const auto left = static_cast<int>(copyId);
+    if (status = Remove(copyId); status != NOERROR) {
+        DebugLog(level::progress, "The doc copied from ntf stays: notesid=%d, sError is %d, czErrorMessage is %s...",
+                 left, status, StatusText(status).Text());
+    }
 }
 
 } // namespace updkrx

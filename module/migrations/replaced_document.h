@@ -22,8 +22,8 @@ public:
     /** Keeps the open document in memory, with all its items; a failure is logged. */
     [[nodiscard]] bool Keep(NOTEHANDLE note) noexcept;
 
-    /** The document is deleted now. From here on the end of this object, unless Replaced was called, removes what is
-     *  named below, writes the document back and logs whether that worked. Close the notes that are named before. */
+    /** The document is deleted now. From here on the end of this object, unless Replaced was called, writes the document
+     *  back in the place of what is named below, and logs whether that worked. Close the notes that are named before. */
     void RestoreUnlessReplaced() noexcept { restore_ = true; }
     void Replaced() noexcept { restore_ = false; }
 
@@ -32,10 +32,13 @@ public:
      *  new note. */
     [[nodiscard]] OID Successor() const noexcept;
 
-    NOTEID copyId = 0;      // the copy out of the template, once there is one
-    NOTEID recreatedId = 0; // the same under the document's UNID
+    bool copyHasUnid = false; // a copy out of the template has the document's UNID
+    NOTEID copyId = 0;        // the copy, once there is one
+    NOTEID recreatedId = 0;   // the same under the document's UNID, when the copy has another
 
 private:
+    /** Nothing to remove is NOERROR; `noteId` is 0 once the note is gone. */
+    STATUS Remove(NOTEID& noteId) noexcept;
     void Restore() noexcept;
 
     DBHANDLE database_;

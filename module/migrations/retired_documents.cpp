@@ -41,7 +41,9 @@ void InitRetiredDocumentUNIDSet() {
     RetiredDocumentUNIDSet.insert(std::begin(RetiredDocuments), std::end(RetiredDocuments));
 }
 
-int32_t MigrateCFDLPDeleteAttachmentAction() {
+namespace {
+
+int32_t DeleteRetiredDocuments() {
     InitRetiredDocumentUNIDSet();
     ScopedDatabase database;
     STATUS status = NSFDbOpen("krx/krconf.nsf", database.Out());
@@ -67,6 +69,12 @@ int32_t MigrateCFDLPDeleteAttachmentAction() {
         }
     }
     return status;
+}
+
+} // namespace
+
+int32_t MigrateCFDLPDeleteAttachmentAction() {
+    return WithoutExceptions("MigrateCFDLPDeleteAttachmentAction", int32_t{ERR_MEMORY}, DeleteRetiredDocuments);
 }
 
 STATUS LNCALLBACK MigrateCFDLPDeleteAttachmentActionCallback(void* parameter, SEARCH_MATCH* match,

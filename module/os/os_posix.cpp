@@ -1,6 +1,7 @@
 #include "os/os.h"
 
 #include <atomic>
+#include <bit>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -143,22 +144,26 @@ void PutEnvironment(const char* name, const char* value) noexcept {
 }
 
 // ---- Mutex and semaphore, over the kernel's futex. The library's own mutex costs twice as much while nobody contends
-// for it, and its semaphore lets waiting threads go by one kernel call each. Security attributes mean nothing here, as
-// the objects live in the process's own memory; nor does the maximum, as the count has room for any number of threads.
+// for it; its semaphore lets waiting threads go by one kernel call each, and lets a thread that has only just come take
+// the place of one that has been let go but is not awake yet. Security attributes mean nothing here, as the objects
+// live in the process's own memory; nor does the maximum, as the count has room for any number of threads.
 
 namespace {
 
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
 
-/** Sleeps if `word` still is `value`. May return for no reason. */
-void Sleep(const std::atomic<uint32_t>& word, uint32_t value) noexcept {
-    (void)syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, nullptr);
+/** Sleeps if `word` still is `value`, until it is woken by one of `bits`. May return for no reason. */
+void Sleep(const std::atomic<uint32_t>& word, uint32_t value, uint32_t bits) noexcept {
+    (void)syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, value, nullptr, nullptr, bits);
 }
 
-/** Only the address counts: there may be no object any more by the time of the call. */
-void Wake(const std::atomic<uint32_t>* word, int32_t threads) noexcept {
-    (void)syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, threads);
+/** Wakes up to `threads` of those that sleep at `word` for one of `bits`. Only the address counts: there may be no
+ *  object any more by the time of the call. */
+void Wake(const std::atomic<uint32_t>* word, int32_t threads, uint32_t bits) noexcept {
+    (void)syscall(SYS_futex, word, FUTEX_WAKE_BITSET_PRIVATE, threads, nullptr, nullptr, bits);
 }
+
+constexpr uint32_t allBits = FUTEX_BITSET_MATCH_ANY;
 
 constexpr uint32_t freeMutex = 0;
 constexpr uint32_t heldMutex = 1;
@@ -171,7 +176,8 @@ struct Mutex {
 };
 
 struct Semaphore {
-    std::atomic<uint32_t> count = 0;
+    std::atomic<uint32_t> tickets = 0; // drawn by threads as they come to wait
+    std::atomic<uint32_t> served = 0;  // the tickets before this one may go
 };
 
 void CloseObject::operator()(Mutex* mutex) const noexcept {
@@ -194,14 +200,14 @@ void Lock(Mutex& mutex) noexcept {
     }
     // Who has slept cannot tell whether others still do, and takes the mutex as contended.
     while (mutex.state.exchange(contendedMutex, std::memory_order_acquire) != freeMutex) {
-        Sleep(mutex.state, contendedMutex);
+        Sleep(mutex.state, contendedMutex, allBits);
     }
 }
 
 void Unlock(Mutex& mutex) noexcept {
     const auto* state = &mutex.state;
     if (mutex.state.exchange(freeMutex, std::memory_order_release) == contendedMutex) {
-        Wake(state, 1);
+        Wake(state, 1, allBits);
     }
 }
 
@@ -210,22 +216,20 @@ OwnedSemaphore MakeSemaphore(int32_t /*maximum*/, const SecurityAttributes* /*se
 }
 
 void Wait(Semaphore& semaphore) noexcept {
-    uint32_t count = semaphore.count.load(std::memory_order_relaxed);
-    for (;;) {
-        if (count == 0) {
-            Sleep(semaphore.count, 0);
-            count = semaphore.count.load(std::memory_order_relaxed);
-        } else if (semaphore.count.compare_exchange_weak(count, count - 1, std::memory_order_acquire,
-                                                         std::memory_order_relaxed)) {
-            return;
-        }
+    const uint32_t ticket = semaphore.tickets.fetch_add(1, std::memory_order_relaxed);
+    uint32_t served = semaphore.served.load(std::memory_order_acquire);
+    while (static_cast<int32_t>(served - ticket) <= 0) { // both wrap around
+        Sleep(semaphore.served, served, uint32_t{1} << ticket % 32);
+        served = semaphore.served.load(std::memory_order_acquire);
     }
 }
 
 void Release(Semaphore& semaphore, int32_t count) noexcept {
-    const auto* word = &semaphore.count;
-    semaphore.count.fetch_add(static_cast<uint32_t>(count), std::memory_order_release);
-    Wake(word, count);
+    const auto* word = &semaphore.served;
+    const uint32_t first = semaphore.served.fetch_add(static_cast<uint32_t>(count), std::memory_order_release);
+    const uint32_t bits = count < 32 ? (uint32_t{1} << count) - 1 : allBits;
+    // All with these bits: where more than 32 threads wait, a later ticket with the same bit sleeps on by itself.
+    Wake(word, INT_MAX, std::rotl(bits, static_cast<int>(first % 32)));
 }
 
 } // namespace updkrx::os

@@ -9,6 +9,7 @@
 #include "foundation/file_copy.h"
 #include "foundation/notes_path.h"
 #include "foundation/notes_text.h"
+#include "foundation/take_offline.h"
 #include "maintenance/signing.h"
 #include "migrations/conf_migration.h"
 #include "os/os.h"
@@ -18,10 +19,6 @@ namespace updkrx {
 namespace {
 
 constexpr size_t folderSize = 256;
-constexpr DWORD offlineWait = 10000; // milliseconds that the platform waits for a database's users
-constexpr int offlineAttempts = 60;
-constexpr DWORD offlinePause = 1000; // milliseconds
-constexpr DWORD consolePause = 3000; // milliseconds
 constexpr size_t commandSize = 1024;
 /** The database whose access control list the replaced ones get. */
 constexpr const char* aclDatabase = "krx/krency.nsf";
@@ -81,15 +78,11 @@ STATUS TakeOffline(const EntryPaths& paths) {
         DebugLog(level::progress, "Database does not exist, do not bring it offline. (%s)", target);
         return NOERROR;
     }
-    STATUS status = NOERROR;
-    for (int attempt = 0; attempt < offlineAttempts; ++attempt) {
-        status = WithPath(paths.notes.c_str(), NSFTakeDatabaseOffline, offlineWait, DWORD{OFFLINE_NODELETE});
-        if ((status & ERR_MASK) != ERR_DBINUSE) {
-            break;
-        }
-        DebugLog(level::retry, "DB in use, waiting. Retry: %d.", attempt);
-        (void)AddInIdleDelay(offlinePause); // a server that wants the task to end is not heard in mid-upgrade
-    }
+    const STATUS status = WithPath(paths.notes.c_str(), [](const char* path) {
+        return TakeOfflineWhenUnused(path, OFFLINE_NODELETE, [](int earlier) {
+            DebugLog(level::retry, "DB in use, waiting. Retry: %d.", earlier);
+        });
+    });
     if (status != NOERROR) {
         DebugLog(level::progress, "Bring database offline. (%s):(%x)", target, status);
         return status;
@@ -117,9 +110,7 @@ void ConvertDatabase(const std::string& entry) {
                  entry.c_str());
         return;
     }
-    (void)RunConsoleCommand(command); // the databases can be converted by hand later
-    DebugLog(level::progress, "Run command %s", command);
-    (void)AddInIdleDelay(consolePause);
+    RunConsoleCommandAndWait(command); // a database that was not converted can be later, by hand
 }
 
 void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {

@@ -186,7 +186,7 @@ STATUS Database::search(const SearchRequest& request, const Deliver& deliver) {
             if (head.id >= end)
                 return;
             if (auto match = examine(request, head, value))
-                chunk.push_back(std::move(*match));
+                chunk.push_back(*match);
         });
         more = seen == searchChunk && reached < end;
         last = reached;

@@ -125,8 +125,10 @@ std::string inheritedTemplate(Database& database) {
     return database.store().getProperty(attribute("fromtemplate"));
 }
 
-DesignExchange exchangeDesign(Database& database, Database& designTemplate) {
-    DesignExchange exchange;
+namespace {
+
+DesignExchange exchange(Database& database, Database& designTemplate) {
+    DesignExchange result;
     const std::string inherits = templateName(designTemplate);
     std::vector<DesignNote> own = readDesign(database);
     std::set<NOTEID> taken;
@@ -135,26 +137,41 @@ DesignExchange exchangeDesign(Database& database, Database& designTemplate) {
         const DesignNote* existing = counterpart(own, taken, wanted);
         if (!existing) {
             addNote(database, wanted, std::move(items));
-            ++exchange.added;
+            ++result.added;
             continue;
         }
         taken.insert(existing->head.id);
         if (sameContent(*existing, wanted.head.noteClass, items)) {
-            ++exchange.unchanged;
+            ++result.unchanged;
             continue;
         }
         changeNote(database, *existing, wanted, std::move(items));
-        ++exchange.changed;
+        ++result.changed;
     }
     for (const DesignNote& note : own) {
         if (taken.contains(note.head.id))
             continue;
         database.deleteNote(note.head.id, true);
-        ++exchange.deleted;
+        ++result.deleted;
     }
-    if (!inherits.empty() && inherits != inheritedTemplate(database))
+    if (inherits != inheritedTemplate(database))
         database.store().setProperty(attribute("fromtemplate"), inherits);
-    return exchange;
+    return result;
+}
+
+} // namespace
+
+DesignExchange exchangeDesign(Database& database, Database& designTemplate) {
+    Store& store = database.store();
+    store.commit(); // what others have written is not this exchange's to take back
+    try {
+        const DesignExchange result = exchange(database, designTemplate);
+        store.commit();
+        return result;
+    } catch (...) {
+        store.rollback();
+        throw;
+    }
 }
 
 } // namespace embedded

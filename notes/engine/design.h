@@ -28,7 +28,7 @@ struct DesignExchange {
  * Gives the database the design of the template, and has it inherit from that template from now on. Documents,
  * access control list, replica ID and title stay. A design note is the same in both when it has the template
  * note's UNID, or else its class and title; it then keeps its own identity. Notes that are as the template has them
- * are not touched.
+ * are not touched. All of it is stored, or, with an exception, nothing.
  */
 DesignExchange exchangeDesign(Database& database, Database& designTemplate);
 

@@ -307,8 +307,9 @@ DxlTree::DxlTree(const DxlSource& source, DxlSource::Piece piece, const DxlTree&
 
 void DxlTree::parse(std::string_view text) {
     // White space is text until an element is known to have none.
-    const pugi::xml_parse_result result = document_.load_buffer(
-        text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata, pugi::encoding_utf8);
+    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
+    // cppcheck-suppress invalidLifetime; load_buffer() copies the text
+    const auto result = document_.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
     if (!result)
         source_.fail(offset_ + static_cast<size_t>(result.offset), result.description());
 }

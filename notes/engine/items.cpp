@@ -39,10 +39,10 @@ Items changed(const Items& items, Change&& change) {
     encoded.reserve(items.encoded().size());
     ItemCursor cursor = items.cursor();
     for (ItemView view{}; cursor.next(view);) {
+        WORD type = view.type;
         std::string value(view.value);
-        change(view.type, value);
-        view.value = value;
-        appendEncoded(encoded, view);
+        change(type, value);
+        appendEncoded(encoded, {view.name, type, view.flags, value});
     }
     return Items(std::move(encoded));
 }
@@ -51,7 +51,10 @@ void expand(WORD& type, std::string& value) {
     for (const ListType& pair : listTypes) {
         if (type != pair.single)
             continue;
-        value = type == TYPE_TEXT ? encodeTextList({value}) : std::string(rangeOfOne) + value;
+        if (type == TYPE_TEXT)
+            value = encodeTextList({value});
+        else
+            value.insert(0, rangeOfOne);
         type = pair.list;
         return;
     }

@@ -60,6 +60,26 @@ std::string loadConvert(Session& session, const Arguments& arguments) {
     return textOf(exchangeDesign(*database, *from));
 }
 
+/** The template of that name in a folder, NULL when there is none. Templates that cannot be opened are passed over. */
+std::shared_ptr<Database> findTemplate(Session& session, const std::filesystem::path& folder, const std::string& name) {
+    std::error_code failed; // leaves the folder's rest out
+    std::set<std::filesystem::path> files;
+    for (std::filesystem::directory_iterator entry(folder, failed), end; !failed && entry != end;
+         entry.increment(failed))
+        if (entry->path().extension() == ".ntf")
+            files.insert(entry->path());
+    for (const auto& file : files) {
+        try {
+            auto candidate = session.openDatabase(file);
+            if (templateName(*candidate) == name)
+                return candidate;
+        } catch (const StatusError&) {
+            continue; // damaged or offline
+        }
+    }
+    return nullptr;
+}
+
 /** Refreshes a database's design from the template that it inherits from, which is looked for beside it. */
 std::string loadDesign(Session& session, const Arguments& arguments) {
     const auto file = session.databasePath(arguments[1]);
@@ -67,16 +87,10 @@ std::string loadDesign(Session& session, const Arguments& arguments) {
     const std::string name = inheritedTemplate(*database);
     if (name.empty())
         return "done: the database inherits from no template";
-    std::set<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(file.parent_path()))
-        if (entry.path().extension() == ".ntf")
-            files.insert(entry.path());
-    for (const auto& candidate : files) {
-        const auto from = session.openDatabase(candidate);
-        if (templateName(*from) == name)
-            return textOf(exchangeDesign(*database, *from));
-    }
-    throw StatusError(ERR_NOEXIST, "template " + name);
+    const auto from = findTemplate(session, file.parent_path(), name);
+    if (!from)
+        throw StatusError(ERR_NOEXIST, "template " + name);
+    return textOf(exchangeDesign(*database, *from));
 }
 
 constexpr ConsoleCommand commands[] = {

@@ -290,12 +290,18 @@ void Store::commit() {
         setCounter(nextSerialProperty, nextSerial_);
         execute(database_, file_, "COMMIT");
     } catch (...) {
-        sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr);
-        pending_ = false;
+        rollback();
         throw;
     }
     pending_ = false;
     pendingBytes_ = 0;
+}
+
+void Store::rollback() noexcept {
+    sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr); // fails only when there is nothing to take back
+    pending_ = false;
+    pendingBytes_ = 0;
+    ++changes_;
 }
 
 void Store::changed(size_t bytes) {

@@ -46,6 +46,8 @@ public:
     /** Commits and closes; throws when that failed, and is closed all the same. */
     void close();
     void commit();
+    /** Takes back what has been written since the last commit. */
+    void rollback() noexcept;
 
     // ---- Notes. All throw EMB_ERR_DISK, EMB_ERR_BUSY, EMB_ERR_DAMAGED or EMB_ERR_READ_ONLY.
 

@@ -142,7 +142,6 @@ TEST_F(ReplacementTest, ReplacesADatabaseAndKeepsItsList) {
 TEST_F(ReplacementTest, ReplacesATemplateAndHasTheDatabaseConverted) {
     for (const bool installed : {true, false}) {
         SCOPED_TRACE(installed);
-        const size_t logged = LogMessages().size();
         if (installed) {
             MakeDatabase("krx/krvlog.ntf", Acl("Ours") + oldNotes + HelpNote("5.8.0.3001"));
         }
@@ -158,8 +157,7 @@ TEST_F(ReplacementTest, ReplacesATemplateAndHasTheDatabaseConverted) {
         expected += {"[1]Enter ntfStr switch."};
         expected += Stamped("krvlog.ntf");
         expected += {"[1]Run command load convert krx/krvlog.nsf * krx/krvlog.ntf"};
-        const Texts all = LogMessages();
-        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(NewLogMessages(), expected);
         EXPECT_EQ(HelpItems("krx/krvlog.ntf", "BuildNumber"), Texts{"5.8.0.3050"});
         EXPECT_TRUE(Holds("krvlog.ntf", "Theirs")) << "a template keeps the list that it comes with";
         EXPECT_EQ(ConsoleCommands().back(), "load convert krx/krvlog.nsf * krx/krvlog.ntf");
@@ -258,7 +256,6 @@ TEST_F(ReplacementTest, CarriesOneListToTheNextEntries) {
 TEST_F(ReplacementTest, WaitsForTheUsersOfADatabase) {
     for (const DWORD attempts : {59U, 60U}) {
         SCOPED_TRACE(attempts);
-        const size_t logged = LogMessages().size();
         MakeDatabase("krx/a.dat", oldNotes);
         Bring("a.dat", newNotes);
         const std::string before = test::ReadFile(Target("a.dat"));
@@ -282,8 +279,7 @@ TEST_F(ReplacementTest, WaitsForTheUsersOfADatabase) {
             expected += {"[1]Bring database offline. (" + Target("a.dat") + "):(13ea)"};
             EXPECT_EQ(test::ReadFile(Target("a.dat")), before);
         }
-        const Texts all = LogMessages();
-        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(NewLogMessages(), expected);
         EXPECT_FALSE(EmbIsOffline("krx/a.dat"));
         std::filesystem::remove(Source("a.dat"));
         std::filesystem::remove(Target("a.dat"));
@@ -322,7 +318,6 @@ TEST_F(ReplacementTest, KeepsTheOldDatabaseWhenItCannotBeCopied) {
                        "</text></item></document>");
     for (const bool diskFull : {true, false}) {
         SCOPED_TRACE(diskFull);
-        const size_t logged = LogMessages().size();
         if (diskFull) {
             const test::FileSizeLimit full(std::filesystem::file_size(Source("a.dat")) - 1);
             EXPECT_EQ(Replace("a.dat"), 0);
@@ -333,8 +328,7 @@ TEST_F(ReplacementTest, KeepsTheOldDatabaseWhenItCannotBeCopied) {
         Texts expected = Offline("a.dat");
         expected += Online("a.dat");
         expected += SignedAndHidden("a.dat");
-        const Texts all = LogMessages();
-        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(NewLogMessages(), expected);
         EXPECT_TRUE(Holds("a.dat", ">old<"));
         EXPECT_TRUE(Holds("a.dat", "$Signature"));
         size_t files = 0;
@@ -373,26 +367,29 @@ TEST_F(ReplacementTest, SendsTheCommandWhenATemplateIsNotStamped) {
 
 TEST_F(ReplacementTest, NeverCutsAName) {
     // Too long for the Notes API, or even for a file's name; the last one for the console command too.
-    for (const size_t length : {size_t{252}, size_t{499}, size_t{500}}) {
-        SCOPED_TRACE(length);
-        const size_t logged = LogMessages().size();
+    const struct {
+        std::string entry;
+        bool fits; // into a command of 1023 bytes
+    } cases[] = {
+        {std::string(248, 'n') + ".ntf", true},
+        {std::string(495, 'n') + ".ntfx", true}, // exactly
+        {std::string(496, 'n') + ".ntf", false},
+    };
+    for (const auto& [entry, fits] : cases) {
+        SCOPED_TRACE(entry.size());
         const size_t commands = ConsoleCommands().size();
         EmbResetCalls();
-        const std::string entry = std::string(length - 4, 'n') + ".ntf";
         EXPECT_EQ(Replace(entry), 0);
         Texts expected = NotThere(entry);
         for (const Texts& step : {Online(entry, "103"), NotOpened(entry, ERR_NOEXIST)}) {
             expected += step;
         }
         expected += {"[1]Enter ntfStr switch."};
-        const std::string command = "load convert krx/" + entry.substr(0, length - 4) + ".nsf * krx/" + entry;
-        const bool fits = command.size() < 1024;
-        EXPECT_EQ(fits, length < 500);
+        const std::string command = "load convert krx/" + entry.substr(0, entry.find('.')) + ".nsf * krx/" + entry;
         expected +=
             {fits ? "[1]Run command " + command
                   : "[1]Error: The command to convert from the template is too long, so skip it. (" + entry + ")"};
-        const Texts all = LogMessages();
-        EXPECT_EQ(Texts(all.begin() + static_cast<std::ptrdiff_t>(logged), all.end()), expected);
+        EXPECT_EQ(NewLogMessages(), expected);
         EXPECT_EQ(ConsoleCommands().size(), commands + (fits ? 1 : 0));
         EXPECT_EQ(EmbCallCount("NSFDbOpen") + EmbCallCount("NSFBringDatabaseOnline"), 0U);
     }

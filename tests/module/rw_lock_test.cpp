@@ -259,13 +259,13 @@ TEST_F(RwLockTest, LetsFifteenWaitingReadersInAsTenAndFive) {
     os::Lock(*lock.record->mutex); // who has been let in does not need it
     Await([&] { return holding() == 10; });
     os::Unlock(*lock.record->mutex);
-    const auto waiting = std::ranges::partition(readers, &Holder::Holds);
-    for (auto reader = readers.begin(); reader != waiting.begin(); ++reader) {
+    const auto waiting = std::partition(readers.begin(), readers.end(), std::mem_fn(&Holder::Holds));
+    for (auto reader = readers.begin(); reader != waiting; ++reader) {
         EXPECT_EQ(CountersOf(lock).waitingReaders, 5);
         (*reader)->End();
     }
     EXPECT_EQ(CountersOf(lock), (Counters{5, 0, 0, 0, 5}));
-    readers.erase(readers.begin(), waiting.begin());
+    readers.erase(readers.begin(), waiting);
     Await([&] { return holding() == 5; });
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <regex>
 #include <sstream>
+#include <utility>
 
 namespace updkrx::test {
 namespace {
@@ -86,6 +87,13 @@ std::vector<std::string> ServerFixture::LogMessages() const {
     for (const LogLine& line : ReadLog()) {
         messages.push_back("[" + line.level + "]" + line.message);
     }
+    return messages;
+}
+
+std::vector<std::string> ServerFixture::NewLogMessages() {
+    std::vector<std::string> messages = LogMessages();
+    const size_t before = std::exchange(messagesSeen_, messages.size());
+    messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(before));
     return messages;
 }
 

@@ -41,6 +41,8 @@ protected:
     [[nodiscard]] std::vector<LogLine> ReadLog() const;
     /** The same lines, each as its level in brackets and its message. */
     [[nodiscard]] std::vector<std::string> LogMessages() const;
+    /** Those that came since the last call of this. */
+    [[nodiscard]] std::vector<std::string> NewLogMessages();
 
     /** Makes a database of these notes; the path is relative to the data directory, the notes are DXL. */
     void MakeDatabase(const std::string& path, std::string_view notes) const;
@@ -58,6 +60,7 @@ protected:
 
 private:
     TemporaryFolder folder_;
+    size_t messagesSeen_ = 0;
 };
 
 } // namespace updkrx::test
