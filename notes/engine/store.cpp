@@ -299,6 +299,9 @@ void Store::commit() {
 
 void Store::rollback() noexcept {
     sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr); // fails only when there is nothing to take back
+    // After a failed write the journal is played back by the next one who reads, which had better not be a session that
+    // may only read. A disk that is still failing leaves it to a later one.
+    sqlite3_exec(database_, "SELECT count(*) FROM sqlite_schema", nullptr, nullptr, nullptr);
     pending_ = false;
     pendingBytes_ = 0;
     ++changes_;

@@ -1,5 +1,6 @@
 // What the server does with console commands, and what signatures tell.
 #include "notes/notes_fixture.h"
+#include "support/file_size_limit.h"
 
 namespace embedded::test {
 namespace {
@@ -131,6 +132,31 @@ TEST_F(ServerCommands, WhatCannotBeDoneIsSaid) {
     EXPECT_EQ(Send("load convert krx/none.nsf * krx/rules.ntf", true).rfind("failed: File does not exist", 0), 0U);
     EXPECT_EQ(NSFTakeDatabaseOffline("krx/rules.nsf", 0, OFFLINE_NODELETE), NOERROR);
     EXPECT_EQ(Send("load convert krx/rules.nsf * krx/rules.ntf", true), "failed: The database is offline");
+}
+
+TEST_F(ServerCommands, ARefreshPassesOverTemplatesThatCannotBeOpened) {
+    EXPECT_EQ(Send("load convert krx/rules.nsf * krx/rules.ntf").rfind("done: 3", 0), 0U);
+    updkrx::test::WriteFile(Data() / "krx/a.ntf", "no database");
+    EXPECT_EQ(Send("load design -f krx/rules.nsf").rfind("done: 0", 0), 0U);
+    EXPECT_EQ(NSFTakeDatabaseOffline("krx/rules.ntf", 0, OFFLINE_NODELETE), NOERROR);
+    EXPECT_EQ(Send("load design -f krx/rules.nsf", true), "failed: File does not exist (template KRXRules)");
+}
+
+TEST_F(ServerCommands, AConversionThatCannotBeStoredIsSaidToHaveFailedAndLeavesTheDesign) {
+    std::string large = designTemplate;
+    const std::string views = "<note class='view'><item name='Big' summary='false'><text>" + std::string(60'000, 'x') +
+                              "</text></item></note>";
+    for (int i = 0; i < 50; ++i)
+        large.insert(large.find("<document"), views);
+    Import("krx/large.ntf", large.c_str());
+    const std::string before = ExportDatabase("krx/rules.nsf");
+    {
+        const updkrx::test::FileSizeLimit full(200'000);
+        EXPECT_EQ(Send("load convert krx/rules.nsf * krx/large.ntf", true).rfind("failed: Disk error", 0), 0U);
+    }
+    EXPECT_EQ(ExportDatabase("krx/rules.nsf"), before);
+    EXPECT_EQ(Send("load convert krx/rules.nsf * krx/large.ntf"),
+              "done: 3 design notes changed, 51 added, 1 deleted, 1 unchanged");
 }
 
 TEST_F(ServerCommands, SignaturesTellWhoSignedAndWhatChangedSince) {
