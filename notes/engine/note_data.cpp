@@ -7,9 +7,6 @@
 namespace embedded {
 namespace {
 
-// An item in encoded form: WORD flags, WORD type, WORD name length, DWORD value length, name, value.
-constexpr size_t itemHeadSize = 10;
-
 template<typename T>
 void put(std::string& out, T value) {
     char bytes[sizeof(T)];
@@ -24,18 +21,10 @@ T get(const char* bytes) noexcept {
     return value;
 }
 
-char lower(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
-[[noreturn]] void damaged() {
-    throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
-}
-
 std::optional<DWORD> parseWord(std::string_view digits) {
     DWORD value = 0;
     for (const char c : digits) {
-        const char l = lower(c);
+        const char l = lowerAscii(c);
         if (l >= '0' && l <= '9')
             value = value * 16 + static_cast<DWORD>(l - '0');
         else if (l >= 'a' && l <= 'f')
@@ -48,14 +37,8 @@ std::optional<DWORD> parseWord(std::string_view digits) {
 
 } // namespace
 
-bool sameItemName(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size())
-        return false;
-    // From the end: the names of a note's items mostly begin alike.
-    for (size_t i = a.size(); i-- > 0;)
-        if (a[i] != b[i] && lower(a[i]) != lower(b[i]))
-            return false;
-    return true;
+void ItemCursor::damaged() {
+    throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
 }
 
 void appendEncoded(std::string& encoded, const ItemView& item) {
@@ -74,24 +57,6 @@ std::string encodeItems(const std::vector<Item>& items) {
     for (const Item& item : items)
         appendEncoded(encoded, {item.name, item.type, item.flags, item.value});
     return encoded;
-}
-
-bool ItemCursor::next(ItemView& item) {
-    if (rest_.empty())
-        return false;
-    if (rest_.size() < itemHeadSize)
-        damaged();
-    const char* head = rest_.data();
-    item.flags = get<WORD>(head);
-    item.type = get<WORD>(head + 2);
-    const size_t nameSize = get<WORD>(head + 4);
-    const size_t valueSize = get<DWORD>(head + 6);
-    if (rest_.size() - itemHeadSize < nameSize || rest_.size() - itemHeadSize - nameSize < valueSize)
-        damaged();
-    item.name = rest_.substr(itemHeadSize, nameSize);
-    item.value = rest_.substr(itemHeadSize + nameSize, valueSize);
-    rest_.remove_prefix(itemHeadSize + nameSize + valueSize);
-    return true;
 }
 
 std::vector<Item> decodeItems(std::string_view encoded) {

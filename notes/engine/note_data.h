@@ -37,8 +37,25 @@ constexpr size_t maxItemName = 0xFFFF;
 constexpr size_t maxItemValue = 0xFFFF;
 constexpr size_t maxSummaryValue = 0x7FFF;
 
+// Walking items and comparing their names is what a search and every change of an item consist of, hence inline.
+
+inline char lowerAscii(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
+
 /** Item names are equal without regard to the case of ASCII letters. */
-bool sameItemName(std::string_view a, std::string_view b) noexcept;
+inline bool sameItemName(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size())
+        return false;
+    // From the end: the names of a note's items mostly begin alike.
+    for (size_t i = a.size(); i-- > 0;)
+        if (a[i] != b[i] && lowerAscii(a[i]) != lowerAscii(b[i]))
+            return false;
+    return true;
+}
+
+/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name, value. */
+constexpr size_t itemHeadSize = 10;
 
 /** An item seen inside encoded items, without a copy. */
 struct ItemView {
@@ -59,11 +76,37 @@ class ItemCursor {
 public:
     explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
     /** False at the end. */
-    bool next(ItemView& item);
+    bool next(ItemView& item) {
+        if (rest_.empty())
+            return false;
+        if (rest_.size() < itemHeadSize)
+            damaged();
+        const char* head = rest_.data();
+        item.flags = get<WORD>(head);
+        item.type = get<WORD>(head + 2);
+        const size_t nameSize = get<WORD>(head + 4);
+        const size_t valueSize = get<DWORD>(head + 6);
+        const size_t size = itemHeadSize + nameSize + valueSize;
+        if (rest_.size() < size)
+            damaged();
+        item.name = {head + itemHeadSize, nameSize};
+        item.value = {head + itemHeadSize + nameSize, valueSize};
+        rest_.remove_prefix(size);
+        return true;
+    }
     /** The bytes behind the item that next() gave last. */
     [[nodiscard]] std::string_view rest() const noexcept { return rest_; }
 
 private:
+    [[noreturn]] static void damaged();
+
+    template<typename T>
+    static T get(const char* bytes) noexcept {
+        T value;
+        std::memcpy(&value, bytes, sizeof(T));
+        return value;
+    }
+
     std::string_view rest_;
 };
 
