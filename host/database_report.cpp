@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <functional>
+#include <sstream>
 
 #include "common/ascii_text.h"
 #include "embedded_notes.h"
@@ -16,9 +17,6 @@ namespace krxpatch {
 namespace {
 
 constexpr WORD textSize = 1024;
-
-// A replication note belongs to the server's settings and not to the design that is signed.
-constexpr WORD designClasses = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA;
 
 using NoteVisitor = std::function<void(NOTEHANDLE note, WORD noteClass)>;
 
@@ -71,11 +69,6 @@ std::string ItemText(NOTEHANDLE note, const char* item) {
     return native;
 }
 
-bool HasItem(NOTEHANDLE note, std::string_view item) {
-    return NSFItemInfo(note, item.data(), static_cast<WORD>(item.size()), nullptr, nullptr, nullptr, nullptr) ==
-           NOERROR;
-}
-
 std::string StatusText(STATUS status) {
     char text[textSize];
     updkrx::GetStatusText(status, text, sizeof text);
@@ -86,6 +79,20 @@ std::string ReadTitle(const std::string& path) {
     char title[textSize];
     (void)EmbDatabaseTitle(path.c_str(), title, sizeof title); // the length of the whole title
     return title;
+}
+
+STATUS ReadSignatures(const std::string& path, DatabaseReport& report) {
+    EMBSIGNATURES counts = {};
+    char signers[4 * textSize] = "";
+    const STATUS status = EmbSignatures(path.c_str(), &counts, signers, sizeof signers);
+    report.designNotes = counts.designNotes;
+    report.signedNotes = counts.signedNotes;
+    report.changedNotes = counts.changedNotes;
+    std::istringstream lines(signers);
+    for (std::string name; std::getline(lines, name);) {
+        report.signers.push_back(name);
+    }
+    return status;
 }
 
 STATUS ReadOpenDatabase(DBHANDLE database, DatabaseReport& report) {
@@ -101,10 +108,6 @@ STATUS ReadOpenDatabase(DBHANDLE database, DatabaseReport& report) {
         }
         if ((noteClass & NOTE_CLASS_REPLFORMULA) != 0) {
             report.replication.push_back(ItemText(note, "$TITLE"));
-        }
-        if ((noteClass & designClasses) != 0) {
-            ++report.designNotes;
-            report.signedNotes += HasItem(note, "$Signature");
         }
     });
 }
@@ -132,6 +135,9 @@ DatabaseReport ReadDatabase(const std::string& name) {
     if (status == NOERROR) {
         report.title = ReadTitle(path);
         status = ReadOpenDatabase(database.Get(), report);
+    }
+    if (status == NOERROR) {
+        status = ReadSignatures(path, report);
     }
     if (status != NOERROR) {
         report.error = StatusText(status);

@@ -17,6 +17,8 @@ struct DatabaseReport {
     bool designHidden = false;
     size_t designNotes = 0;
     size_t signedNotes = 0;               // of the design notes
+    size_t changedNotes = 0;              // of the signed notes, those that were changed afterwards
+    std::vector<std::string> signers;     // by name
     std::vector<std::string> replication; // the title of each replication note
 };
 

@@ -10,14 +10,25 @@ namespace {
 using Row = std::vector<std::string>;
 
 /** The columns behind the builds; of a database that could not be read, the cause. */
-const Row factTitles = {"OFFLINE", "DESIGN", "SIGNED", "TITLE", "REPLICATION NOTE"};
+const Row factTitles = {"OFFLINE", "DESIGN", "SIGNED", "SIGNED BY", "TITLE", "REPLICATION NOTE"};
+
+std::string SignedNotes(const DatabaseReport& report) {
+    std::string text = std::to_string(report.signedNotes) + " of " + std::to_string(report.designNotes);
+    if (report.changedNotes != 0) {
+        text += ", " + std::to_string(report.changedNotes) + " changed since";
+    }
+    return text;
+}
 
 Row FactsOf(const DatabaseReport& report) {
     if (!report.error.empty()) {
-        return {report.offline ? "yes" : "no", "-", "-", "(" + report.error + ")"};
+        return {report.offline ? "yes" : "no", "-", "-", "-", "(" + report.error + ")"};
     }
-    return {report.offline ? "yes" : "no", report.designHidden ? "hidden" : "open",
-            std::to_string(report.signedNotes) + " of " + std::to_string(report.designNotes), report.title,
+    return {report.offline ? "yes" : "no",
+            report.designHidden ? "hidden" : "open",
+            SignedNotes(report),
+            report.signers.empty() ? "-" : Join(report.signers),
+            report.title,
             report.replication.empty() ? "none" : Join(report.replication)};
 }
 

@@ -28,6 +28,8 @@ Json ToJson(const DatabaseReport& report) {
         {"designHidden", whenReadable(report.designHidden)},
         {"designNotes", whenReadable(report.designNotes)},
         {"signedNotes", whenReadable(report.signedNotes)},
+        {"changedNotes", whenReadable(report.changedNotes)},
+        {"signers", whenReadable(report.signers)},
         {"replication", whenReadable(report.replication)},
         {"error", readable ? Json() : Json(report.error)},
     };

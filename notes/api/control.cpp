@@ -193,7 +193,7 @@ STATUS LNPUBLIC EmbSignatures(const char* path, EMBSIGNATURES* counts, char* sig
         std::set<std::string> names;
         const auto database = session.openDatabase(pathOf(session, path));
         Database::SearchRequest request;
-        request.classMask = NOTE_CLASS_ALLNONDATA;
+        request.classMask = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA; // those are settings
         const STATUS status = database->search(request, [&](const Database::Match& match) -> STATUS {
             OpenNote note;
             database->readNote(match.head.id, note);

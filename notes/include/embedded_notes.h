@@ -113,7 +113,7 @@ void LNPUBLIC EmbSetRedelivery(BOOL redeliver);
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
 
 typedef struct {
-    DWORD designNotes;  /* every note but documents */
+    DWORD designNotes;  /* every note but documents and replication formulas */
     DWORD signedNotes;  /* of these, with a signature */
     DWORD changedNotes; /* of these, changed since they were signed */
 } EMBSIGNATURES;

@@ -279,7 +279,7 @@ TEST_F(KrxpatchTest, RunShowsWhatTheModuleDoesAndWhatItLost) {
                                       "Console commands\n  tell krxreal restart  done\n\n"
                                       "Server log\n  a word to the server\n\n"
                                       "DATABASE         BUILD BEFORE  BUILD AFTER  OFFLINE  "));
-    EXPECT_TRUE(Contains(outcome.out, "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        "
+    EXPECT_TRUE(Contains(outcome.out, "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        -          "
                                       "(File does not exist)\n"));
     EXPECT_TRUE(Fails(outcome, 1, "11 of 11 product databases do not carry build 5.8.0.3050"));
 
@@ -355,15 +355,17 @@ TEST_F(StatusTest, TellsWhatADatabaseCarries) {
     EXPECT_EQ(status["server"], fs::canonical(Server()).string());
     EXPECT_EQ(DatabaseIn(status, "facts.nsf"), Json::parse(R"({
         "name": "facts.nsf", "build": "5.8.0.2999", "title": "Größe", "offline": false, "designHidden": true,
-        "designNotes": 3, "signedNotes": 1, "replication": ["CN=A/O=B", "CN=Ö/O=B"], "error": null})"));
+        "designNotes": 3, "signedNotes": 1, "changedNotes": 1, "signers": [],
+        "replication": ["CN=A/O=B", "CN=Ö/O=B"], "error": null})"));
     EXPECT_EQ(DatabaseIn(status, "empty.ntf"), Json::parse(R"({
         "name": "empty.ntf", "build": null, "title": "", "offline": false, "designHidden": false,
-        "designNotes": 0, "signedNotes": 0, "replication": [], "error": null})"));
+        "designNotes": 0, "signedNotes": 0, "changedNotes": 0, "signers": [], "replication": [], "error": null})"));
 
     const Outcome text = Krxpatch({"status", "--server", "server"});
     EXPECT_TRUE(Exits(text, 0));
     EXPECT_TRUE(Contains(text.out, "State            0 of 11 product databases at the patch's build\n"));
-    EXPECT_TRUE(Contains(text.out, "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3   Größe "));
+    EXPECT_TRUE(Contains(text.out,
+                         "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3, 1 changed since  -          Größe "));
     EXPECT_TRUE(Contains(text.out, "CN=A/O=B, CN=Ö/O=B\n"));
 }
 
@@ -380,7 +382,7 @@ TEST_F(StatusTest, ShowsEveryDatabaseAndFailsWhenOneCannotBeRead) {
     const Json status = Json::parse(json.out);
     EXPECT_EQ(DatabaseIn(status, "krconf.nsf"), Json::parse(R"({
         "name": "krconf.nsf", "build": null, "title": null, "offline": true, "designHidden": null,
-        "designNotes": null, "signedNotes": null, "replication": null, "error": "The database is offline"})"));
+        "designNotes": null, "signedNotes": null, "changedNotes": null, "signers": null, "replication": null, "error": "The database is offline"})"));
     EXPECT_EQ(DatabaseIn(status, "krtime.nsf")["error"], "File is not a database");
     EXPECT_EQ(DatabaseIn(status, "krxquor.nsf")["build"], "5.8.0.3001");
     EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "server"}), 1, "krconf.nsf"));

@@ -175,7 +175,7 @@ TEST_F(ServerCommands, SignaturesTellWhoSignedAndWhatChangedSince) {
     sign(0x90e, 0);
     std::string signers;
     EMBSIGNATURES counts = Signatures("krx/rules.nsf", &signers);
-    EXPECT_EQ(counts.designNotes, 6U);
+    EXPECT_EQ(counts.designNotes, 5U);
     EXPECT_EQ(counts.signedNotes, 3U);
     EXPECT_EQ(counts.changedNotes, 0U);
     EXPECT_EQ(signers, "CN=Local/O=Embedded\nCN=Почта/O=Example\n");
