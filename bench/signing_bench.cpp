@@ -157,8 +157,8 @@ private:
 
 void requireSigned() {
     EMBSIGNATURES counts = {};
-    require(EmbSignatures("krx/design.nsf", &counts, nullptr, 0) == NOERROR && counts.signedNotes == noteCount &&
-                counts.changedNotes == 0,
+    require(EmbSignatures("krx/design.nsf", NOTE_CLASS_ALLNONDATA, &counts, nullptr, 0) == NOERROR &&
+                counts.signedNotes == noteCount && counts.changedNotes == 0,
             "not every note is signed");
 }
 

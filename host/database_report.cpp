@@ -17,6 +17,8 @@ namespace krxpatch {
 namespace {
 
 constexpr WORD textSize = 1024;
+// A replication note belongs to the server's settings and not to the design that is signed.
+constexpr WORD designClasses = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA;
 
 using NoteVisitor = std::function<void(NOTEHANDLE note, WORD noteClass)>;
 
@@ -84,7 +86,7 @@ std::string ReadTitle(const std::string& path) {
 STATUS ReadSignatures(const std::string& path, DatabaseReport& report) {
     EMBSIGNATURES counts = {};
     char signers[4 * textSize] = "";
-    const STATUS status = EmbSignatures(path.c_str(), &counts, signers, sizeof signers);
+    const STATUS status = EmbSignatures(path.c_str(), designClasses, &counts, signers, sizeof signers);
     report.designNotes = counts.designNotes;
     report.signedNotes = counts.signedNotes;
     report.changedNotes = counts.changedNotes;

@@ -186,14 +186,14 @@ DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size) {
     });
 }
 
-STATUS LNPUBLIC EmbSignatures(const char* path, EMBSIGNATURES* counts, char* signers, DWORD size) {
+STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* counts, char* signers, DWORD size) {
     return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         requirePointer(counts);
         *counts = {};
         std::set<std::string> names;
         const auto database = session.openDatabase(pathOf(session, path));
         Database::SearchRequest request;
-        request.classMask = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA; // those are settings
+        request.classMask = classMask;
         const STATUS status = database->search(request, [&](const Database::Match& match) -> STATUS {
             OpenNote note;
             database->readNote(match.head.id, note);

@@ -113,13 +113,13 @@ void LNPUBLIC EmbSetRedelivery(BOOL redeliver);
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
 
 typedef struct {
-    DWORD designNotes;  /* every note but documents and replication formulas */
+    DWORD designNotes;  /* notes of the mask */
     DWORD signedNotes;  /* of these, with a signature */
     DWORD changedNotes; /* of these, changed since they were signed */
 } EMBSIGNATURES;
 
-/** Counts the signatures of a database; `signers` (optional) gets their names, sorted, one a line. */
-STATUS LNPUBLIC EmbSignatures(const char* path, EMBSIGNATURES* counts, char* signers, DWORD size);
+/** Counts the signatures in the notes of a class mask; `signers` (optional) gets their names, sorted, one a line. */
+STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* counts, char* signers, DWORD size);
 
 /* ---- Server --------------------------------------------------------------------------------------------- */
 

@@ -279,8 +279,9 @@ TEST_F(KrxpatchTest, RunShowsWhatTheModuleDoesAndWhatItLost) {
                                       "Console commands\n  tell krxreal restart  done\n\n"
                                       "Server log\n  a word to the server\n\n"
                                       "DATABASE         BUILD BEFORE  BUILD AFTER  OFFLINE  "));
-    EXPECT_TRUE(Contains(outcome.out, "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        -          "
-                                      "(File does not exist)\n"));
+    EXPECT_TRUE(Contains(outcome.out,
+                         "\nkrtime.nsf       5.8.0.3001    unknown      no       -       -        -          "
+                         "(File does not exist)\n"));
     EXPECT_TRUE(Fails(outcome, 1, "11 of 11 product databases do not carry build 5.8.0.3050"));
 
     EXPECT_TRUE(

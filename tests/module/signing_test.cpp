@@ -44,7 +44,7 @@ protected:
     static DWORD Signed(const char* path) {
         EMBSIGNATURES counts = {};
         char signers[256] = "";
-        EXPECT_EQ(EmbSignatures(path, &counts, signers, sizeof signers), NOERROR);
+        EXPECT_EQ(EmbSignatures(path, NOTE_CLASS_ALLNONDATA, &counts, signers, sizeof signers), NOERROR);
         EXPECT_STREQ(signers, counts.signedNotes > 0 ? "CN=Local/O=Embedded\n" : "");
         EXPECT_EQ(counts.changedNotes, 0U);
         return counts.signedNotes;

@@ -71,7 +71,7 @@ protected:
     static EMBSIGNATURES Signatures(const char* name, std::string* signers = nullptr) {
         EMBSIGNATURES counts{};
         char names[256] = "";
-        EXPECT_EQ(EmbSignatures(name, &counts, names, sizeof names), NOERROR);
+        EXPECT_EQ(EmbSignatures(name, NOTE_CLASS_ALLNONDATA, &counts, names, sizeof names), NOERROR);
         if (signers)
             *signers = names;
         return counts;
@@ -175,7 +175,7 @@ TEST_F(ServerCommands, SignaturesTellWhoSignedAndWhatChangedSince) {
     sign(0x90e, 0);
     std::string signers;
     EMBSIGNATURES counts = Signatures("krx/rules.nsf", &signers);
-    EXPECT_EQ(counts.designNotes, 5U);
+    EXPECT_EQ(counts.designNotes, 6U);
     EXPECT_EQ(counts.signedNotes, 3U);
     EXPECT_EQ(counts.changedNotes, 0U);
     EXPECT_EQ(signers, "CN=Local/O=Embedded\nCN=Почта/O=Example\n");
