@@ -26,6 +26,13 @@ std::filesystem::path ReadDataDirectory() {
     return HostPath(native);
 }
 
+bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    std::error_code ignored; // a path that cannot be resolved is below nothing
+    const auto inner = std::filesystem::weakly_canonical(path, ignored);
+    const auto outer = std::filesystem::weakly_canonical(folder, ignored);
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
 } // namespace
 
 ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access)
@@ -36,6 +43,12 @@ ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access)
         throw Failure(notStarted, message);
     }
     dataDirectory_ = ReadDataDirectory();
+    // The notes.ini of a copied server still names the folders of the original, which a rehearsal must not touch.
+    if (dataDirectory_.is_absolute() && !IsBelow(dataDirectory_, path_)) {
+        EmbSessionEnd();
+        throw Failure(notStarted, IniFile().string() + ": Directory=" + dataDirectory_.string() +
+                                      " lies outside this server folder");
+    }
     if (std::error_code ignored; !std::filesystem::is_directory(ProductFolder(), ignored)) {
         EmbSessionEnd();
         throw Failure(notStarted, ProductFolder().string() + ": no folder with the product's databases");

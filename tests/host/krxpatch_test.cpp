@@ -338,6 +338,13 @@ protected:
     }
 };
 
+TEST_F(StatusTest, RefusesACopyWhoseSettingsNameTheOriginal) {
+    fs::copy(Server(), Folder() / "copy", fs::copy_options::recursive);
+    EXPECT_TRUE(Fails(Krxpatch({"run", "--server", "copy"}), 2, "lies outside this server folder"));
+    EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "copy"}), 2, "copy/notes.ini: Directory="));
+    EXPECT_FALSE(fs::exists(Server() / "console.log"));
+}
+
 TEST_F(StatusTest, TellsWhatADatabaseCarries) {
     ASSERT_NO_FATAL_FAILURE(MakeDatabase("facts.nsf", R"(
         <database xmlns='http://www.lotus.com/dxl' xmlns:krx='urn:updkrx:embedded-notes' title='Größe'

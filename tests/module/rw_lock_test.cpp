@@ -375,24 +375,27 @@ TEST_F(RwLockTest, NeverLetsAWriterInWithAnyoneNorLosesAHandOver) {
     int64_t written = 0; // by writers only; a thread sanitizer watches it
     std::array<int64_t, threadCount> writes = {};
 
+    // Relaxed, so that they order nothing: what a writer wrote must reach the next holder by the lock alone.
+    constexpr auto relaxed = std::memory_order_relaxed;
+    const auto intrude = [&](bool intruded) { intrusions.fetch_add(intruded, relaxed); };
     const auto read = [&] {
-        ++readersInside;
-        intrusions += writersInside != 0;
+        readersInside.fetch_add(1, relaxed);
+        intrude(writersInside.load(relaxed) != 0);
         volatile int64_t seen = written;
         (void)seen;
         std::this_thread::yield();
-        intrusions += seen != written;
-        --readersInside;
+        intrude(seen != written);
+        readersInside.fetch_sub(1, relaxed);
         EXPECT_EQ(ReleaseShared(lock), success);
     };
     const auto write = [&](int64_t& count) {
-        intrusions += ++writersInside != 1 || readersInside != 0;
+        intrude(writersInside.fetch_add(1, relaxed) != 0 || readersInside.load(relaxed) != 0);
         ++written;
         ++count;
         if (written % 4 == 0) {
             std::this_thread::yield();
         }
-        --writersInside;
+        writersInside.fetch_sub(1, relaxed);
         EXPECT_EQ(ReleaseExclusive(lock), success);
     };
 
