@@ -57,7 +57,7 @@ std::filesystem::path Session::hostPath(std::string_view notesPath) const {
 }
 
 std::filesystem::path Session::databasePath(std::string_view notesPath) const {
-    const std::filesystem::path path = hostPath(notesPath);
+    std::filesystem::path path = hostPath(notesPath);
     std::error_code ignored;
     if (path.has_extension() || std::filesystem::exists(path, ignored))
         return path;
