@@ -59,14 +59,6 @@ std::string encodeItems(const std::vector<Item>& items) {
     return encoded;
 }
 
-std::vector<Item> decodeItems(std::string_view encoded) {
-    std::vector<Item> items;
-    ItemCursor cursor(encoded);
-    for (ItemView view{}; cursor.next(view);)
-        items.push_back({std::string(view.name), view.type, view.flags, std::string(view.value)});
-    return items;
-}
-
 std::optional<ItemView> findItem(std::string_view encoded, std::string_view name) {
     ItemCursor cursor(encoded);
     for (ItemView view{}; cursor.next(view);)

@@ -68,10 +68,9 @@ struct ItemView {
 /** Adds an item at the end of encoded items. */
 void appendEncoded(std::string& encoded, const ItemView& item);
 std::string encodeItems(const std::vector<Item>& items);
-/** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have made. */
-std::vector<Item> decodeItems(std::string_view encoded);
 
-/** Walks encoded items in order. Throws as decodeItems does. */
+/** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have
+ *  made. */
 class ItemCursor {
 public:
     explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}

@@ -20,6 +20,14 @@ using updkrx::test::ReadFile;
 using updkrx::test::WriteFile;
 
 constexpr TIMEDATE replicaId{{0x005F8BFC, 0x85256A38}};
+std::vector<Item> decodeItems(std::string_view encoded) {
+    std::vector<Item> items;
+    ItemCursor cursor(encoded);
+    for (ItemView view{}; cursor.next(view);)
+        items.push_back({std::string(view.name), view.type, view.flags, std::string(view.value)});
+    return items;
+}
+
 const std::filesystem::path fixtures = std::filesystem::path(__FILE__).parent_path() / "fixtures";
 
 std::string hex(std::string_view bytes) {
