@@ -10,7 +10,21 @@ struct Hook {
     void* parameter;
 };
 
-std::atomic<const Hook*> activeHook{nullptr};
+/** Where a hook is, while there is one. */
+using Hooked = std::atomic<const Hook*>;
+Hooked beforeCall{nullptr};
+Hooked afterCall{nullptr};
+
+void run(const Hooked& hooked, Operation operation) {
+    if (const Hook* hook = hooked.load())
+        hook->function(hook->parameter, operationNames[static_cast<size_t>(operation)]);
+}
+
+/** One hook of a kind at a time, set between calls. */
+void set(Hooked& hooked, Hook& slot, EMBCALLHOOK function, void* parameter) {
+    slot = {function, parameter};
+    hooked = function ? &slot : nullptr;
+}
 
 } // namespace
 
@@ -24,9 +38,12 @@ std::unique_ptr<Session>& currentSession() {
     return session;
 }
 
-void runCallHook(Operation operation) {
-    if (const Hook* hook = activeHook.load())
-        hook->function(hook->parameter, operationNames[static_cast<size_t>(operation)]);
+CallHooks::CallHooks(Operation operation) : operation_(operation) {
+    run(beforeCall, operation_);
+}
+
+CallHooks::~CallHooks() {
+    run(afterCall, operation_);
 }
 
 std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle) {
@@ -43,9 +60,11 @@ NoteEntry& requireNote(Session& session, NOTEHANDLE handle) {
 } // namespace embedded
 
 void LNPUBLIC EmbCallHookSet(EMBCALLHOOK hook, void* parameter) {
-    using embedded::Hook;
-    // One hook at a time, set between calls.
-    static Hook slot;
-    slot = {hook, parameter};
-    embedded::activeHook = hook ? &slot : nullptr;
+    static embedded::Hook slot;
+    embedded::set(embedded::beforeCall, slot, hook, parameter);
+}
+
+void LNPUBLIC EmbReturnHookSet(EMBCALLHOOK hook, void* parameter) {
+    static embedded::Hook slot;
+    embedded::set(embedded::afterCall, slot, hook, parameter);
 }

@@ -19,8 +19,17 @@ namespace embedded {
 std::recursive_mutex& platformLock();
 /** The process's session, NULL when none was begun. Hold the lock. */
 std::unique_ptr<Session>& currentSession();
-/** Runs the hook of EmbCallHookSet. Do not hold the lock. */
-void runCallHook(Operation operation);
+/** Runs the hooks of EmbCallHookSet and EmbReturnHookSet at its start and end. Make it before the lock is taken. */
+class CallHooks {
+public:
+    explicit CallHooks(Operation operation);
+    CallHooks(const CallHooks&) = delete;
+    CallHooks& operator=(const CallHooks&) = delete;
+    ~CallHooks();
+
+private:
+    Operation operation_;
+};
 
 /** Runs the body; what it throws becomes a status, and what a person must know of it goes into the server's log. */
 template<typename Body>
@@ -48,7 +57,7 @@ STATUS statusOf(Session* session, Body&& body) {
 /** An operation that answers with a status; the body gets the session. */
 template<typename Body>
 STATUS call(Operation operation, Body&& body) {
-    runCallHook(operation);
+    const CallHooks hooks(operation);
     const std::scoped_lock lock(platformLock());
     Session* session = currentSession().get();
     if (!session)
@@ -61,7 +70,7 @@ STATUS call(Operation operation, Body&& body) {
 /** An operation that closes or frees: a fault changes its answer, not what it does. */
 template<typename Body>
 STATUS callClosing(Operation operation, Body&& body) {
-    runCallHook(operation);
+    const CallHooks hooks(operation);
     const std::scoped_lock lock(platformLock());
     Session* session = currentSession().get();
     if (!session)
@@ -82,7 +91,7 @@ Value callValue(Operation operation, Value failed, Body&& body) {
 /** An operation that cannot fail. */
 template<typename Body>
 void callVoid(Operation operation, Body&& body) {
-    runCallHook(operation);
+    const CallHooks hooks(operation);
     const std::scoped_lock lock(platformLock());
     Session* session = currentSession().get();
     if (!session)

@@ -79,7 +79,7 @@ void LNPUBLIC EmbResetCalls(void);
  * The `n`-th call from now (1 is the next) of `operation` (NULL: of any) fails with `status`, once or, with
  * `forever`, from then on. An operation without a status answers as it does when it fails (FALSE, 0, NULL);
  * NSFNoteGetInfo, NSFNoteSetInfo, AddInLogMessageText and AddInIdleDelay cannot fail and only count. An operation
- * that closes or frees does so and then answers with the status. Several faults may be armed.
+ * that closes, frees or unlocks does so and then answers with the status. Several faults may be armed.
  */
 STATUS LNPUBLIC EmbFaultArm(const char* operation, DWORD n, STATUS status, BOOL forever);
 void LNPUBLIC EmbFaultClear(void);
@@ -89,6 +89,8 @@ DWORD LNPUBLIC EmbFaultsFired(void);
 /** Called before each operation with its name, outside the platform's lock; NULL takes it away. */
 typedef void(LNCALLBACK* EMBCALLHOOK)(void* parameter, const char* operation);
 void LNPUBLIC EmbCallHookSet(EMBCALLHOOK hook, void* parameter);
+/** The same after each operation, when its outcome is certain; a search's follows those of what its step called. */
+void LNPUBLIC EmbReturnHookSet(EMBCALLHOOK hook, void* parameter);
 
 /* ---- Handles -------------------------------------------------------------------------------------------- */
 
