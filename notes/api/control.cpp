@@ -3,6 +3,7 @@
 #include <set>
 
 #include "api/call.h"
+#include "engine/caller_system.h"
 #include "engine/charset.h"
 #include "engine/signature.h"
 
@@ -61,8 +62,7 @@ STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* messag
     if (currentSession())
         return refuse(EMB_ERR_EXISTS, "a session has begun already");
     try {
-        currentSession() = std::make_unique<Session>(reinterpret_cast<const char8_t*>(iniPath),
-                                                     (options & EMB_SESSION_READ_ONLY) != 0);
+        currentSession() = std::make_unique<Session>(pathFromCaller(iniPath), (options & EMB_SESSION_READ_ONLY) != 0);
     } catch (const StatusError& error) {
         return refuse(error.status(), error.what());
     } catch (const std::exception& error) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "api/call.h"
+#include "engine/caller_system.h"
 
 using namespace embedded;
 
@@ -32,7 +33,7 @@ STATUS withMessage(char* message, DWORD messageSize, Body&& body) {
 
 std::filesystem::path pathOf(const char* path) {
     requirePointer(path);
-    return reinterpret_cast<const char8_t*>(path);
+    return pathFromCaller(path);
 }
 
 void requireKnown(DWORD options, DWORD known) {

@@ -21,15 +21,14 @@ void* LNPUBLIC OSLockObject(DHANDLE handle) {
 }
 
 BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
-    return callValue<BOOL>(Operation::OSUnlockObject, 0, [&](Session& session) -> BOOL {
-        MemoryBlock& block = require(session, session.memory, handle);
-        if (block.locks == 0) {
-            ++session.misuses;
-            throw StatusError(EMB_ERR_HANDLE);
-        }
-        --block.locks;
-        return 1;
-    });
+    return callClosing(Operation::OSUnlockObject, [&](Session& session) {
+               MemoryBlock& block = require(session, session.memory, handle);
+               if (block.locks == 0) {
+                   ++session.misuses;
+                   throw StatusError(EMB_ERR_HANDLE);
+               }
+               --block.locks;
+           }) == NOERROR;
 }
 
 STATUS LNPUBLIC OSMemFree(DHANDLE handle) {

@@ -63,6 +63,7 @@ STATUS LNPUBLIC NSFRemoteConsole(char* server, char* command, DHANDLE* reply) {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wvarargs" // the platform has put a promoted type in front of the ellipsis
 void LNPUBLIC AddInLogMessageText(const char* format, STATUS code, ...) {
     // Texts and integers each take one argument slot in both calling conventions, so that the slots can be read
     // here and handed on, whichever convention the caller has.

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "api/call.h"
+#include "engine/caller_system.h"
 #include "engine/charset.h"
 #include "engine/status_text.h"
 
@@ -8,20 +9,20 @@ using namespace embedded;
 
 namespace {
 
-enum class Direction { toLmbcs, fromLmbcs };
-
-std::optional<Direction> directionOf(WORD mode) {
+/** As much of the translated text as fits into `size` bytes. */
+std::string translate(WORD mode, std::string_view text, size_t size) {
     constexpr WORD lmbcsToUtf8 = 22, utf8ToLmbcs = 24;
     switch (mode) {
-    // The native character set is UTF-8 here.
     case OS_TRANSLATE_NATIVE_TO_LMBCS:
+        return std::string(cutLmbcs(lmbcsFromUtf8(utf8FromNative(text)), size));
     case utf8ToLmbcs:
-        return Direction::toLmbcs;
+        return std::string(cutLmbcs(lmbcsFromUtf8(text), size));
     case OS_TRANSLATE_LMBCS_TO_NATIVE:
+        return nativeFromUtf8(utf8FromLmbcs(text), size);
     case lmbcsToUtf8:
-        return Direction::fromLmbcs;
+        return std::string(cutUtf8(utf8FromLmbcs(text), size));
     default:
-        return std::nullopt;
+        throw StatusError(EMB_ERR_UNSUPPORTED, "OSTranslate: unknown mode " + std::to_string(mode));
     }
 }
 
@@ -31,14 +32,9 @@ WORD LNPUBLIC OSTranslate(WORD mode, const char* in, WORD inLength, char* out, W
     return callValue<WORD>(Operation::OSTranslate, 0, [&](Session&) -> WORD {
         const std::string_view text = textOf(in, inLength);
         requirePointer(out);
-        const auto direction = directionOf(mode);
-        if (!direction)
-            throw StatusError(EMB_ERR_UNSUPPORTED, "OSTranslate: unknown mode " + std::to_string(mode));
-        const bool toLmbcs = *direction == Direction::toLmbcs;
-        const std::string whole = toLmbcs ? lmbcsFromUtf8(text) : utf8FromLmbcs(text);
-        const std::string_view fitting = toLmbcs ? cutLmbcs(whole, outSize) : cutUtf8(whole, outSize);
-        std::copy(fitting.begin(), fitting.end(), out);
-        return static_cast<WORD>(fitting.size());
+        const std::string translated = translate(mode, text, outSize);
+        std::copy(translated.begin(), translated.end(), out);
+        return static_cast<WORD>(translated.size());
     });
 }
 

@@ -47,16 +47,6 @@ std::string_view takeStart(std::string_view& text, bool same) {
     return start;
 }
 
-std::u16string utf16FromUtf8(std::string_view text) {
-    std::u16string units(text.size(), u'\0');
-    int32_t length = 0;
-    UErrorCode error = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
-                         static_cast<int32_t>(text.size()), 0xFFFD, nullptr, &error);
-    units.resize(static_cast<size_t>(length));
-    return units;
-}
-
 /** LMBCS writes a code point of two units as two, each in its own group 0x14 character. */
 std::string lmbcsFromUnit(char16_t unit) {
     char bytes[16];
@@ -125,6 +115,16 @@ size_t unitLength(std::string_view text) {
 }
 
 } // namespace
+
+std::u16string utf16FromUtf8(std::string_view text) {
+    std::u16string units(text.size(), u'\0');
+    int32_t length = 0;
+    UErrorCode error = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
+                         static_cast<int32_t>(text.size()), 0xFFFD, nullptr, &error);
+    units.resize(static_cast<size_t>(length));
+    return units;
+}
 
 std::string lmbcsFromUtf8(std::string_view text) {
     std::string result;

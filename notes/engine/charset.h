@@ -6,6 +6,8 @@
 
 namespace embedded {
 
+/** Bytes that are not UTF-8 become U+FFFD. */
+std::u16string utf16FromUtf8(std::string_view text);
 /** Bytes that are not UTF-8 become U+FFFD. Zero bytes stay. A character has the same bytes wherever it stands, so
  *  that equal texts are equal bytes and parts of a text can be looked for. */
 std::string lmbcsFromUtf8(std::string_view text);

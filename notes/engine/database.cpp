@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "engine/caller_system.h"
 #include "engine/formula.h"
 #include "engine/status_error.h"
 #include "engine/timedate.h"
@@ -34,7 +35,7 @@ bool before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
 std::shared_ptr<Database> Database::open(const std::filesystem::path& file, StoreAccess access, Clock& clock) {
     auto lock = FileLock::take(file, FileLock::Kind::shared);
     if (!lock)
-        throw StatusError(EMB_ERR_BUSY, file.string() + ": another process is taking the database offline");
+        throw StatusError(EMB_ERR_BUSY, pathForCaller(file) + ": another process is taking the database offline");
     return std::make_shared<Database>(file, Store::open(file, access), std::move(*lock), clock);
 }
 
@@ -45,7 +46,7 @@ DBREPLICAINFO Database::replicaInfo() {
     DBREPLICAINFO info;
     const std::string bytes = store_->getProperty(property::replicaInfo);
     if (bytes.size() != sizeof info)
-        throw StatusError(EMB_ERR_DAMAGED, file_.string() + ": the replication information is damaged");
+        throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file_) + ": the replication information is damaged");
     std::memcpy(&info, bytes.data(), sizeof info);
     replicaId_ = info.ID;
     return info;
@@ -246,7 +247,7 @@ void copyDatabase(Database& source, const std::filesystem::path& destination, WO
                   std::optional<TIMEDATE> newReplicaId) {
     std::error_code failed;
     if (std::filesystem::exists(std::filesystem::symlink_status(destination, failed)))
-        throw StatusError(EMB_ERR_EXISTS, destination.string() + ": the file exists");
+        throw StatusError(EMB_ERR_EXISTS, pathForCaller(destination) + ": the file exists");
     DBREPLICAINFO info = source.replicaInfo();
     if (newReplicaId)
         info.ID = *newReplicaId;

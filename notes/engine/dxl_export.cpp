@@ -9,6 +9,7 @@
 
 #include "engine/acl.h"
 #include "engine/base64.h"
+#include "engine/caller_system.h"
 #include "engine/charset.h"
 #include "engine/dxl.h"
 #include "engine/dxl_vocabulary.h"
@@ -445,7 +446,8 @@ private:
 void expectOther(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile) {
     std::error_code ignored;
     if (std::filesystem::equivalent(databaseFile, dxlFile, ignored))
-        throw StatusError(EMB_ERR_ARGUMENT, dxlFile.string() + ": the DXL would take the place of its own database");
+        throw StatusError(EMB_ERR_ARGUMENT,
+                          pathForCaller(dxlFile) + ": the DXL would take the place of its own database");
 }
 
 } // namespace
@@ -453,7 +455,7 @@ void expectOther(const std::filesystem::path& databaseFile, const std::filesyste
 void exportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                const DxlExportOptions& options) {
     expectOther(databaseFile, dxlFile);
-    const std::string name = databaseFile.string();
+    const std::string name = pathForCaller(databaseFile);
     const auto store = Store::open(databaseFile, StoreAccess::readOnly);
     ReplacementFile replacement(dxlFile);
     std::ofstream out(replacement.path(), std::ios::binary);
@@ -461,7 +463,7 @@ void exportDxl(const std::filesystem::path& databaseFile, const std::filesystem:
         Exporter(*store, name, options.stable).run(out);
     out.close();
     if (!out)
-        throw StatusError(EMB_ERR_DISK, dxlFile.string() + ": cannot be written");
+        throw StatusError(EMB_ERR_DISK, pathForCaller(dxlFile) + ": cannot be written");
     replacement.commit();
 }
 

@@ -12,6 +12,7 @@
 
 #include "engine/acl.h"
 #include "engine/base64.h"
+#include "engine/caller_system.h"
 #include "engine/charset.h"
 #include "engine/dxl.h"
 #include "engine/dxl_source.h"
@@ -627,7 +628,7 @@ bool isThere(const std::filesystem::path& file) {
 
 void expectFree(const std::filesystem::path& file) {
     if (isThere(file))
-        throw StatusError(EMB_ERR_EXISTS, file.string() + ": the file exists");
+        throw StatusError(EMB_ERR_EXISTS, pathForCaller(file) + ": the file exists");
 }
 
 /** Keeps everybody else from opening the database that is about to be replaced. */
@@ -636,7 +637,7 @@ std::optional<FileLock> lockExisting(const std::filesystem::path& file) {
         return std::nullopt;
     auto lock = FileLock::take(file, FileLock::Kind::exclusive);
     if (!lock)
-        throw StatusError(EMB_ERR_BUSY, file.string() + ": the database is in use");
+        throw StatusError(EMB_ERR_BUSY, pathForCaller(file) + ": the database is in use");
     return lock;
 }
 
@@ -660,7 +661,8 @@ void importDxl(const std::filesystem::path& databaseFile, const std::filesystem:
     if (!replaceExisting)
         expectFree(databaseFile);
     if (std::error_code ignored; std::filesystem::equivalent(databaseFile, dxlFile, ignored))
-        throw StatusError(EMB_ERR_ARGUMENT, dxlFile.string() + ": the database would take the place of its own DXL");
+        throw StatusError(EMB_ERR_ARGUMENT,
+                          pathForCaller(dxlFile) + ": the database would take the place of its own DXL");
     const auto lock = lockExisting(databaseFile);
     ReplacementFile replacement(databaseFile);
     Importer(dxlFile).run(replacement.path());

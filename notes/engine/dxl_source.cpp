@@ -4,6 +4,7 @@
 #include <charconv>
 #include <fstream>
 
+#include "engine/caller_system.h"
 #include "engine/charset.h"
 #include "engine/dxl_vocabulary.h"
 #include "engine/status_error.h"
@@ -252,7 +253,7 @@ private:
 
 } // namespace
 
-DxlSource::DxlSource(const std::filesystem::path& file) : name_(file.string()) {
+DxlSource::DxlSource(const std::filesystem::path& file) : name_(pathForCaller(file)) {
     read(file);
     if (text_.size() > maxFileSize)
         throw StatusError(EMB_ERR_DXL, name_ + ": the file is larger than 64 MiB");
@@ -269,7 +270,7 @@ void DxlSource::read(const std::filesystem::path& file) {
         throw StatusError(ERR_NOEXIST, name_ + ": no such file");
     std::ifstream in(file, std::ios::binary);
     // In blocks up to just beyond the limit: the size of a pipe is not known before.
-    constexpr size_t block = size_t{1} << 20;
+    constexpr size_t block = size_t{1} << 16;
     while (in && text_.size() <= maxFileSize) {
         const size_t before = text_.size();
         text_.resize(before + block);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -29,7 +30,7 @@ Environment Environment::load(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);
     std::error_code ignored;
     if (!in || !std::filesystem::is_regular_file(file, ignored))
-        throw StatusError(ERR_NOEXIST, file.string() + ": cannot be read");
+        throw StatusError(ERR_NOEXIST, pathForCaller(file) + ": cannot be read");
     Environment environment;
     int number = 0;
     for (std::string line; std::getline(in, line);) {
@@ -43,7 +44,7 @@ Environment Environment::load(const std::filesystem::path& file) {
         const size_t equals = text.find('=');
         if (equals == std::string_view::npos || equals == 0)
             throw StatusError(EMB_ERR_ARGUMENT,
-                              file.string() + ":" + std::to_string(number) + ": a line is not NAME=VALUE");
+                              pathForCaller(file) + ":" + std::to_string(number) + ": a line is not NAME=VALUE");
         environment.values_.try_emplace(lowerName(trimmed(text.substr(0, equals))), trimmed(text.substr(equals + 1)));
     }
     return environment;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -17,7 +18,8 @@ namespace embedded {
 std::optional<FileLock> FileLock::take(const std::filesystem::path& file, Kind kind) {
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (descriptor < 0)
-        throw StatusError(errno == ENOENT ? ERR_NOEXIST : EMB_ERR_DISK, file.string() + ": " + std::strerror(errno));
+        throw StatusError(errno == ENOENT ? ERR_NOEXIST : EMB_ERR_DISK,
+                          pathForCaller(file) + ": " + std::strerror(errno));
     FileLock lock(descriptor);
     if (::flock(descriptor, (kind == Kind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0)
         return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -32,7 +33,7 @@ void OfflineRegistry::write(const std::set<std::string>& databases) const {
             std::filesystem::rename(next, file_, failed);
     }
     if (failed)
-        throw StatusError(EMB_ERR_DISK, file_.string() + ": cannot be written");
+        throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": cannot be written");
 }
 
 bool OfflineRegistry::contains(const std::filesystem::path& database) const {

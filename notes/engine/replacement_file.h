@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -36,7 +37,7 @@ public:
         std::error_code error;
         std::filesystem::rename(file_, target_, error);
         if (error)
-            throw StatusError(EMB_ERR_DISK, target_.string() + ": cannot be put into place: " + error.message());
+            throw StatusError(EMB_ERR_DISK, pathForCaller(target_) + ": cannot be put into place: " + error.message());
     }
 
 private:

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <vector>
 
+#include "engine/caller_system.h"
 #include "engine/design.h"
 #include "engine/session.h"
 #include "engine/status_error.h"
@@ -163,7 +164,7 @@ void Session::takeOffline(const std::filesystem::path& file, DWORD waitMs, bool 
     if (!deleteIt)
         return offline_.add(file);
     if (!std::filesystem::remove(file, failed) || failed)
-        throw StatusError(EMB_ERR_DISK, file.string() + ": cannot be deleted");
+        throw StatusError(EMB_ERR_DISK, pathForCaller(file) + ": cannot be deleted");
     offline_.remove(file);
 }
 

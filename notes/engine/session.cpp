@@ -1,7 +1,9 @@
 #include "engine/session.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -10,8 +12,10 @@ namespace {
 constexpr const char* offlineFile = "offline.lst";
 constexpr const char* defaultIdName = "CN=Local/O=Embedded";
 
-std::filesystem::path fromUtf8(std::string_view text) {
-    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+/** Both separators separate in the paths of the Notes API. */
+std::filesystem::path fromNotes(std::string text) {
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return pathFromCaller(text);
 }
 
 std::filesystem::path folderOf(const std::filesystem::path& file) {
@@ -25,13 +29,14 @@ Session::Session(const std::filesystem::path& iniFile, bool readOnly)
       offline_(folder_ / offlineFile) {
     const auto directory = environment.find("Directory");
     if (!directory || directory->empty())
-        throw StatusError(EMB_ERR_ARGUMENT, iniFile.string() + ": no line Directory=");
+        throw StatusError(EMB_ERR_ARGUMENT, pathForCaller(iniFile) + ": no line Directory=");
     if (directory->size() >= MAXPATH)
-        throw StatusError(EMB_ERR_TOO_LONG, iniFile.string() + ": the path in Directory= is longer than " +
+        throw StatusError(EMB_ERR_TOO_LONG, pathForCaller(iniFile) + ": the path in Directory= is longer than " +
                                                 std::to_string(MAXPATH - 1) + " bytes");
     dataDirectory_ = *directory;
     if (std::error_code ignored; !std::filesystem::is_directory(hostPath({}), ignored))
-        throw StatusError(ERR_NOEXIST, iniFile.string() + ": the data directory " + dataDirectory_ + " does not exist");
+        throw StatusError(ERR_NOEXIST,
+                          pathForCaller(iniFile) + ": the data directory " + dataDirectory_ + " does not exist");
 }
 
 Session::~Session() {
@@ -49,10 +54,7 @@ std::filesystem::path Session::hostPath(std::string_view notesPath) const {
             throw StatusError(EMB_ERR_NO_SERVER, text + ": no such server");
         text.erase(0, server + 2);
     }
-    std::string directory = dataDirectory_;
-    std::replace(text.begin(), text.end(), '\\', '/');
-    std::replace(directory.begin(), directory.end(), '\\', '/');
-    std::filesystem::path path = (folder_ / fromUtf8(directory) / fromUtf8(text)).lexically_normal();
+    std::filesystem::path path = (folder_ / fromNotes(dataDirectory_) / fromNotes(std::move(text))).lexically_normal();
     return path.has_filename() ? path : path.parent_path();
 }
 

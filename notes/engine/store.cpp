@@ -11,6 +11,7 @@
 #include <exception>
 #include <system_error>
 
+#include "engine/caller_system.h"
 #include "engine/status_error.h"
 
 namespace embedded {
@@ -55,7 +56,8 @@ STATUS statusOf(int code) noexcept {
 }
 
 [[noreturn]] void fail(sqlite3* database, const std::filesystem::path& file) {
-    throw StatusError(statusOf(sqlite3_extended_errcode(database)), file.string() + ": " + sqlite3_errmsg(database));
+    throw StatusError(statusOf(sqlite3_extended_errcode(database)),
+                      pathForCaller(file) + ": " + sqlite3_errmsg(database));
 }
 
 std::string_view blobOf(sqlite3_stmt* row, int column) {
@@ -144,7 +146,7 @@ sqlite3* openFile(const std::filesystem::path& file, int flags) {
         sqlite3_busy_timeout(database, 2000);
         return database;
     }
-    const StatusError error(statusOf(code), file.string() + ": " + sqlite3_errstr(code));
+    const StatusError error(statusOf(code), pathForCaller(file) + ": " + sqlite3_errstr(code));
     sqlite3_close(database);
     throw error;
 }
@@ -179,7 +181,7 @@ void settings(sqlite3* database, const std::filesystem::path& file) {
 
 std::unique_ptr<Store> Store::create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
     if (std::error_code ignored; std::filesystem::exists(std::filesystem::symlink_status(file, ignored)))
-        throw StatusError(EMB_ERR_EXISTS, file.string() + ": the file exists");
+        throw StatusError(EMB_ERR_EXISTS, pathForCaller(file) + ": the file exists");
     sqlite3* database = openFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
     settings(database, file);
@@ -196,22 +198,22 @@ std::unique_ptr<Store> Store::create(const std::filesystem::path& file, const DB
 
 std::unique_ptr<Store> Store::open(const std::filesystem::path& file, StoreAccess access) {
     if (!isRegularFile(file))
-        throw StatusError(ERR_NOEXIST, file.string() + ": no such file");
+        throw StatusError(ERR_NOEXIST, pathForCaller(file) + ": no such file");
     const bool readOnly = access == StoreAccess::readOnly;
     sqlite3* database = openFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
     std::unique_ptr<Store> store(new Store(database, file, access));
     if (pragmaValue(database, file, "PRAGMA application_id") != applicationId)
-        throw StatusError(ERR_NOT_NSF, file.string() + ": not a database");
+        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": not a database");
     if (const int version = pragmaValue(database, file, "PRAGMA user_version"); version != formatVersion)
-        throw StatusError(ERR_NOT_NSF, file.string() + ": database format " + std::to_string(version) + " is not " +
-                                           std::to_string(formatVersion));
+        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": database format " + std::to_string(version) +
+                                           " is not " + std::to_string(formatVersion));
     if (!readOnly)
         settings(database, file);
     store->prepare();
     const auto counter = [&](const char* name) {
         const std::string text = store->getProperty(name);
         if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos)
-            throw StatusError(EMB_ERR_DAMAGED, file.string() + ": the property " + name + " is damaged");
+            throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file) + ": the property " + name + " is damaged");
         return static_cast<uint32_t>(std::stoull(text));
     };
     store->nextId_ = counter(nextIdProperty);
@@ -268,14 +270,14 @@ void Store::requireTransaction() const {
     // After some failures SQLite takes a whole transaction back by itself. Writes that were answered with success
     // are gone then, and everybody who still counts on them must hear of it.
     if (sqlite3_get_autocommit(database_))
-        throw StatusError(EMB_ERR_DISK, file_.string() + ": earlier writes were lost when the disk failed");
+        throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": earlier writes were lost when the disk failed");
 }
 
 void Store::begin() {
     if (pending_)
         return requireTransaction();
     if (readOnly())
-        throw StatusError(EMB_ERR_READ_ONLY, file_.string() + ": opened for reading only");
+        throw StatusError(EMB_ERR_READ_ONLY, pathForCaller(file_) + ": opened for reading only");
     // IMMEDIATE: a second writer is turned away here, before it has done anything.
     execute(database_, file_, "BEGIN IMMEDIATE");
     pending_ = true;
