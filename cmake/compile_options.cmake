@@ -16,6 +16,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   add_compile_options(-Wno-restrict) # g++ 12 takes "literal" + std::string for overlapping memory when it optimises
 endif()
 
+if(WIN32)
+  add_compile_definitions(_WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX) # Windows Server 2016 and later
+  add_link_options(-static) # a server has no runtime of this compiler
+endif()
+
 if(UPDKRX_SANITIZE)
   add_compile_options(-fsanitize=${UPDKRX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${UPDKRX_SANITIZE})

@@ -1,0 +1,257 @@
+#include "os/os.h"
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+
+namespace updkrx::os {
+namespace {
+
+/** A path as this system takes it, in the form that has no limit of 260 characters. Native text is in the system's ANSI
+ *  code page. Buffers of a fixed size, far beyond what the product builds, keep it usable when memory has run out. */
+class HostPath {
+public:
+    explicit HostPath(const char* path) noexcept {
+        wchar_t wide[capacity];
+        wchar_t whole[capacity];
+        if (MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, path, -1, wide, capacity) == 0) {
+            return; // the empty path opens nothing
+        }
+        // Makes it absolute, with "\" only and without "." and "..": the long form takes every character as it stands.
+        const DWORD length = GetFullPathNameW(wide, capacity, whole, nullptr);
+        const std::wstring_view text(whole, length < capacity ? length : 0);
+        if (text.starts_with(LR"(\\?\)") || text.starts_with(LR"(\\.\)")) {
+            Join({}, text);
+        } else if (text.starts_with(LR"(\\)")) {
+            Join(LR"(\\?\UNC)", text.substr(1));
+        } else if (!text.empty()) {
+            Join(LR"(\\?\)", text);
+        }
+    }
+
+    [[nodiscard]] const wchar_t* Text() const noexcept { return text_; }
+
+private:
+    static constexpr DWORD capacity = 4096;
+
+    void Join(std::wstring_view prefix, std::wstring_view text) noexcept {
+        if (prefix.size() + text.size() < std::size(text_)) {
+            *std::copy(text.begin(), text.end(), std::copy(prefix.begin(), prefix.end(), text_)) = L'\0';
+        }
+    }
+
+    wchar_t text_[capacity] = {};
+};
+
+/** The name in the system's ANSI code page; empty when that lacks one of its characters. Such an entry has no name by
+ *  which this module could open it. */
+std::string NativeName(const wchar_t* name) {
+    char native[4 * MAX_PATH];
+    BOOL lost = FALSE;
+    const int size = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, name, -1, native, sizeof native, nullptr, &lost);
+    return size > 0 && lost == FALSE ? std::string(native) : std::string();
+}
+
+HANDLE HandleOf(std::FILE* file) noexcept {
+    return reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+}
+
+} // namespace
+
+int32_t ProcessId() noexcept {
+    return static_cast<int32_t>(GetCurrentProcessId());
+}
+
+int32_t ThreadId() noexcept {
+    return static_cast<int32_t>(GetCurrentThreadId());
+}
+
+bool LocalTime(std::tm& local) noexcept {
+    const std::time_t now = std::time(nullptr);
+    return localtime_s(&local, &now) == 0;
+}
+
+std::vector<DirectoryEntry> ListDirectory(const std::string& directory) {
+    WIN32_FIND_DATAW found = {};
+    const auto close = [](HANDLE search) { FindClose(search); };
+    const HANDLE search = FindFirstFileW(HostPath((directory + "\\*").c_str()).Text(), &found);
+    std::vector<DirectoryEntry> entries;
+    if (search == INVALID_HANDLE_VALUE) {
+        return entries;
+    }
+    const std::unique_ptr<void, decltype(close)> closer(search, close);
+    do {
+        std::string name = NativeName(found.cFileName);
+        if (!name.empty() && name != "." && name != "..") {
+            entries.push_back({std::move(name), (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+        }
+    } while (FindNextFileW(search, &found) != FALSE);
+    return entries;
+}
+
+std::FILE* OpenForAppend(const char* path) noexcept {
+    return _wfopen(HostPath(path).Text(), L"a");
+}
+
+std::FILE* OpenForReading(const char* path) noexcept {
+    return _wfopen(HostPath(path).Text(), L"rb");
+}
+
+std::FILE* OpenNew(const char* path) noexcept {
+    // The C library's older versions have no mode for a file that must not exist.
+    const int descriptor =
+        _wopen(HostPath(path).Text(), _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    std::FILE* file = _fdopen(descriptor, "wb");
+    if (file == nullptr) {
+        (void)_close(descriptor); // nothing was written
+        RemoveFile(path);
+    }
+    return file;
+}
+
+void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {
+    LARGE_INTEGER size = {};
+    if (GetFileSizeEx(HandleOf(content), &size) != FALSE) {
+        // Space and not size: the file ends where its last byte was written.
+        FILE_ALLOCATION_INFO allocation = {};
+        allocation.AllocationSize = size;
+        (void)SetFileInformationByHandle(HandleOf(file), FileAllocationInfo, &allocation, sizeof allocation);
+    }
+}
+
+void StartFlush(std::FILE* /*file*/) noexcept {
+    // The system has no such hint: it only flushes while one waits.
+}
+
+bool FlushToDisk(std::FILE* file) noexcept {
+    return std::fflush(file) == 0 && FlushFileBuffers(HandleOf(file)) != FALSE;
+}
+
+PathKind KindOf(const char* path) noexcept {
+    const DWORD attributes = GetFileAttributesW(HostPath(path).Text());
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return PathKind::missing;
+    }
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? PathKind::directory : PathKind::file;
+}
+
+bool IsWritable(const char* path) noexcept {
+    // Only trying tells: the read-only attribute knows nothing of access lists.
+    constexpr DWORD everyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE file =
+        CreateFileW(HostPath(path).Text(), GENERIC_WRITE, everyShare, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    CloseHandle(file);
+    return true;
+}
+
+bool CreateDirectories(const char* directory) {
+    // From the top down; where the drive and the share end need not be known, as those exist.
+    std::string part(directory);
+    for (size_t at = 0; at != std::string::npos;) {
+        at = part.find_first_of("/\\", at + 1);
+        (void)CreateDirectoryW(HostPath(part.substr(0, at).c_str()).Text(), nullptr);
+    }
+    return KindOf(directory) == PathKind::directory;
+}
+
+bool MoveOver(const char* file, const char* target) noexcept {
+    const HostPath from(file);
+    const HostPath to(target);
+    // Keeps the access list and the attributes of what was there.
+    constexpr DWORD flags = REPLACEFILE_IGNORE_MERGE_ERRORS | REPLACEFILE_IGNORE_ACL_ERRORS;
+    return ReplaceFileW(to.Text(), from.Text(), nullptr, flags, nullptr, nullptr) != FALSE ||
+           (GetLastError() == ERROR_FILE_NOT_FOUND &&
+            MoveFileExW(from.Text(), to.Text(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE);
+}
+
+void RemoveFile(const char* path) noexcept {
+    (void)DeleteFileW(HostPath(path).Text()); // a file that cannot be removed stays
+}
+
+void PutEnvironment(const char* name, const char* value) noexcept {
+    (void)_putenv_s(name, value); // the C library's own environment and the process's
+}
+
+// ---- Mutex and semaphore are kernel objects; what callers hold are their handles.
+
+namespace {
+
+Mutex* AsMutex(HANDLE handle) noexcept {
+    return static_cast<Mutex*>(handle);
+}
+
+Semaphore* AsSemaphore(HANDLE handle) noexcept {
+    return static_cast<Semaphore*>(handle);
+}
+
+/** The attributes that the caller gave, or those by which anyone may use the object and started processes inherit it.
+ *  Where these cannot be built, the object gets the system's own default. */
+class ObjectSecurity {
+public:
+    explicit ObjectSecurity(const SecurityAttributes* given) noexcept {
+        if (given != nullptr) {
+            attributes_ = reinterpret_cast<const SECURITY_ATTRIBUTES*>(given);
+        } else if (InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) != FALSE &&
+                   SetSecurityDescriptorDacl(&descriptor_, TRUE, nullptr, FALSE) != FALSE) {
+            attributes_ = &default_;
+        }
+    }
+
+    /** For the functions that take it, none of which changes it. */
+    [[nodiscard]] SECURITY_ATTRIBUTES* Get() const noexcept { return const_cast<SECURITY_ATTRIBUTES*>(attributes_); }
+
+private:
+    SECURITY_DESCRIPTOR descriptor_ = {};
+    SECURITY_ATTRIBUTES default_ = {sizeof default_, &descriptor_, TRUE};
+    const SECURITY_ATTRIBUTES* attributes_ = nullptr;
+};
+
+} // namespace
+
+void CloseObject::operator()(Mutex* mutex) const noexcept {
+    CloseHandle(mutex);
+}
+
+void CloseObject::operator()(Semaphore* semaphore) const noexcept {
+    CloseHandle(semaphore);
+}
+
+OwnedMutex MakeMutex(const SecurityAttributes* security) noexcept {
+    return OwnedMutex(AsMutex(CreateMutexW(ObjectSecurity(security).Get(), FALSE, nullptr)));
+}
+
+void Lock(Mutex& mutex) noexcept {
+    (void)WaitForSingleObject(&mutex, INFINITE);
+}
+
+void Unlock(Mutex& mutex) noexcept {
+    (void)ReleaseMutex(&mutex);
+}
+
+OwnedSemaphore MakeSemaphore(int32_t maximum, const SecurityAttributes* security) noexcept {
+    return OwnedSemaphore(AsSemaphore(CreateSemaphoreW(ObjectSecurity(security).Get(), 0, maximum, nullptr)));
+}
+
+void Wait(Semaphore& semaphore) noexcept {
+    (void)WaitForSingleObject(&semaphore, INFINITE);
+}
+
+void Release(Semaphore& semaphore, int32_t count) noexcept {
+    (void)ReleaseSemaphore(&semaphore, count, nullptr);
+}
+
+} // namespace updkrx::os
