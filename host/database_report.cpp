@@ -11,6 +11,8 @@
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
+#include "platform.h"
+#include "server_folder.h"
 #include "text_table.h"
 
 namespace krxpatch {
@@ -58,17 +60,17 @@ STATUS VisitNotes(DBHANDLE database, WORD classMask, const NoteVisitor& visitor)
 
 std::string ToLmbcs(const std::string& text) {
     char lmbcs[textSize];
-    updkrx::ToLmbcs(text.c_str(), lmbcs, sizeof lmbcs);
+    updkrx::ToLmbcs(platform::NativeFromUtf8(text).c_str(), lmbcs, sizeof lmbcs);
     return lmbcs;
 }
 
-/** In the native character set, up to its first line break. */
+/** Up to its first line break. */
 std::string ItemText(NOTEHANDLE note, const char* item) {
     char lmbcs[textSize];
-    updkrx::GetItemText(note, item, lmbcs, sizeof lmbcs);
+    (void)updkrx::GetItemText(note, item, lmbcs, sizeof lmbcs); // what cannot be read shows as empty
     char native[4 * textSize];
     updkrx::ToNative(lmbcs, native, sizeof native);
-    return native;
+    return platform::Utf8FromNative(native);
 }
 
 std::string StatusText(STATUS status) {
@@ -120,9 +122,17 @@ int32_t BuildNumber(const std::string& text) {
     return dot == std::string::npos ? 0 : updkrx::NumberOf(text.substr(dot + 1));
 }
 
-bool IsProductDatabase(const std::string& name) {
-    return std::any_of(updkrx::ProductDatabases.begin(), updkrx::ProductDatabases.end(),
-                       [&](const updkrx::ProductDatabase& product) { return name == product.databaseName; });
+bool Reaches(const DatabaseReport& report, int32_t build) {
+    return report.error.empty() && std::all_of(report.builds.begin(), report.builds.end(),
+                                               [&](const std::string& text) { return BuildNumber(text) >= build; });
+}
+
+DatabaseReport Missing(const std::string& name) {
+    DatabaseReport report;
+    report.name = name;
+    report.missing = true;
+    report.error = "missing";
+    return report;
 }
 
 } // namespace
@@ -134,6 +144,9 @@ DatabaseReport ReadDatabase(const std::string& name) {
     report.offline = EmbIsOffline(path.c_str()) != 0;
     updkrx::ScopedDatabase database;
     STATUS status = NSFDbOpen(ToLmbcs(path).c_str(), database.Out());
+    if ((status & ERR_MASK) == ERR_NOEXIST) {
+        return Missing(name);
+    }
     if (status == NOERROR) {
         report.title = ReadTitle(path);
         status = ReadOpenDatabase(database.Get(), report);
@@ -158,7 +171,7 @@ std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names)
 
 std::string BuildsOf(const DatabaseReport& report) {
     if (!report.error.empty()) {
-        return "unknown";
+        return report.missing ? "missing" : "unknown";
     }
     std::vector<std::string> builds = report.builds;
     std::replace(builds.begin(), builds.end(), std::string(), std::string("none"));
@@ -167,20 +180,31 @@ std::string BuildsOf(const DatabaseReport& report) {
 }
 
 UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_t build) {
-    UpgradeState state;
-    for (const DatabaseReport& report : reports) {
-        if (!IsProductDatabase(report.name)) {
-            continue;
-        }
-        ++state.databases;
-        if (!report.error.empty()) {
-            state.behind.push_back(report.name + " (" + report.error + ")");
-        } else if (std::any_of(report.builds.begin(), report.builds.end(),
-                               [&](const std::string& text) { return BuildNumber(text) < build; })) {
-            state.behind.push_back(report.name + " (" + BuildsOf(report) + ")");
+    UpgradeState state = {updkrx::ProductDatabases.size(), {}};
+    for (const updkrx::ProductDatabase& product : updkrx::ProductDatabases) {
+        const auto found = std::find_if(reports.begin(), reports.end(), [&](const DatabaseReport& report) {
+            return report.name == product.databaseName;
+        });
+        const DatabaseReport report = found == reports.end() ? Missing(product.databaseName) : *found;
+        if (!Reaches(report, build)) {
+            state.behind.push_back(report);
         }
     }
     return state;
+}
+
+std::string DescribeBehind(const UpgradeState& state, int32_t build) {
+    constexpr size_t named = 3;
+    std::vector<std::string> texts;
+    for (const DatabaseReport& report : state.behind) {
+        texts.push_back(report.name + " (" + (report.error.empty() ? BuildsOf(report) : report.error) + ")");
+    }
+    if (texts.size() > named) {
+        texts.resize(named);
+        texts.emplace_back("...");
+    }
+    return std::to_string(state.behind.size()) + " of " + std::to_string(state.databases) +
+           " product databases do not carry build " + BuildText(build) + ": " + Join(texts);
 }
 
 } // namespace krxpatch

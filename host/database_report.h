@@ -9,8 +9,9 @@
 namespace krxpatch {
 
 struct DatabaseReport {
-    std::string name;  // of the file in the product folder
-    std::string error; // why it could not be read, empty when it could; what follows then means nothing
+    std::string name;     // of the file in the product folder
+    std::string error;    // why it could not be read, empty when it could; what follows then means nothing
+    bool missing = false; // it could not be read because there is no such file
     bool offline = false;
     std::string title;
     std::vector<std::string> builds; // the build text of each help note, empty where the note has none
@@ -27,19 +28,22 @@ struct DatabaseReport {
 
 [[nodiscard]] std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names);
 
-/** The builds of a database in one text: "none" when it has no help note. */
+/** The builds of a database in one text: "none" when it has no help note, "missing" when there is no database. */
 [[nodiscard]] std::string BuildsOf(const DatabaseReport& report);
 
-/** How far the product's databases, those of its table that are there, have come. */
+/** How far the product's databases, those of its table, have come. */
 struct UpgradeState {
     size_t databases = 0;
-    std::vector<std::string> behind; // "NAME (what it carries or why it cannot be read)" of those below the build
+    std::vector<DatabaseReport> behind; // those that do not carry the build
 
-    [[nodiscard]] bool Reached() const noexcept { return databases > 0 && behind.empty(); }
+    [[nodiscard]] bool Reached() const noexcept { return behind.empty(); }
 };
 
 /** A database reaches a build when each of its help notes carries it or a later one; one without a help note has
- *  nowhere to carry it and is not held back by that. */
+ *  nowhere to carry it and is not held back by that. A missing or unreadable one has not reached it. */
 [[nodiscard]] UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_t build);
+
+/** Which databases do not carry the build, in one line: the first few by name, with what they carry instead. */
+[[nodiscard]] std::string DescribeBehind(const UpgradeState& state, int32_t build);
 
 } // namespace krxpatch

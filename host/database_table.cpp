@@ -21,6 +21,9 @@ std::string SignedNotes(const DatabaseReport& report) {
 }
 
 Row FactsOf(const DatabaseReport& report) {
+    if (report.missing) {
+        return {"-", "-", "-", "-"};
+    }
     if (!report.error.empty()) {
         return {report.offline ? "yes" : "no", "-", "-", "-", "(" + report.error + ")"};
     }
@@ -37,10 +40,11 @@ Row operator+(Row left, const Row& right) {
     return left;
 }
 
-std::string BuildBefore(const std::vector<DatabaseReport>& before, const std::string& name) {
-    const auto found =
-        std::find_if(before.begin(), before.end(), [&](const DatabaseReport& report) { return report.name == name; });
-    return found == before.end() ? "(new)" : BuildsOf(*found);
+std::string BuildBefore(const std::vector<DatabaseReport>& before, const DatabaseReport& after) {
+    const auto found = std::find_if(before.begin(), before.end(),
+                                    [&](const DatabaseReport& report) { return report.name == after.name; });
+    const bool made = found == before.end() || (found->missing && !after.missing);
+    return made ? "(new)" : BuildsOf(*found);
 }
 
 } // namespace
@@ -56,7 +60,7 @@ std::string FormatDatabases(const std::vector<DatabaseReport>& reports) {
 std::string FormatDatabases(const std::vector<DatabaseReport>& before, const std::vector<DatabaseReport>& after) {
     std::vector<Row> rows = {Row{"DATABASE", "BUILD BEFORE", "BUILD AFTER"} + factTitles};
     for (const DatabaseReport& report : after) {
-        rows.push_back(Row{report.name, BuildBefore(before, report.name), BuildsOf(report)} + FactsOf(report));
+        rows.push_back(Row{report.name, BuildBefore(before, report), BuildsOf(report)} + FactsOf(report));
     }
     return FormatTable(rows);
 }

@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "embedded_notes.h"
+#include "path_checks.h"
 #include "temporary_folder.h"
 
 namespace krxpatch {
@@ -11,7 +12,8 @@ namespace {
 void ExportToFile(const ExportOptions& options, const std::filesystem::path& dxl) {
     char message[1024];
     const DWORD flags = options.stable ? EMB_DXL_STABLE : 0;
-    if (EmbDxlExport(options.database.c_str(), dxl.c_str(), flags, message, sizeof message) != NOERROR) {
+    if (EmbDxlExport(options.database.string().c_str(), dxl.string().c_str(), flags, message, sizeof message) !=
+        NOERROR) {
         throw Failure(failed, message);
     }
 }
@@ -19,7 +21,9 @@ void ExportToFile(const ExportOptions& options, const std::filesystem::path& dxl
 } // namespace
 
 ExitCode Export(const ExportOptions& options) {
+    RequirePlaceForFile(options.database);
     if (!options.dxl.empty()) {
+        RequirePlaceForFile(options.dxl);
         ExportToFile(options, options.dxl);
         return succeeded;
     }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform.h"
+
 namespace krxpatch {
 namespace {
 
@@ -24,6 +26,9 @@ std::vector<std::filesystem::path> LogFiles(const std::filesystem::path& folder)
 
 /** A line without its header, [time][pid=...][tid=...][module=...]: */
 std::string_view MessageOf(std::string_view line) {
+    if (line.ends_with('\r')) {
+        line.remove_suffix(1); // some systems end lines in two characters
+    }
     const size_t level = line.find("[module=");
     const size_t end = level == std::string_view::npos ? level : line.find("]:", level);
     return line.starts_with('[') && end != std::string_view::npos ? line.substr(end + 2) : line;
@@ -46,7 +51,7 @@ std::vector<std::string> LogFollower::TakeNewMessages() {
         for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
             const std::string_view message = MessageOf(std::string_view(text).substr(start, end - start));
             if (!message.empty()) {
-                messages.emplace_back(message);
+                messages.push_back(platform::Utf8FromNative(message));
             }
         }
         taken += static_cast<std::streamoff>(start); // a line that is not whole yet comes with the next call

@@ -1,13 +1,18 @@
 // krxpatch: the command line. Nothing is touched before the whole of it is understood.
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
 #include "platform.h"
+#include "utf8_path.h"
 
 namespace krxpatch {
 namespace {
@@ -15,6 +20,18 @@ namespace {
 const CLI::Validator
     notEmpty([](const std::string& text) { return text.empty() ? std::string("must not be empty") : std::string(); },
              "");
+
+/** Names what must not be left out in the line of usage too, where "[OPTIONS]" reads as if all could. */
+class HelpText : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        for (const CLI::Option* option :
+             app->get_options([](const CLI::Option* each) { return each->nonpositional() && each->get_required(); })) {
+            name += " " + option->get_name() + " " + option->get_type_name();
+        }
+        return Formatter::make_usage(app, name);
+    }
+};
 
 CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::string& description) {
     CLI::App* command = program.add_subcommand(name, description);
@@ -24,7 +41,11 @@ CLI::App* AddCommand(CLI::App& program, const std::string& name, const std::stri
 
 CLI::Option* AddPath(CLI::App* command, const std::string& name, std::filesystem::path& path, const std::string& kind,
                      const std::string& description) {
-    return command->add_option(name, path, description)->type_name(kind)->check(notEmpty);
+    return command
+        ->add_option_function<std::string>(
+            name, [&path](const std::string& text) { path = PathOf(text); }, description)
+        ->type_name(kind)
+        ->check(notEmpty);
 }
 
 /** A switch, which takes no value. */
@@ -32,15 +53,16 @@ void AddSwitch(CLI::App* command, const std::string& name, bool& on, const std::
     command->add_flag(name, on, description)->disable_flag_override();
 }
 
-ExitCode ParseAndRun(int argc, const char* const* argv) {
+ExitCode ParseAndRun(std::vector<std::string> arguments) {
     CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
+    program.formatter(std::make_shared<HelpText>()); // the commands have it too
     program.set_help_flag("--help", "Print this help and exit");
     program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
     program.require_subcommand(0, 1); // an unknown word is reported as such before a missing command is
     program.footer("Exit codes: 0 done, 1 not done or not wholly, 2 could not start.\n"
                    "krxpatch COMMAND --help tells more about a command.");
 
-    SandboxOptions sandboxOptions{.folder = {}, .samples = KRXPATCH_SAMPLES};
+    SandboxOptions sandboxOptions{.folder = {}, .samples = PathOf(KRXPATCH_SAMPLES)};
     CLI::App* sandbox = AddCommand(program, "sandbox", "Lay out the sample server in a new or empty folder");
     AddPath(sandbox, "DIR", sandboxOptions.folder, "", "The folder")->required();
     AddPath(sandbox, "--samples", sandboxOptions.samples, "FOLDER", "What to lay out instead of the sample server");
@@ -70,7 +92,8 @@ ExitCode ParseAndRun(int argc, const char* const* argv) {
               "Leave out note IDs, sequence numbers, times and signature values");
 
     try {
-        program.parse(argc, argv);
+        std::reverse(arguments.begin(), arguments.end()); // the parser takes them from the end
+        program.parse(std::move(arguments));
     } catch (const CLI::Success& helpOrVersion) {
         program.exit(helpOrVersion);
         return succeeded;
@@ -97,12 +120,13 @@ ExitCode ParseAndRun(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
     using namespace krxpatch;
+    platform::PrepareOutput(); // "krxpatch run | head" must not end the upgrade
     const auto report = [](ExitCode exitCode, const std::string& message) {
         std::cerr << "krxpatch: " << message << '\n';
         return exitCode;
     };
     try {
-        const ExitCode exitCode = ParseAndRun(argc, argv);
+        const ExitCode exitCode = ParseAndRun(platform::Arguments(argc, argv));
         return std::cout.flush() ? exitCode : report(failed, "standard output: cannot be written");
     } catch (const Failure& failure) {
         std::cout.flush(); // what was done so far stands before the reason

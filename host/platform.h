@@ -1,8 +1,13 @@
 // The one seam of krxpatch to the operating system: platform_<system>.cpp implements it and the build picks one.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace krxpatch::platform {
 
@@ -11,6 +16,58 @@ extern const char* const moduleFile;
 
 /** The folder that this program was started from. */
 [[nodiscard]] std::filesystem::path ExecutableFolder();
+
+/** This process to people who look for it: user, host and process number, in one line. */
+[[nodiscard]] std::string DescribeProcess();
+
+/** The arguments of the command line behind the program's name, in UTF-8. */
+[[nodiscard]] std::vector<std::string> Arguments(int argc, char** argv);
+
+/** From here on a reader of this program's output who goes away does not end it: what it prints then is lost. A console
+ *  takes it as UTF-8. */
+void PrepareOutput();
+
+/** Texts of the module, which are in the native character set, and the other way round. What a set lacks becomes its
+ *  replacement character. */
+[[nodiscard]] std::string Utf8FromNative(std::string_view text);
+[[nodiscard]] std::string NativeFromUtf8(std::string_view text);
+
+/** Waits until a file, or the names in a folder, are on the disk. Throws filesystem_error when they cannot get there. */
+void FlushToDisk(const std::filesystem::path& path);
+
+/** Makes `to`, or overwrites it, with the bytes, the access rights and the owner of a file, and waits until it is on the
+ *  disk. Throws filesystem_error with both names and the system's own cause. */
+void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/** Gives a file or folder to the user whom `from` belongs to, where this process may: a server that runs as another user
+ *  must still be able to open it. Nothing happens where the system has no such notion. */
+void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& from) noexcept;
+
+/** A file that one process at a time holds. The system lets go of it when the process ends, however that happens. */
+class HeldFile {
+public:
+    /** Makes the file with this text in it, in place of one that nobody holds; nothing when another process holds it.
+     *  Never waits. Throws filesystem_error when the file cannot be made or written. */
+    [[nodiscard]] static std::optional<HeldFile> Take(const std::filesystem::path& file, const std::string& text);
+
+    /** The text of the process that holds the file; nothing when none does. Writes nothing, and keeps nobody from
+     *  taking the file. */
+    [[nodiscard]] static std::optional<std::string> TextOfHolder(const std::filesystem::path& file);
+
+    HeldFile(HeldFile&& other) noexcept;
+    HeldFile(const HeldFile&) = delete;
+    HeldFile& operator=(const HeldFile&) = delete;
+    /** Removes the file. */
+    ~HeldFile();
+
+private:
+    HeldFile(std::filesystem::path file, std::intptr_t handle) : file_(std::move(file)), handle_(handle) {}
+
+    std::filesystem::path file_;
+    std::intptr_t handle_; // of the open file; noHandle once moved from
+
+    static constexpr std::intptr_t noHandle = -1;
+};
 
 /** A library loaded into this process, for as long as this object lives. */
 class Library {

@@ -11,9 +11,12 @@
 #include "database_report.h"
 #include "database_table.h"
 #include "embedded_notes.h"
+#include "failure_cause.h"
 #include "foundation/debug_log.h"
+#include "hold.h"
 #include "log_follower.h"
 #include "platform.h"
+#include "recovery_copy.h"
 #include "server_folder.h"
 #include "text_table.h"
 
@@ -49,21 +52,18 @@ public:
 
     void ShowNews() {
         for (const std::string& message : log_.TakeNewMessages()) {
-            const std::string shown = Printable(message);
-            std::cout << "  " << shown << '\n';
-            endOfLog_ = lastMessage_.empty() ? shown : lastMessage_ + " / " + shown;
-            lastMessage_ = shown;
+            std::cout << "  " << Printable(message) << '\n';
+            messages_.push_back(message);
         }
         std::cout.flush();
     }
 
-    /** The module's last two messages, of which the first is often the cause; empty when there are none. */
-    [[nodiscard]] const std::string& EndOfLog() const noexcept { return endOfLog_; }
+    /** What was shown. */
+    [[nodiscard]] const std::vector<std::string>& Messages() const noexcept { return messages_; }
 
 private:
     LogFollower log_;
-    std::string lastMessage_;
-    std::string endOfLog_;
+    std::vector<std::string> messages_;
 };
 
 void CallModule(MainEntryPoint* entry, Progress& progress) {
@@ -117,18 +117,52 @@ void RequireAbsoluteDataDirectory(const ServerFolder& server) {
     }
 }
 
-std::string Reason(const UpgradeState& state, int32_t build) {
-    constexpr size_t named = 3;
-    if (state.databases == 0) {
-        return "there is no product database to carry build " + BuildText(build);
+/** What the log says to databases that are behind. */
+std::string CauseInLog(const UpgradeState& state, const std::vector<std::string>& messages) {
+    std::vector<std::string> names;
+    for (const DatabaseReport& report : state.behind) {
+        names.push_back(report.name);
     }
-    std::vector<std::string> names = state.behind;
-    if (names.size() > named) {
-        names.resize(named);
-        names.emplace_back("...");
+    if (const std::string cause = FindCause(messages, names); !cause.empty()) {
+        return "; the log says: " + Printable(cause);
     }
-    return std::to_string(state.behind.size()) + " of " + std::to_string(state.databases) +
-           " product databases do not carry build " + BuildText(build) + ": " + Join(names);
+    if (!messages.empty()) {
+        return "; the log ends: " + Printable(messages.back());
+    }
+    return updkrx::IsDebugLogEnabled() ? "" : "; the module's log, which would say why, is off";
+}
+
+/** Throws Failure with all that is lacking. */
+void RequireUpgraded(const ServerFolder& server, const PatchFacts& facts, const std::vector<DatabaseReport>& reports,
+                     const std::vector<std::string>& messages) {
+    const UpgradeState state = CompareWithBuild(reports, *facts.patchBuild);
+    std::string reason;
+    if (!state.Reached()) {
+        reason = server.ProductFolder().string() + ": " + DescribeBehind(state, *facts.patchBuild) +
+                 CauseInLog(state, messages);
+    }
+    if (!facts.undelivered.empty()) {
+        reason += (reason.empty() ? "" : "; ") + DescribeUndelivered(facts);
+    }
+    if (!reason.empty()) {
+        throw Failure(failed, reason);
+    }
+}
+
+void ShowHead(const ServerFolder& server, const PatchFacts& facts) {
+    std::vector<std::vector<std::string>> rows = {{"Server", server.Path().string()},
+                                                  {"Patch build", BuildText(*facts.patchBuild)}};
+    if (updkrx::IsDebugLogEnabled()) {
+        rows.push_back({"Module's log", server.LogFolder().string()});
+    }
+    std::cout << FormatTable(rows) << '\n';
+}
+
+/** What a dead run has changed must neither stay nor count as the state before this one. */
+void TellOfDeadRun(const ServerFolder& server) {
+    if (const auto run = RunWithCopyOf(server.ProductFolder())) {
+        std::cout << "An earlier run died: " << *run << ". What it changed is put back first.\n\n" << std::flush;
+    }
 }
 
 } // namespace
@@ -142,31 +176,33 @@ ExitCode Run(const RunOptions& options) {
     }
     const platform::Library module(options.module);
     auto* const entry = module.Find<MainEntryPoint>("MainEntryPoint");
+
+    const std::string run = DescribeThis("run");
+    const platform::HeldFile hold = HoldServer(server.Path(), run);
+    TellOfDeadRun(server);
+    RecoveryCopy copy(server, run);
+
     if (!options.realTime) {
         EmbClockSetVirtual(EmbClockNow());
     }
-
     const std::vector<DatabaseReport> before = ReadDatabases(server.DatabaseNames());
     const bool nothingToDo = CompareWithBuild(before, *facts.patchBuild).Reached();
-    std::cout << FormatTable({{"Server", server.Path().string()},
-                              {"Patch build", BuildText(*facts.patchBuild)},
-                              {"Module's log", server.LogFolder().string()}})
-              << '\n';
+    ShowHead(server, facts);
     const size_t logged = EmbServerLog(nullptr, 0); // what reading the databases added is not the run's
     Progress progress(server);
     CallModule(entry, progress);
+    copy.Discard(); // from here on what the run left is what counts
     ShowConsoleCommands(Fetch(EmbConsoleTranscript));
     ShowServerLog(std::string_view(Fetch(EmbServerLog)).substr(logged));
 
     const std::vector<DatabaseReport> after = ReadDatabases(NamesOf(before, server));
     std::cout << '\n' << FormatDatabases(before, after) << '\n';
-    const UpgradeState state = CompareWithBuild(after, *facts.patchBuild);
-    if (!state.Reached()) {
-        throw Failure(failed, server.ProductFolder().string() + ": " + Reason(state, *facts.patchBuild) +
-                                  (progress.EndOfLog().empty() ? "" : "; the log ends: " + progress.EndOfLog()));
+    RequireUpgraded(server, facts, after, progress.Messages());
+    const std::string outcome = "the product databases carry build " + BuildText(*facts.patchBuild);
+    std::cout << (nothingToDo ? "Nothing to do: " : "Done: ") << outcome << ".\n";
+    if (!std::cout.flush()) { // nobody may take a finished upgrade for one that failed
+        throw Failure(succeeded, "standard output: cannot be written; " + outcome);
     }
-    std::cout << (nothingToDo ? "Nothing to do: the" : "Done: the") << " product databases carry build "
-              << BuildText(*facts.patchBuild) << ".\n";
     return succeeded;
 }
 

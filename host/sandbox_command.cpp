@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "embedded_notes.h"
+#include "path_checks.h"
 #include "temporary_folder.h"
 
 namespace krxpatch {
@@ -28,7 +29,7 @@ void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::pa
 
 void ImportDatabase(const std::filesystem::path& dxl, const std::filesystem::path& database) {
     char message[1024];
-    if (EmbDxlImport(database.c_str(), dxl.c_str(), 0, message, sizeof message) != NOERROR) {
+    if (EmbDxlImport(database.string().c_str(), dxl.string().c_str(), 0, message, sizeof message) != NOERROR) {
         throw Failure(failed, message);
     }
 }
@@ -65,9 +66,7 @@ std::filesystem::path TargetOf(const std::filesystem::path& folder) {
 }
 
 void RequireNewOrEmpty(const std::filesystem::path& target) {
-    if (!std::filesystem::is_directory(target.parent_path())) {
-        throw Failure(failed, target.parent_path().string() + ": no such folder");
-    }
+    RequireFolder(target.parent_path(), failed);
     if (!std::filesystem::exists(target)) {
         return;
     }

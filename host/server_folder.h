@@ -25,10 +25,13 @@ public:
     /** As notes.ini says it, which may be relative. */
     [[nodiscard]] const std::filesystem::path& DataDirectory() const noexcept { return dataDirectory_; }
     [[nodiscard]] std::filesystem::path ProductFolder() const { return path_ / dataDirectory_ / "krx"; }
+    /** Where the server keeps which databases are offline; no file when none is. */
+    [[nodiscard]] std::filesystem::path OfflineList() const { return path_ / "offline.lst"; }
     /** Where the module writes its log. */
     [[nodiscard]] std::filesystem::path LogFolder() const { return path_ / dataDirectory_ / "krxtemp"; }
 
-    /** The names of the databases and templates in the product folder, sorted. */
+    /** The names of the databases and templates in the product folder, and of those of the product's table that should
+     *  be there, sorted. */
     [[nodiscard]] std::vector<std::string> DatabaseNames() const;
 
 private:
@@ -40,11 +43,15 @@ private:
 struct PatchFacts {
     std::optional<int32_t> installedBuild;
     std::optional<int32_t> patchBuild;
-    std::string problem; // why one of them is missing: one line that names the file and the cause
+    std::string problem;                  // why one of them is missing: one line that names the file and the cause
+    std::vector<std::string> undelivered; // paths of files that the patch is to install and does not bring
 };
 
 /** Needs the session. */
 [[nodiscard]] PatchFacts ReadPatchFacts(const ServerFolder& server);
+
+/** Which files the patch does not bring, in one line, when there are some. */
+[[nodiscard]] std::string DescribeUndelivered(const PatchFacts& facts);
 
 /** A build number as the product writes it. */
 [[nodiscard]] std::string BuildText(int32_t build);

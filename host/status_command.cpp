@@ -5,6 +5,8 @@
 #include "commands.h"
 #include "database_report.h"
 #include "database_table.h"
+#include "hold.h"
+#include "recovery_copy.h"
 #include "server_folder.h"
 #include "text_table.h"
 
@@ -35,18 +37,65 @@ Json ToJson(const DatabaseReport& report) {
     };
 }
 
-void PrintJson(const ServerFolder& server, const PatchFacts& facts, const std::vector<DatabaseReport>& reports) {
+/** What is told about a server. */
+struct Findings {
+    PatchFacts facts;
+    std::vector<DatabaseReport> reports;
+    std::optional<std::string> holder; // the command that is changing the server now
+    std::optional<std::string> deadRun;
+};
+
+Findings Examine(const ServerFolder& server) {
+    return {ReadPatchFacts(server), ReadDatabases(server.DatabaseNames()), HolderOf(server.Path()), DeadRunOf(server)};
+}
+
+/** What stands in the way of calling the server sound, the gravest first; empty when nothing does. That it is behind the
+ *  patch does not. */
+std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
+    if (findings.deadRun) {
+        return server.Path().string() + ": a run died: " + *findings.deadRun + "; the next run puts back " +
+               server.ProductFolder().string() + " as it was before, and starts anew";
+    }
+    if (!findings.facts.problem.empty()) {
+        return findings.facts.problem;
+    }
+    if (!findings.facts.undelivered.empty()) {
+        return DescribeUndelivered(findings.facts);
+    }
+    for (const DatabaseReport& report : findings.reports) {
+        if (!report.error.empty()) {
+            return (server.ProductFolder() / report.name).string() + ": " + report.error;
+        }
+    }
+    return {};
+}
+
+Json JsonText(const std::optional<std::string>& text) {
+    return text && !text->empty() ? Json(*text) : Json();
+}
+
+Json UpToDate(const Findings& findings) {
+    if (!findings.facts.patchBuild) {
+        return {};
+    }
+    return CompareWithBuild(findings.reports, *findings.facts.patchBuild).Reached() &&
+           findings.facts.undelivered.empty() && !findings.deadRun;
+}
+
+void PrintJson(const ServerFolder& server, const Findings& findings) {
     Json databases = Json::array();
-    for (const DatabaseReport& report : reports) {
+    for (const DatabaseReport& report : findings.reports) {
         databases.push_back(ToJson(report));
     }
     const Json status = {
         {"server", server.Path().string()},
-        {"installedBuild", JsonBuild(facts.installedBuild)},
-        {"patchBuild", JsonBuild(facts.patchBuild)},
-        {"upToDate", facts.patchBuild ? Json(CompareWithBuild(reports, *facts.patchBuild).Reached()) : Json()},
+        {"installedBuild", JsonBuild(findings.facts.installedBuild)},
+        {"patchBuild", JsonBuild(findings.facts.patchBuild)},
+        {"upToDate", UpToDate(findings)},
+        {"goingOn", JsonText(findings.holder)},
+        {"deadRun", JsonText(findings.deadRun)},
         {"databases", databases},
-        {"error", facts.problem.empty() ? Json() : Json(facts.problem)},
+        {"error", JsonText(ProblemOf(server, findings))},
     };
     // Names that are no UTF-8 are shown with replacement characters rather than not at all.
     std::cout << status.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
@@ -56,39 +105,37 @@ std::string TextOf(const std::optional<int32_t>& build) {
     return build ? BuildText(*build) : "unknown";
 }
 
-std::string StateText(const PatchFacts& facts, const std::vector<DatabaseReport>& reports) {
-    if (!facts.patchBuild) {
+std::string StateText(const Findings& findings) {
+    if (!findings.facts.patchBuild) {
         return "unknown";
     }
-    const UpgradeState state = CompareWithBuild(reports, *facts.patchBuild);
+    const UpgradeState state = CompareWithBuild(findings.reports, *findings.facts.patchBuild);
     return std::to_string(state.databases - state.behind.size()) + " of " + std::to_string(state.databases) +
            " product databases at the patch's build";
 }
 
-void PrintText(const ServerFolder& server, const PatchFacts& facts, const std::vector<DatabaseReport>& reports) {
-    std::cout << FormatTable({{"Server", server.Path().string()},
-                              {"Installed build", TextOf(facts.installedBuild)},
-                              {"Patch build", TextOf(facts.patchBuild)},
-                              {"State", StateText(facts, reports)}})
-              << '\n'
-              << FormatDatabases(reports);
+void PrintText(const ServerFolder& server, const Findings& findings) {
+    std::vector<std::vector<std::string>> rows = {{"Server", server.Path().string()},
+                                                  {"Installed build", TextOf(findings.facts.installedBuild)},
+                                                  {"Patch build", TextOf(findings.facts.patchBuild)},
+                                                  {"State", StateText(findings)}};
+    if (findings.holder) {
+        rows.push_back({"Going on", *findings.holder});
+    }
+    if (findings.deadRun) {
+        rows.push_back({"Died", *findings.deadRun + "; the next run undoes it and starts anew"});
+    }
+    std::cout << FormatTable(rows) << '\n' << FormatDatabases(findings.reports);
 }
 
 } // namespace
 
 ExitCode Status(const StatusOptions& options) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
-    const PatchFacts facts = ReadPatchFacts(server);
-    const std::vector<DatabaseReport> reports = ReadDatabases(server.DatabaseNames());
-    (options.json ? PrintJson : PrintText)(server, facts, reports);
-
-    if (!facts.problem.empty()) {
-        throw Failure(failed, facts.problem);
-    }
-    for (const DatabaseReport& report : reports) {
-        if (!report.error.empty()) {
-            throw Failure(failed, (server.ProductFolder() / report.name).string() + ": " + report.error);
-        }
+    const Findings findings = Examine(server);
+    (options.json ? PrintJson : PrintText)(server, findings);
+    if (const std::string problem = ProblemOf(server, findings); !problem.empty()) {
+        throw Failure(failed, problem);
     }
     return succeeded;
 }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "database_report.h"
+#include "failure_cause.h"
+#include "foundation/product_databases.h"
 #include "log_follower.h"
 #include "support/temporary_folder.h"
 #include "text_table.h"
@@ -23,34 +25,52 @@ DatabaseReport Report(const std::string& name, const Texts& builds, const std::s
 
 TEST(UpgradeStateTest, NamesTheProductDatabasesThatAreBehind) {
     const struct {
-        const char* what;
-        std::vector<DatabaseReport> reports;
-        bool reached;
-        Texts behind;
+        std::vector<DatabaseReport> reports; // besides ten databases that carry the build
+        const char* behind;
     } cases[] = {
-        {"the build", {Report("krmsg.nsf", {"5.8.0.3050"})}, true, {}},
-        {"a later build", {Report("krmsg.nsf", {"5.8.0.3051"})}, true, {}},
-        {"an earlier build", {Report("krmsg.nsf", {"5.8.0.3049"})}, false, {"krmsg.nsf (5.8.0.3049)"}},
-        {"a text without a dot", {Report("krmsg.nsf", {"3050"})}, false, {"krmsg.nsf (3050)"}},
-        {"no text in the help note", {Report("krmsg.nsf", {""})}, false, {"krmsg.nsf (none)"}},
-        {"no help note", {Report("krmsg.nsf", {})}, true, {}},
-        {"one of two help notes",
-         {Report("krmsg.nsf", {"5.8.0.3050", "5.8.0.3001"})},
-         false,
-         {"krmsg.nsf (5.8.0.3050, 5.8.0.3001)"}},
-        {"unreadable", {Report("krmsg.nsf", {"5.8.0.3050"}, "offline")}, false, {"krmsg.nsf (offline)"}},
-        {"one of two",
-         {Report("krmsg.nsf", {"5.8.0.3050"}), Report("krconf.nsf", {"5.8.0.3001"})},
-         false,
-         {"krconf.nsf (5.8.0.3001)"}},
-        {"not the product's", {Report("krmsg.nsf", {"5.8.0.3050"}), Report("copy.nsf", {"5.8.0.3001"})}, true, {}},
-        {"a template", {Report("krmsg.nsf", {"5.8.0.3050"}), Report("krconf.ntf", {"5.8.0.3001"})}, true, {}},
-        {"no product database", {Report("copy.nsf", {"5.8.0.3050"})}, false, {}},
+        {{Report("krmsg.nsf", {"5.8.0.3050"})}, ""},
+        {{Report("krmsg.nsf", {"5.8.0.3051"})}, ""},
+        {{Report("krmsg.nsf", {"5.8.0.3049"})}, "1 of 11 %: krmsg.nsf (5.8.0.3049)"},
+        {{Report("krmsg.nsf", {"3050"})}, "1 of 11 %: krmsg.nsf (3050)"},
+        {{Report("krmsg.nsf", {""})}, "1 of 11 %: krmsg.nsf (none)"},
+        {{Report("krmsg.nsf", {})}, ""},
+        {{Report("krmsg.nsf", {"5.8.0.3050", "5.8.0.3001"})}, "1 of 11 %: krmsg.nsf (5.8.0.3050, 5.8.0.3001)"},
+        {{Report("krmsg.nsf", {"5.8.0.3050"}, "offline")}, "1 of 11 %: krmsg.nsf (offline)"},
+        {{}, "1 of 11 %: krmsg.nsf (missing)"},
+        {{Report("krmsg.nsf", {"5.8.0.3050"}), Report("copy.nsf", {"5.8.0.3001"})}, ""},
+        {{Report("krmsg.nsf", {"5.8.0.3050"}), Report("krconf.ntf", {"5.8.0.3001"})}, ""},
     };
-    for (const auto& [what, reports, reached, behind] : cases) {
+    for (auto [reports, behind] : cases) {
+        for (const updkrx::ProductDatabase& product : updkrx::ProductDatabases) {
+            if (product.databaseName != std::string("krmsg.nsf")) {
+                reports.push_back(Report(product.databaseName, {"5.8.0.3050"}));
+            }
+        }
         const UpgradeState state = CompareWithBuild(reports, 3050);
-        EXPECT_EQ(state.Reached(), reached) << what;
-        EXPECT_EQ(state.behind, behind) << what;
+        std::string expected = behind;
+        EXPECT_EQ(state.Reached(), expected.empty()) << behind;
+        if (!expected.empty()) {
+            expected.replace(expected.find('%'), 1, "product databases do not carry build 5.8.0.3050");
+            EXPECT_EQ(DescribeBehind(state, 3050), expected);
+        }
+    }
+}
+
+TEST(FailureCauseTest, IsTheMessageThatTellsMost) {
+    const std::string ending = "Bring database offline. (/srv/data/krx/krquar.ntf):(13ea)";
+    const std::string named = "Failed to open krx\\krmsg.nsf - File is not a database";
+    const std::string other = "Read ACL error. (krx/krency.nsf):(103)";
+    const std::string data = "\tgMap[\"Error in krmsg.nsf\"]=\"9679C1FA3EC9B30648256E16002368DE\";";
+    const std::string success = "Succeeded to sign - krx\\krmsg.nsf";
+    const std::pair<Texts, std::string> cases[] = {
+        {{success, data, other, named, ending}, ending},
+        {{data, other, named}, named},
+        {{success, other}, other},
+        {{success, data, "Bring database offline successfully. (x)"}, ""},
+        {{}, ""},
+    };
+    for (const auto& [messages, cause] : cases) {
+        EXPECT_EQ(FindCause(messages, {"krtime.nsf", "krmsg.nsf"}), cause);
     }
 }
 
@@ -77,11 +97,7 @@ TEST_F(LogFollowerTest, TakesEachNewMessageOnce) {
     Append("other_20261119.dbg", header + "not the module's\n");
     EXPECT_EQ(follower.TakeNewMessages(), (Texts{"whole now", "after midnight"}));
     EXPECT_EQ(follower.TakeNewMessages(), Texts{});
-}
-
-TEST_F(LogFollowerTest, HasNothingWithoutAFolder) {
-    LogFollower follower(folder_.Path() / "none");
-    EXPECT_EQ(follower.TakeNewMessages(), Texts{});
+    EXPECT_EQ(LogFollower(folder_.Path() / "none").TakeNewMessages(), Texts{});
 }
 
 TEST(TextTableTest, AlignsCharactersAndShowsNoControls) {

@@ -8,6 +8,7 @@
 #include "foundation/debug_log.h"
 #include "foundation/notes_api.h"
 #include "foundation/notes_scoped.h"
+#include "os/export.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ bool Pauses() {
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) STATUS MainEntryPoint() {
+extern "C" UPDKRX_EXPORT STATUS MainEntryPoint() {
     struct stat output = {};
     if (fstat(STDOUT_FILENO, &output) != 0) {
         return 1;

@@ -1,0 +1,22 @@
+#include "path_checks.h"
+
+namespace krxpatch {
+
+void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise) {
+    std::error_code ignored; // what cannot be looked at is not there
+    if (!std::filesystem::is_directory(folder, ignored)) {
+        const bool exists = std::filesystem::exists(folder, ignored);
+        throw Failure(otherwise, folder.string() + (exists ? ": is no folder" : ": no such folder"));
+    }
+}
+
+void RequirePlaceForFile(const std::filesystem::path& file) {
+    if (std::error_code ignored; std::filesystem::is_directory(file, ignored)) {
+        throw Failure(failed, file.string() + ": is a folder");
+    }
+    if (file.has_parent_path()) {
+        RequireFolder(file.parent_path(), failed);
+    }
+}
+
+} // namespace krxpatch

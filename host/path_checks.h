@@ -1,0 +1,14 @@
+// What a path on the command line has to be. Each check throws Failure that names the path and what is wrong with it.
+#pragma once
+
+#include <filesystem>
+
+#include "failure.h"
+
+namespace krxpatch {
+
+void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise);
+/** The file need not exist, but the folder that it stands in must. */
+void RequirePlaceForFile(const std::filesystem::path& file);
+
+} // namespace krxpatch

@@ -1,0 +1,72 @@
+// krxpatch as an administrator meets it: the built program, run in a folder of the test's own.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "host/child_process.h"
+#include "support/temporary_folder.h"
+
+namespace krxpatch::test {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+using updkrx::test::ReadFile;
+using updkrx::test::WriteFile;
+
+struct Entry {
+    std::string content;
+    fs::file_time_type time;
+
+    bool operator==(const Entry&) const = default;
+};
+
+/** Every file and folder below a folder, with its content and time. */
+std::map<std::string, Entry> Snapshot(const fs::path& folder);
+/** Sorted. */
+std::vector<std::string> NamesIn(const fs::path& folder);
+
+testing::AssertionResult Contains(const std::string& text, const std::string& part);
+testing::AssertionResult Exits(const Outcome& outcome, int exitCode);
+/** One line on standard error that begins with the program's name and holds the text; whichever separator of the system
+ *  its paths have. */
+testing::AssertionResult Fails(const Outcome& outcome, int exitCode, const std::string& text);
+
+class KrxpatchTest : public testing::Test {
+protected:
+    Outcome Krxpatch(const std::vector<std::string>& arguments) const {
+        return RunProgram(KRXPATCH_PROGRAM, arguments, Folder());
+    }
+    void MakeSandbox() const { ASSERT_TRUE(Exits(Krxpatch({"sandbox", "server"}), 0)); }
+    Outcome Run() const { return Krxpatch({"run", "--server", "server"}); }
+    Outcome RunModule(const std::string& module) const {
+        return Krxpatch({"run", "--server", "server", "--module", module});
+    }
+    Outcome StatusAsJson() const { return Krxpatch({"status", "--server", "server", "--json"}); }
+
+    /** Of a server with which nothing is wrong. */
+    Json Status() const;
+    static Json DatabaseIn(const Json& status, const std::string& name);
+    /** The build of each database, but not of templates. */
+    static std::map<std::string, Json> BuildsIn(const Json& status);
+
+    /** Replaces a text in a file of the server folder. */
+    void Edit(const fs::path& file, const std::string& from, const std::string& to) const;
+    void TakeOffline(const char* database) const;
+
+    [[nodiscard]] const fs::path& Folder() const { return folder_.Path(); }
+    [[nodiscard]] fs::path Server() const { return Folder() / "server"; }
+    [[nodiscard]] fs::path Databases() const { return Server() / "data/krx"; }
+
+    const fs::path iniFile_ = "notes.ini";
+    const fs::path patchFile_ = "install/program/V5.8.0.3050/krxpatch.ini";
+
+private:
+    updkrx::test::TemporaryFolder folder_;
+};
+
+} // namespace krxpatch::test
