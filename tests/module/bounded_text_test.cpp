@@ -1,5 +1,6 @@
 #include "common/bounded_text.h"
 
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -34,7 +35,10 @@ TEST(BoundedText, WritesNothingWithoutABuffer) {
 
 TEST(BoundedText, LeavesTheEmptyTextWhenItCannotFormat) {
     char buffer[16] = "#";
-    const wchar_t unencodable[] = {0x110000, 0}; // beyond the last character there is
+    const wchar_t unencodable[] = {0xD800, 0}; // half a character
+    if (std::snprintf(nullptr, 0, "%ls", unencodable) >= 0) {
+        GTEST_SKIP() << "formatting never fails here";
+    }
     EXPECT_EQ(bq_snprintf(buffer, sizeof buffer, "ab%ls", unencodable), -1);
     EXPECT_STREQ(buffer, "");
     buffer[0] = '#';

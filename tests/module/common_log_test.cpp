@@ -2,14 +2,15 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <iomanip>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include "support/system.h"
 #include "support/temporary_folder.h"
 
 namespace updkrx {
@@ -21,7 +22,8 @@ class CommonLogTest : public testing::Test {
 protected:
     CommonLogTest() {
         CommonLogSettings.level = 3;
-        bq_snprintf(CommonLogSettings.directory, sizeof CommonLogSettings.directory, "%s", folder_.Path().c_str());
+        bq_snprintf(CommonLogSettings.directory, sizeof CommonLogSettings.directory, "%s",
+                    folder_.Path().string().c_str());
         bq_snprintf(CommonLogSettings.baseName, sizeof CommonLogSettings.baseName, "%s", "base");
     }
     ~CommonLogTest() override {
@@ -36,7 +38,7 @@ protected:
             return "";
         }
         const std::filesystem::path file = *std::filesystem::directory_iterator(folder_.Path());
-        std::string content = test::ReadFile(file);
+        std::string content = test::ReadText(file);
         std::string date = content.substr(1, 10); // of the line, so that midnight may come meanwhile
         std::erase(date, '/');
         EXPECT_EQ(file.filename(), "base_" + date + ".dbg");
@@ -61,10 +63,11 @@ TEST_F(CommonLogTest, WritesOneLineWithItsHeader) {
     CommonLogWrite(source, 7, 3, "%s %d", "message", 7);
     const std::string content = Content();
     std::tm time = {};
-    const char* rest = strptime(content.c_str(), "[%Y/%m/%d %H:%M:%S]", &time);
-    ASSERT_NE(rest, nullptr) << content;
-    EXPECT_EQ(rest, "[pid=" + std::to_string(getpid()) + "][tid=" + std::to_string(gettid()) +
-                        "][module=00000003] [                 ..\\common\\BqCommon(   7)]:message 7\n");
+    std::istringstream stream(content);
+    ASSERT_TRUE(stream >> std::get_time(&time, "[%Y/%m/%d %H:%M:%S]")) << content;
+    EXPECT_EQ(content.substr(static_cast<size_t>(stream.tellg())),
+              "[pid=" + std::to_string(test::ProcessId()) + "][tid=" + std::to_string(test::ThreadId()) +
+                  "][module=00000003] [                 ..\\common\\BqCommon(   7)]:message 7\n");
     time.tm_isdst = -1;
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), std::mktime(&time))), 60);
 }

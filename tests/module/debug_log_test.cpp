@@ -2,11 +2,12 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <iomanip>
+#include <sstream>
 #include <string>
 
-#include <unistd.h>
-
 #include "support/server_fixture.h"
+#include "support/system.h"
 
 namespace updkrx {
 namespace {
@@ -37,16 +38,16 @@ TEST_F(DebugLogTest, WritesOneLineWithItsHeader) {
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].message, "The running KRX build is 3001");
     EXPECT_EQ(lines[0].level, "1");
-    EXPECT_EQ(lines[0].pid, getpid());
-    EXPECT_EQ(lines[0].tid, gettid());
+    EXPECT_EQ(lines[0].pid, test::ProcessId());
+    EXPECT_EQ(lines[0].tid, test::ThreadId());
     std::string date = lines[0].time.substr(0, 10);
     std::erase(date, '/');
     EXPECT_EQ(lines[0].file, "updkrx_" + date + ".dbg");
     std::tm time = {};
-    ASSERT_NE(strptime(lines[0].time.c_str(), "%Y/%m/%d %H:%M:%S", &time), nullptr);
+    ASSERT_TRUE(std::istringstream(lines[0].time) >> std::get_time(&time, "%Y/%m/%d %H:%M:%S")) << lines[0].time;
     time.tm_isdst = -1;
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), std::mktime(&time))), 60);
-    const std::string content = test::ReadFile(Data() / "krxtemp" / lines[0].file);
+    const std::string content = test::ReadText(Data() / "krxtemp" / lines[0].file);
     EXPECT_TRUE(content.ends_with("][module=1]:The running KRX build is 3001\n")) << content;
 }
 
@@ -70,20 +71,16 @@ TEST_F(DebugLogTest, CutsLongMessagesAndKeepsLineFeeds) {
 
 TEST_F(DebugLogTest, StartsAFileForEachDay) {
     SwitchLogOn();
-    const char* before = std::getenv("TZ");
-    const std::string zone = before == nullptr ? "" : before;
     // 26 hours apart: never the same day.
-    for (const char* there : {"WEST12", "EAST-14"}) {
-        setenv("TZ", there, 1);
-        tzset();
+    for (const char* there : {"WST12", "EST-14"}) {
+        test::SetTimeZone(there);
         DebugLog(1, "%s", there);
     }
-    before == nullptr ? unsetenv("TZ") : setenv("TZ", zone.c_str(), 1);
-    tzset();
+    test::SetTimeZone(nullptr);
     const auto lines = ReadLog();
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].message, "WEST12");
-    EXPECT_EQ(lines[1].message, "EAST-14");
+    EXPECT_EQ(lines[0].message, "WST12");
+    EXPECT_EQ(lines[1].message, "EST-14");
     EXPECT_LT(lines[0].file, lines[1].file);
 }
 

@@ -160,8 +160,8 @@ TEST_F(IniFileTest, RefusesMissingArguments) {
 
 TEST_F(IniFileTest, KeepsItsContentWhenAFileCannotBeRead) {
     ASSERT_EQ(Load("[A]\nk=1\n"), IDD_ERR_ZERO);
-    EXPECT_EQ(ini.Load((folder.Path() / "none.ini").c_str()), IDD_ERR_INIFILE_OPENFAILED);
-    EXPECT_EQ(ini.Load(folder.Path().c_str()), IDD_ERR_INIFILE_OPENFAILED) << "a folder is no file";
+    EXPECT_EQ(ini.Load((folder.Path() / "none.ini").string().c_str()), IDD_ERR_INIFILE_OPENFAILED);
+    EXPECT_EQ(ini.Load(folder.Path().string().c_str()), IDD_ERR_INIFILE_OPENFAILED) << "a folder is no file";
     EXPECT_EQ(ini.Load("/proc/self/mem"), IDD_ERR_INIFILE_OPENFAILED) << "opens, but its start cannot be read";
     EXPECT_EQ(Value("A", "k"), "1");
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "support/server_fixture.h"
+#include "support/system.h"
 
 namespace updkrx {
 namespace {
@@ -92,7 +93,7 @@ TEST_F(InstallPathsTest, TakesTheHighestVersion) {
 TEST_F(InstallPathsTest, OfEqualVersionsTakesTheFirstListed) {
     std::filesystem::remove_all(Install() / "program");
     MakeFolders("program", {"V5.8.1234", "V5.8.0.1234", "v5.8.00.1234"});
-    const std::string first = std::filesystem::directory_iterator(Install() / "program")->path().filename();
+    const std::string first = std::filesystem::directory_iterator(Install() / "program")->path().filename().string();
     EXPECT_EQ(Find(programComponent), "\\program\\" + first);
 }
 
@@ -134,11 +135,12 @@ TEST_F(InstallPathsTest, DoublesNoSeparatorExceptForKind5) {
 }
 
 TEST_F(InstallPathsTest, TakesTheSettingInTheNativeCharacterSet) {
-    const std::filesystem::path other = Server() / "Über";
+    const std::filesystem::path other = Server() / u8"Über";
     std::filesystem::create_directories(other / "program" / "V1.0");
-    SetEnvironment("VarnholtInstallPath", other.c_str());
+    SetEnvironment("VarnholtInstallPath", other.string().c_str());
     char buffer[256];
-    EXPECT_STREQ(GetComponentPath(1, buffer, sizeof buffer), (other.string() + "\\program\\V1.0").c_str());
+    EXPECT_STREQ(GetComponentPath(1, buffer, sizeof buffer),
+                 (test::Native(other.string()) + "\\program\\V1.0").c_str());
 }
 
 TEST_F(InstallPathsTest, HasNoResultWithoutTheSetting) {

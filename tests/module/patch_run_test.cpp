@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
-#include <dlfcn.h>
-
 #include "patch/build_numbers.h"
 #include "support/server_fixture.h"
+#include "support/system.h"
 
 namespace updkrx {
 namespace {
@@ -135,7 +134,7 @@ TEST_F(PatchRunTest, DoesEveryStepInItsOrder) {
     EmbCallHookSet(nullptr, nullptr);
 
     EXPECT_EQ(Effects(), allEffects);
-    const std::string target = (Data() / "krx/krhelp.nsf").string();
+    const std::string target = Data().string() + "/krx/krhelp.nsf";
     EXPECT_TRUE(Logged({begin, "[1]The running KRX database build is 3001",
                         R"([3]	gMap["this is not a joke"]="9CA8289B72BE6CE848256E1600236921";)",
                         "[1]Enter nsfStr switch.", "[1]Bring database offline successfully. (" + target + ")",
@@ -207,9 +206,9 @@ TEST_F(PatchRunTest, SignsNoEntryWhenToldSo) {
 }
 
 TEST_F(PatchRunTest, EntryPointAnswersZeroHoweverTheRunEnds) {
-    void* module = dlopen(UPDKRX_MODULE, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(module, nullptr) << dlerror();
-    auto* const entryPoint = reinterpret_cast<STATUS (*)()>(dlsym(module, "MainEntryPoint"));
+    const test::Library module(UPDKRX_MODULE);
+    ASSERT_EQ(module.Error(), "");
+    auto* const entryPoint = module.Find<STATUS()>("MainEntryPoint");
     ASSERT_NE(entryPoint, nullptr);
 
     EXPECT_EQ(entryPoint(), 0);
@@ -224,8 +223,7 @@ TEST_F(PatchRunTest, EntryPointAnswersZeroHoweverTheRunEnds) {
     EmbClockSetVirtual(0);
     ASSERT_EQ(EmbSetInUse("krx/krhelp.nsf", 60), NOERROR);
     EXPECT_EQ(entryPoint(), 0);
-    EXPECT_EQ(LogMessages().back(), "[1]Bring database offline. (" + (Data() / "krx/krhelp.nsf").string() + "):(13ea)");
-    EXPECT_EQ(dlclose(module), 0);
+    EXPECT_EQ(LogMessages().back(), "[1]Bring database offline. (" + Data().string() + "/krx/krhelp.nsf" + "):(13ea)");
 }
 
 TEST_F(PatchRunTest, NamesTheInstalledBuildWhenThereIsNothingToDo) {

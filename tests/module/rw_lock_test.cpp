@@ -16,15 +16,11 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "module/lock_failures.h"
 
-std::atomic<int> allocationToFail = 0; // counted down by the allocations that may fail; 0 lets all succeed
-
-} // namespace
-
-// What a lock consists of is allocated in this way only.
+// What a lock consists of is allocated in this way only, but for what are kernel objects.
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    if (allocationToFail > 0 && --allocationToFail == 0) {
+    if (updkrx::test::FailsNow()) {
         return nullptr;
     }
     try {
@@ -351,14 +347,14 @@ TEST_F(RwLockTest, LeavesNothingBehindWhenItCannotBeCreated) {
     for (int failing = 1; failing <= 5; ++failing) {
         SCOPED_TRACE(failing);
         RwLockRecord* record = lock.record; // must not stay
-        allocationToFail = failing;
+        test::partToFail = failing;
         EXPECT_EQ(CreateRwLock(&record, nullptr), results[failing - 1]);
         EXPECT_EQ(record != nullptr, failing == 5);
         EXPECT_EQ(DestroyRwLock(&record), failing == 5 ? success : notCreated);
 
-        allocationToFail = failing;
+        test::partToFail = failing;
         RwLock other;
-        allocationToFail = 0;
+        test::partToFail = 0;
         EXPECT_EQ(other.valid, failing == 5);
         if (!other.valid) {
             EXPECT_EQ(EveryOperation(other), SixTimes(notCreated));

@@ -218,7 +218,7 @@ TEST_F(DatabaseConformance, ADatabaseWithUsersStaysOnlineForTheWholeWait) {
 TEST_F(DatabaseConformance, AReadOnlySessionChangesNothing) {
     MakeDatabase(path, twoNotes);
     EmbSessionEnd();
-    ASSERT_EQ(EmbSessionBegin((Server() / "notes.ini").c_str(), EMB_SESSION_READ_ONLY, nullptr, 0), NOERROR);
+    ASSERT_EQ(EmbSessionBegin((Server() / "notes.ini").string().c_str(), EMB_SESSION_READ_ONLY, nullptr, 0), NOERROR);
     const std::string before = updkrx::test::ReadFile(Data() / path);
     DBHANDLE database = Open(), copy = NULLHANDLE;
     DBREPLICAINFO info{};

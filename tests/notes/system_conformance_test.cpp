@@ -1,7 +1,6 @@
 // The rest of the Notes API: environment, texts, memory, server; and the control surface's counts and faults.
-#include <dlfcn.h>
-
 #include "notes/notes_fixture.h"
+#include "support/system.h"
 
 namespace embedded::test {
 namespace {
@@ -34,18 +33,30 @@ TEST_F(SystemConformance, EnvironmentNamesHaveNoCase) {
     EXPECT_EQ(directory, Data().string());
 }
 
+TEST_F(SystemConformance, TranslationKnowsTheNativeCharacterSet) {
+    const std::string native = updkrx::test::Native("aé");
+    char lmbcs[8] = "";
+    EXPECT_EQ(OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, native.c_str(), MAXWORD, lmbcs, sizeof lmbcs), 2);
+    EXPECT_STREQ(lmbcs, "a\x82");
+    char back[8] = "";
+    EXPECT_EQ(OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcs, MAXWORD, back, sizeof back), native.size());
+    EXPECT_EQ(back, native);
+    EXPECT_EQ(OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcs, MAXWORD, back, static_cast<WORD>(native.size() - 1)), 1);
+}
+
 TEST_F(SystemConformance, TranslationCutsBetweenCharactersAndAddsNoTerminator) {
     char out[32];
     std::memset(out, '#', sizeof out);
-    const char native[] = "aé日";
-    EXPECT_EQ(OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, native, MAXWORD, out, sizeof out), 5);
+    constexpr WORD fromUtf8 = 24, toUtf8 = 22;
+    const char text[] = "aé日";
+    EXPECT_EQ(OSTranslate(fromUtf8, text, MAXWORD, out, sizeof out), 5);
     EXPECT_EQ(out[5], '#');
     char back[32];
-    EXPECT_EQ(OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, out, 5, back, sizeof back), 6);
-    EXPECT_EQ(std::string(back, 6), native);
-    EXPECT_EQ(OSTranslate(OS_TRANSLATE_LMBCS_TO_NATIVE, out, 5, back, 5), 3); // not half a character
-    EXPECT_EQ(OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, native, MAXWORD, out, 4), 2);
-    EXPECT_EQ(OSTranslate(77, native, MAXWORD, out, sizeof out), 0);
+    EXPECT_EQ(OSTranslate(toUtf8, out, 5, back, sizeof back), 6);
+    EXPECT_EQ(std::string(back, 6), text);
+    EXPECT_EQ(OSTranslate(toUtf8, out, 5, back, 5), 3); // not half a character
+    EXPECT_EQ(OSTranslate(fromUtf8, text, MAXWORD, out, 4), 2);
+    EXPECT_EQ(OSTranslate(77, text, MAXWORD, out, sizeof out), 0);
     EXPECT_EQ(OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, nullptr, 3, out, sizeof out), 0);
 }
 
@@ -150,16 +161,34 @@ TEST_F(SystemConformance, CallsAreCountedAndMadeToFail) {
     EXPECT_EQ(EmbCallCount(nullptr), 10U);
 }
 
-TEST_F(SystemConformance, TheHookSeesEveryCallBeforeItHappens) {
-    std::vector<std::string> seen;
+TEST_F(SystemConformance, HooksSeeEveryCallBeforeAndAfterItHappens) {
+    struct Seen {
+        const char* hook;
+        std::string operation;
+        DWORD counted;
+        bool operator==(const Seen&) const = default;
+    };
+    static std::vector<Seen> seen; // and how many calls had been counted by then
+    seen.clear();
     EmbCallHookSet(
-        [](void* to, const char* operation) { static_cast<std::vector<std::string>*>(to)->push_back(operation); },
-        &seen);
+        [](void*, const char* operation) {
+            seen.push_back({"before", operation, EmbCallCount(nullptr)});
+        },
+        nullptr);
+    EmbReturnHookSet(
+        [](void*, const char* operation) {
+            seen.push_back({"after", operation, EmbCallCount(nullptr)});
+        },
+        nullptr);
+    EmbResetCalls();
     (void)OSGetEnvironmentLong("Directory");
-    (void)OSMemFree(1);
     EmbCallHookSet(nullptr, nullptr);
+    (void)OSMemFree(1);
+    EmbReturnHookSet(nullptr, nullptr);
     (void)OSGetEnvironmentLong("Directory");
-    EXPECT_EQ(seen, (std::vector<std::string>{"OSGetEnvironmentLong", "OSMemFree"}));
+    EXPECT_EQ(seen, (std::vector<Seen>{{"before", "OSGetEnvironmentLong", 0},
+                                       {"after", "OSGetEnvironmentLong", 1},
+                                       {"after", "OSMemFree", 2}}));
     EmbSessionEnd();
     SetUp();
 }
@@ -193,23 +222,25 @@ TEST(SessionBegin, NamesTheFileAndTheCause) {
     for (const auto& c : cases) {
         updkrx::test::WriteFile(ini, c.content);
         char message[1024] = "";
-        EXPECT_EQ(EmbSessionBegin(ini.c_str(), 0, message, sizeof message), c.status) << c.content;
+        EXPECT_EQ(EmbSessionBegin(ini.string().c_str(), 0, message, sizeof message), c.status) << c.content;
         EXPECT_EQ(std::string(message).find(ini.string()) != std::string::npos, c.status != NOERROR) << message;
         EXPECT_NE(std::string(message).find(c.cause), std::string::npos) << message;
         if (c.status == NOERROR) {
-            EXPECT_EQ(EmbSessionBegin(ini.c_str(), 0, message, sizeof message), EMB_ERR_EXISTS);
+            EXPECT_EQ(EmbSessionBegin(ini.string().c_str(), 0, message, sizeof message), EMB_ERR_EXISTS);
         }
         EmbSessionEnd();
     }
     char message[1024] = "";
-    EXPECT_EQ(EmbSessionBegin((folder.Path() / "none.ini").c_str(), 0, message, sizeof message), ERR_NOEXIST);
+    EXPECT_EQ(EmbSessionBegin((folder.Path() / "none.ini").string().c_str(), 0, message, sizeof message), ERR_NOEXIST);
     EXPECT_NE(std::string(message).find("none.ini"), std::string::npos);
 }
 
 TEST(Exports, EveryListedOperationIsExported) {
+    const updkrx::test::Library library(NOTES_LIBRARY);
+    ASSERT_EQ(library.Error(), "");
     DWORD count = 0;
     for (; EmbOperationName(count) != nullptr; ++count)
-        EXPECT_NE(dlsym(RTLD_DEFAULT, EmbOperationName(count)), nullptr) << EmbOperationName(count);
+        EXPECT_NE(library.Find<void()>(EmbOperationName(count)), nullptr) << EmbOperationName(count);
     EXPECT_EQ(count, 45U);
 }
 

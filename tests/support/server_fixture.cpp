@@ -43,7 +43,8 @@ ServerFixture::~ServerFixture() {
 
 void ServerFixture::SetUp() {
     char message[512] = "";
-    ASSERT_EQ(EmbSessionBegin((Server() / "notes.ini").c_str(), 0, message, sizeof message), NOERROR) << message;
+    ASSERT_EQ(EmbSessionBegin((Server() / "notes.ini").string().c_str(), 0, message, sizeof message), NOERROR)
+        << message;
 }
 
 void ServerFixture::TearDown() {
@@ -67,11 +68,12 @@ std::vector<LogLine> ServerFixture::ReadLog() const {
     std::sort(files.begin(), files.end());
     std::vector<LogLine> lines;
     for (const std::filesystem::path& file : files) {
-        std::istringstream content(ReadFile(file));
+        std::istringstream content(ReadText(file));
         for (std::string text; std::getline(content, text);) {
             std::smatch part;
             if (std::regex_match(text, part, form)) {
-                lines.push_back({file.filename(), part[1], std::stoi(part[2]), std::stoi(part[3]), part[4], part[5]});
+                lines.push_back(
+                    {file.filename().string(), part[1], std::stoi(part[2]), std::stoi(part[3]), part[4], part[5]});
             } else if (lines.empty()) {
                 ADD_FAILURE() << "no log line: " << text;
             } else {
@@ -103,7 +105,8 @@ void ServerFixture::MakeDatabase(const std::string& path, std::string_view notes
     dxl.append(notes).append("</database>");
     const std::string file = WriteFile(Server() / "fixture.dxl", dxl);
     char message[512] = "";
-    ASSERT_EQ(EmbDxlImport((Data() / path).c_str(), file.c_str(), 0, message, sizeof message), NOERROR) << message;
+    ASSERT_EQ(EmbDxlImport((Data() / path).string().c_str(), file.c_str(), 0, message, sizeof message), NOERROR)
+        << message;
 }
 
 std::string ServerFixture::HelpNote(std::string_view buildText) {
@@ -114,7 +117,9 @@ std::string ServerFixture::HelpNote(std::string_view buildText) {
 std::string ServerFixture::ExportDatabase(const std::string& path) const {
     const std::filesystem::path file = Server() / "export.dxl";
     char message[512] = "";
-    EXPECT_EQ(EmbDxlExport((Data() / path).c_str(), file.c_str(), EMB_DXL_STABLE, message, sizeof message), NOERROR)
+    EXPECT_EQ(
+        EmbDxlExport((Data() / path).string().c_str(), file.string().c_str(), EMB_DXL_STABLE, message, sizeof message),
+        NOERROR)
         << message;
     return ReadFile(file);
 }

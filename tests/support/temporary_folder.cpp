@@ -1,19 +1,17 @@
 #include "support/temporary_folder.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <system_error>
 
 namespace updkrx::test {
 
 TemporaryFolder::TemporaryFolder() {
-    std::string name = std::filesystem::temp_directory_path() / "updkrx-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), name);
-    }
-    path_ = name;
+    std::random_device random;
+    do {
+        path_ = std::filesystem::temp_directory_path() / ("updkrx-" + std::to_string(random()));
+    } while (!std::filesystem::create_directory(path_)); // the name is taken
 }
 
 TemporaryFolder::~TemporaryFolder() {
@@ -26,15 +24,27 @@ std::string WriteFile(const std::filesystem::path& file, std::string_view conten
     std::ofstream stream(file, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
     stream << content << std::flush;
-    return file;
+    return file.string();
 }
 
-std::string ReadFile(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
+namespace {
+
+std::string Read(const std::filesystem::path& file, std::ios::openmode mode) {
+    std::ifstream stream(file, mode);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
     std::ostringstream content;
     content << stream.rdbuf();
     return content.str();
+}
+
+} // namespace
+
+std::string ReadFile(const std::filesystem::path& file) {
+    return Read(file, std::ios::binary);
+}
+
+std::string ReadText(const std::filesystem::path& file) {
+    return Read(file, {});
 }
 
 } // namespace updkrx::test

@@ -23,5 +23,7 @@ private:
 /** Makes the file with exactly these bytes, and the folders above it; returns its path. */
 std::string WriteFile(const std::filesystem::path& file, std::string_view content);
 std::string ReadFile(const std::filesystem::path& file);
+/** The content of a text file, its lines ending in a line feed whatever the system ends them in. */
+std::string ReadText(const std::filesystem::path& file);
 
 } // namespace updkrx::test
