@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
 #include <shellapi.h>
 
 #include "failure.h"
@@ -42,7 +44,8 @@ std::string Translate(UINT from, UINT to, std::string_view text) {
     std::wstring wide(text.size(), L'\0'); // no text has more units in UTF-16
     const int units = MultiByteToWideChar(from, 0, text.data(), size, wide.data(), size);
     std::string translated(3 * static_cast<size_t>(units), '\0'); // a unit has at most 3 bytes
-    translated.resize(static_cast<size_t>(WideCharToMultiByte(to, 0, wide.data(), units, translated.data(),
+    translated.resize(static_cast<size_t>(WideCharToMultiByte(to, to == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS, wide.data(),
+                                                              units, translated.data(),
                                                               static_cast<int>(translated.size()), nullptr, nullptr)));
     return translated;
 }
@@ -87,7 +90,8 @@ std::vector<std::string> Arguments(int /*argc*/, char** /*argv*/) {
 }
 
 void PrepareOutput() {
-    (void)SetConsoleOutputCP(CP_UTF8); // without a reader writing fails, and that is all
+    (void)SetConsoleOutputCP(CP_UTF8);          // without a reader writing fails, and that is all
+    (void)_setmode(_fileno(stdout), _O_BINARY); // DXL goes out as it is
 }
 
 std::string Utf8FromNative(std::string_view text) {
@@ -162,7 +166,7 @@ HeldFile::~HeldFile() {
 Library::Library(const std::filesystem::path& file)
     : file_(std::filesystem::absolute(file).make_preferred()), handle_(LoadLibraryW(file_.c_str())) {
     if (handle_ == nullptr) {
-        throw Failure(notStarted, file_.string() + ": cannot be loaded: " + LastError().message());
+        throw Failure(notStarted, file_.string() + ": cannot be loaded: " + Utf8FromNative(LastError().message()));
     }
 }
 

@@ -25,8 +25,8 @@ struct DirectoryEntry {
     bool isDirectory; // also through a link
 };
 
-/** The entries of a directory in the order in which the system lists them, "." and ".." left out. A directory that
- *  cannot be read has none. */
+/** The entries of a directory in the order in which the system lists them, "." and ".." left out, and so is one whose
+ *  name is not to be had as native text. A directory that cannot be read has none. */
 [[nodiscard]] std::vector<DirectoryEntry> ListDirectory(const std::string& directory);
 
 /** Opens a text file to add to its end, creating it if need be; its lines get the system's line ends. Null when that
@@ -53,7 +53,7 @@ void StartFlush(std::FILE* file) noexcept;
 
 enum class PathKind { missing, file, directory };
 
-/** What a path leads to, through links too; everything that is not a directory counts as a file. */
+/** What a path leads to; everything that is not a directory counts as a file. */
 [[nodiscard]] PathKind KindOf(const char* path) noexcept;
 
 /** Whether this process may write to an existing file. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -10,7 +11,6 @@
 
 #include <fcntl.h>
 #include <io.h>
-#include <sys/stat.h>
 
 namespace updkrx::os {
 namespace {
@@ -56,8 +56,45 @@ private:
 std::string NativeName(const wchar_t* name) {
     char native[4 * MAX_PATH];
     BOOL lost = FALSE;
-    const int size = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, name, -1, native, sizeof native, nullptr, &lost);
+    const bool hasAll = GetACP() == CP_UTF8; // and then the system refuses to be asked
+    const int size = WideCharToMultiByte(CP_ACP, hasAll ? 0 : WC_NO_BEST_FIT_CHARS, name, -1, native, sizeof native,
+                                         nullptr, hasAll ? nullptr : &lost);
     return size > 0 && lost == FALSE ? std::string(native) : std::string();
+}
+
+constexpr DWORD everyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/** Opens a file for this process alone: what other threads start does not inherit it. INVALID_HANDLE_VALUE when that
+ *  fails. */
+HANDLE Open(const char* path, DWORD access, DWORD share, DWORD disposition) noexcept {
+    return CreateFileW(HostPath(path).Text(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+/** The file as the C library knows files, which closes the handle. Null, with the handle closed, when that fails. */
+std::FILE* AsFile(HANDLE handle, int flags, const char* mode) noexcept {
+    if (handle == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), flags);
+    if (descriptor < 0) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    std::FILE* file = _fdopen(descriptor, mode);
+    if (file == nullptr) {
+        (void)_close(descriptor); // nothing was written
+    }
+    return file;
+}
+
+/** A server that runs as another user must still be able to open the file. */
+void TakeAccessRights(const HostPath& file, const HostPath& from) noexcept {
+    constexpr DWORD largest = 0x10000 + SECURITY_DESCRIPTOR_MIN_LENGTH; // of an access list
+    const std::unique_ptr<char[]> rights(new (std::nothrow) char[largest]);
+    DWORD needed = 0;
+    if (rights && GetFileSecurityW(from.Text(), DACL_SECURITY_INFORMATION, rights.get(), largest, &needed) != FALSE) {
+        (void)SetFileSecurityW(file.Text(), DACL_SECURITY_INFORMATION, rights.get()); // only some processes may
+    }
 }
 
 HANDLE HandleOf(std::FILE* file) noexcept {
@@ -98,23 +135,18 @@ std::vector<DirectoryEntry> ListDirectory(const std::string& directory) {
 }
 
 std::FILE* OpenForAppend(const char* path) noexcept {
-    return _wfopen(HostPath(path).Text(), L"a");
+    // With this access alone the system itself adds to the end, also while another process does.
+    return AsFile(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, everyShare, OPEN_ALWAYS), _O_APPEND | _O_TEXT, "a");
 }
 
 std::FILE* OpenForReading(const char* path) noexcept {
-    return _wfopen(HostPath(path).Text(), L"rb");
+    return AsFile(Open(path, GENERIC_READ, everyShare, OPEN_EXISTING), _O_RDONLY | _O_BINARY, "rb");
 }
 
 std::FILE* OpenNew(const char* path) noexcept {
-    // The C library's older versions have no mode for a file that must not exist.
-    const int descriptor =
-        _wopen(HostPath(path).Text(), _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
-    if (descriptor < 0) {
-        return nullptr;
-    }
-    std::FILE* file = _fdopen(descriptor, "wb");
-    if (file == nullptr) {
-        (void)_close(descriptor); // nothing was written
+    const HANDLE handle = Open(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW);
+    std::FILE* file = AsFile(handle, _O_WRONLY | _O_BINARY, "wb");
+    if (file == nullptr && handle != INVALID_HANDLE_VALUE) {
         RemoveFile(path);
     }
     return file;
@@ -147,10 +179,12 @@ PathKind KindOf(const char* path) noexcept {
 }
 
 bool IsWritable(const char* path) noexcept {
-    // Only trying tells: the read-only attribute knows nothing of access lists.
-    constexpr DWORD everyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE file =
-        CreateFileW(HostPath(path).Text(), GENERIC_WRITE, everyShare, nullptr, OPEN_EXISTING, 0, nullptr);
+    const DWORD attributes = GetFileAttributesW(HostPath(path).Text());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+        return false;
+    }
+    // The rest only trying tells: the attribute knows nothing of access lists.
+    const HANDLE file = Open(path, GENERIC_WRITE, everyShare, OPEN_EXISTING);
     if (file == INVALID_HANDLE_VALUE) {
         return false;
     }
@@ -159,11 +193,11 @@ bool IsWritable(const char* path) noexcept {
 }
 
 bool CreateDirectories(const char* directory) {
-    // From the top down; where the drive and the share end need not be known, as those exist.
-    std::string part(directory);
-    for (size_t at = 0; at != std::string::npos;) {
-        at = part.find_first_of("/\\", at + 1);
-        (void)CreateDirectoryW(HostPath(part.substr(0, at).c_str()).Text(), nullptr);
+    // From the top down; where the drive or the share ends need not be known, as those exist.
+    const std::wstring whole = HostPath(directory).Text();
+    for (size_t at = 0; at != std::wstring::npos;) {
+        at = whole.find(L'\\', at + 1);
+        (void)CreateDirectoryW(whole.substr(0, at).c_str(), nullptr);
     }
     return KindOf(directory) == PathKind::directory;
 }
@@ -171,11 +205,20 @@ bool CreateDirectories(const char* directory) {
 bool MoveOver(const char* file, const char* target) noexcept {
     const HostPath from(file);
     const HostPath to(target);
-    // Keeps the access list and the attributes of what was there.
-    constexpr DWORD flags = REPLACEFILE_IGNORE_MERGE_ERRORS | REPLACEFILE_IGNORE_ACL_ERRORS;
-    return ReplaceFileW(to.Text(), from.Text(), nullptr, flags, nullptr, nullptr) != FALSE ||
-           (GetLastError() == ERROR_FILE_NOT_FOUND &&
-            MoveFileExW(from.Text(), to.Text(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE);
+    TakeAccessRights(from, to);
+    // A virus scanner or a backup may have one of the two open for a moment.
+    constexpr int attempts = 20;
+    constexpr DWORD pause = 100; // ms
+    for (int attempt = 1;; ++attempt) {
+        if (MoveFileExW(from.Text(), to.Text(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE) {
+            return true;
+        }
+        const DWORD error = GetLastError();
+        if (attempt == attempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED)) {
+            return false;
+        }
+        Sleep(pause);
+    }
 }
 
 void RemoveFile(const char* path) noexcept {

@@ -1,5 +1,7 @@
 // What only this system has: read-only files, paths beyond 260 characters, names in the ANSI code page, line ends.
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include <windows.h>
 
@@ -26,6 +28,22 @@ TEST_F(FileCopyTest, ReadsWhatOthersHaveOpen) {
     EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), 0);
     std::fclose(reader);
     EXPECT_EQ(ReadFile(Path("target")), "new");
+}
+
+TEST_F(FileCopyTest, WaitsForWhoHasTheTargetOpen) {
+    WriteFile(Path("source"), "new");
+    WriteFile(Path("target"), "old");
+    std::FILE* reader = std::fopen(Path("target").c_str(), "rb"); // which nobody may rename meanwhile
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), -5);
+    EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=old"}));
+    std::thread leaving([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::fclose(reader);
+    });
+    EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), 0);
+    leaving.join();
+    EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=new"}));
 }
 
 TEST_F(FileCopyTest, TakesLongPathsBlanksAndNamesOfTheCodePage) {

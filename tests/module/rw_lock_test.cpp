@@ -6,11 +6,11 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <future>
 #include <limits>
 #include <new>
 #include <numeric>
 #include <random>
-#include <semaphore>
 #include <thread>
 #include <vector>
 
@@ -91,7 +91,7 @@ public:
 
     void End() {
         if (thread_.joinable()) {
-            end_.release();
+            end_.set_value();
             thread_.join();
         }
     }
@@ -100,12 +100,12 @@ private:
     void Run(RwLock& lock, Use use) {
         EXPECT_EQ(use == Use::shared ? AcquireShared(lock) : AcquireExclusive(lock), success);
         holds_ = true;
-        end_.acquire();
+        end_.get_future().wait();
         EXPECT_EQ(use == Use::shared ? ReleaseShared(lock) : ReleaseExclusive(lock), success);
     }
 
     std::atomic<bool> holds_ = false;
-    std::binary_semaphore end_{0};
+    std::promise<void> end_;
     std::thread thread_;
 };
 

@@ -1,6 +1,8 @@
 // The lock's kernel objects: who may use them, and what becomes of a lock that does not get them all.
 #include "common/rw_lock.h"
 
+#include <array>
+
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -37,6 +39,10 @@ decltype(&CreateSemaphoreW) __imp_CreateSemaphoreW = CreateUnlessItFails<RealCre
 namespace updkrx {
 namespace {
 
+std::array<void*, 3> HandlesOf(const RwLock& lock) {
+    return {lock.record->mutex.get(), lock.record->readerGate.get(), lock.record->writerGate.get()};
+}
+
 TEST(RwLockSecurity, LetsAnyoneInAndStartedProcessesInherit) {
     const RwLock lock;
     ASSERT_TRUE(lock.valid);
@@ -64,9 +70,11 @@ TEST(RwLockSecurity, TakesTheCallersAttributes) {
     SECURITY_ATTRIBUTES own = {sizeof own, nullptr, FALSE};
     const RwLock lock(reinterpret_cast<const os::SecurityAttributes*>(&own));
     ASSERT_TRUE(lock.valid);
-    DWORD flags = HANDLE_FLAG_INHERIT;
-    EXPECT_TRUE(GetHandleInformation(lock.record->mutex.get(), &flags));
-    EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0U);
+    for (void* handle : HandlesOf(lock)) {
+        DWORD flags = HANDLE_FLAG_INHERIT;
+        EXPECT_TRUE(GetHandleInformation(handle, &flags));
+        EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0U);
+    }
 }
 
 } // namespace
