@@ -25,13 +25,18 @@ struct TemplateDocument {
 
 /** The documents that refer to a document, and those that it uses. */
 struct References {
-    explicit References(NOTEHANDLE note) {
-        ReadTextListfield(note, "ReferDocs", referDocs);
-        ReadTextListfield(note, "UseDocs", useDocs);
-    }
     TextSet referDocs;
     TextSet useDocs;
 };
+
+/** Nothing when they cannot be read, which is logged. */
+std::optional<References> ReadReferences(NOTEHANDLE note) {
+    References read;
+    if (!ReadTextListfield(note, "ReferDocs", read.referDocs) || !ReadTextListfield(note, "UseDocs", read.useDocs)) {
+        return std::nullopt;
+    }
+    return read;
+}
 
 /** Logs how an operation on an open note went; true when it succeeded. */
 bool Succeeded(const char* operation, STATUS status) noexcept {
@@ -42,6 +47,12 @@ bool Succeeded(const char* operation, STATUS status) noexcept {
     }
     DebugLog(level::progress, "%s success.", operation);
     return true;
+}
+
+/** Saves a document as it is; a failure is logged. */
+bool CanBeSaved(NOTEHANDLE note) noexcept {
+    const STATUS status = NSFNoteUpdate(note, UPDATE_FORCE);
+    return status == NOERROR || Succeeded("NSFNoteUpdate", status);
 }
 
 /** Deletes a document; true when it is gone. `what` and `success` are the log's words. */
@@ -102,7 +113,7 @@ bool SaveUnderOldUnid(const ScopedNote& copy, ReplacedDocument& old) noexcept {
     if (const STATUS status = NSFNoteCopy(copy.Get(), recreated.Out()); status != NOERROR) {
         return Succeeded("NSFNoteCopy", status);
     }
-    MakeNewNote(recreated.Get(), old.Successor());
+    SetIdentity(recreated.Get(), old.Successor(), 0);
     if (!Succeeded("NSFNoteUpdate", NSFNoteUpdate(recreated.Get(), UPDATE_FORCE))) {
         return false;
     }
@@ -155,7 +166,11 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     DebugLog(level::progress, "%s is %s by any rule or template, try to delete and recreate", name,
              HasItem(note.Get(), "ReferDocs") ? "used" : "NOT used");
 
-    const References oldReferences(note.Get());
+    const auto oldReferences = ReadReferences(note.Get());
+    // A document is deleted only when documents can be saved.
+    if (!oldReferences || !CanBeSaved(note.Get())) {
+        return Ending::stopped;
+    }
     const NOTEID oldId = NoteIdOf(note.Get());
     ReplacedDocument old(database, unid);
     if (!old.Keep(note.Get())) {
@@ -175,10 +190,10 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     }
     const std::string copyUnid = UnidTextOf(copy.Get());
     const NOTEID copyId = NoteIdOf(copy.Get());
-    const References copyReferences(copy.Get());
+    const auto copyReferences = ReadReferences(copy.Get());
 
-    if (!CarryOver(copy.Get(), "ReferDocs", oldReferences.referDocs, copyReferences.referDocs) ||
-        !CarryOver(copy.Get(), "UseDocs", oldReferences.useDocs, copyReferences.useDocs)) {
+    if (!copyReferences || !CarryOver(copy.Get(), "ReferDocs", oldReferences->referDocs, copyReferences->referDocs) ||
+        !CarryOver(copy.Get(), "UseDocs", oldReferences->useDocs, copyReferences->useDocs)) {
         return Ending::stopped;
     }
 
@@ -214,11 +229,15 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
 
 std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
     char text[nameLength + 1];
-    if (GetItemText(note, field, text, sizeof text) == 0) {
-        return std::nullopt;
+    const auto length = GetItemText(note, field, text, sizeof text);
+    if (!length || *length == 0) {
+        return length ? std::optional<std::string>("") : std::nullopt;
     }
     char name[nativeNameSize];
-    ToNative(text, name, sizeof name);
+    if (ToNative(text, name, sizeof name) == 0) {
+        DebugLog(level::progress, "Error: The text of an item cannot be translated. item is %s", field);
+        return std::nullopt;
+    }
     return name;
 }
 
@@ -230,6 +249,9 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
     }
     const auto name = ReadName(templateNote.Get(), search.identifiedField.c_str());
     if (!name) {
+        return Ending::stopped;
+    }
+    if (name->empty()) {
         return Ending::finished;
     }
     const TemplateDocument document = {templateNoteId, templateNote.Get(), *name};
@@ -248,7 +270,11 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
         return Ending::stopped;
     }
-    if (!IsPredefined(note.Get())) {
+    const auto predefined = IsPredefined(note.Get());
+    if (!predefined) {
+        return Ending::stopped;
+    }
+    if (!*predefined) {
         KeepDocument(*name);
         return Ending::finished;
     }

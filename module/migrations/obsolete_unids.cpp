@@ -86,7 +86,9 @@ std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete
         return std::nullopt;
     }
     TextSet entries;
-    ReadTextListfield(note, item, entries);
+    if (!ReadTextListfield(note, item, entries)) {
+        return std::nullopt;
+    }
     if (std::ranges::none_of(entries, isObsolete)) {
         DebugLog(level::progress, "%s: No obsolete UNID exist in this doc UNID %s field %s", operation, unid.c_str(),
                  item);

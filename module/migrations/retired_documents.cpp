@@ -16,9 +16,15 @@ namespace {
 
 constexpr WORD itemTextSize = 256;
 
-bool IsReferredTo(NOTEHANDLE note) noexcept {
+// A document goes only when it is certain that neither holds.
+
+bool MayBePredefined(NOTEHANDLE note) noexcept {
+    return IsPredefined(note) != false;
+}
+
+bool MayBeReferredTo(NOTEHANDLE note) noexcept {
     char text[itemTextSize];
-    return HasItem(note, "ReferDocs") && GetItemText(note, "ReferDocs", text, sizeof text) > 0;
+    return GetItemText(note, "ReferDocs", text, sizeof text) != WORD{0};
 }
 
 STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
@@ -27,7 +33,7 @@ STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
         DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return status & ERR_MASK;
     }
-    if (!IsPredefined(note.Get()) && !IsReferredTo(note.Get()) &&
+    if (!MayBePredefined(note.Get()) && !MayBeReferredTo(note.Get()) &&
         RetiredDocumentUNIDSet.contains(UnidTextOf(note.Get()))) {
         search.deleteList.push_back(noteId);
     }
