@@ -1,0 +1,107 @@
+#include "server.h"
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "commands.h"
+#include "common/startup.h"
+#include "embedded_notes.h"
+#include "platform.h"
+#include "state.h"
+
+extern "C" STATUS MainEntryPoint();
+
+namespace sweep {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* standingFolder = "/proc/self/cwd";
+constexpr int64_t start = 179'000'000'000; // the moment of the virtual clock at which a run begins
+
+STATUS RunModule() {
+    char message[512] = "";
+    if (EmbSessionBegin("/proc/self/cwd/notes.ini", 0, message, sizeof message) != NOERROR) {
+        throw std::runtime_error(message);
+    }
+    EmbClockSetVirtual(start);
+    (void)EmbSetInUse("krx/krhelp.nsf", 1);
+    (void)EmbSetInUse("krx/krency.nsf", 1);
+    return MainEntryPoint();
+}
+
+int RunKrxpatch() {
+    try {
+        const fs::path module = krxpatch::platform::ExecutableFolder() / krxpatch::platform::moduleFile;
+        return krxpatch::Run({standingFolder, module});
+    } catch (const krxpatch::Failure& failure) {
+        std::cerr << failure.what() << '\n';
+        return failure.Code();
+    }
+}
+
+} // namespace
+
+void PrepareServer(const fs::path& work) {
+    const fs::path server = PreparedServer(work);
+    (void)krxpatch::Sandbox({server, SWEEP_SAMPLES});
+    fs::rename(server / "install", work / "install"); // only read: one for all copies
+    const fs::path program = work / "install/program/V5.8.0.3050";
+    fs::copy_file(program / "krvlog.ntf", server / "data/krx/krvlog.ntf");
+    std::string config = ReadFile(program / "krxpatch.ini");
+    const std::string last = "PredefinedDLPPolicy.dat";
+    config.insert(config.find(last) + last.size(), ",krextra.dat");
+    std::ofstream(program / "krxpatch.ini") << config;
+    std::ofstream(program / "krextra.dat") << "no database\n";
+    std::ofstream(server / "notes.ini") << "[Notes]\nDirectory=" << standingFolder
+                                        << "/data\nVarnholtInstallPath=" << (work / "install").string()
+                                        << "\nMailServer=CN=Mail01/O=Varnholt\n"
+                                           "EmbeddedIDName=CN=Mail01/O=Varnholt\nKRX_ENABLE_KRENCY_LOG=1\n";
+}
+
+fs::path PreparedServer(const fs::path& work) {
+    return work / "prepared";
+}
+
+void EnterCopy(const fs::path& server, const fs::path& copy) {
+    fs::copy(server, copy, fs::copy_options::recursive);
+    fs::current_path(copy);
+}
+
+int RunUpgrade(Runner runner) {
+    std::ostringstream lost;
+    std::streambuf* shown = std::cout.rdbuf(lost.rdbuf());
+    const int result = runner == Runner::module ? RunModule() : RunKrxpatch();
+    std::cout.rdbuf(shown);
+    return result;
+}
+
+void ForgetRun() {
+    EmbSessionEnd();
+    updkrx::gMap.clear();
+    updkrx::ObsoleteUNIDSet.clear();
+    updkrx::RetiredDocumentUNIDSet.clear();
+}
+
+int RunThisProgram(const std::vector<std::string>& arguments) {
+    std::vector<const char*> texts = {"sweep"};
+    for (const std::string& argument : arguments) {
+        texts.push_back(argument.c_str());
+    }
+    texts.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)execv("/proc/self/exe", const_cast<char* const*>(texts.data()));
+        _exit(1);
+    }
+    int status = 0;
+    (void)waitpid(child, &status, 0);
+    return status;
+}
+
+} // namespace sweep

@@ -1,0 +1,21 @@
+// Disturbed runs, each in processes of its own.
+//
+// A walker process carries out an undisturbed run and stops at every checkpoint; for each disturbance up to the next one
+// it starts a judge, which copies the server folder and starts the process that carries on, is disturbed and comes to
+// its end. So a disturbed run costs no more than what comes after its last checkpoint.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+#include "oracle.h"
+
+namespace sweep {
+
+/** Disturbs one run after the other, `jobs` at a time, and reports on each. */
+void Walk(const Reference& reference, const std::vector<Disturbance>& disturbances, size_t jobs,
+          const std::filesystem::path& work,
+          const std::function<void(const Disturbance& disturbance, const Outcome& outcome)>& report);
+
+} // namespace sweep
