@@ -1,10 +1,8 @@
 #include "foundation/notes_text.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/bounded_text.h"
-#include "foundation/debug_log.h"
 
 namespace updkrx {
 namespace {
@@ -21,26 +19,6 @@ WORD Translate(WORD mode, const char* in, char* out, WORD size) noexcept {
     return Terminate(out, size, OSTranslate(mode, in, MAXWORD, out, static_cast<WORD>(size - 1)));
 }
 
-/** Whether an item of which no text could be got has none: the platform answers to a failure in the same way. */
-bool HasNoText(NOTEHANDLE note, const char* name) noexcept {
-    WORD type = TYPE_INVALID_OR_UNKNOWN;
-    DWORD length = 0;
-    const STATUS status =
-        NSFItemInfo(note, name, static_cast<WORD>(std::strlen(name)), nullptr, &type, nullptr, &length);
-    if (status != NOERROR) {
-        return (status & ERR_MASK) == ERR_ITEM_NOT_FOUND;
-    }
-    const size_t value = length - sizeof type;
-    switch (type) {
-    case TYPE_TEXT:
-        return value == 0;
-    case TYPE_TEXT_LIST:
-        return value <= sizeof(LIST) + sizeof(USHORT); // at most one entry, which is empty
-    default:
-        return true;
-    }
-}
-
 } // namespace
 
 WORD ToLmbcs(const char* native, char* lmbcs, WORD size) noexcept {
@@ -51,13 +29,8 @@ WORD ToNative(const char* lmbcs, char* native, WORD size) noexcept {
     return Translate(OS_TRANSLATE_LMBCS_TO_NATIVE, lmbcs, native, size);
 }
 
-std::optional<WORD> GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept {
-    const WORD length = Terminate(text, size, NSFItemGetText(note, name, text, static_cast<WORD>(size - 1)));
-    if (length == 0 && !HasNoText(note, name)) {
-        DebugLog(level::progress, "Error: The text of an item cannot be read. item is %s", name);
-        return std::nullopt;
-    }
-    return length;
+WORD GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept {
+    return Terminate(text, size, NSFItemGetText(note, name, text, static_cast<WORD>(size - 1)));
 }
 
 bool GetEnvironmentText(const char* name, char* text, WORD size) noexcept {

@@ -4,8 +4,6 @@
 // cut.
 #pragma once
 
-#include <optional>
-
 #include "foundation/notes_api.h"
 
 namespace updkrx {
@@ -15,9 +13,8 @@ WORD ToLmbcs(const char* native, char* lmbcs, WORD size) noexcept;
 /** From the Notes character set to the native one. Returns the length of the result. */
 WORD ToNative(const char* lmbcs, char* native, WORD size) noexcept;
 
-/** The text of an item, empty when the item is absent or of another type. Returns its length; line breaks in it are zero
- *  bytes. Nothing, and the empty text, when the item has a text that cannot be read, which is logged. */
-[[nodiscard]] std::optional<WORD> GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept;
+/** The text of an item, empty when the item is absent. Returns its length; line breaks in it are zero bytes. */
+WORD GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept;
 
 /** The value of a setting of the server; false, and the empty text, when it is not set. */
 [[nodiscard]] bool GetEnvironmentText(const char* name, char* text, WORD size) noexcept;

@@ -27,9 +27,8 @@ bool HasOldVersion(NOTEHANDLE note) noexcept {
         return false;
     }
     char text[versionSize];
-    const auto length = GetItemText(note, item.data(), text, sizeof text);
-    // Only a version that was read makes the database old: it is going to be deleted.
-    return length && std::string_view(text, *length).find('.') == std::string_view::npos;
+    const WORD length = GetItemText(note, item.data(), text, sizeof text);
+    return std::string_view(text, length).find('.') == std::string_view::npos;
 }
 
 /** Finds out about the format and, if it is the old one, keeps the access control list. Returns the status of

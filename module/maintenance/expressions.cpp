@@ -16,9 +16,9 @@ namespace {
 constexpr WORD selectionLength = 31;
 constexpr WORD itemTextSize = 255;
 
-/** An item's text, line breaks and all; empty also when it cannot be read. */
+/** An item's text, line breaks and all. */
 std::string_view ReadText(NOTEHANDLE note, const char* item, char (&buffer)[itemTextSize]) noexcept {
-    return {buffer, GetItemText(note, item, buffer, itemTextSize).value_or(0)};
+    return {buffer, GetItemText(note, item, buffer, itemTextSize)};
 }
 
 /** The shipped expression of exactly this text; null when there is none. */

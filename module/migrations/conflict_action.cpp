@@ -5,6 +5,7 @@
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "migrations/log_messages.h"
+#include "migrations/note_items.h"
 
 namespace updkrx {
 namespace {
@@ -14,11 +15,9 @@ constexpr WORD actionSize = 32;
 constexpr const char* item = "$ConflictAction";
 constexpr char mergeConflicts[] = "3";
 
-/** Also when that cannot be found out, so that the document stays as it is. */
 bool MergesConflicts(NOTEHANDLE note) noexcept {
     char action[actionSize];
-    const auto length = GetItemText(note, item, action, sizeof action);
-    return !length || (*length > 0 && action[0] == mergeConflicts[0]);
+    return HasItem(note, item) && GetItemText(note, item, action, sizeof action) > 0 && action[0] == mergeConflicts[0];
 }
 
 void MergeConflicts(DBHANDLE database, NOTEID noteId) noexcept {

@@ -16,16 +16,11 @@ constexpr WORD selectionLength = 31;
 constexpr WORD formSize = 64;
 constexpr std::string_view item = "DefaultRule";
 
-/** Also when that cannot be found out. */
 bool IsKept(NOTEHANDLE note) noexcept {
     OID oid = {};
     NSFNoteGetInfo(note, _NOTE_OID, &oid);
     char buffer[formSize];
-    const auto length = GetItemText(note, "Form", buffer, sizeof buffer);
-    if (!length) {
-        return true;
-    }
-    const std::string_view form(buffer, *length);
+    const std::string_view form(buffer, GetItemText(note, "Form", buffer, sizeof buffer));
     return std::ranges::any_of(KeptDefaultDocuments, [&](const DefaultDocument& kept) {
         return EqualIgnoringAsciiCase(form, kept.form) && oid.Note.Innards[0] == kept.note.Innards[0] &&
                oid.Note.Innards[1] == kept.note.Innards[1];

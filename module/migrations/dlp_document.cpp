@@ -25,18 +25,13 @@ struct TemplateDocument {
 
 /** The documents that refer to a document, and those that it uses. */
 struct References {
+    explicit References(NOTEHANDLE note) {
+        ReadTextListfield(note, "ReferDocs", referDocs);
+        ReadTextListfield(note, "UseDocs", useDocs);
+    }
     TextSet referDocs;
     TextSet useDocs;
 };
-
-/** Nothing when they cannot be read, which is logged. */
-std::optional<References> ReadReferences(NOTEHANDLE note) {
-    References read;
-    if (!ReadTextListfield(note, "ReferDocs", read.referDocs) || !ReadTextListfield(note, "UseDocs", read.useDocs)) {
-        return std::nullopt;
-    }
-    return read;
-}
 
 /** Logs how an operation on an open note went; true when it succeeded. */
 bool Succeeded(const char* operation, STATUS status) noexcept {
@@ -47,12 +42,6 @@ bool Succeeded(const char* operation, STATUS status) noexcept {
     }
     DebugLog(level::progress, "%s success.", operation);
     return true;
-}
-
-/** Saves a document as it is; a failure is logged. */
-bool CanBeSaved(NOTEHANDLE note) noexcept {
-    const STATUS status = NSFNoteUpdate(note, UPDATE_FORCE);
-    return status == NOERROR || Succeeded("NSFNoteUpdate", status);
 }
 
 /** Deletes a document; true when it is gone. `what` and `success` are the log's words. */
@@ -113,7 +102,7 @@ bool SaveUnderOldUnid(const ScopedNote& copy, ReplacedDocument& old) noexcept {
     if (const STATUS status = NSFNoteCopy(copy.Get(), recreated.Out()); status != NOERROR) {
         return Succeeded("NSFNoteCopy", status);
     }
-    SetIdentity(recreated.Get(), old.Successor(), 0);
+    MakeNewNote(recreated.Get(), old.Successor());
     if (!Succeeded("NSFNoteUpdate", NSFNoteUpdate(recreated.Get(), UPDATE_FORCE))) {
         return false;
     }
@@ -166,11 +155,7 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     DebugLog(level::progress, "%s is %s by any rule or template, try to delete and recreate", name,
              HasItem(note.Get(), "ReferDocs") ? "used" : "NOT used");
 
-    const auto oldReferences = ReadReferences(note.Get());
-    // A document is deleted only when documents can be saved.
-    if (!oldReferences || !CanBeSaved(note.Get())) {
-        return Ending::stopped;
-    }
+    const References oldReferences(note.Get());
     const NOTEID oldId = NoteIdOf(note.Get());
     ReplacedDocument old(database, unid);
     if (!old.Keep(note.Get())) {
@@ -190,10 +175,10 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     }
     const std::string copyUnid = UnidTextOf(copy.Get());
     const NOTEID copyId = NoteIdOf(copy.Get());
-    const auto copyReferences = ReadReferences(copy.Get());
+    const References copyReferences(copy.Get());
 
-    if (!copyReferences || !CarryOver(copy.Get(), "ReferDocs", oldReferences->referDocs, copyReferences->referDocs) ||
-        !CarryOver(copy.Get(), "UseDocs", oldReferences->useDocs, copyReferences->useDocs)) {
+    if (!CarryOver(copy.Get(), "ReferDocs", oldReferences.referDocs, copyReferences.referDocs) ||
+        !CarryOver(copy.Get(), "UseDocs", oldReferences.useDocs, copyReferences.useDocs)) {
         return Ending::stopped;
     }
 
@@ -229,15 +214,11 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
 
 std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
     char text[nameLength + 1];
-    const auto length = GetItemText(note, field, text, sizeof text);
-    if (!length || *length == 0) {
-        return length ? std::optional<std::string>("") : std::nullopt;
-    }
-    char name[nativeNameSize];
-    if (ToNative(text, name, sizeof name) == 0) {
-        DebugLog(level::progress, "Error: The text of an item cannot be translated. item is %s", field);
+    if (GetItemText(note, field, text, sizeof text) == 0) {
         return std::nullopt;
     }
+    char name[nativeNameSize];
+    ToNative(text, name, sizeof name);
     return name;
 }
 
@@ -249,9 +230,6 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
     }
     const auto name = ReadName(templateNote.Get(), search.identifiedField.c_str());
     if (!name) {
-        return Ending::stopped;
-    }
-    if (name->empty()) {
         return Ending::finished;
     }
     const TemplateDocument document = {templateNoteId, templateNote.Get(), *name};
@@ -270,11 +248,7 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
         return Ending::stopped;
     }
-    const auto predefined = IsPredefined(note.Get());
-    if (!predefined) {
-        return Ending::stopped;
-    }
-    if (!*predefined) {
+    if (!IsPredefined(note.Get())) {
         KeepDocument(*name);
         return Ending::finished;
     }

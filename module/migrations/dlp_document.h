@@ -12,8 +12,7 @@ namespace updkrx {
 /** How the work on a document ended: at its end, or early. The log tells the two apart. */
 enum class Ending { finished, stopped };
 
-/** A document's name in the native character set, empty when it has none; nothing when it cannot be read, which is
- *  logged. */
+/** A document's name in the native character set; nothing when it has none. */
 [[nodiscard]] std::optional<std::string> ReadName(NOTEHANDLE note, const char* field);
 
 /**

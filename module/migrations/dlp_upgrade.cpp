@@ -34,28 +34,21 @@ bool SearchForm(const char* operation, DBHANDLE searched, const std::string& for
     return true;
 }
 
-/** The result of the search step: a map that lacks a document because its name cannot be read, or for want of memory,
- *  would have its successor copied beside it, so that ends the search. */
-STATUS MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
+void MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
     DebugLog(level::progress, "SearchFormDocumentCallback IN");
     if (search.docMap == nullptr) {
         DebugLog(level::progress, "SearchDLPDocParam's set is null");
-        return NOERROR;
+        return;
     }
     ScopedNote note;
     if (NSFNoteOpen(search.hDatabase, noteId, 0, note.Out()) != NOERROR) {
         DebugLog(level::progress, "MigrateManualScanSettingCallback, open note failed.");
-        return NOERROR;
+        return;
     }
-    const auto name = ReadName(note.Get(), search.identifiedField.c_str());
-    if (!name) {
-        return dlpUpgradeFailed;
-    }
-    if (!name->empty()) {
+    if (const auto name = ReadName(note.Get(), search.identifiedField.c_str())) {
         search.docMap->emplace(*name, UnidTextOf(note.Get()));
     }
     DebugLog(level::progress, "SearchFormDocumentCallback OUT");
-    return NOERROR;
 }
 
 void UpgradeDocument(const SearchDLPDocParam& search, NOTEID noteId) {
@@ -123,10 +116,13 @@ STATUS UpgradeFormDocumentsWithIdentifiedFiled(DBHANDLE hTemplate, DBHANDLE hDat
 }
 
 STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+    // A map that lacks a document for want of memory would have its successor copied beside it: that ends the search.
     return WithoutExceptions("SearchFormDocumentCallback", ERR_MEMORY, [&] {
         const SEARCH_MATCH found = CopyMatch(match);
-        return IsMatch(found) ? MapDocument(*static_cast<const SearchDLPDocParam*>(parameter), found.ID.NoteID)
-                              : NOERROR;
+        if (IsMatch(found)) {
+            MapDocument(*static_cast<const SearchDLPDocParam*>(parameter), found.ID.NoteID);
+        }
+        return NOERROR;
     });
 }
 

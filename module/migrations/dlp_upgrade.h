@@ -47,9 +47,8 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
                                                              const std::string& form, const std::string& field,
                                                              DocumentMap& docMap);
 
-/** Search steps of these two. 0, whatever happens to one document, so that the others get their turn; only when a
- *  name cannot be read or memory runs out while the map is filled, that search ends, since a document missing in the map
- *  would get a double. */
+/** Search steps of these two. 0, whatever happens to one document, so that the others get their turn; only when memory
+ *  runs out while the map is filled, that search ends, since a document missing in the map would get a double. */
 STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 STATUS LNCALLBACK UpgradeFormDocumentsWithIdentifiedFiledCallBack(void* parameter, SEARCH_MATCH* match,
                                                                   ITEM_TABLE* summary) noexcept;

@@ -86,9 +86,7 @@ std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete
         return std::nullopt;
     }
     TextSet entries;
-    if (!ReadTextListfield(note, item, entries)) {
-        return std::nullopt;
-    }
+    ReadTextListfield(note, item, entries);
     if (std::ranges::none_of(entries, isObsolete)) {
         DebugLog(level::progress, "%s: No obsolete UNID exist in this doc UNID %s field %s", operation, unid.c_str(),
                  item);

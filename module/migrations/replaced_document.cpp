@@ -7,9 +7,10 @@
 
 namespace updkrx {
 
-void SetIdentity(NOTEHANDLE note, OID identity, NOTEID noteId) noexcept {
+void MakeNewNote(NOTEHANDLE note, OID identity) noexcept {
+    NOTEID none = 0;
     NSFNoteSetInfo(note, _NOTE_OID, &identity);
-    NSFNoteSetInfo(note, _NOTE_ID, &noteId);
+    NSFNoteSetInfo(note, _NOTE_ID, &none);
 }
 
 ReplacedDocument::~ReplacedDocument() {
@@ -35,11 +36,22 @@ OID ReplacedDocument::Successor() const noexcept {
     return identity;
 }
 
+STATUS ReplacedDocument::Remove(NOTEID& noteId) noexcept {
+    const STATUS status = noteId == 0 ? NOERROR : NSFNoteDelete(database_, noteId, UPDATE_FORCE | UPDATE_NOSTUB);
+    if (status == NOERROR) {
+        noteId = 0;
+    }
+    return status;
+}
+
 void ReplacedDocument::Restore() noexcept {
-    // In the place of the note that has the document's UNID, if there is one, in one step: until then it may be all that
-    // is left. The same goes for a copy under another UNID.
-    SetIdentity(kept_.Get(), Successor(), copyHasUnid ? copyId : recreatedId);
-    STATUS status = NSFNoteUpdate(kept_.Get(), UPDATE_FORCE);
+    // Only what has the document's UNID makes room for it. A copy under another UNID goes when the document is back: until
+    // then it may be all that is left.
+    STATUS status = Remove(copyHasUnid ? copyId : recreatedId);
+    if (status == NOERROR) {
+        MakeNewNote(kept_.Get(), Successor());
+        status = NSFNoteUpdate(kept_.Get(), UPDATE_FORCE);
+    }
     if (status != NOERROR) {
         DebugLog(level::progress,
                  "Restore original dlp template error. unid is %s, sError is %d, czErrorMessage is %s...",
@@ -47,12 +59,10 @@ void ReplacedDocument::Restore() noexcept {
         return;
     }
     DebugLog(level::progress, "Restore original dlp template success. unid is %s", unid_.c_str());
-    if (copyHasUnid || copyId == 0) {
-        return;
-    }
-    if (status = NSFNoteDelete(database_, copyId, UPDATE_FORCE | UPDATE_NOSTUB); status != NOERROR) {
+    const auto left = static_cast<int>(copyId);
+    if (status = Remove(copyId); status != NOERROR) {
         DebugLog(level::progress, "The doc copied from ntf stays: notesid=%d, sError is %d, czErrorMessage is %s...",
-                 static_cast<int>(copyId), status, StatusText(status).Text());
+                 left, status, StatusText(status).Text());
     }
 }
 

@@ -9,8 +9,8 @@
 
 namespace updkrx {
 
-/** Gives an open note an identity, to be saved in the place of a note of the database; 0: as a new one. */
-void SetIdentity(NOTEHANDLE note, OID identity, NOTEID noteId) noexcept;
+/** Makes an open note one that saving creates, with this identity. */
+void MakeNewNote(NOTEHANDLE note, OID identity) noexcept;
 
 class ReplacedDocument {
 public:
@@ -37,6 +37,8 @@ public:
     NOTEID recreatedId = 0;   // the same under the document's UNID, when the copy has another
 
 private:
+    /** Nothing to remove is NOERROR; `noteId` is 0 once the note is gone. */
+    STATUS Remove(NOTEID& noteId) noexcept;
     void Restore() noexcept;
 
     DBHANDLE database_;

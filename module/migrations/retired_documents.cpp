@@ -16,15 +16,9 @@ namespace {
 
 constexpr WORD itemTextSize = 256;
 
-// A document goes only when it is certain that neither holds.
-
-bool MayBePredefined(NOTEHANDLE note) noexcept {
-    return IsPredefined(note) != false;
-}
-
-bool MayBeReferredTo(NOTEHANDLE note) noexcept {
+bool IsReferredTo(NOTEHANDLE note) noexcept {
     char text[itemTextSize];
-    return GetItemText(note, "ReferDocs", text, sizeof text) != WORD{0};
+    return HasItem(note, "ReferDocs") && GetItemText(note, "ReferDocs", text, sizeof text) > 0;
 }
 
 STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
@@ -33,7 +27,7 @@ STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
         DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return status & ERR_MASK;
     }
-    if (!MayBePredefined(note.Get()) && !MayBeReferredTo(note.Get()) &&
+    if (!IsPredefined(note.Get()) && !IsReferredTo(note.Get()) &&
         RetiredDocumentUNIDSet.contains(UnidTextOf(note.Get()))) {
         search.deleteList.push_back(noteId);
     }

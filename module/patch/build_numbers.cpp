@@ -50,7 +50,7 @@ STATUS ReadBuildText(BuildNumberSearch& search, NOTEID noteId) {
         return status;
     }
     char text[itemTextSize];
-    if (GetItemText(note.Get(), "BuildNumber", text, sizeof text).value_or(0) > 0) {
+    if (GetItemText(note.Get(), "BuildNumber", text, sizeof text) > 0) {
         bq_snprintf(search.text, sizeof search.text, "%s", text);
     }
     return NOERROR;

@@ -20,10 +20,6 @@ constexpr int32_t encyclopediaFormatBuild = 3050;
 
 STATUS ReplaceDatabases(const PatchRunContext& context, const char* programFolder) {
     ReplacementRun run = BeginReplacement(programFolder);
-    if (run.databaseFolder.empty()) { // copies would end up at the root
-        DebugLog(level::progress, "Cannot get the database path!");
-        return 1;
-    }
     for (const std::string& entry : context.databaseList) {
         if (const STATUS status = ReplaceDatabaseEntry(entry, context, run); status != NOERROR) {
             return status;

@@ -123,11 +123,9 @@ void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
 
 ReplacementRun BeginReplacement(const char* programFolder) {
     char setting[folderSize];
+    (void)GetEnvironmentText("Directory", setting, sizeof setting); // without it the folder is at the root
     char dataDirectory[folderSize];
-    if (!GetEnvironmentText("Directory", setting, sizeof setting) ||
-        ToNative(setting, dataDirectory, sizeof dataDirectory) == 0) {
-        return {"", programFolder, {}};
-    }
+    ToNative(setting, dataDirectory, sizeof dataDirectory);
     char databaseFolder[folderSize];
     bq_snprintf(databaseFolder, sizeof databaseFolder, "%s/krx", dataDirectory);
     return {databaseFolder, programFolder, {}};

@@ -16,8 +16,7 @@ struct ReplacementRun {
     ScopedMemory accessControlList; // read last; nothing before the first
 };
 
-/** The record for a run's first entry. The product's databases are in "krx" below the data directory; their folder is
- *  empty when that directory is not known. */
+/** The record for a run's first entry. The product's databases are in "krx" below the data directory. */
 [[nodiscard]] ReplacementRun BeginReplacement(const char* programFolder);
 
 /**

@@ -42,7 +42,7 @@ STATUS LNCALLBACK CollectText(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* 
     ScopedNote note;
     EXPECT_EQ(NSFNoteOpen(search.database, found.ID.NoteID, 0, note.Out()), NOERROR);
     char text[16];
-    const WORD length = GetItemText(note.Get(), "T", text, sizeof text).value_or(0);
+    const WORD length = GetItemText(note.Get(), "T", text, sizeof text);
     EXPECT_EQ(length, std::strlen(text));
     search.texts += text;
     return search.answer;

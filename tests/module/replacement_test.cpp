@@ -93,7 +93,7 @@ TEST_F(ReplacementTest, WorksBelowTheDataDirectory) {
     SetEnvironment("Directory", "\xC3\xBC"); // u umlaut, another byte in the Notes character set
     EXPECT_EQ(BeginReplacement("").databaseFolder, test::Native("\xC3\xBC") + "/krx");
     SetEnvironment("Directory", nullptr);
-    EXPECT_EQ(BeginReplacement("").databaseFolder, "");
+    EXPECT_EQ(BeginReplacement("").databaseFolder, "/krx");
 }
 
 TEST_F(ReplacementTest, OnlyCopiesThePolicy) {

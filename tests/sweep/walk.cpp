@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    void DisturbFromHere() {
+    void DisturbFromHere() noexcept { // the module below would go on after an exception
         for (const size_t number : byCheckpoint_[checkpoint_++]) {
             Await(jobs_ - 1);
             const pid_t judge = fork();
