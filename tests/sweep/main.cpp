@@ -216,6 +216,7 @@ int Sweep(const Options& options) {
     Results results;
     const auto sweep = [&](const char* name, const Reference& reference, const Disturbances& disturbances) {
         if (options.only.empty() || options.only == name) {
+            std::cerr << name << ": " << disturbances.size() << " runs\n"; // the longest takes an hour
             results.Begin(name);
             Walk(reference, disturbances, options.jobs, work,
                  [&](const auto& disturbance, const auto& outcome) { results.Add(reference, disturbance, outcome); });
