@@ -4,9 +4,9 @@
 
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "foundation/notes_text.h"
 #include "foundation/take_offline.h"
 
 namespace updkrx {
@@ -22,13 +22,14 @@ constexpr WORD sizeLimit = 4096;    // megabytes
 constexpr TIMEDATE replicaId = {{0x001E96E4, 0x852552F9}};
 
 bool HasOldVersion(NOTEHANDLE note) noexcept {
-    constexpr std::string_view item = "InternalPVer";
-    if (NSFItemInfo(note, item.data(), static_cast<WORD>(item.size()), nullptr, nullptr, nullptr, nullptr) != NOERROR) {
+    constexpr const char* item = "InternalPVer";
+    if (LacksItem(note, item)) {
         return false;
     }
     char text[versionSize];
-    const WORD length = GetItemText(note, item.data(), text, sizeof text);
-    return std::string_view(text, length).find('.') == std::string_view::npos;
+    const auto length = ReadItemText(note, item, text, sizeof text);
+    // Only a version that was read makes the database old: an old one is deleted.
+    return length && std::string_view(text, *length).find('.') == std::string_view::npos;
 }
 
 /** Finds out about the format and, if it is the old one, keeps the access control list. Returns the status of

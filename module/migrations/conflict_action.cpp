@@ -1,11 +1,11 @@
 #include "migrations/conflict_action.h"
 
 #include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
 
 namespace updkrx {
 namespace {
@@ -17,7 +17,8 @@ constexpr char mergeConflicts[] = "3";
 
 bool MergesConflicts(NOTEHANDLE note) noexcept {
     char action[actionSize];
-    return HasItem(note, item) && GetItemText(note, item, action, sizeof action) > 0 && action[0] == mergeConflicts[0];
+    return !LacksItem(note, item) && GetItemText(note, item, action, sizeof action) > 0 &&
+           action[0] == mergeConflicts[0];
 }
 
 void MergeConflicts(DBHANDLE database, NOTEID noteId) noexcept {

@@ -4,9 +4,9 @@
 
 #include "common/ascii_text.h"
 #include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "foundation/notes_text.h"
 #include "migrations/log_messages.h"
 
 namespace updkrx {
@@ -20,10 +20,11 @@ bool IsKept(NOTEHANDLE note) noexcept {
     OID oid = {};
     NSFNoteGetInfo(note, _NOTE_OID, &oid);
     char buffer[formSize];
-    const std::string_view form(buffer, GetItemText(note, "Form", buffer, sizeof buffer));
+    const auto length = ReadItemText(note, "Form", buffer, sizeof buffer);
     return std::ranges::any_of(KeptDefaultDocuments, [&](const DefaultDocument& kept) {
-        return EqualIgnoringAsciiCase(form, kept.form) && oid.Note.Innards[0] == kept.note.Innards[0] &&
-               oid.Note.Innards[1] == kept.note.Innards[1];
+        // A form that cannot be read may be the one: the rule would be lost.
+        return (!length || EqualIgnoringAsciiCase({buffer, *length}, kept.form)) &&
+               oid.Note.Innards[0] == kept.note.Innards[0] && oid.Note.Innards[1] == kept.note.Innards[1];
     });
 }
 

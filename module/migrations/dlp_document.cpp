@@ -2,6 +2,7 @@
 
 #include "common/ascii_text.h"
 #include "foundation/debug_log.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_text.h"
 #include "foundation/unid_text.h"
@@ -25,12 +26,13 @@ struct TemplateDocument {
 
 /** The documents that refer to a document, and those that it uses. */
 struct References {
-    explicit References(NOTEHANDLE note) {
-        ReadTextListfield(note, "ReferDocs", referDocs);
-        ReadTextListfield(note, "UseDocs", useDocs);
-    }
     TextSet referDocs;
     TextSet useDocs;
+
+    /** False when not all could be read, which is logged. */
+    bool Read(NOTEHANDLE note) {
+        return ReadTextListfield(note, "ReferDocs", referDocs) && ReadTextListfield(note, "UseDocs", useDocs);
+    }
 };
 
 /** Logs how an operation on an open note went; true when it succeeded. */
@@ -155,9 +157,12 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     DebugLog(level::progress, "%s is %s by any rule or template, try to delete and recreate", name,
              HasItem(note.Get(), "ReferDocs") ? "used" : "NOT used");
 
-    const References oldReferences(note.Get());
+    References oldReferences;
+    if (!oldReferences.Read(note.Get())) {
+        return Ending::stopped; // before the document is deleted, which would lose them
+    }
     const NOTEID oldId = NoteIdOf(note.Get());
-    ReplacedDocument old(database, unid);
+    ReplacedDocument old(database, unid, search.hTemplate, document.noteId);
     if (!old.Keep(note.Get())) {
         return Ending::stopped;
     }
@@ -175,7 +180,8 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     }
     const std::string copyUnid = UnidTextOf(copy.Get());
     const NOTEID copyId = NoteIdOf(copy.Get());
-    const References copyReferences(copy.Get());
+    References copyReferences;
+    (void)copyReferences.Read(copy.Get()); // what is missed here is still not appended a second time
 
     if (!CarryOver(copy.Get(), "ReferDocs", oldReferences.referDocs, copyReferences.referDocs) ||
         !CarryOver(copy.Get(), "UseDocs", oldReferences.useDocs, copyReferences.useDocs)) {
@@ -214,11 +220,15 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
 
 std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
     char text[nameLength + 1];
-    if (GetItemText(note, field, text, sizeof text) == 0) {
+    if (ReadItemText(note, field, text, sizeof text).value_or(0) == 0) {
         return std::nullopt;
     }
     char name[nativeNameSize];
-    ToNative(text, name, sizeof name);
+    if (ToNative(text, name, sizeof name) == 0) { // all such documents would be taken for the same one
+        DebugLog(level::progress, "Error: The name of a document cannot be translated. UNID is %s",
+                 UnidTextOf(note).c_str());
+        return std::nullopt;
+    }
     return name;
 }
 
@@ -248,7 +258,7 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
         return Ending::stopped;
     }
-    if (!IsPredefined(note.Get())) {
+    if (!IsPredefined(note.Get()).value_or(false)) {
         KeepDocument(*name);
         return Ending::finished;
     }

@@ -12,7 +12,8 @@ namespace updkrx {
 /** How the work on a document ended: at its end, or early. The log tells the two apart. */
 enum class Ending { finished, stopped };
 
-/** A document's name in the native character set; nothing when it has none. */
+/** A document's name in the native character set; nothing when it has none, or none that can be read, which is
+ *  logged. */
 [[nodiscard]] std::optional<std::string> ReadName(NOTEHANDLE note, const char* field);
 
 /**

@@ -1,10 +1,9 @@
 #include "migrations/note_items.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "common/ascii_text.h"
-#include "foundation/notes_text.h"
+#include "foundation/item_reading.h"
 #include "foundation/unid_text.h"
 
 namespace updkrx {
@@ -15,14 +14,13 @@ constexpr WORD entrySize = 8192; // with the terminator
 
 } // namespace
 
-bool HasItem(NOTEHANDLE note, const char* item) noexcept {
-    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr) == NOERROR;
-}
-
-bool IsPredefined(NOTEHANDLE note) noexcept {
+std::optional<bool> IsPredefined(NOTEHANDLE note) noexcept {
     char flag[flagSize];
-    const WORD length = GetItemText(note, "pre-defined", flag, sizeof flag);
-    return EqualIgnoringAsciiCase({flag, length}, "true");
+    const auto length = ReadItemText(note, "pre-defined", flag, sizeof flag);
+    if (!length) {
+        return std::nullopt;
+    }
+    return EqualIgnoringAsciiCase({flag, *length}, "true");
 }
 
 NOTEID NoteIdOf(NOTEHANDLE note) noexcept {
@@ -37,14 +35,20 @@ std::string UnidTextOf(NOTEHANDLE note) {
     return text;
 }
 
-void ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries) {
+bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries) {
     const WORD count = NSFItemGetTextListEntries(note, item);
+    bool suspicious = count == 0; // an empty answer may be a failure
+    size_t bytes = 0;
     for (WORD position = 0; position < count; ++position) {
         char entry[entrySize];
-        const WORD length = NSFItemGetTextListEntry(note, item, position, entry, entrySize - 1);
-        entry[std::min<WORD>(length, entrySize - 1)] = '\0'; // the platform need not terminate it
+        const WORD length =
+            std::min<WORD>(NSFItemGetTextListEntry(note, item, position, entry, entrySize - 1), entrySize - 1);
+        entry[length] = '\0'; // the platform need not terminate it
         entries.emplace(entry);
+        suspicious |= length == 0;
+        bytes += length;
     }
+    return !suspicious || !HasUnreadText(note, item, count, bytes);
 }
 
 STATUS AppendEntry(NOTEHANDLE note, const char* item, const std::string& entry) noexcept {

@@ -1,6 +1,7 @@
 // Items of a document as the migrations look at them.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 
@@ -11,10 +12,9 @@ namespace updkrx {
 /** Texts in ascending order of their bytes, each once. */
 using TextSet = std::set<std::string>;
 
-[[nodiscard]] bool HasItem(NOTEHANDLE note, const char* item) noexcept;
-
-/** True for a document that the product ships, until the customer makes it the customer's own. */
-[[nodiscard]] bool IsPredefined(NOTEHANDLE note) noexcept;
+/** True for a document that the product ships, until the customer makes it the customer's own. Nothing when that cannot
+ *  be read, which is logged. */
+[[nodiscard]] std::optional<bool> IsPredefined(NOTEHANDLE note) noexcept;
 
 [[nodiscard]] NOTEID NoteIdOf(NOTEHANDLE note) noexcept;
 
@@ -22,8 +22,8 @@ using TextSet = std::set<std::string>;
 [[nodiscard]] std::string UnidTextOf(NOTEHANDLE note);
 
 /** Adds every entry of a text list, as it is stored, to `entries`: up to its first zero byte, and cut to 8191 bytes. An
- *  absent item adds nothing. */
-void ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries);
+ *  absent item adds nothing. False when not all entries could be read, which is logged. */
+bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries);
 
 /** Adds an entry behind the others, unless it is there already; an absent item is created. */
 [[nodiscard]] STATUS AppendEntry(NOTEHANDLE note, const char* item, const std::string& entry) noexcept;

@@ -10,6 +10,7 @@
 #include "common/startup.h"
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "migrations/log_messages.h"
@@ -86,7 +87,9 @@ std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete
         return std::nullopt;
     }
     TextSet entries;
-    ReadTextListfield(note, item, entries);
+    if (!ReadTextListfield(note, item, entries)) {
+        return std::nullopt;
+    }
     if (std::ranges::none_of(entries, isObsolete)) {
         DebugLog(level::progress, "%s: No obsolete UNID exist in this doc UNID %s field %s", operation, unid.c_str(),
                  item);
@@ -106,9 +109,7 @@ std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete
 bool PutBack(const ListField& field, const std::string& entry) {
     const auto& [operation, note, item, unid] = field;
     // Only an item that is known to be absent is created: that replaces what there is.
-    const STATUS presence =
-        NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, nullptr, nullptr, nullptr);
-    const bool create = (presence & ERR_MASK) == ERR_ITEM_NOT_FOUND;
+    const bool create = LacksItem(note, item);
     const char* call = create ? "NSFItemCreateTextList" : "NSFItemAppendTextList";
     const STATUS status = create ? NSFItemCreateTextList(note, item, entry.c_str(), static_cast<WORD>(entry.size()))
                                  : AppendEntry(note, item, entry);

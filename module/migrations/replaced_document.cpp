@@ -44,18 +44,32 @@ STATUS ReplacedDocument::Remove(NOTEID& noteId) noexcept {
     return status;
 }
 
-void ReplacedDocument::Restore() noexcept {
+STATUS ReplacedDocument::WriteBack() noexcept {
     // Only what has the document's UNID makes room for it. A copy under another UNID goes when the document is back: until
     // then it may be all that is left.
-    STATUS status = Remove(copyHasUnid ? copyId : recreatedId);
-    if (status == NOERROR) {
-        MakeNewNote(kept_.Get(), Successor());
-        status = NSFNoteUpdate(kept_.Get(), UPDATE_FORCE);
+    if (const STATUS status = Remove(copyHasUnid ? copyId : recreatedId); status != NOERROR) {
+        return status;
     }
+    MakeNewNote(kept_.Get(), Successor());
+    return NSFNoteUpdate(kept_.Get(), UPDATE_FORCE);
+}
+
+void ReplacedDocument::CopyAgain() noexcept {
+    const STATUS status =
+        NSFDbCopyNote(hTemplate_, nullptr, nullptr, templateNoteId_, database_, nullptr, nullptr, nullptr, nullptr);
+    DebugLog(level::progress, "Copy ntf doc in place of original dlp template. unid is %s, sError is %d", unid_.c_str(),
+             status);
+}
+
+void ReplacedDocument::Restore() noexcept {
+    STATUS status = WriteBack();
     if (status != NOERROR) {
         DebugLog(level::progress,
                  "Restore original dlp template error. unid is %s, sError is %d, czErrorMessage is %s...",
                  unid_.c_str(), status, StatusText(status).Text());
+        if (copyId == 0) { // nothing is left
+            CopyAgain();
+        }
         return;
     }
     DebugLog(level::progress, "Restore original dlp template success. unid is %s", unid_.c_str());

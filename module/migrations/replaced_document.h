@@ -14,7 +14,9 @@ void MakeNewNote(NOTEHANDLE note, OID identity) noexcept;
 
 class ReplacedDocument {
 public:
-    ReplacedDocument(DBHANDLE database, const std::string& unid) noexcept : database_(database), unid_(unid) {}
+    /** A document of this UNID, and the one of the template that is to take its place. The handles stay open. */
+    ReplacedDocument(DBHANDLE database, const std::string& unid, DBHANDLE hTemplate, NOTEID templateNoteId) noexcept
+        : database_(database), unid_(unid), hTemplate_(hTemplate), templateNoteId_(templateNoteId) {}
     ReplacedDocument(const ReplacedDocument&) = delete;
     ReplacedDocument& operator=(const ReplacedDocument&) = delete;
     ~ReplacedDocument();
@@ -23,7 +25,8 @@ public:
     [[nodiscard]] bool Keep(NOTEHANDLE note) noexcept;
 
     /** The document is deleted now. From here on the end of this object, unless Replaced was called, writes the document
-     *  back in the place of what is named below, and logs whether that worked. Close the notes that are named before. */
+     *  back in the place of what is named below, and logs whether that worked. Where it cannot be written, a copy out of
+     *  the template is left instead. Close the notes that are named before. */
     void RestoreUnlessReplaced() noexcept { restore_ = true; }
     void Replaced() noexcept { restore_ = false; }
 
@@ -39,10 +42,14 @@ public:
 private:
     /** Nothing to remove is NOERROR; `noteId` is 0 once the note is gone. */
     STATUS Remove(NOTEID& noteId) noexcept;
+    [[nodiscard]] STATUS WriteBack() noexcept;
+    void CopyAgain() noexcept;
     void Restore() noexcept;
 
     DBHANDLE database_;
     const std::string& unid_;
+    DBHANDLE hTemplate_;
+    NOTEID templateNoteId_;
     ScopedNote kept_;
     bool restore_ = false;
 };

@@ -5,9 +5,9 @@
 #include "common/startup.h"
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "foundation/notes_text.h"
 #include "migrations/log_messages.h"
 #include "migrations/note_items.h"
 
@@ -16,9 +16,15 @@ namespace {
 
 constexpr WORD itemTextSize = 256;
 
-bool IsReferredTo(NOTEHANDLE note) noexcept {
+// What cannot be read keeps a document: it goes only when it is certain that neither holds.
+
+bool MayBePredefined(NOTEHANDLE note) noexcept {
+    return IsPredefined(note).value_or(true);
+}
+
+bool MayBeReferredTo(NOTEHANDLE note) noexcept {
     char text[itemTextSize];
-    return HasItem(note, "ReferDocs") && GetItemText(note, "ReferDocs", text, sizeof text) > 0;
+    return !LacksItem(note, "ReferDocs") && ReadItemText(note, "ReferDocs", text, sizeof text) != WORD{0};
 }
 
 STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
@@ -27,7 +33,7 @@ STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
         DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return status & ERR_MASK;
     }
-    if (!IsPredefined(note.Get()) && !IsReferredTo(note.Get()) &&
+    if (!MayBePredefined(note.Get()) && !MayBeReferredTo(note.Get()) &&
         RetiredDocumentUNIDSet.contains(UnidTextOf(note.Get()))) {
         search.deleteList.push_back(noteId);
     }

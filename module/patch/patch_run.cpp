@@ -19,9 +19,12 @@ namespace {
 constexpr int32_t encyclopediaFormatBuild = 3050;
 
 STATUS ReplaceDatabases(const PatchRunContext& context, const char* programFolder) {
-    ReplacementRun run = BeginReplacement(programFolder);
+    std::optional<ReplacementRun> run = BeginReplacement(programFolder);
+    if (!run) {
+        return 1;
+    }
     for (const std::string& entry : context.databaseList) {
-        if (const STATUS status = ReplaceDatabaseEntry(entry, context, run); status != NOERROR) {
+        if (const STATUS status = ReplaceDatabaseEntry(entry, context, *run); status != NOERROR) {
             return status;
         }
     }

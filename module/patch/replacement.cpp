@@ -121,14 +121,18 @@ void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
 
 } // namespace
 
-ReplacementRun BeginReplacement(const char* programFolder) {
+std::optional<ReplacementRun> BeginReplacement(const char* programFolder) {
     char setting[folderSize];
-    (void)GetEnvironmentText("Directory", setting, sizeof setting); // without it the folder is at the root
     char dataDirectory[folderSize];
-    ToNative(setting, dataDirectory, sizeof dataDirectory);
+    if (!GetEnvironmentText("Directory", setting, sizeof setting) ||
+        ToNative(setting, dataDirectory, sizeof dataDirectory) == 0) {
+        // Without it the files would be copied to a folder at the root, and the databases stamped as if they were new.
+        DebugLog(level::progress, "Error: The server's data directory is not known, so no database is replaced.");
+        return std::nullopt;
+    }
     char databaseFolder[folderSize];
     bq_snprintf(databaseFolder, sizeof databaseFolder, "%s/krx", dataDirectory);
-    return {databaseFolder, programFolder, {}};
+    return ReplacementRun{databaseFolder, programFolder, {}};
 }
 
 STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context, ReplacementRun& run) {

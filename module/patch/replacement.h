@@ -1,6 +1,7 @@
 // Replacing the databases and templates that the patch brings, one at a time, while the server goes on running.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "foundation/notes_api.h"
@@ -16,8 +17,9 @@ struct ReplacementRun {
     ScopedMemory accessControlList; // read last; nothing before the first
 };
 
-/** The record for a run's first entry. The product's databases are in "krx" below the data directory. */
-[[nodiscard]] ReplacementRun BeginReplacement(const char* programFolder);
+/** The record for a run's first entry. The product's databases are in "krx" below the data directory; nothing, which is
+ *  logged, when the server does not tell that directory. */
+[[nodiscard]] std::optional<ReplacementRun> BeginReplacement(const char* programFolder);
 
 /**
  * Replaces one file of the product's folder, named as the patch's configuration has it:

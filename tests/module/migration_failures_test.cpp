@@ -202,16 +202,21 @@ TEST_F(MigrationFailuresTest, LeaveTheOldDocumentWholeWhenMemoryRunsOut) {
     EXPECT_GT(restorations, 5);
 }
 
-TEST_F(MigrationFailuresTest, SayWhenTheOldDocumentCannotBeRestored) {
-    Load("failing");
-    ASSERT_EQ(EmbFaultArm("NSFNoteUpdate", 1, failure, 1), NOERROR);
-    EXPECT_EQ(UpgradeEntities(OpenDatabases()), NOERROR);
-    char text[256];
-    GetStatusText(failure, text, sizeof text);
-    EXPECT_EQ(LogCount(std::string("[1]Restore original dlp template error. unid is ") + unidD1 +
-                       ", sError is 16966, czErrorMessage is " + text + "..."),
-              1);
-    EXPECT_NE(Content().find(unidA1), std::string::npos) << "the copy is all that is left, and stays";
+TEST_F(MigrationFailuresTest, LeaveTheCopyWhenTheOldDocumentCannotBeRestored) {
+    for (const auto& [fixture, copy] : {std::pair("failing", unidA1), std::pair("failing_same_unid", unidD1)}) {
+        Load(fixture);
+        Reset();
+        ASSERT_EQ(EmbFaultArm("NSFNoteUpdate", 1, failure, 1), NOERROR);
+        EXPECT_EQ(UpgradeEntities(OpenDatabases()), NOERROR);
+        char text[256];
+        GetStatusText(failure, text, sizeof text);
+        EXPECT_EQ(LogCount(std::string("[1]Restore original dlp template error. unid is ") + unidD1 +
+                           ", sError is 16966, czErrorMessage is " + text + "..."),
+                  1);
+        EXPECT_NE(Content().find(std::string("<note class='document'>\n    <noteinfo unid='") + copy),
+                  std::string::npos)
+            << fixture;
+    }
 }
 
 TEST_F(MigrationFailuresTest, LeaveAListWholeThatCannotBeRewritten) {

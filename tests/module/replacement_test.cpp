@@ -32,7 +32,7 @@ protected:
         SwitchLogOn();
         EmbClockSetVirtual(EmbClockNow());
         SetBuildText(3050);
-        run = BeginReplacement(ProgramFolder().string().c_str());
+        run = BeginReplacement(ProgramFolder().string().c_str()).value();
     }
     void TearDown() override {
         run = {};
@@ -91,9 +91,16 @@ TEST_F(ReplacementTest, WorksBelowTheDataDirectory) {
     EXPECT_EQ(run.databaseFolder, Data().string() + "/krx");
     EXPECT_EQ(run.programFolder, ProgramFolder().string());
     SetEnvironment("Directory", "\xC3\xBC"); // u umlaut, another byte in the Notes character set
-    EXPECT_EQ(BeginReplacement("").databaseFolder, test::Native("\xC3\xBC") + "/krx");
-    SetEnvironment("Directory", nullptr);
-    EXPECT_EQ(BeginReplacement("").databaseFolder, "/krx");
+    EXPECT_EQ(BeginReplacement("").value().databaseFolder, test::Native("\xC3\xBC") + "/krx");
+}
+
+TEST_F(ReplacementTest, ReplacesNothingWithoutADataDirectory) {
+    for (const char* directory : {static_cast<const char*>(nullptr), ""}) {
+        SetEnvironment("Directory", directory);
+        EXPECT_FALSE(BeginReplacement(""));
+    }
+    EXPECT_EQ(LogMessages(),
+              Texts(2, "[1]Error: The server's data directory is not known, so no database is replaced."));
 }
 
 TEST_F(ReplacementTest, OnlyCopiesThePolicy) {

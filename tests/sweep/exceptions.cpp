@@ -7,7 +7,7 @@ constexpr const char* notRepeated = "the run goes on, and a later one finds the 
 
 constexpr Exception exceptions[] = {
     // ---- What is neither as it was nor as it is to be.
-    {Clause::forms, "@(NSFBringDatabaseOnline*|everything fails*)", "copy *", "file/offline.lst",
+    {Clause::forms, "@(NSFBringDatabaseOnline*|everything fails*)", nullptr, "file/offline.lst",
      "a database that cannot be brought online stays offline"},
     {Clause::forms, nullptr, "@(copy|encyclopedia) krency", "@(file/data/krx/krency.nsf|krency.nsf/*)",
      "the old encyclopedia is gone when the new one cannot be made"},
@@ -17,8 +17,14 @@ constexpr Exception exceptions[] = {
      "the new encyclopedia keeps the replica ID that it was made with"},
     {Clause::forms, "@(NSFDbReadACL*|NSFDbStoreACL*|everything fails*)", nullptr, "krency.nsf/acl",
      "the new encyclopedia keeps the list that it was made with"},
-    {Clause::forms, "@(everything fails*|NSFNote@(Update|Delete) keeps failing)", "document replaced *", "krconf.nsf/*",
+    {Clause::forms, "everything fails*", "document replaced *", "krconf.nsf/*",
      "nothing can be written back after the deletion: the copy is left, or nothing"},
+    {Clause::forms, "NSFNote@(Update|Delete) keeps failing", nullptr, "krconf.nsf/*",
+     "nothing can be saved after the deletion: the copy is left, without the old references"},
+    {Clause::forms, "@(OSTranslate|NSFItemGetText|NSFNoteOpen)*", "documents krconf", "krconf.nsf/*/content",
+     "a document whose name cannot be read has no partner: the template's is added beside it"},
+    {Clause::forms, "NSFItemGetText*", nullptr, "krconf.nsf/Register/*/$ConflictAction",
+     "an action that cannot be read is set as an absent one is"},
 
     // ---- What fails and is not reported.
     {Clause::reported, "everything fails*", nullptr, nullptr, "the log's own switch cannot be read any more"},
@@ -50,8 +56,8 @@ constexpr Exception exceptions[] = {
      notRepeated},
     {Clause::catchesUp, nullptr, "list *", "krhelp.nsf/acl", notRepeated},
     {Clause::catchesUp, nullptr, "policy *", "file/data/krx/PredefinedDLPPolicy.dat", notRepeated},
-    {Clause::catchesUp, nullptr, "encyclopedia *", "@(file/data/krx/krency.nsf|krency.nsf/*|krhelp.nsf/acl)",
-     notRepeated},
+    {Clause::catchesUp, nullptr, "@(hide krextra|encyclopedia *)",
+     "@(file/data/krx/krency.nsf|krency.nsf/*|krhelp.nsf/acl)", notRepeated},
     {Clause::catchesUp, nullptr, "stamp *", "%.nsf/@(BuildNumber|$Signature)", notRepeated},
     {Clause::catchesUp, "everything fails from @(f*|rename|unlink) on", nullptr,
      "@(file/*|*.ntf/*|*.nsf/@(content|attributes|$Signature|acl|replica*|BuildNumber|title)|krconf.nsf/*)",
@@ -62,8 +68,8 @@ constexpr Exception exceptions[] = {
     {Clause::catchesUp, "@(* keeps failing|everything fails*|the run dies*)", "@(stamp kr@(msg|lists)|sign *)",
      "*/@(BuildNumber|$Signature|replication)", notRepeated},
     {Clause::catchesUp,
-     "NSF@(Item@(Info|Get*|Delete|CreateTextList|AppendTextList)|FormulaCompile|NoteCopy|DbCopyNote|NoteOpenByUNID) "
-     "keeps failing",
+     "NSF@(Item@(Info|Get*|Delete|CreateTextList|AppendTextList)|FormulaCompile|Note@(Copy|Delete|OpenByUNID|Update)|"
+     "DbCopyNote) keeps failing",
      nullptr, "@(krconf.nsf/*/*|krency.nsf/*|*/replication)", notRepeated},
     {Clause::catchesUp, "NSFNote@(Sign|Close|Contract) keeps failing", nullptr, "*/@($Signature|replica*)",
      notRepeated},

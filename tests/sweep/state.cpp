@@ -185,7 +185,7 @@ State ReadState(const fs::path& server, const Replacements& replacements) {
 
 void RecoverDatabases(const fs::path& server) {
     for (const fs::path& path : FilesOf(server)) {
-        if (IsDatabase(path)) {
+        if (IsDatabase(path) && fs::exists(server / (path.string() + "-journal"))) {
             try {
                 embedded::Store::open(server / path, embedded::StoreAccess::readWrite)->close();
             } catch (const embedded::StatusError&) {

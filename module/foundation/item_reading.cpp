@@ -1,0 +1,67 @@
+#include "foundation/item_reading.h"
+
+#include <cstring>
+
+#include "foundation/debug_log.h"
+#include "foundation/notes_text.h"
+#include "foundation/unid_text.h"
+
+namespace updkrx {
+namespace {
+
+STATUS LookAt(NOTEHANDLE note, const char* item, WORD* type, DWORD* length) noexcept {
+    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, type, nullptr, length);
+}
+
+bool TellsOfAbsence(STATUS status) noexcept {
+    return (status & ERR_MASK) == ERR_ITEM_NOT_FOUND;
+}
+
+/** The size of what an item's value holds beside `entries` entries' lengths; 0 for an item that has no text. Nothing
+ *  when the item cannot be looked at. */
+std::optional<size_t> TextBytes(NOTEHANDLE note, const char* item, size_t entries) noexcept {
+    WORD type = TYPE_INVALID_OR_UNKNOWN;
+    DWORD length = 0;
+    const STATUS status = LookAt(note, item, &type, &length);
+    if (status != NOERROR && !TellsOfAbsence(status)) {
+        return std::nullopt;
+    }
+    size_t heads = sizeof type;
+    if (type == TYPE_TEXT_LIST) {
+        heads += sizeof(LIST) + entries * sizeof(USHORT);
+    } else if (type != TYPE_TEXT) {
+        return 0;
+    }
+    return length > heads ? length - heads : 0;
+}
+
+} // namespace
+
+bool HasItem(NOTEHANDLE note, const char* item) noexcept {
+    return LookAt(note, item, nullptr, nullptr) == NOERROR;
+}
+
+bool LacksItem(NOTEHANDLE note, const char* item) noexcept {
+    return TellsOfAbsence(LookAt(note, item, nullptr, nullptr));
+}
+
+std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept {
+    const WORD length = GetItemText(note, item, text, size);
+    if (length == 0 && HasUnreadText(note, item, 1, 0)) {
+        return std::nullopt;
+    }
+    return length;
+}
+
+bool HasUnreadText(NOTEHANDLE note, const char* item, size_t entries, size_t bytes) noexcept {
+    const auto held = TextBytes(note, item, entries);
+    if (held && *held <= bytes) {
+        return false;
+    }
+    char unid[unidTextSize];
+    GetUnidText(note, unid);
+    DebugLog(level::progress, "Error: An item cannot be read. item is %s, UNID is %s", item, unid);
+    return true;
+}
+
+} // namespace updkrx
