@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "foundation/debug_log.h"
 #include "foundation/notes_text.h"
 
 namespace updkrx {
@@ -24,6 +25,11 @@ STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formu
         *compiledLength = formulaLength;
     }
     return status;
+}
+
+void LogCompileFailure(const char* operation, STATUS status, int line) noexcept {
+    constexpr char sourceName[] = "PatchKRX";
+    DebugLog(level::retry, "[%s:%d]%s Cannot compile the formula! error[%d]\n", sourceName, line, operation, status);
 }
 
 STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,

@@ -9,9 +9,6 @@
 
 namespace updkrx {
 
-/** Where a message about a formula that does not compile says that it comes from, in front of the source line. */
-inline constexpr char sourceName[] = "PatchKRX";
-
 /** The longest selection formula, in bytes of the Notes character set. */
 inline constexpr WORD maxSelectionLength = 1023;
 
@@ -19,6 +16,9 @@ inline constexpr WORD maxSelectionLength = 1023;
  *  compiles it. `compiledLength` (optional) gets the size of the compiled formula in bytes. */
 [[nodiscard]] STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formula,
                                       WORD* compiledLength = nullptr) noexcept;
+
+/** Reports, from the calling line, a selection formula that does not compile. */
+void LogCompileFailure(const char* operation, STATUS status, int line = __builtin_LINE()) noexcept;
 
 /**
  * Calls `step` for every note of `classMask` that the compiled formula selects, or for all of them when `formula` is

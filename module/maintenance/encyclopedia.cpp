@@ -42,8 +42,7 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
     ScopedFormula formula;
     const STATUS status = CompileSelection("FORM=\"Patternfile\"", selectionLength, formula);
     if (status != NOERROR) {
-        DebugLog(level::retry, "[%s:%d]UpdateKrency Cannot compile the formula! error[%d]\n", sourceName, __LINE__,
-                 status);
+        LogCompileFailure("UpdateKrency", status);
         return status;
     }
     PatternVersionSearch search = {database.Get(), 0};

@@ -67,8 +67,7 @@ STATUS MigrateDocuments() noexcept {
     ScopedFormula formula;
     const STATUS status = CompileSelection("FORM=\"Expression\"", selectionLength, formula);
     if (status != NOERROR) {
-        DebugLog(level::retry, "[%s:%d]UpdateKrency Cannot compile the formula! error[%d]\n", sourceName, __LINE__,
-                 status);
+        LogCompileFailure("UpdateKrency", status);
         return status;
     }
     ExpressionSearch search = {database.Get(), DefaultExpressionTable};

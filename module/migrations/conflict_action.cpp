@@ -5,7 +5,6 @@
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
-#include "migrations/log_messages.h"
 
 namespace updkrx {
 namespace {

@@ -7,7 +7,6 @@
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "migrations/log_messages.h"
 
 namespace updkrx {
 namespace {

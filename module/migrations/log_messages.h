@@ -19,9 +19,6 @@ private:
     char text_[255];
 };
 
-/** Reports, from the calling line, a selection formula that does not compile. */
-void LogCompileFailure(const char* operation, STATUS status, int line = __builtin_LINE()) noexcept;
-
 /** One pair of a map. */
 void LogPair(const std::map<std::string, std::string>::value_type& pair) noexcept;
 

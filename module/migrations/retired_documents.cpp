@@ -8,7 +8,6 @@
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "migrations/log_messages.h"
 #include "migrations/note_items.h"
 
 namespace updkrx {
