@@ -9,12 +9,13 @@
 
 namespace updkrx {
 
+/** Whether an item is known to be there: false also when that cannot be found out. */
 [[nodiscard]] bool HasItem(NOTEHANDLE note, const char* item) noexcept;
-/** Whether an item is known to be absent: false when that cannot be found out. */
+/** Whether an item is known to be absent: false also when that cannot be found out. */
 [[nodiscard]] bool LacksItem(NOTEHANDLE note, const char* item) noexcept;
 
-/** As GetItemText, but nothing when the item has a text of which none could be read; that is logged. `text` is then
- *  empty. */
+/** As GetItemText, but nothing, which is logged, when the item has a text of which none could be read, or when it
+ *  cannot be found out whether it has. `text` is then empty. */
 [[nodiscard]] std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept;
 
 /** Whether an item of which `entries` entries with `bytes` bytes in all were read, one entry for a text, holds more than

@@ -23,7 +23,7 @@ struct PatternVersionSearch {
 };
 
 /** Search step: sets oldFormat when a pattern file's version is of the old form. Always 0; a document that has no
- *  version or cannot be opened tells nothing. */
+ *  version, or of which it cannot be read, tells nothing. */
 STATUS LNCALLBACK CheckPatternVersionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

@@ -224,9 +224,10 @@ std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
         return std::nullopt;
     }
     char name[nativeNameSize];
-    if (ToNative(text, name, sizeof name) == 0) { // all such documents would be taken for the same one
-        DebugLog(level::progress, "Error: The name of a document cannot be translated. UNID is %s",
-                 UnidTextOf(note).c_str());
+    if (ToNative(text, name, sizeof name) == 0 && text[0] != '\0') { // all such documents would be taken for the same
+        char unid[unidTextSize];
+        GetUnidText(note, unid);
+        DebugLog(level::progress, "Error: The name of a document cannot be translated. UNID is %s", unid);
         return std::nullopt;
     }
     return name;
@@ -258,7 +259,11 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
         return Ending::stopped;
     }
-    if (!IsPredefined(note.Get()).value_or(false)) {
+    const auto predefined = IsPredefined(note.Get());
+    if (!predefined) {
+        return Ending::stopped;
+    }
+    if (!*predefined) {
         KeepDocument(*name);
         return Ending::finished;
     }

@@ -20,7 +20,7 @@ enum class Ending { finished, stopped };
  * Upgrades the database by one document of the template: copies it when the map has no document of its name, replaces
  * that document when the product ships it, and leaves it alone when not. Failures are logged. Whatever fails, and also
  * when an exception ends the work, the document that the database had is written back; when that fails too, which is
- * logged, what is left is the copy out of the template, if there was one.
+ * logged, what is left is a copy out of the template, if one can be made.
  */
 Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId);
 

@@ -38,6 +38,7 @@ std::string UnidTextOf(NOTEHANDLE note) {
 bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries) {
     const WORD count = NSFItemGetTextListEntries(note, item);
     bool suspicious = count == 0; // an empty answer may be a failure
+    bool cut = false;
     size_t bytes = 0;
     for (WORD position = 0; position < count; ++position) {
         char entry[entrySize];
@@ -46,9 +47,11 @@ bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries) {
         entry[length] = '\0'; // the platform need not terminate it
         entries.emplace(entry);
         suspicious |= length == 0;
+        cut |= length == entrySize - 1;
         bytes += length;
     }
-    return !suspicious || !HasUnreadText(note, item, count, bytes);
+    // What was cut off is more than what was read, too.
+    return !suspicious || cut || !HasUnreadText(note, item, count, bytes);
 }
 
 STATUS AppendEntry(NOTEHANDLE note, const char* item, const std::string& entry) noexcept {

@@ -23,7 +23,7 @@ using TextSet = std::set<std::string>;
 
 /** Adds every entry of a text list, as it is stored, to `entries`: up to its first zero byte, and cut to 8191 bytes. An
  *  absent item adds nothing. False when not all entries could be read, which is logged. */
-bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries);
+[[nodiscard]] bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries);
 
 /** Adds an entry behind the others, unless it is there already; an absent item is created. */
 [[nodiscard]] STATUS AppendEntry(NOTEHANDLE note, const char* item, const std::string& entry) noexcept;

@@ -82,7 +82,7 @@ struct ListField {
 template<class IsObsolete>
 std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete) {
     const auto& [operation, note, item, unid] = field;
-    if (!HasItem(note, item)) {
+    if (LacksItem(note, item)) {
         DebugLog(level::progress, "%s:UNID %s field %s is null", operation, unid.c_str(), item);
         return std::nullopt;
     }

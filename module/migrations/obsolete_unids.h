@@ -23,7 +23,7 @@ STATUS RemoveObsoleteUNID(DBHANDLE database);
 STATUS ReplaceObsoleteUNID(DBHANDLE database);
 
 /**
- * Do that to one text list of an open note. A list that holds no obsolete UNID stays as it is; any other is written
+ * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged, stays as it is; any other is written
  * anew in ascending order and without duplicates, or vanishes when nothing is left of it. False when it could be
  * written in part only: the note must not be saved then.
  */

@@ -1,7 +1,5 @@
 #include "migrations/replaced_document.h"
 
-#include <initializer_list>
-
 #include "foundation/debug_log.h"
 #include "migrations/log_messages.h"
 
@@ -67,7 +65,7 @@ void ReplacedDocument::Restore() noexcept {
         DebugLog(level::progress,
                  "Restore original dlp template error. unid is %s, sError is %d, czErrorMessage is %s...",
                  unid_.c_str(), status, StatusText(status).Text());
-        if (copyId == 0) { // nothing is left
+        if (copyId == 0 && recreatedId == 0) { // nothing is left
             CopyAgain();
         }
         return;

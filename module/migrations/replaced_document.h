@@ -26,7 +26,7 @@ public:
 
     /** The document is deleted now. From here on the end of this object, unless Replaced was called, writes the document
      *  back in the place of what is named below, and logs whether that worked. Where it cannot be written, a copy out of
-     *  the template is left instead. Close the notes that are named before. */
+     *  the template is left instead, if one can be made. Close the notes that are named before. */
     void RestoreUnlessReplaced() noexcept { restore_ = true; }
     void Replaced() noexcept { restore_ = false; }
 

@@ -1,5 +1,7 @@
 #include "patch/patch_run.h"
 
+#include <optional>
+
 #include "foundation/console_command.h"
 #include "foundation/debug_log.h"
 #include "foundation/notes_text.h"
@@ -45,8 +47,8 @@ STATUS ProcessDatabases(PatchRunContext& context) {
                  context.runningBuild);
         return NOERROR;
     }
-    // No result below stops the run but that of a database which cannot be taken offline: each step logs what it could
-    // not do, and the next one is worth doing all the same.
+    // No result below stops the run but that of an unknown folder or a database which cannot be taken offline: each step
+    // logs what it could not do, and the next one is worth doing all the same.
     (void)MigrateContentFilterExpressions();
     (void)MigrateCFDLPDeleteAttachmentAction();
     if (context.databaseList.empty()) {

@@ -10,7 +10,8 @@ namespace updkrx {
 void RunPatch();
 
 /** Brings the databases up to the patch's build. Returns 0 when that went through or there was nothing to do, 1 when
- *  the newest program folder or the server's data directory is unknown, or the status of the database that could not be taken offline. */
+ *  the newest program folder or the server's data directory is unknown, or the status of the database that could not be
+ *  taken offline. */
 STATUS ProcessDatabases(PatchRunContext& context);
 
 } // namespace updkrx
