@@ -44,6 +44,8 @@ bool Begin(Kind kind, const char* operation) {
 
 void End(Kind kind, size_t number) {
     if (armed.kind == kind && armed.n == number && armed.effect == Effect::diesAfter) {
+        active = false;
+        EmbSessionEnd(); // writes what databases that are open hold back
         _exit(deathCode);
     }
 }

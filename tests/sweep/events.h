@@ -23,8 +23,8 @@ enum class Effect {
     operationFails,  // and all calls of the same operation from then on
     everythingFails, // and all events of the kind from then on; of file operations those that write
     doesHalf,
-    diesBefore,
-    diesAfter,
+    diesBefore, // what was written to databases that are open is lost with the process
+    diesAfter,  // it is not, as when a server lives on
 };
 
 struct Disturbance {

@@ -95,20 +95,25 @@ bool IsFree(const std::string& facet) {
     return Fits("*/@($Signature|replication|ReferDocs|UseDocs|matchRule)", facet);
 }
 
-void CheckForms(const Reference& reference, const State& state, Judgement& judgement) {
-    for (const std::string& facet : Differences(state, reference.End())) {
+bool IsIn(const std::vector<State>& states, const std::string& facet, const std::string& value) {
+    return std::ranges::any_of(states, [&](const State& state) { return ValueOf(state, facet) == value; });
+}
+
+void CheckForms(const std::vector<State>& forms, const State& state, Judgement& judgement) {
+    for (const std::string& facet : Differences(state, forms.back())) {
         const std::string value = ValueOf(state, facet);
-        if (!IsFree(facet) && std::ranges::none_of(reference.states, [&](const State& known) {
-                return ValueOf(known, facet) == value;
-            })) {
-            judgement.Add(Clause::forms, facet + (value.empty() ? " is gone" : " is neither old nor new"), facet);
+        if (IsFree(facet) || IsIn(forms, facet, value)) {
+            continue;
         }
+        const bool known = std::ranges::any_of(forms, [&](const State& form) { return form.contains(facet); });
+        const std::string what = facet + (value.empty() ? " gone" : known ? " changed" : " added");
+        judgement.Add(Clause::forms, what, what);
     }
 }
 
 void CheckReport(const Report& report, Judgement& judgement) {
     if (report.result != 0 || !report.happened) {
-        judgement.Add(Clause::reported, report.happened ? "the run failed" : "the disturbance did not happen");
+        judgement.Add(Clause::returned, report.happened ? "the run failed" : "the disturbance did not happen");
     }
     if (report.open != 0 || report.misuses != 0 || report.files != 0 || report.allocations != 0) {
         judgement.Add(Clause::released, "left: " + std::to_string(report.open) + " handles, " +
@@ -120,8 +125,10 @@ void CheckReport(const Report& report, Judgement& judgement) {
 
 /** Some message that an undisturbed run does not log tells of an error. */
 bool LogTells(const Reference& reference) {
-    static const std::regex error("^ERR:|error|fail|cannot|broken off|exist|skip|null|\\([1-9a-f][0-9a-f]*\\)$",
-                                  std::regex::icase);
+    static const std::regex error(
+        "^ERR:|error|fail|cannot (?!be found in ori)|broken off|does not exist|skip|(set|map) is null|"
+        "\\([1-9a-f][0-9a-f]*\\)$",
+        std::regex::icase);
     static const std::set<std::string> usual(reference.messages.begin(), reference.messages.end());
     return std::ranges::any_of(LogMessages(fs::current_path()), [&](const std::string& message) {
         return !usual.contains(message) && std::regex_search(message, error);
@@ -152,7 +159,7 @@ Report MakeReport(const Disturbance& disturbance, size_t filesBefore) {
         report.open += EmbOpenHandles(kind);
     }
     report.misuses = EmbMisuseCount();
-    report.inServerLog = IsInServerLog(disturbance.status);
+    report.inServerLog = disturbance.status != NOERROR && IsInServerLog(disturbance.status);
     report.files = OpenFiles() - filesBefore;
     ForgetRun();
     report.allocations = LiveAllocations();
@@ -165,18 +172,21 @@ void Judge(const Reference& reference, const Disturbance& disturbance, int proce
     const bool asMeant = disturbance.IsDeath() ? WIFEXITED(processStatus) && WEXITSTATUS(processStatus) == deathCode
                                                : report.finished && processStatus == 0;
     if (!asMeant) {
-        judgement.Add(Clause::reported, "the process ended with status " + std::to_string(processStatus));
+        judgement.Add(Clause::returned, "the process ended with status " + std::to_string(processStatus));
     }
     if (!disturbance.IsDeath()) {
         CheckReport(report, judgement);
         const State state = ReadState(fs::current_path(), reference.replacements);
-        CheckForms(reference, state, judgement);
+        CheckForms(reference.states, state, judgement);
         // What makes no difference need not be reported.
         if (state != reference.End() && !report.inServerLog && !LogTells(reference)) {
             judgement.Add(Clause::reported, "the log says nothing");
         }
     }
     const State end = EndAfter(reference.runner, work, outcome.newState);
+    std::vector<State> forms = reference.states;
+    forms.push_back(reference.endAgain);
+    CheckForms(forms, end, judgement);
     for (const std::string& facet : Differences(end, reference.End())) {
         if (facet.starts_with(wrong)) {
             judgement.Add(Clause::settles, facet);

@@ -12,8 +12,9 @@ namespace sweep {
 
 enum class Clause : char {
     forms = 'a',     // every document, database and file is as it was or as it is to be
+    returned = 'b',  // the process came to its end and the run returned 0
     released = 'c',  // nothing is left open, nothing was closed twice
-    reported = 'd',  // the run returned 0 and the log says what failed
+    reported = 'd',  // the log says what failed
     catchesUp = 'f', // an undisturbed run afterwards ends where one ends that was never disturbed
     settles = 'g',   // one more run changes nothing
 };
@@ -23,7 +24,7 @@ struct Exception {
     Clause clause;
     const char* disturbed; // what happens, as Reference::Describe has it
     const char* step;      // of the run, as Reference::StepOf has it
-    const char* facet;     // of a state; "%" is what the step works on
+    const char* facet;     // of a state; "%" is what the step works on. Of forms with " gone", " added" or " changed"
     const char* reason;
 };
 
