@@ -1,11 +1,9 @@
 #include "patch/build_numbers.h"
 
 #include <algorithm>
-#include <set>
 #include <string>
 
 #include "foundation/notes_text.h"
-#include "foundation/product_databases.h"
 #include "support/server_fixture.h"
 
 namespace updkrx {
@@ -103,35 +101,25 @@ TEST_F(BuildNumbersTest, NeedsAFolderWithADot) {
     EXPECT_EQ(LogMessages(), (Texts{"[1]Cannot get the build number from path.", "[1]Cannot get the latest path!"}));
 }
 
-TEST_F(BuildNumbersTest, StampsTheHelpNotesOfEveryProductDatabaseAndNothingElse) {
+TEST_F(BuildNumbersTest, StampsTheHelpNotesOfProductDatabasesAndNothingElse) {
     const std::string neighbours =
         "<note class='helpaboutdocument'><item name='BuildNumber'><text>about</text></item></note>"
         "<document form='A'><item name='BuildNumber'><text>document</text></item></document>";
     MakeDatabase("krx/krconf.nsf", HelpNote("5.8.0.3001") + HelpNote("a second") + neighbours);
-    MakeDatabase("krx/krlists.nsf", "<note class='helpusingdocument'/>" + neighbours);
-    MakeDatabase("krx/krmsg.nsf", neighbours);
+    MakeDatabase("krx/krlists.nsf", "<note class='helpusingdocument'/>");
     MakeDatabase("krx/other.nsf", HelpNote("5.8.0.3001"));
     std::string conf = ExportDatabase("krx/krconf.nsf");
-    const std::string message = ExportDatabase("krx/krmsg.nsf");
     const std::string other = ExportDatabase("krx/other.nsf");
 
     SetBuildText(3050);
     EXPECT_EQ(SetBuildNumberOfAllDatabases(), 0);
 
-    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), (Texts{"5.8.0.3050", "5.8.0.3050"}));
     EXPECT_EQ(HelpItems("krx/krlists.nsf", "BuildNumber"), Texts{"5.8.0.3050"});
     for (const std::string old : {"5.8.0.3001", "a second"}) {
         conf.replace(conf.find(old), old.size(), "5.8.0.3050");
     }
     EXPECT_EQ(ExportDatabase("krx/krconf.nsf"), conf);
-    EXPECT_EQ(ExportDatabase("krx/krmsg.nsf"), message);
     EXPECT_EQ(ExportDatabase("krx/other.nsf"), other);
-    const std::string stamped = "[1]Set the build number to '5.8.0.3050'";
-    EXPECT_EQ(LogMessages(),
-              (Texts{"[1]Info: Begin process databases.", "[1]Info: start to set build number -'krx/krconf.nsf'.\n",
-                     stamped, stamped, "[1]Info: start to set build number -'krx/krmsg.nsf'.\n",
-                     "[1]Info: start to set build number -'krx/krlists.nsf'.\n", stamped,
-                     "[1]Info: Have processed all KRX databases."}));
 }
 
 TEST_F(BuildNumbersTest, GoesOnWhenANoteOrASearchFails) {
@@ -157,14 +145,6 @@ TEST_F(BuildNumbersTest, GoesOnWhenANoteOrASearchFails) {
     EXPECT_EQ(ServerLogCount(noAccess), logged);
 }
 
-TEST_F(BuildNumbersTest, StampsANoteThatIsDeliveredTwice) {
-    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
-    EmbSetRedelivery(1);
-    SetBuildText(-3);
-    StampBuildNumber("krx/krconf.nsf");
-    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), Texts{"5.8.0.-3"});
-}
-
 TEST_F(BuildNumbersTest, OverridesWhoSavedTheNoteMeanwhile) {
     MakeDatabase("krx/krconf.nsf", HelpNote("old"));
     SetBuildText(3050);
@@ -185,24 +165,6 @@ TEST_F(BuildNumbersTest, OverridesWhoSavedTheNoteMeanwhile) {
     GetStatusText(EMB_ERR_CONFLICT, conflict, sizeof conflict);
     EXPECT_EQ(ServerLogCount(conflict), 0);
     EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), Texts{"5.8.0.3050"});
-}
-
-TEST(ProductDatabaseTable, NamesEachDatabaseOnceAndATemplateAfterIt) {
-    std::set<std::string> names;
-    int templates = 0;
-    int flags = 0;
-    for (const ProductDatabase& product : ProductDatabases) {
-        const std::string name = product.databaseName;
-        names.insert(name);
-        flags += product.flag;
-        if (product.templateName != nullptr) {
-            ++templates;
-            EXPECT_EQ(product.templateName, name.substr(0, name.size() - 4) + ".ntf");
-        }
-    }
-    EXPECT_EQ(names.size(), 11U);
-    EXPECT_EQ(templates, 7);
-    EXPECT_EQ(flags, 9);
 }
 
 } // namespace

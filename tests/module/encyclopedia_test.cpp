@@ -171,7 +171,6 @@ TEST_F(EncyclopediaTest, WaitsForItsUsers) {
         int64_t waited; // milliseconds
         DWORD result;
     } cases[] = {{1, true, 1, 1000, 0},
-                 {3, false, 3, 33000, 0},
                  {59, false, 59, 649000, 0},
                  {60, false, 60, 660000, ERR_DBINUSE},
                  {61, false, 60, 660000, 0x13EA}};
@@ -232,33 +231,6 @@ TEST_F(EncyclopediaTest, DoesWithoutWhatOnlyDressesTheNewOne) {
         EXPECT_EQ(LogMessages(), (Texts{recreate, created}));
         EXPECT_EQ(Now() != after, ownReplicaId);
         EXPECT_EQ(std::regex_replace(Now(), replicaId, newId), std::regex_replace(after, replicaId, newId));
-    }
-}
-
-TEST_F(EncyclopediaTest, IsOldOrNewOrReportedWhicheverCallFails) {
-    for (DWORD call = 1;; ++call) {
-        SCOPED_TRACE(call);
-        Reset(oldDatabase);
-        ASSERT_EQ(EmbFaultArm(nullptr, call, ERR_NOACCESS, 0), NOERROR);
-        const DWORD result = UpdateKrency();
-        if (EmbFaultsFired() == 0) {
-            EXPECT_GT(call, 20U);
-            break;
-        }
-        EmbFaultClear();
-        if (!Exists()) {
-            EXPECT_EQ(LogMessages().back(), notCreated + std::string("246"));
-            EXPECT_EQ(result, ERR_NOACCESS);
-        } else if (Now() == Before()) {
-            EXPECT_EQ(UpdateKrency(), 0U);
-            EXPECT_EQ(Now(), Recreated()) << "the next run succeeds";
-        } else {
-            EXPECT_EQ(result, 0U);
-            EXPECT_NE(Now().find("1.234.00"), std::string::npos);
-        }
-        for (const DWORD kind : {EMB_HANDLE_DATABASE, EMB_HANDLE_NOTE, EMB_HANDLE_MEMORY}) {
-            EXPECT_EQ(EmbOpenHandles(kind), 0U) << "left open, of kind " << kind;
-        }
     }
 }
 

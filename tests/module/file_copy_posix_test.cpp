@@ -1,5 +1,4 @@
-// What only this system can do to a copy: failing reads, a full disk, other users, a process that is killed.
-#include <cstdio>
+// What only this system can do to a copy: failing reads, a full disk, other users.
 #include <functional>
 
 #include <sys/stat.h>
@@ -84,34 +83,6 @@ TEST_F(FileCopyTest, KeepsTheOldFileWhenTheDiskIsFull) {
         EXPECT_TRUE(Content() == before);
     }
     EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), 0);
-}
-
-TEST_F(FileCopyTest, LosesNothingWhenItIsKilled) {
-    WriteFile(Path("target"), "old");
-    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
-    alarm(60); // a copy that never opens the pipe would leave this waiting
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(-CopyPath(Path("pipe"), Path("target"), true));
-    }
-    std::FILE* pipe = std::fopen(Path("pipe").c_str(), "w");
-    ASSERT_NE(pipe, nullptr);
-    const std::string bytes = Bytes(2 << 20); // more than the pipe and the copy's buffer hold: some are written
-    EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), pipe), bytes.size());
-    EXPECT_EQ(ReadFile(Path("target")), "old") << "in mid-copy";
-    alarm(0);
-    ASSERT_EQ(kill(child, SIGKILL), 0);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    std::fclose(pipe);
-    std::filesystem::remove(Path("pipe"));
-    EXPECT_EQ(ReadFile(Path("target")), "old");
-    EXPECT_EQ(Content().size(), 2U) << "the copy that was not finished";
-
-    WriteFile(Path("source"), "new");
-    EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), 0);
-    EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=new"}));
 }
 
 } // namespace

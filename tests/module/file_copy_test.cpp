@@ -16,6 +16,14 @@ TEST_F(FileCopyTest, CopiesFilesOfEverySize) {
     }
 }
 
+TEST_F(FileCopyTest, ReplacesWhatACopyThatDiedHasLeft) {
+    WriteFile(Path("source"), "new");
+    WriteFile(Path("target"), "old");
+    WriteFile(Path("target.$$$"), "longer than the source");
+    EXPECT_EQ(CopyPath(Path("source"), Path("target"), true), 0);
+    EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=new"}));
+}
+
 TEST_F(FileCopyTest, AnswersWithACode) {
     const struct {
         const char* what;

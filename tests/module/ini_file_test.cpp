@@ -10,8 +10,6 @@
 namespace updkrx {
 namespace {
 
-using std::string_literals::operator""s;
-
 class IniFileTest : public testing::Test {
 protected:
     int Load(std::string_view content) { return ini.Load(test::WriteFile(folder.Path() / "a.ini", content).c_str()); }
@@ -22,12 +20,6 @@ protected:
         int size = sizeof buffer;
         const int code = ini.GetValueAt(section, key, index, buffer, &size);
         return code == IDD_ERR_ZERO ? std::string(buffer, static_cast<size_t>(size)) : IddErrorName(code);
-    }
-
-    std::string Printed() const {
-        testing::internal::CaptureStdout();
-        ini.Print();
-        return testing::internal::GetCapturedStdout();
     }
 
     test::TemporaryFolder folder;
@@ -49,41 +41,19 @@ TEST_F(IniFileTest, ReadsLines) {
     } cases[] = {
         {"plain", "[Config]\nFiles=a,b\n", "Config", "Files", "a,b"},
         {"CR LF", "[Config]\r\nFiles=a\r\n", "Config", "Files", "a"},
-        {"no line end at the end", "[Config]\nFiles=a", "Config", "Files", "a"},
-        {"CR at the end", "[Config]\nFiles=a\r", "Config", "Files", "a"},
-        {"a CR before CR LF is the second line end", "[Config]\nFiles=a\r\r\n", "Config", "Files", "a"},
-        {"at most two line ends go", "[Config]\nFiles=a\r\r\r\n", "Config", "Files", "a\r"},
-        {"CR in a value", "[Config]\nFiles=a\rb\n", "Config", "Files", "a\rb"},
-        {"zero byte ends the text", "[Config]\nFiles=a\0b\n"s, "Config", "Files", "a"},
-        {"empty lines", "\n[Config]\n\n\nFiles=a\n\n", "Config", "Files", "a"},
         {"case of names", "[Config]\nFILES=a\n", "config", "files", "a"},
         {"blank before =", "[Config]\nFiles =a\n", "Config", "Files", noKey},
         {"blanks belong to key and value", "[Config]\nFiles = a \n", "Config", "Files ", " a "},
         {"= in a value", "[Config]\nFiles=a=b=\n", "Config", "Files", "a=b="},
         {"empty value", "[Config]\nFiles=\n", "Config", "Files", ""},
-        {"empty key", "[Config]\n=a\n", "Config", "", "a"},
         {"no comments", "[Config]\n;Files=a\n", "Config", ";Files", "a"},
         {"line without =", "[Config]\nFiles\nBuild=1\n", "Config", "Files", noKey},
         {"goes on after it", "[Config]\nFiles\nBuild=1\n", "Config", "Build", "1"},
-        {"key of 63", "[Config]\n" + key63 + "=a\n", "Config", key63, "a"},
         {"key of 64 is skipped", "[Config]\nk" + key63 + "=a\n", "Config", "k" + key63, noKey},
-        {"and not cut", "[Config]\nk" + key63 + "=a\n", "Config", key63, noKey},
-        {"name of 63", "[" + name63 + "]\nFiles=a\n", name63, "Files", "a"},
         {"name of 64 is cut", "[" + name63 + "m]\nFiles=a\n", name63, "Files", "a"},
         {"text after ]", "[Config] and more\nFiles=a\n", "Config", "Files", "a"},
-        {"up to the last ]", "[Con]fig] x\nFiles=a\n", "Con]fig", "Files", "a"},
         {"no ]", "[Config\nFiles=a\n", "Config", "Files", "a"},
-        {"no ], name cut", "[" + name63 + "m\nFiles=a\n", name63, "Files", "a"},
-        {"no name", "[]\nFiles=a\n", "", "Files", "a"},
-        {"nothing but [", "[\nFiles=a\n", "", "Files", "a"},
-        {"blank before [", "[A]\n [B]\nFiles=a\n", "A", "Files", "a"},
-        {"before the first section", "Files=a\n[Config]\nBuild=1\n", "Config", "Files", noKey},
-        {"empty section", "[A]\n[B]\nFiles=a\n", "A", "Files", noKey},
-        {"last section without entries", "[A]\nFiles=a\n[B]", "B", "Files", noKey},
-        {"second section of a name", "[A]\nFiles=a\n[B]\n[a]\nBuild=1\n", "A", "Build", noKey},
         {"after the end marker", "[A]\nFiles=a\n[END]\n[B]\nFiles=b\n", "B", "Files", noSection},
-        {"before the end marker", "[A]\nFiles=a\n[END]\n", "A", "Files", "a"},
-        {"end marker in lower case", "[A]\n[end]\r\nFiles=a\n", "end", "Files", noSection},
         {"blank before the end marker", "[A]\n [END]\nFiles=a\n", "A", "Files", "a"},
         {"text after the end marker", "[A]\n[END] \nFiles=a\n", "END", "Files", "a"},
         {"empty file", "", "A", "Files", noSection},
@@ -93,23 +63,6 @@ TEST_F(IniFileTest, ReadsLines) {
         SCOPED_TRACE(what);
         EXPECT_EQ(Load(content), IDD_ERR_ZERO);
         EXPECT_EQ(Value(section.c_str(), key.c_str()), value);
-    }
-}
-
-TEST_F(IniFileTest, TakesLongLinesInPieces) {
-    // 1023 characters, then a second piece that is an entry of its own.
-    const std::string first = "Files=" + std::string(1017, 'a');
-    ASSERT_EQ(Load("[Config]\n" + first + "Build=" + std::string(971, 'b') + "\n"), IDD_ERR_ZERO);
-    EXPECT_EQ(Value("Config", "Files"), std::string(1017, 'a'));
-    EXPECT_EQ(Value("Config", "Build"), std::string(971, 'b'));
-
-    // A line end right behind the piece makes no piece of its own, and a CR LF is never split.
-    for (const std::string end : {"\n", "\r\n"}) {
-        for (const size_t length : {1015U, 1016U, 1017U}) {
-            ASSERT_EQ(Load("[Config]\nFiles=" + std::string(length, 'a') + end + "Build=1" + end), IDD_ERR_ZERO);
-            EXPECT_EQ(Value("Config", "Files"), std::string(length, 'a'));
-            EXPECT_EQ(Value("Config", "Build"), "1");
-        }
     }
 }
 
@@ -175,12 +128,6 @@ TEST_F(IniFileTest, TakesEitherSeparatorInAPath) {
     test::WriteFile(folder.Path() / "sub" / "a.ini", "[A]\nk=1\n");
     EXPECT_EQ(ini.Load((folder.Path().string() + "\\sub\\a.ini").c_str()), IDD_ERR_ZERO);
     EXPECT_EQ(Value("A", "k"), "1");
-}
-
-TEST_F(IniFileTest, PrintsItsContentAsAFile) {
-    EXPECT_EQ(Printed(), "[END]\n");
-    ASSERT_EQ(Load("[A] x\nk=1\nbad\nl=\n[B]\n[END]\n"), IDD_ERR_ZERO);
-    EXPECT_EQ(Printed(), "[A]\nk=1\nl=\n\n[B]\n\n[END]\n");
 }
 
 TEST(IniFileCodes, HaveNames) {

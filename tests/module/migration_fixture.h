@@ -51,15 +51,6 @@ protected:
     [[nodiscard]] std::string Content() const { return Notes(confDatabase); }
     [[nodiscard]] std::string Expected() const { return Notes(expectedDatabase); }
 
-    /** How many of the log's lines are this one. */
-    [[nodiscard]] int LogCount(const std::string& line) const {
-        int count = 0;
-        for (const std::string& message : LogMessages()) {
-            count += message == line;
-        }
-        return count;
-    }
-
 private:
     static constexpr const char* expectedDatabase = "krx/expected.nsf";
 

@@ -1,98 +1,18 @@
-// The helpers between the module and the Notes API: owners, searches, texts, UNID texts.
+// The helpers between the module and the Notes API: searches, texts, statuses, exceptions.
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "foundation/exception_barrier.h"
-#include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
-#include "foundation/unid_text.h"
 #include "support/server_fixture.h"
 #include "support/system.h"
 
 namespace updkrx {
 namespace {
 
-constexpr const char* databasePath = "krx/test.nsf";
-
-class NotesHelpersTest : public test::ServerFixture {
-protected:
-    void SetUp() override {
-        ServerFixture::SetUp();
-        MakeDatabase(databasePath, "<document form='A'><item name='T'><text>one</text></item></document>"
-                                   "<document form='B'><item name='T'><text>two</text></item></document>");
-    }
-};
-
-/** The parameter of CollectText. */
-struct TextSearch {
-    DBHANDLE database;
-    STATUS answer;
-    std::string texts;
-};
-
-STATUS LNCALLBACK CollectText(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) {
-    const SEARCH_MATCH found = CopyMatch(match);
-    if (!IsMatch(found)) {
-        return NOERROR;
-    }
-    TextSearch& search = *static_cast<TextSearch*>(parameter);
-    ScopedNote note;
-    EXPECT_EQ(NSFNoteOpen(search.database, found.ID.NoteID, 0, note.Out()), NOERROR);
-    char text[16];
-    const WORD length = GetItemText(note.Get(), "T", text, sizeof text);
-    EXPECT_EQ(length, std::strlen(text));
-    search.texts += text;
-    return search.answer;
-}
-
-TEST_F(NotesHelpersTest, OwnersCloseOnceOnEveryPath) {
-    {
-        ScopedDatabase database;
-        ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
-        ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR); // closes the first
-        EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_DATABASE), 1U);
-        ScopedDatabase moved(std::move(database));
-        EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_DATABASE), 1U);
-        ScopedDatabase other;
-        ASSERT_EQ(NSFDbOpen(databasePath, other.Out()), NOERROR);
-        other = std::move(moved);
-        EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_DATABASE), 1U);
-        EXPECT_NE(other.Get(), DBHANDLE{NULLHANDLE});
-    }
-    EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_DATABASE), 0U);
-
-    ScopedDatabase database;
-    ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
-    ASSERT_EQ(EmbFaultArm("NSFDbClose", 1, ERR_NOACCESS, 0), NOERROR);
-    EXPECT_EQ(database.Close(), ERR_NOACCESS) << "the status comes back";
-    EXPECT_EQ(database.Get(), DBHANDLE{NULLHANDLE});
-    EXPECT_EQ(database.Close(), NOERROR);
-}
-
-TEST_F(NotesHelpersTest, SearchesWhatTheFormulaSelects) {
-    TextSearch search = {};
-    ScopedDatabase database;
-    ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
-    search.database = database.Get();
-    ScopedFormula formula;
-    ASSERT_EQ(CompileSelection("Form=\"B\"", maxSelectionLength, formula), NOERROR);
-    EXPECT_EQ(SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, CollectText, &search), NOERROR);
-    EXPECT_EQ(search.texts, "two") << "what is delivered without a match is passed over";
-    search.texts.clear();
-    EXPECT_EQ(SearchNotes(database.Get(), NULLHANDLE, NOTE_CLASS_DOCUMENT, CollectText, &search), NOERROR);
-    EXPECT_EQ(search.texts.size(), 6U);
-    search.texts.clear();
-    EXPECT_EQ(SearchNotes(database.Get(), NULLHANDLE, NOTE_CLASS_FORM, CollectText, &search), NOERROR);
-    EXPECT_EQ(search.texts, "");
-    search.answer = ERR_MEMORY;
-    EXPECT_EQ(SearchNotes(database.Get(), NULLHANDLE, NOTE_CLASS_DOCUMENT, CollectText, &search), ERR_MEMORY);
-    EXPECT_EQ(search.texts.size(), 3U) << "ended by the first step";
-    ASSERT_EQ(EmbFaultArm("NSFSearch", 1, ERR_NOACCESS, 0), NOERROR);
-    EXPECT_EQ(SearchNotes(database.Get(), NULLHANDLE, NOTE_CLASS_DOCUMENT, CollectText, &search), ERR_NOACCESS);
-}
+using NotesHelpersTest = test::ServerFixture;
 
 TEST_F(NotesHelpersTest, CutsASelectionFormulaToItsLimit) {
     ScopedFormula formula;
@@ -172,51 +92,6 @@ TEST_F(NotesHelpersTest, LetsNoExceptionOut) {
     EXPECT_EQ(WithoutExceptions("step", 7, []() -> int { throw 1; }), 7);
     EXPECT_EQ(LogMessages(), (std::vector<std::string>{"[1]Error: step was broken off. (no reason)",
                                                        "[1]Error: step was broken off."}));
-}
-
-TEST_F(NotesHelpersTest, FormatsTheUnidOfANote) {
-    MakeDatabase("krx/unid.nsf", "<document form='A'><noteinfo unid='0123456789ABCDEF00FF00EE00DD00CC'/></document>");
-    ScopedDatabase database;
-    ASSERT_EQ(NSFDbOpen("krx/unid.nsf", database.Out()), NOERROR);
-    UNID unid = {};
-    ParseUnidText("0123456789ABCDEF00FF00EE00DD00CC", unid);
-    ScopedNote note;
-    ASSERT_EQ(NSFNoteOpenByUNID(database.Get(), &unid, 0, note.Out()), NOERROR);
-    char text[unidTextSize];
-    GetUnidText(note.Get(), text);
-    EXPECT_STREQ(text, "0123456789ABCDEF00FF00EE00DD00CC");
-}
-
-TEST(UnidText, HoldsTheHighWordFirst) {
-    const UNID unid = {{{0x89ABCDEF, 0x01234567}}, {{0xCC, 0xFF00EE}}};
-    char text[unidTextSize];
-    FormatUnidText(unid, text);
-    EXPECT_STREQ(text, "0123456789ABCDEF00FF00EE000000CC");
-}
-
-TEST(UnidText, IsReadBackInGroupsOfEight) {
-    constexpr DWORD kept = 0x5A5A5A5A;
-    const struct {
-        const char* text;
-        DWORD words[4]; // file high, file low, note high, note low
-    } cases[] = {
-        {"0123456789ABCDEF00FF00EE000000CC", {0x01234567, 0x89ABCDEF, 0x00FF00EE, 0xCC}},
-        {"0123456789abcdef00ff00ee000000cc", {0x01234567, 0x89ABCDEF, 0x00FF00EE, 0xCC}},
-        {"0123456789ABCDEF00FF00EE000000CCFF", {0x01234567, 0x89ABCDEF, 0x00FF00EE, 0xCC}},
-        {"0123456712zzzzzz   00FF0xyzxyzxy", {0x01234567, 0x12, 0x00FF0, kept}},
-        {"        89ABCDEF", {kept, 0x89ABCDEF, kept, kept}},
-        {"012", {0x012, kept, kept, kept}},
-        {"", {kept, kept, kept, kept}},
-    };
-    for (const auto& [text, words] : cases) {
-        SCOPED_TRACE(text);
-        UNID unid = {{{kept, kept}}, {{kept, kept}}};
-        ParseUnidText(text, unid);
-        EXPECT_EQ(unid.File.Innards[1], words[0]);
-        EXPECT_EQ(unid.File.Innards[0], words[1]);
-        EXPECT_EQ(unid.Note.Innards[1], words[2]);
-        EXPECT_EQ(unid.Note.Innards[0], words[3]);
-    }
 }
 
 } // namespace

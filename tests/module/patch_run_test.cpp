@@ -75,19 +75,6 @@ protected:
         return ExportDatabase("krx/" + name).find(text) != std::string::npos;
     }
 
-    /** Whether the log has these messages in this order, whatever stands between them. */
-    [[nodiscard]] testing::AssertionResult Logged(const Texts& expected) const {
-        const Texts messages = LogMessages();
-        auto at = messages.begin();
-        for (const std::string& message : expected) {
-            at = std::find(at, messages.end(), message);
-            if (at == messages.end()) {
-                return testing::AssertionFailure() << "not in its place: " << message;
-            }
-        }
-        return testing::AssertionSuccess();
-    }
-
 private:
     static std::string PatternFile(const std::string& version) {
         return "<document form='Patternfile'><item name='InternalPVer'><text>" + version + "</text></item></document>";
@@ -134,13 +121,6 @@ TEST_F(PatchRunTest, DoesEveryStepInItsOrder) {
     EmbCallHookSet(nullptr, nullptr);
 
     EXPECT_EQ(Effects(), allEffects);
-    const std::string target = Data().string() + "/krx/krhelp.nsf";
-    EXPECT_TRUE(Logged({begin, "[1]The running KRX database build is 3001",
-                        R"([3]	gMap["this is not a joke"]="9CA8289B72BE6CE848256E1600236921";)",
-                        "[1]Enter nsfStr switch.", "[1]Bring database offline successfully. (" + target + ")",
-                        "[1]Bring database online. (" + target + "):(0)", "[1]Info: Start to sign - krhelp.nsf\n",
-                        "[1]Info: End to hide the design.\n", "[0]krency.nsf is old format, recreate it",
-                        "[1]Info: Begin process databases.", "[1]SignDatabase Enter", "[1]SignDatabase Leave"}));
     // The log is silent about the removal of retired documents and about the restart.
     ASSERT_GE(operations.size(), 4U);
     EXPECT_EQ(Texts(operations.begin(), operations.begin() + 3),
@@ -180,16 +160,15 @@ TEST_F(PatchRunTest, DoesWhatTheBuildAndTheListAskFor) {
     }
 }
 
-TEST_F(PatchRunTest, EndsAtADatabaseThatStaysInUse) {
+TEST_F(PatchRunTest, EndsAtADatabaseThatCannotBeTakenOffline) {
     Install("5.8.0.3001");
     MakeDatabase("../install/program/V5.8.0.3050/krtime.nsf", "");
-    EmbClockSetVirtual(0);
-    ASSERT_EQ(EmbSetInUse("krx/krhelp.nsf", 60), NOERROR);
+    ASSERT_EQ(EmbFaultArm("NSFTakeDatabaseOffline", 1, ERR_NOACCESS, 0), NOERROR);
     PatchRunContext context;
     context.patchBuild = 3060;
     context.databaseBuild = 3001;
     context.databaseList = {"krhelp.nsf", "krtime.nsf"};
-    EXPECT_EQ(ProcessDatabases(context), 0x13EA);
+    EXPECT_EQ(ProcessDatabases(context), ERR_NOACCESS);
     EXPECT_EQ(Effects(), (Texts{"expression", "retired"}));
     EXPECT_FALSE(std::filesystem::exists(Data() / "krx/krtime.nsf"));
 }
@@ -199,9 +178,7 @@ TEST_F(PatchRunTest, SignsNoEntryWhenToldSo) {
     Configure(std::string(oneEntry) + "SkipDbSign=1\n");
     RunPatch();
     EXPECT_EQ(Effects(), allEffects) << "the last step signs all the same";
-    EXPECT_FALSE(Logged({"[1]Info: Start to sign - krhelp.nsf\n"}));
-    EXPECT_FALSE(Logged({"[1]Info: Succeeded to sign - krhelp.nsf\n"}));
-    EXPECT_TRUE(Logged({"[1]Info: End to hide the design.\n"}));
+    EXPECT_EQ(std::ranges::count(LogMessages(), "[1]Info: Start to sign - krhelp.nsf\n"), 0);
     EXPECT_TRUE(Holds("krhelp.nsf", "krx:replicationflags='0020'"));
 }
 
@@ -224,14 +201,6 @@ TEST_F(PatchRunTest, EntryPointAnswersZeroHoweverTheRunEnds) {
     ASSERT_EQ(EmbSetInUse("krx/krhelp.nsf", 60), NOERROR);
     EXPECT_EQ(entryPoint(), 0);
     EXPECT_EQ(LogMessages().back(), "[1]Bring database offline. (" + Data().string() + "/krx/krhelp.nsf" + "):(13ea)");
-}
-
-TEST_F(PatchRunTest, NamesTheInstalledBuildWhenThereIsNothingToDo) {
-    PatchRunContext context;
-    context.patchBuild = context.databaseBuild = 3060;
-    context.runningBuild = 3050;
-    EXPECT_EQ(ProcessDatabases(context), 0);
-    EXPECT_EQ(LogMessages(), Texts{"[1]The database build is large than build number of the patch, so return. 3050"});
 }
 
 TEST_F(PatchRunTest, NeedsTheProgramFolderForAReplacement) {

@@ -1,6 +1,5 @@
 #include "engine/charset.h"
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -113,19 +112,6 @@ TEST(Charset, MalformedBytesBecomeReplacementCharacters) {
     };
     for (const auto& [utf8Text, expected] : fromUtf8)
         EXPECT_EQ(lmbcsFromUtf8(utf8Text), expected) << testing::PrintToString(utf8Text);
-}
-
-TEST(Charset, AnyBytesAreTranslated) {
-    std::mt19937 random(7);
-    for (int round = 0; round < 20000; ++round) {
-        std::string bytes(random() % 24, '\0');
-        for (char& byte : bytes)
-            byte = static_cast<char>(random() % 4 == 0 ? random() % 0x20 : random());
-        const std::string text = utf8FromLmbcs(bytes);
-        ASSERT_EQ(utf8FromLmbcs(lmbcsFromUtf8(text)), text) << testing::PrintToString(bytes);
-        const std::string lmbcs = lmbcsFromUtf8(bytes);
-        ASSERT_EQ(lmbcsFromUtf8(utf8FromLmbcs(lmbcs)), lmbcs) << testing::PrintToString(bytes);
-    }
 }
 
 /** What of the characters fits into `size` bytes. */
