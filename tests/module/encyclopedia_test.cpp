@@ -152,6 +152,13 @@ TEST_F(EncyclopediaTest, PassesOverADatabaseThatCannotBeOpened) {
     EXPECT_EQ(LogMessages(), Texts{});
 }
 
+TEST_F(EncyclopediaTest, KeepsADatabaseWhoseVersionsCannotBeRead) {
+    ASSERT_EQ(EmbFaultArm("NSFItemGetText", 1, ERR_NOACCESS, 1), NOERROR);
+    EXPECT_EQ(UpdateKrency(), 0U);
+    EXPECT_GT(EmbFaultsFired(), 0U);
+    EXPECT_EQ(Now(), Before());
+}
+
 TEST_F(EncyclopediaTest, ReportsAFormulaThatDoesNotCompile) {
     ASSERT_EQ(EmbFaultArm("NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION, 0), NOERROR);
     EXPECT_EQ(UpdateKrency(), ERR_FORMULA_COMPILATION);

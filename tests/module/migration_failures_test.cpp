@@ -102,22 +102,22 @@ TEST_F(MigrationFailuresTest, KeepWhatCannotBeRead) {
     const struct {
         const char* fixture;
         const char* operation;
+        DWORD n; // of the first call that fails
         Run run;
     } cases[] = {
-        {"failing", "NSFItemGetTextListEntries", UpgradeEntities},
-        {"failing", "NSFItemGetTextListEntry", UpgradeEntities},
-        {"references", "NSFItemGetTextListEntries", RemoveReferences},
-        {"references", "NSFItemGetTextListEntry", RemoveReferences},
-        {"references", "NSFItemGetTextListEntry", ReplaceReferences},
-        {"retired", "NSFItemInfo", RemoveRetired},
-        {"retired_unread", "NSFItemGetText", RemoveRetired},
-        {"rules_unread", "NSFItemGetText", clearRules},
+        {"failing", "NSFItemGetTextListEntries", 1, UpgradeEntities},
+        {"failing", "NSFItemGetTextListEntry", 1, UpgradeEntities},
+        {"references_unread", "NSFItemGetTextListEntry", 2, RemoveReferences}, // after one that is obsolete
+        {"references_unread", "NSFItemGetTextListEntry", 2, ReplaceReferences},
+        {"retired", "NSFItemInfo", 1, RemoveRetired},
+        {"retired_unread", "NSFItemGetText", 1, RemoveRetired},
+        {"rules_unread", "NSFItemGetText", 1, clearRules},
     };
-    for (const auto& [fixture, operation, run] : cases) {
+    for (const auto& [fixture, operation, n, run] : cases) {
         SCOPED_TRACE(std::string(fixture) + ", " + operation);
         LoadFixture(fixture);
         const std::string before = Content();
-        (void)RunFailing(fixture, operation, 1, run, true);
+        (void)RunFailing(fixture, operation, n, run, true);
         EXPECT_EQ(Content(), before);
     }
 }
