@@ -193,6 +193,17 @@ UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_
     return state;
 }
 
+std::string DescribeError(const std::filesystem::path& folder, const std::vector<DatabaseReport>& reports) {
+    const auto hasError = [](const DatabaseReport& report) { return !report.error.empty(); };
+    const auto first = std::ranges::find_if(reports, hasError);
+    if (first == reports.end()) {
+        return {};
+    }
+    const auto others = std::ranges::count_if(first + 1, reports.end(), hasError);
+    return (folder / first->name).string() + ": " + first->error +
+           (others == 0 ? "" : " (and " + std::to_string(others) + " more)");
+}
+
 std::string DescribeBehind(const UpgradeState& state, int32_t build) {
     constexpr size_t named = 3;
     std::vector<std::string> texts;

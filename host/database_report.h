@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -45,5 +46,9 @@ struct UpgradeState {
 
 /** Which databases do not carry the build, in one line: the first few by name, with what they carry instead. */
 [[nodiscard]] std::string DescribeBehind(const UpgradeState& state, int32_t build);
+
+/** The first of the databases and templates in a folder that cannot be read, in one line; empty when all can. */
+[[nodiscard]] std::string DescribeError(const std::filesystem::path& folder,
+                                        const std::vector<DatabaseReport>& reports);
 
 } // namespace krxpatch

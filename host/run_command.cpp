@@ -136,7 +136,7 @@ std::string CauseInLog(const UpgradeState& state, const std::vector<std::string>
 void RequireUpgraded(const ServerFolder& server, const PatchFacts& facts, const std::vector<DatabaseReport>& reports,
                      const std::vector<std::string>& messages) {
     const UpgradeState state = CompareWithBuild(reports, *facts.patchBuild);
-    std::string reason;
+    std::string reason = DescribeError(server.ProductFolder(), reports); // a template, when the databases are right
     if (!state.Reached()) {
         reason = server.ProductFolder().string() + ": " + DescribeBehind(state, *facts.patchBuild) +
                  CauseInLog(state, messages);

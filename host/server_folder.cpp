@@ -1,6 +1,9 @@
 #include "server_folder.h"
 
 #include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <limits>
 #include <set>
 
 #include "common/ascii_text.h"
@@ -45,16 +48,34 @@ bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& fol
 
 constexpr const char* configSection = "Config";
 
-std::vector<std::string> FindUndelivered(const updkrx::IniFile& config, const std::filesystem::path& programFolder) {
+/** What the patch is to install. */
+std::vector<std::string> NamesIn(const updkrx::IniFile& config) {
     char value[valueSize] = "";
     int size = sizeof value;
     (void)config.GetValue(configSection, "Databases", value, &size); // without it there is nothing to deliver
     std::vector<std::string> names;
     updkrx::SplitCommaList(names, value);
+    std::erase(names, "");
+    return names;
+}
+
+/** A name that leads out of the product's folder; null when there is none. */
+const std::string* FindPath(const std::vector<std::string>& names) {
+    const auto found = std::ranges::find_if(
+        names, [](const std::string& name) { return name.find_first_of("/\\") != std::string::npos; });
+    return found == names.end() ? nullptr : &*found;
+}
+
+bool CanBeRead(const std::filesystem::path& file) {
+    std::error_code ignored; // what cannot be looked at cannot be read
+    return std::filesystem::is_regular_file(file, ignored) && std::ifstream(file).good();
+}
+
+std::vector<std::string> FindUndelivered(const std::vector<std::string>& names,
+                                         const std::filesystem::path& programFolder) {
     std::vector<std::string> undelivered;
     for (const std::string& name : names) {
-        const std::filesystem::path file = programFolder / HostPath(name);
-        if (std::error_code ignored; !std::filesystem::is_regular_file(file, ignored) && !name.empty()) {
+        if (const std::filesystem::path file = programFolder / HostPath(name); !CanBeRead(file)) {
             undelivered.push_back(file.string());
         }
     }
@@ -109,6 +130,12 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
         facts.problem = server.IniFile().string() + ": no program folder below VarnholtInstallPath";
         return facts;
     }
+    if (std::strlen(folder) + 1 == sizeof folder) { // the module would go on with the rest of it
+        facts.problem = server.IniFile().string() +
+                        ": the path of the newest program folder below VarnholtInstallPath" + " is longer than " +
+                        std::to_string(sizeof folder - 2) + " bytes";
+        return facts;
+    }
     const std::filesystem::path programFolder = HostPath(folder);
     facts.installedBuild = updkrx::ParseVersionDirName(programFolder.filename().string()).back();
     const std::string file = (programFolder / "krxpatch.ini").string();
@@ -119,17 +146,21 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
         facts.problem = file + ": cannot be read";
     } else if (config.GetValue(configSection, "BuildNumber", value, &size) != updkrx::IDD_ERR_ZERO) {
         facts.problem = file + ": no BuildNumber in section Config";
-    } else if (const int32_t build = updkrx::NumberOf(value); build <= 0) {
+    } else if (const int32_t build = updkrx::NumberOf(value);
+               build <= 0 ||
+               build == std::numeric_limits<int32_t>::max()) { // the latter stands for all that are too large
         facts.problem = file + ": BuildNumber=" + value + " is no build number";
+    } else if (const auto names = NamesIn(config); const std::string* path = FindPath(names)) {
+        facts.problem = file + ": Databases= names " + *path + ", which is a path and no file name";
     } else {
         facts.patchBuild = build;
-        facts.undelivered = FindUndelivered(config, programFolder);
+        facts.undelivered = FindUndelivered(names, programFolder);
     }
     return facts;
 }
 
 std::string DescribeUndelivered(const PatchFacts& facts) {
-    return Join(facts.undelivered) + ": not there, though krxpatch.ini names it in Databases=";
+    return Join(facts.undelivered) + ": cannot be read, though krxpatch.ini names it in Databases=";
 }
 
 std::string BuildText(int32_t build) {

@@ -44,7 +44,7 @@ struct PatchFacts {
     std::optional<int32_t> installedBuild;
     std::optional<int32_t> patchBuild;
     std::string problem;                  // why one of them is missing: one line that names the file and the cause
-    std::vector<std::string> undelivered; // paths of files that the patch is to install and does not bring
+    std::vector<std::string> undelivered; // paths of files that the patch is to install and that cannot be read
 };
 
 /** Needs the session. */

@@ -62,12 +62,7 @@ std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
     if (!findings.facts.undelivered.empty()) {
         return DescribeUndelivered(findings.facts);
     }
-    for (const DatabaseReport& report : findings.reports) {
-        if (!report.error.empty()) {
-            return (server.ProductFolder() / report.name).string() + ": " + report.error;
-        }
-    }
-    return {};
+    return DescribeError(server.ProductFolder(), findings.reports);
 }
 
 Json JsonText(const std::optional<std::string>& text) {

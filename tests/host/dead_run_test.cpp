@@ -76,7 +76,7 @@ TEST_F(DeadRunTest, TheNextRunPutsBackWhatItChanged) {
 
 TEST_F(DeadRunTest, WithoutRoomForTheCopyNothingIsTouched) {
     if (!updkrx::test::FileSizeLimit::available) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "files cannot be kept from growing here";
     }
     const auto before = Snapshot(Databases());
     const updkrx::test::FileSizeLimit full(20'000);

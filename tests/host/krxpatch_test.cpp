@@ -198,6 +198,12 @@ TEST_F(KrxpatchTest, RunThatCannotStartTouchesNothing) {
         {"server/notes.ini: no program folder", [&] { Edit(iniFile_, "VarnholtInstallPath=", "Varnholt="); }, {}},
         {"V5.8.0.3050/krxpatch.ini: cannot be read", [&] { fs::remove(Server() / patchFile_); }, {}},
         {"V5.8.0.3050/krxpatch.ini: no BuildNumber", [&] { Edit(patchFile_, "BuildNumber=", "Build="); }, {}},
+        {"V5.8.0.3050/krxpatch.ini: BuildNumber=99999999999 is no",
+         [&] { Edit(patchFile_, "BuildNumber=3050", "BuildNumber=99999999999"); },
+         {}},
+        {"V5.8.0.3050/krxpatch.ini: Databases= names ../krmsg.nsf, which is a path",
+         [&] { Edit(patchFile_, "Databases=", "Databases=../krmsg.nsf,"); },
+         {}},
         {"V5.8.0.3050/krxpatch.ini: BuildNumber=x3050 is no",
          [&] { Edit(patchFile_, "BuildNumber=3050", "BuildNumber=x3050"); },
          {}},
@@ -240,9 +246,12 @@ TEST_F(KrxpatchTest, WhatIsNotThereIsNotDone) {
     WriteFile(Databases().string() + ".recovery/run", "a run that died");
     EXPECT_EQ(Json::parse(StatusAsJson().out)["upToDate"], false);
     fs::remove_all(Databases().string() + ".recovery");
+    WriteFile(Databases() / "krquar.ntf", "no database");
+    EXPECT_TRUE(Fails(Run(), 1, (Databases() / "krquar.ntf").string() + ": "));
+    fs::remove(Databases() / "krquar.ntf");
     const fs::path delivered = fs::path(patchFile_).replace_filename("krquar.ntf");
     fs::remove(Server() / delivered);
-    const std::string reason = delivered.string() + ": not there, though krxpatch.ini names it in Databases=\n";
+    const std::string reason = delivered.string() + ": cannot be read, though krxpatch.ini names it in Databases=\n";
     EXPECT_TRUE(Fails(Run(), 1, reason));
     EXPECT_TRUE(Fails(StatusAsJson(), 1, reason));
     EXPECT_EQ(Json::parse(StatusAsJson().out)["upToDate"], false);
