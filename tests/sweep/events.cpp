@@ -42,6 +42,11 @@ bool Begin(Kind kind, const char* operation) {
     return hit;
 }
 
+/** Whether everything of this kind fails by now, this event included. */
+bool EverythingFails(Kind kind) {
+    return armed.kind == kind && armed.effect == Effect::everythingFails && armed.n != 0 && seen[kind] >= armed.n;
+}
+
 void End(Kind kind, size_t number) {
     if (armed.kind == kind && armed.n == number && armed.effect == Effect::diesAfter) {
         active = false;
@@ -77,8 +82,7 @@ auto FileOperation(std::string_view operation, Failed failed, Whole whole, Half 
     }
     const bool hit = Begin(file, operation.data());
     const size_t number = seen[file];
-    const bool full = armed.kind == file && armed.effect == Effect::everythingFails && armed.n != 0 &&
-                      number >= armed.n && operation != "fread" && operation != "unlink";
+    const bool full = EverythingFails(file) && operation != "fread" && operation != "unlink";
     if (full || (hit && !armed.IsDeath())) {
         errno = ENOSPC;
         return armed.effect == Effect::doesHalf ? half() : failed();
@@ -138,7 +142,8 @@ extern "C" {
 // operator new and delete; the others are made of these
 void* __wrap__Znwm(size_t size) {
     const bool counted = sweep::active && sweep::moduleHere;
-    const bool fails = counted && sweep::Begin(sweep::allocation, "operator new");
+    const bool fails =
+        counted && (sweep::Begin(sweep::allocation, "operator new") || sweep::EverythingFails(sweep::allocation));
     char* block = fails ? nullptr : static_cast<char*>(std::malloc(sweep::headSize + size));
     if (block == nullptr) {
         throw std::bad_alloc();

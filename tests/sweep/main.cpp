@@ -84,7 +84,7 @@ Disturbances FailingCalls(std::string_view operation) {
 }
 
 Disturbances FailingAllocations(std::string_view /*operation*/) {
-    return {{allocation, 0, Effect::fails}};
+    return {{allocation, 0, Effect::fails}, {allocation, 0, Effect::everythingFails}};
 }
 
 /** A file operation fails, does half of its work, or is the first one that finds the disk full, the log's among them. */
@@ -185,6 +185,7 @@ public:
         std::cout << krxpatch::FormatTable(sweeps);
     }
 
+    [[nodiscard]] bool Any() const { return all_.runs != 0; }
     [[nodiscard]] bool Clean() const { return all_.violations == 0; }
 
 private:
@@ -202,9 +203,23 @@ private:
     std::map<std::string, Violation> violations_;
 };
 
+/** A folder in memory, for as long as the sweeps take: on a disk they would take several times as long. */
+struct WorkFolder {
+    const fs::path path = fs::path("/dev/shm") / ("sweep-" + std::to_string(getpid()));
+
+    WorkFolder() { fs::create_directories(path / "ends"); }
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    ~WorkFolder() {
+        std::error_code ignored;
+        fs::current_path("/", ignored);
+        fs::remove_all(path, ignored);
+    }
+};
+
 int Sweep(const Options& options) {
-    const fs::path work = fs::path("/dev/shm") / ("sweep-" + std::to_string(getpid()));
-    fs::create_directories(work / "ends");
+    const WorkFolder folder;
+    const fs::path& work = folder.path;
     PrepareServer(work);
     const Reference module = Record(Runner::module, work);
     const Reference krxpatch = Record(Runner::krxpatch, work);
@@ -214,7 +229,9 @@ int Sweep(const Options& options) {
               << krxpatch.events[2].size() << " file operations\n\n";
 
     Results results;
+    std::string names;
     const auto sweep = [&](const char* name, const Reference& reference, const Disturbances& disturbances) {
+        names += (names.empty() ? "" : ", ") + std::string(name);
         if (options.only.empty() || options.only == name) {
             std::cerr << name << ": " << disturbances.size() << " runs\n"; // the longest takes an hour
             results.Begin(name);
@@ -232,10 +249,10 @@ int Sweep(const Options& options) {
     sweep("krxpatch dies at calls", krxpatch, ForEach(krxpatch, call, costly, Deaths));
     sweep("krxpatch dies at file operations", krxpatch, ForEach(krxpatch, file, options, Deaths));
     sweep("krxpatch dies twice", krxpatch, DeathsInPairs(krxpatch, options));
+    if (!results.Any()) {
+        throw std::runtime_error("no place to disturb: there are the sweeps " + names + ", and --at counts within one");
+    }
     results.Print();
-
-    fs::current_path("/");
-    fs::remove_all(work);
     return results.Clean() ? 0 : 1;
 }
 
@@ -257,11 +274,15 @@ int Main(int count, char** arguments) {
         return Die(runner(), std::stoul(arguments[3]), std::stoul(arguments[4]));
     }
     Options options;
-    CLI::App app("Disturbs runs of the upgrade one by one and judges what each leaves.");
-    app.add_option("--every", options.every, "disturb every N-th place only, each in one way")
-        ->check(CLI::PositiveNumber);
+    CLI::App app(
+        "Disturbs runs of the upgrade one by one and judges what each leaves. Prints which call failed with which\n"
+        "status, what was let pass and why, and a table of the sweeps; exits with 1 when a run was not let pass.\n"
+        "A place is the N-th call, allocation or file operation of a run.");
+    app.add_option("--every", options.every,
+                   "disturb every N-th place only, each in one way (calls of krxpatch, which take longer: every 2N-th)")
+        ->check(CLI::Range(size_t{1}, size_t{1'000'000}));
     app.add_option("--at", options.at, "disturb this place only");
-    app.add_option("--only", options.only, "this sweep only");
+    app.add_option("--only", options.only, "this sweep only, as the table names it");
     app.add_option("--jobs", options.jobs, "disturbed runs at a time")->check(CLI::PositiveNumber);
     CLI11_PARSE(app, count, arguments);
     return Sweep(options);

@@ -67,7 +67,10 @@ std::string Reference::Describe(const Disturbance& disturbance) const {
     case Effect::operationFails:
         return operation + " keeps failing";
     case Effect::everythingFails:
-        return (disturbance.kind == file ? "the disk is full from " : "everything fails from ") + operation + " on";
+        return (disturbance.kind == call         ? "everything fails from "
+                : disturbance.kind == allocation ? "memory is used up from "
+                                                 : "the disk is full from ") +
+               operation + " on";
     case Effect::doesHalf:
         return operation + " does half";
     case Effect::diesBefore:

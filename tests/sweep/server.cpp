@@ -24,6 +24,15 @@ namespace fs = std::filesystem;
 constexpr const char* standingFolder = "/proc/self/cwd";
 constexpr int64_t start = 179'000'000'000; // the moment of the virtual clock at which a run begins
 
+/** Without what krxpatch prints on standard output. */
+int Silently(const auto& work) {
+    std::ostringstream lost;
+    std::streambuf* shown = std::cout.rdbuf(lost.rdbuf());
+    const int result = work();
+    std::cout.rdbuf(shown);
+    return result;
+}
+
 STATUS RunModule() {
     char message[512] = "";
     if (EmbSessionBegin("/proc/self/cwd/notes.ini", 0, message, sizeof message) != NOERROR) {
@@ -49,7 +58,7 @@ int RunKrxpatch() {
 
 void PrepareServer(const fs::path& work) {
     const fs::path server = PreparedServer(work);
-    (void)krxpatch::Sandbox({server, SWEEP_SAMPLES});
+    (void)Silently([&] { return krxpatch::Sandbox({server, SWEEP_SAMPLES}); });
     fs::rename(server / "install", work / "install"); // only read: one for all copies
     const fs::path program = work / "install/program/V5.8.0.3050";
     fs::copy_file(program / "krvlog.ntf", server / "data/krx/krvlog.ntf");
@@ -74,11 +83,7 @@ void EnterCopy(const fs::path& server, const fs::path& copy) {
 }
 
 int RunUpgrade(Runner runner) {
-    std::ostringstream lost;
-    std::streambuf* shown = std::cout.rdbuf(lost.rdbuf());
-    const int result = runner == Runner::module ? RunModule() : RunKrxpatch();
-    std::cout.rdbuf(shown);
-    return result;
+    return Silently([&] { return runner == Runner::module ? RunModule() : RunKrxpatch(); });
 }
 
 void ForgetRun() {
