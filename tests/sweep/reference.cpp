@@ -100,9 +100,8 @@ std::string Reference::StepOf(const Disturbance& disturbance) const {
 
 size_t Reference::CheckpointOf(const Disturbance& disturbance) const {
     const size_t reached = disturbance.n - (disturbance.kind == call ? 0 : 1);
-    // A process is copied with one thread only; krxpatch has one of its own for the module, and works with files on the
-    // other.
-    const bool mainThread = runner == Runner::krxpatch && disturbance.kind == file;
+    // A process is copied with one thread only, and krxpatch has one of its own for the module.
+    const bool mainThread = events[disturbance.kind][disturbance.n - 1].onMainThread;
     size_t last = 0;
     for (size_t i = 0; i < checkpoints.size() && checkpoints[i].seen[disturbance.kind] <= reached; ++i) {
         last = checkpoints[i].onMainThread || !mainThread ? i : last;
@@ -130,13 +129,14 @@ Reference Record(Runner runner, const fs::path& work) {
 
     EnterCopy(PreparedServer(work), work / (name + ".second"));
     const auto addState = [&] { reference.states.push_back(ReadState(fs::current_path(), reference.replacements)); };
+    const auto isMainThread = [] { return gettid() == getpid(); };
     size_t logged = 0;
     Run(runner, [&](Kind kind, const char* operation) {
         if (IsCheckpoint(kind, operation)) {
-            reference.checkpoints.push_back({SeenEvents(), gettid() == getpid()});
+            reference.checkpoints.push_back({SeenEvents(), isMainThread()});
             addState();
         }
-        reference.events[kind].push_back({operation, logged});
+        reference.events[kind].push_back({operation, logged, isMainThread()});
         logged += std::string_view(operation) == "fprintf to the log";
     });
     ForgetRun();

@@ -14,6 +14,7 @@ namespace sweep {
 struct Event {
     const char* operation;
     size_t logged; // the messages that the log held by then
+    bool onMainThread;
 };
 
 /** A call before which nothing is open, so that the process can be copied with its folder. */
