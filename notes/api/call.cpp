@@ -46,6 +46,15 @@ CallHooks::~CallHooks() {
     run(afterCall, operation_);
 }
 
+void leaveInPlaceOf(DHANDLE& handle) {
+    constexpr DHANDLE noHandle = 0xDEAD0001; // no table gives out such a one
+    const std::scoped_lock lock(platformLock());
+    const Session* session = currentSession().get();
+    if (session && session->behaviours.has(Deviation::failedHandlesKept))
+        return;
+    handle = session && session->behaviours.has(Deviation::failedHandlesGarbage) ? noHandle : DHANDLE{NULLHANDLE};
+}
+
 std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle) {
     const OpenDatabase& entry = require(session, session.databases, handle);
     if (!entry.database)

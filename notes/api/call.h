@@ -11,7 +11,7 @@
 #include <type_traits>
 
 #include "embedded_notes.h"
-#include "engine/session.h"
+#include "engine/server/session.h"
 
 namespace embedded {
 
@@ -30,6 +30,15 @@ public:
 private:
     Operation operation_;
 };
+
+/** Throws EMB_ERR_ARGUMENT for a missing pointer. */
+inline void requirePointer(const void* pointer) {
+    if (!pointer)
+        throw StatusError(EMB_ERR_ARGUMENT);
+}
+
+/** What stands in the place of a handle when its operation has failed. */
+void leaveInPlaceOf(DHANDLE& handle);
 
 /** Runs the body; what it throws becomes a status, and what a person must know of it goes into the server's log. */
 template<typename Body>
@@ -65,6 +74,18 @@ STATUS call(Operation operation, Body&& body) {
     if (const auto fault = session->calls.record(operation, true))
         return *fault;
     return statusOf(session, [&] { return body(*session); });
+}
+
+/** An operation that gives a handle; the body returns it. What a failed one leaves in its place is a behaviour. */
+template<typename Body>
+STATUS callOpening(Operation operation, DHANDLE* handle, Body&& body) {
+    const STATUS status = call(operation, [&](Session& session) {
+        requirePointer(handle);
+        *handle = body(session);
+    });
+    if (status != NOERROR && handle)
+        leaveInPlaceOf(*handle);
+    return status;
 }
 
 /** An operation that closes or frees: a fault changes its answer, not what it does. */
@@ -115,12 +136,6 @@ T& require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
 std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle);
 /** The note of a handle. */
 NoteEntry& requireNote(Session& session, NOTEHANDLE handle);
-
-/** Throws EMB_ERR_ARGUMENT for a missing pointer. */
-inline void requirePointer(const void* pointer) {
-    if (!pointer)
-        throw StatusError(EMB_ERR_ARGUMENT);
-}
 
 /** A text of the Notes API: `length` MAXWORD means terminated. */
 inline std::string_view textOf(const char* text, size_t length) {

@@ -3,9 +3,9 @@
 #include <set>
 
 #include "api/call.h"
-#include "engine/caller_system.h"
-#include "engine/charset.h"
-#include "engine/signature.h"
+#include "engine/database/signature.h"
+#include "engine/system/caller_system.h"
+#include "engine/values/charset.h"
 
 using namespace embedded;
 
@@ -60,7 +60,7 @@ STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* messag
     if (!iniPath || (options & ~EMB_SESSION_READ_ONLY) != 0)
         return refuse(EMB_ERR_ARGUMENT, "a session needs the path of a notes.ini and known options");
     if (currentSession())
-        return refuse(EMB_ERR_EXISTS, "a session has begun already");
+        return refuse(ERR_EXISTS, "a session has begun already");
     try {
         currentSession() = std::make_unique<Session>(pathFromCaller(iniPath), (options & EMB_SESSION_READ_ONLY) != 0);
     } catch (const StatusError& error) {
@@ -82,6 +82,29 @@ STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value) {
         session.environment.set(name, value ? std::optional<std::string>(value) : std::nullopt);
         return NOERROR;
     });
+}
+
+STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value) {
+    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        requirePointer(name);
+        session.behaviours.set(name, value ? std::optional<std::string_view>(value) : std::nullopt);
+        return NOERROR;
+    });
+}
+
+const char* LNPUBLIC EmbBehaviourName(DWORD index) {
+    return index < behaviours().size() ? behaviours()[index].name : nullptr;
+}
+
+const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index) {
+    const Behaviour* behaviour = name ? findBehaviour(name) : nullptr;
+    return behaviour && index < behaviour->values.size() ? behaviour->values[index] : nullptr;
+}
+
+const char* LNPUBLIC EmbBehaviourInForce(const char* name) {
+    const Behaviour* behaviour = name ? findBehaviour(name) : nullptr;
+    return control<const char*>(
+        nullptr, [&](Session& session) { return behaviour ? session.behaviours.inForce(*behaviour) : nullptr; });
 }
 
 void LNPUBLIC EmbClockSetVirtual(int64_t now) {
@@ -172,10 +195,6 @@ STATUS LNPUBLIC EmbSetInUse(const char* path, DWORD attempts) {
 
 BOOL LNPUBLIC EmbIsOffline(const char* path) {
     return control<BOOL>(0, [&](Session& session) -> BOOL { return session.isOffline(pathOf(session, path)); });
-}
-
-void LNPUBLIC EmbSetRedelivery(BOOL redeliver) {
-    controlVoid([&](Session& session) { session.redelivery = redeliver != 0; });
 }
 
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size) {

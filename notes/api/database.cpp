@@ -1,6 +1,6 @@
 #include "api/call.h"
-#include "engine/acl.h"
-#include "engine/charset.h"
+#include "engine/values/acl.h"
+#include "engine/values/charset.h"
 
 using namespace embedded;
 
@@ -11,17 +11,20 @@ std::filesystem::path databasePathOf(const Session& session, const char* path) {
     return session.databasePath(utf8FromLmbcs(path));
 }
 
+std::filesystem::path fullPathOf(const Session& session, const char* path) {
+    requirePointer(path);
+    return session.fullPathOnly(utf8FromLmbcs(path));
+}
+
 } // namespace
 
 STATUS LNPUBLIC NSFDbOpen(const char* path, DBHANDLE* database) {
-    return call(Operation::NSFDbOpen, [&](Session& session) {
-        requirePointer(database);
-        *database = NULLHANDLE;
+    return callOpening(Operation::NSFDbOpen, database, [&](Session& session) {
         const auto host = session.databasePath(path ? utf8FromLmbcs(path) : std::string());
         auto entry = std::make_shared<OpenDatabase>();
         if (std::error_code ignored; !std::filesystem::is_directory(host, ignored))
             entry->database = session.openDatabase(host);
-        *database = session.databases.add(std::move(entry));
+        return session.databases.add(std::move(entry));
     });
 }
 
@@ -34,17 +37,17 @@ STATUS LNPUBLIC NSFDbClose(DBHANDLE database) {
 
 STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, WORD classMask, WORD limit, DWORD flags,
                                    DBHANDLE* database) {
-    return call(Operation::NSFDbCreateAndCopy, [&](Session& session) {
-        requirePointer(database);
-        *database = NULLHANDLE;
+    return callOpening(Operation::NSFDbCreateAndCopy, database, [&](Session& session) {
         (void)limit; // a database file here grows without a limit
         if ((flags & ~DWORD{DBCOPY_REPLICA}) != 0)
             throw StatusError(EMB_ERR_ARGUMENT);
         if (session.readOnly())
             throw StatusError(EMB_ERR_READ_ONLY);
+        if ((classMask & NOTE_CLASS_PRIVATE) && session.behaviours.has(Deviation::privateDesignRefused))
+            throw StatusError(ERR_NOACCESS);
         const auto target = databasePathOf(session, destination);
         if (session.isOffline(target))
-            throw StatusError(EMB_ERR_OFFLINE);
+            throw StatusError(ERR_DBOFFLINE);
         const auto from = session.openDatabase(databasePathOf(session, source));
         std::optional<TIMEDATE> newReplicaId;
         if (!(flags & DBCOPY_REPLICA))
@@ -52,16 +55,14 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, 
         copyDatabase(*from, target, classMask, newReplicaId);
         auto entry = std::make_shared<OpenDatabase>();
         entry->database = session.openDatabase(target);
-        *database = session.databases.add(std::move(entry));
+        return session.databases.add(std::move(entry));
     });
 }
 
 STATUS LNPUBLIC NSFDbReadACL(DBHANDLE database, DHANDLE* acl) {
-    return call(Operation::NSFDbReadACL, [&](Session& session) {
-        requirePointer(acl);
-        *acl = NULLHANDLE;
+    return callOpening(Operation::NSFDbReadACL, acl, [&](Session& session) {
         const std::string stored = requireDatabase(session, database)->store().getProperty(property::acl);
-        *acl = session.allocate(stored.empty() ? encodeAcl(defaultAcl()) : stored);
+        return session.allocate(stored.empty() ? encodeAcl(defaultAcl()) : stored);
     });
 }
 
@@ -95,7 +96,7 @@ STATUS LNPUBLIC NSFTakeDatabaseOffline(const char* path, DWORD wait, DWORD optio
     return call(Operation::NSFTakeDatabaseOffline, [&](Session& session) {
         if (options != 0 && options != OFFLINE_NODELETE)
             throw StatusError(EMB_ERR_ARGUMENT);
-        session.takeOffline(databasePathOf(session, path), wait, options == 0);
+        session.takeOffline(fullPathOf(session, path), wait, options == 0);
     });
 }
 
@@ -103,6 +104,6 @@ STATUS LNPUBLIC NSFBringDatabaseOnline(const char* path, DWORD options) {
     return call(Operation::NSFBringDatabaseOnline, [&](Session& session) {
         if (options != 0)
             throw StatusError(EMB_ERR_ARGUMENT);
-        session.bringOnline(databasePathOf(session, path));
+        session.bringOnline(fullPathOf(session, path));
     });
 }

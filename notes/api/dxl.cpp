@@ -1,10 +1,10 @@
 // The control surface's DXL in and out.
-#include "engine/dxl.h"
+#include "engine/dxl/dxl.h"
 
 #include <cstdio>
 
 #include "api/call.h"
-#include "engine/caller_system.h"
+#include "engine/system/caller_system.h"
 
 using namespace embedded;
 

@@ -2,7 +2,7 @@
 #include <charconv>
 
 #include "api/call.h"
-#include "engine/charset.h"
+#include "engine/values/charset.h"
 
 using namespace embedded;
 
@@ -57,6 +57,11 @@ STATUS LNPUBLIC SECKFMGetUserName(char* buffer) {
 }
 
 BOOL LNPUBLIC AddInIdleDelay(DWORD milliseconds) {
-    callVoid(Operation::AddInIdleDelay, [&](Session& session) { session.clock.wait(milliseconds); });
-    return 0; // nobody asks the task to end
+    BOOL toEnd = 0;
+    callVoid(Operation::AddInIdleDelay, [&](Session& session) {
+        toEnd = session.behaviours.has(Deviation::idleDelayQuit);
+        if (!toEnd)
+            session.clock.wait(milliseconds);
+    });
+    return toEnd;
 }

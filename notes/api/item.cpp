@@ -2,7 +2,7 @@
 #include <optional>
 
 #include "api/call.h"
-#include "engine/items.h"
+#include "engine/values/items.h"
 
 using namespace embedded;
 
@@ -29,6 +29,19 @@ ItemView textItem(const char* name, WORD type, std::string_view value) {
     return {itemName(name), type, ITEM_SUMMARY, value};
 }
 
+bool isText(const Items& items, std::string_view name) {
+    const auto item = items.find(name);
+    return item && item->type == TYPE_TEXT;
+}
+
+/** The entries of a list, and of a single text where that counts as one. */
+std::vector<std::string_view> entriesOf(Session& session, NOTEHANDLE note, std::string_view name) {
+    const Items& items = requireNote(session, note).items;
+    if (session.behaviours.has(Deviation::entriesOfTextNone) && isText(items, name))
+        return {};
+    return itemEntries(items, name);
+}
+
 /** A copy of the item, with its type word, in memory that belongs to the note. */
 BLOCKID lend(Session& session, NoteEntry& note, const ItemView& item) {
     std::string bytes(reinterpret_cast<const char*>(&item.type), sizeof item.type);
@@ -42,7 +55,10 @@ BLOCKID lend(Session& session, NoteEntry& note, const ItemView& item) {
 
 WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size) {
     return callValue<WORD>(Operation::NSFItemGetText, 0, [&](Session& session) {
-        return fill(buffer, size, itemText(requireNote(session, note).items, itemName(name)));
+        const std::string text = itemText(requireNote(session, note).items, itemName(name));
+        if (size == 0 || !session.behaviours.has(Deviation::getTextSizeWithTerminator))
+            return fill(buffer, size, text);
+        return fill(buffer, size, std::string_view(text).substr(0, size - size_t{1}));
     });
 }
 
@@ -81,7 +97,8 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
 
 STATUS LNPUBLIC NSFItemDelete(NOTEHANDLE note, const char* name, WORD nameLength) {
     return call(Operation::NSFItemDelete, [&](Session& session) {
-        if (!requireNote(session, note).items.erase(itemName(name, nameLength)))
+        if (!requireNote(session, note)
+                 .items.erase(itemName(name, nameLength), session.behaviours.has(Deviation::deleteItemFirst)))
             throw StatusError(ERR_ITEM_NOT_FOUND);
     });
 }
@@ -92,7 +109,9 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
         if (length != 0)
             requirePointer(value);
         if (length > maxItemValue)
-            throw StatusError(EMB_ERR_TOO_LONG);
+            throw StatusError(ERR_SEGMENT_TOO_BIG);
+        if ((flags & ITEM_SUMMARY) && length > maxSummaryValue)
+            throw StatusError(ERR_SUMMARY_TOO_BIG);
         requireNote(session, note)
             .items.append(
                 {itemName(name, nameLength), type, flags, std::string_view(static_cast<const char*>(value), length)});
@@ -101,14 +120,13 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
 
 WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE note, const char* name) {
     return callValue<WORD>(Operation::NSFItemGetTextListEntries, 0, [&](Session& session) {
-        return static_cast<WORD>(itemEntries(requireNote(session, note).items, itemName(name)).size());
+        return static_cast<WORD>(entriesOf(session, note, itemName(name)).size());
     });
 }
 
 WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD position, char* buffer, WORD size) {
     return callValue<WORD>(Operation::NSFItemGetTextListEntry, 0, [&](Session& session) -> WORD {
-        NoteEntry& entry = requireNote(session, note);
-        const auto entries = itemEntries(entry.items, itemName(name));
+        const auto entries = entriesOf(session, note, itemName(name));
         if (position >= entries.size())
             return 0;
         requirePointer(buffer);
@@ -129,7 +147,9 @@ STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE note, const char* name, const c
 STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const char* text, WORD length,
                                       BOOL allowDuplicates) {
     return call(Operation::NSFItemAppendTextList, [&](Session& session) {
-        appendTextListEntry(requireNote(session, note).items, itemName(name), textOf(text, length),
-                            allowDuplicates != 0);
+        Items& items = requireNote(session, note).items;
+        if (session.behaviours.has(Deviation::appendToTextRefused) && isText(items, itemName(name)))
+            throw StatusError(EMB_ERR_ITEM_TYPE);
+        appendTextListEntry(items, itemName(name), textOf(text, length), allowDuplicates != 0);
     });
 }

@@ -3,12 +3,9 @@
 using namespace embedded;
 
 STATUS LNPUBLIC OSMemAlloc(WORD type, DWORD size, DHANDLE* handle) {
-    return call(Operation::OSMemAlloc, [&](Session& session) {
+    return callOpening(Operation::OSMemAlloc, handle, [&](Session& session) {
         (void)type; // memory here is neither shared between processes nor grown in place
-        requirePointer(handle);
-        *handle = NULLHANDLE;
-        if (size != 0)
-            *handle = session.allocate(std::string(size, '\0'));
+        return size != 0 ? session.allocate(std::string(size, '\0')) : DHANDLE{NULLHANDLE};
     });
 }
 

@@ -1,6 +1,6 @@
 #include "api/call.h"
-#include "engine/charset.h"
-#include "engine/signature.h"
+#include "engine/database/signature.h"
+#include "engine/values/charset.h"
 
 using namespace embedded;
 
@@ -37,42 +37,34 @@ DBHANDLE handleOf(const Session& session, const NoteEntry& note) {
 } // namespace
 
 STATUS LNPUBLIC NSFNoteOpen(DBHANDLE database, NOTEID noteId, WORD flags, NOTEHANDLE* note) {
-    return call(Operation::NSFNoteOpen, [&](Session& session) {
-        requirePointer(note);
-        *note = NULLHANDLE;
-        *note = openNote(session, requireDatabase(session, database), noteId, flags);
+    return callOpening(Operation::NSFNoteOpen, note, [&](Session& session) {
+        return openNote(session, requireDatabase(session, database), noteId, flags);
     });
 }
 
 STATUS LNPUBLIC NSFNoteOpenByUNID(DBHANDLE database, UNID* unid, WORD flags, NOTEHANDLE* note) {
-    return call(Operation::NSFNoteOpenByUNID, [&](Session& session) {
+    return callOpening(Operation::NSFNoteOpenByUNID, note, [&](Session& session) {
         requirePointer(unid);
-        requirePointer(note);
-        *note = NULLHANDLE;
         const auto open = requireDatabase(session, database);
-        *note = openNote(session, open, open->idOfUnid(*unid), flags);
+        return openNote(session, open, open->idOfUnid(*unid), flags);
     });
 }
 
 STATUS LNPUBLIC NSFNoteCreate(DBHANDLE database, NOTEHANDLE* note) {
-    return call(Operation::NSFNoteCreate, [&](Session& session) {
-        requirePointer(note);
-        *note = NULLHANDLE;
+    return callOpening(Operation::NSFNoteCreate, note, [&](Session& session) {
         const auto open = requireDatabase(session, database);
         auto entry = std::make_shared<NoteEntry>();
         static_cast<OpenNote&>(*entry) = open->newNote();
         entry->database = open;
-        *note = session.notes.add(std::move(entry));
+        return session.notes.add(std::move(entry));
     });
 }
 
 STATUS LNPUBLIC NSFNoteCopy(NOTEHANDLE source, NOTEHANDLE* destination) {
-    return call(Operation::NSFNoteCopy, [&](Session& session) {
-        requirePointer(destination);
-        *destination = NULLHANDLE;
+    return callOpening(Operation::NSFNoteCopy, destination, [&](Session& session) {
         auto copy = std::make_shared<NoteEntry>();
         static_cast<OpenNote&>(*copy) = requireNote(session, source);
-        *destination = session.notes.add(std::move(copy));
+        return session.notes.add(std::move(copy));
     });
 }
 
@@ -147,7 +139,8 @@ void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value) {
 STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE note) {
     return call(Operation::NSFNoteSign, [&](Session& session) {
         NoteEntry& entry = requireNote(session, note);
-        signItems(entry.items, entry.head.noteClass, lmbcsFromUtf8(session.idName()));
+        signItems(entry.items, entry.head.noteClass, lmbcsFromUtf8(session.idName()),
+                  session.behaviours.has(Deviation::signAgainAppends));
     });
 }
 
@@ -159,13 +152,14 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sou
                               DBHANDLE destination, DBID* destinationDatabaseId, DBID* destinationReplicaId,
                               NOTEID* newNoteId, WORD* newNoteClass) {
     return call(Operation::NSFDbCopyNote, [&](Session& session) {
-        // The IDs only spare a server looking them up; a copy keeps its UNID whatever they say.
+        // The IDs only spare a server looking them up.
         (void)sourceDatabaseId, (void)sourceReplicaId, (void)destinationDatabaseId, (void)destinationReplicaId;
         const auto from = requireDatabase(session, source);
         const auto to = requireDatabase(session, destination);
         OpenNote note;
         from->readNote(noteId, note);
-        const NOTEID id = to->adoptNote(note.head, note.items.encoded());
+        const bool replicas = from->replicaInfo().ID == to->replicaInfo().ID;
+        const NOTEID id = to->adoptNote(note.head, note.items.encoded(), replicas);
         if (newNoteId)
             *newNoteId = id;
         if (newNoteClass)

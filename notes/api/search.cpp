@@ -1,5 +1,5 @@
 #include "api/call.h"
-#include "engine/formula.h"
+#include "engine/formula/formula.h"
 
 using namespace embedded;
 
@@ -26,7 +26,7 @@ SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool 
     match.ID.NoteID = found.head.id;
     match.OriginatorID = found.head.oid;
     match.NoteClass = found.head.noteClass;
-    match.SERetFlags = found.selected ? SE_FMATCH : 0;
+    match.SERetFlags = found.selected ? SE_FMATCH : found.head.soft ? SE_FSOFTDELETED : 0;
     if (found.head.deleted) {
         match.ID.NoteID |= RRV_DELETED;
         if (notifyDeletions)
@@ -40,9 +40,7 @@ SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool 
 STATUS LNPUBLIC NSFFormulaCompile(char* name, WORD nameLength, const char* text, WORD textLength,
                                   FORMULAHANDLE* formula, WORD* formulaLength, STATUS* error, WORD* line, WORD* column,
                                   WORD* offset, WORD* length) {
-    return call(Operation::NSFFormulaCompile, [&](Session& session) {
-        requirePointer(formula);
-        *formula = NULLHANDLE;
+    return callOpening(Operation::NSFFormulaCompile, formula, [&](Session& session) {
         if (name || nameLength != 0)
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFFormulaCompile: named formulas are not supported");
         const auto compiled = compileFormula(textOf(text, textLength));
@@ -57,7 +55,7 @@ STATUS LNPUBLIC NSFFormulaCompile(char* name, WORD nameLength, const char* text,
         const auto& bytes = std::get<std::string>(compiled);
         assign(error, NOERROR);
         assign(formulaLength, bytes.size());
-        *formula = session.allocate(bytes);
+        return session.allocate(bytes);
     });
 }
 
@@ -76,8 +74,8 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTi
         request.classMask = classMask & NOTE_CLASS_ALL;
         if (since)
             request.since = *since;
-        request.stubs = formula != NULLHANDLE || since || (flags & SEARCH_ALL_VERSIONS);
-        request.redeliverChanged = session.redelivery;
+        request.stubs = since || (flags & SEARCH_ALL_VERSIONS);
+        request.onlyMatches = !request.stubs && !session.behaviours.has(Deviation::searchAll);
         if (until)
             *until = session.clock.nowTimedate();
         const DBID databaseId = searched->replicaInfo().ID;

@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "api/call.h"
-#include "engine/charset.h"
-#include "engine/status_text.h"
+#include "engine/values/charset.h"
+#include "engine/values/status_text.h"
 
 using namespace embedded;
 
@@ -45,19 +45,16 @@ std::string withStatusText(std::string line, STATUS code) {
 } // namespace
 
 STATUS LNPUBLIC NSFRemoteConsole(char* server, char* command, DHANDLE* reply) {
-    return call(Operation::NSFRemoteConsole, [&](Session& session) {
+    return callOpening(Operation::NSFRemoteConsole, reply, [&](Session& session) {
         requirePointer(server);
         requirePointer(command);
-        requirePointer(reply);
-        *reply = NULLHANDLE;
         if (session.readOnly())
             throw StatusError(EMB_ERR_READ_ONLY);
         const std::string name = utf8FromLmbcs(server);
         if (name != session.idName())
             throw StatusError(EMB_ERR_NO_SERVER, name + ": no such server");
         const std::string text = session.console(utf8FromLmbcs(command));
-        if (!text.empty())
-            *reply = session.allocate(lmbcsFromUtf8(text));
+        return text.empty() ? DHANDLE{NULLHANDLE} : session.allocate(lmbcsFromUtf8(text));
     });
 }
 

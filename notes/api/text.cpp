@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "api/call.h"
-#include "engine/caller_system.h"
-#include "engine/charset.h"
-#include "engine/status_text.h"
+#include "engine/system/caller_system.h"
+#include "engine/values/charset.h"
+#include "engine/values/status_text.h"
 
 using namespace embedded;
 
@@ -29,12 +29,16 @@ std::string translate(WORD mode, std::string_view text, size_t size) {
 } // namespace
 
 WORD LNPUBLIC OSTranslate(WORD mode, const char* in, WORD inLength, char* out, WORD outSize) {
-    return callValue<WORD>(Operation::OSTranslate, 0, [&](Session&) -> WORD {
+    return callValue<WORD>(Operation::OSTranslate, 0, [&](Session& session) -> WORD {
         const std::string_view text = textOf(in, inLength);
         requirePointer(out);
-        const std::string translated = translate(mode, text, outSize);
+        const bool terminated = inLength == MAXWORD && outSize != 0;
+        const std::string translated = translate(mode, text, outSize - size_t{terminated});
         std::copy(translated.begin(), translated.end(), out);
-        return static_cast<WORD>(translated.size());
+        if (terminated)
+            out[translated.size()] = '\0';
+        const bool counted = terminated && session.behaviours.has(Deviation::translateResultWithTerminator);
+        return static_cast<WORD>(translated.size() + size_t{counted});
     });
 }
 

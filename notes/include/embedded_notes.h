@@ -9,7 +9,7 @@
 #ifndef EMBEDDED_NOTES_H
 #define EMBEDDED_NOTES_H
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -20,11 +20,6 @@ extern "C" {
 #define EMB_ERR_NO_SESSION ((STATUS)0x3E01)  /* no session was begun */
 #define EMB_ERR_HANDLE ((STATUS)0x3E02)      /* a handle that is not open, or of another kind */
 #define EMB_ERR_ARGUMENT ((STATUS)0x3E03)    /* a missing pointer, a bad size, an unknown option */
-#define EMB_ERR_OFFLINE ((STATUS)0x3E04)     /* the database is offline */
-#define EMB_ERR_EXISTS ((STATUS)0x3E05)      /* a file of that name exists */
-#define EMB_ERR_UNID_IN_USE ((STATUS)0x3E06) /* another note of the database has this UNID */
-#define EMB_ERR_CONFLICT ((STATUS)0x3E07)    /* the note was saved by somebody else since it was opened */
-#define EMB_ERR_CLASS ((STATUS)0x3E08)       /* the class of a stored note cannot change */
 #define EMB_ERR_ITEM_TYPE ((STATUS)0x3E09)   /* the item's type does not allow this */
 #define EMB_ERR_TOO_LONG ((STATUS)0x3E0A)    /* a name or value beyond the platform's limits */
 #define EMB_ERR_DAMAGED ((STATUS)0x3E0B)     /* the database or a note in it is damaged */
@@ -52,6 +47,22 @@ void LNPUBLIC EmbSessionEnd(void);
 
 /** Sets a notes.ini value for the rest of the session; NULL removes it. The file stays as it is. */
 STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value);
+
+/* ---- Behaviours ----------------------------------------------------------------------------------------- */
+
+/**
+ * Where the platform's reference leaves open what a server does, this platform can be switched to each possibility. A
+ * session begins with those that notes.ini names (EmbeddedBehaviour=copy-unid=new,search=all), and for the rest with the
+ * defaults. Sets the value of a behaviour for the rest of the session; NULL is its default. EMB_ERR_ARGUMENT for a name or
+ * value that there is not.
+ */
+STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value);
+/** The names in a fixed order; NULL at and after the end. Needs no session. */
+const char* LNPUBLIC EmbBehaviourName(DWORD index);
+/** The values of a behaviour, the default first; NULL at and after the end. Needs no session. */
+const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index);
+/** The value that a behaviour has in this session; NULL for a name that there is not, and without a session. */
+const char* LNPUBLIC EmbBehaviourInForce(const char* name);
 
 /* ---- Clock ---------------------------------------------------------------------------------------------- */
 
@@ -109,8 +120,6 @@ DWORD LNPUBLIC EmbMisuseCount(void);
 STATUS LNPUBLIC EmbSetInUse(const char* path, DWORD attempts);
 /** TRUE when the database has been taken offline, by whatever process. */
 BOOL LNPUBLIC EmbIsOffline(const char* path);
-/** With TRUE, a note that a search's step has saved is delivered once more in the same search. */
-void LNPUBLIC EmbSetRedelivery(BOOL redeliver);
 /** The title of a database. */
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
 

@@ -1,4 +1,4 @@
-#include "engine/charset.h"
+#include "engine/values/charset.h"
 
 #include <string>
 #include <vector>

@@ -160,7 +160,7 @@ TEST_F(DatabaseConformance, CreateAndCopyTakesTheNotesOfTheMask) {
             EXPECT_EQ(std::memcmp(&oid, &copiedOid, sizeof oid), 0);
         }
         EXPECT_EQ(NSFDbClose(copy), NOERROR);
-        EXPECT_EQ(NSFDbCreateAndCopy(path, c.destination, c.mask, 0, c.flags, &copy), EMB_ERR_EXISTS);
+        EXPECT_EQ(NSFDbCreateAndCopy(path, c.destination, c.mask, 0, c.flags, &copy), ERR_EXISTS);
     }
     DBHANDLE copy = NULLHANDLE;
     EXPECT_EQ(NSFDbCreateAndCopy("krx/none.ntf", "krx/new.nsf", NOTE_CLASS_ALL, 0, 0, &copy), ERR_NOEXIST);
@@ -176,12 +176,12 @@ TEST_F(DatabaseConformance, OfflineDatabasesDoNotOpenUntilTheyAreOnlineAgain) {
     EXPECT_EQ(NSFTakeDatabaseOffline(path, 0, 2), EMB_ERR_ARGUMENT);
     EXPECT_EQ(NSFTakeDatabaseOffline(path, 0, OFFLINE_NODELETE), NOERROR);
     DBHANDLE database = NULLHANDLE;
-    EXPECT_EQ(NSFDbOpen(path, &database), EMB_ERR_OFFLINE);
-    EXPECT_EQ(NSFDbCreateAndCopy("krx/other.nsf", path, NOTE_CLASS_ALL, 0, 0, &database), EMB_ERR_OFFLINE);
+    EXPECT_EQ(NSFDbOpen(path, &database), ERR_DBOFFLINE);
+    EXPECT_EQ(NSFDbCreateAndCopy("krx/other.nsf", path, NOTE_CLASS_ALL, 0, 0, &database), ERR_DBOFFLINE);
     EmbSessionEnd(); // as another process would, later
     SetUp();
     EXPECT_TRUE(EmbIsOffline(path));
-    EXPECT_EQ(NSFDbOpen(path, &database), EMB_ERR_OFFLINE);
+    EXPECT_EQ(NSFDbOpen(path, &database), ERR_DBOFFLINE);
     EXPECT_EQ(NSFBringDatabaseOnline(path, 1), EMB_ERR_ARGUMENT);
     EXPECT_EQ(NSFBringDatabaseOnline(path, 0), NOERROR);
     EXPECT_EQ(NSFBringDatabaseOnline(path, 0), NOERROR);

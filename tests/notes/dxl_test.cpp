@@ -1,14 +1,14 @@
-#include "engine/dxl.h"
+#include "engine/dxl/dxl.h"
 
 #include <functional>
 #include <limits>
 
 #include <gtest/gtest.h>
 
-#include "engine/acl.h"
-#include "engine/file_lock.h"
-#include "engine/store.h"
-#include "engine/timedate.h"
+#include "engine/store/store.h"
+#include "engine/system/file_lock.h"
+#include "engine/values/acl.h"
+#include "engine/values/timedate.h"
 #include "support/temporary_folder.h"
 
 namespace embedded {
@@ -355,7 +355,7 @@ TEST_F(Dxl, LeavesTheFilesOfOthersAlone) {
     const auto a = import("a.nsf", database("<note class='icon'/>"));
     const auto b = WriteFile(in("b.dxl"), database("<note class='form'/>"));
     const std::string before = ReadFile(a);
-    EXPECT_EQ(statusOf([&] { importDxl(a, b, false); }), EMB_ERR_EXISTS);
+    EXPECT_EQ(statusOf([&] { importDxl(a, b, false); }), ERR_EXISTS);
     EXPECT_EQ(statusOf([&] { importDxl(a, in("none.dxl"), true); }), ERR_NOEXIST);
     EXPECT_EQ(statusOf([&] { importDxl(a, in("."), true); }), EMB_ERR_DISK);
     EXPECT_EQ(statusOf([&] { importDxl(b, b, true); }), EMB_ERR_ARGUMENT);

@@ -1,4 +1,4 @@
-#include "engine/formula.h"
+#include "engine/formula/formula.h"
 
 #include <ostream>
 #include <string>
@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/charset.h"
-#include "engine/note_data.h"
+#include "engine/values/charset.h"
+#include "engine/values/item_codec.h"
 
 namespace embedded {
 namespace {

@@ -122,13 +122,30 @@ TEST_F(ItemConformance, RawValuesKeepTheirBytes) {
     EXPECT_EQ(type, TYPE_INVALID_OR_UNKNOWN);
 }
 
+TEST_F(ItemConformance, ATextThatIsTooLongIsRefusedWhenTheNoteIsSaved) {
+    const std::string big(0x8000, 'x'); // 32K with the summary flag
+    const WORD length = static_cast<WORD>(big.size());
+    const std::function<STATUS()> calls[] = {
+        [&] { return NSFItemSetText(note(), "Big", big.data(), length); },
+        [&] { return NSFItemCreateTextList(note(), "Big", big.data(), length); },
+        [&] { return NSFItemAppendTextList(note(), "Big", big.data(), length, 1); }, // a second entry: over 64K
+        [&] { return NSFItemAppendTextList(note(), "List", big.data(), length, 1); },
+    };
+    for (const auto& call : calls) {
+        EXPECT_EQ(call(), NOERROR);
+        EXPECT_EQ(note().Update(UPDATE_FORCE), ERR_SUMMARY_TOO_BIG);
+    }
+    EXPECT_EQ(NSFItemDelete(note(), "Big", 3), NOERROR);
+    EXPECT_EQ(NSFItemDelete(note(), "List", 4), NOERROR);
+    EXPECT_EQ(note().Update(UPDATE_FORCE), NOERROR);
+}
+
 TEST_F(ItemConformance, LimitsAndBadArgumentsAreAnsweredAndChangeNothing) {
     const std::string big(0x8000, 'x');
     const auto before = note().List("List");
     const WORD bigLength = static_cast<WORD>(big.size());
-    EXPECT_EQ(NSFItemSetText(note(), "List", big.data(), bigLength), EMB_ERR_TOO_LONG); // 32K with the summary flag
-    EXPECT_EQ(NSFItemAppendTextList(note(), "List", big.data(), bigLength, 1), EMB_ERR_TOO_LONG);
-    EXPECT_EQ(NSFItemAppend(note(), 0, "Big", 3, TYPE_TEXT, big.data(), 0x10000), EMB_ERR_TOO_LONG);
+    EXPECT_EQ(NSFItemAppend(note(), 0, "Big", 3, TYPE_TEXT, big.data(), 0x10000), ERR_SEGMENT_TOO_BIG);
+    EXPECT_EQ(NSFItemAppend(note(), ITEM_SUMMARY, "Big", 3, TYPE_TEXT, big.data(), bigLength), ERR_SUMMARY_TOO_BIG);
     EXPECT_EQ(NSFItemAppend(note(), 0, "Lying", 5, TYPE_TEXT_LIST, "\2\0\1\0\7\0x", 7), EMB_ERR_ITEM_TYPE);
     EXPECT_EQ(NSFItemAppend(note(), 0, "Null", 4, TYPE_TEXT, nullptr, 1), EMB_ERR_ARGUMENT);
     EXPECT_EQ(NSFItemSetText(note(), "", "x", 1), EMB_ERR_ARGUMENT);

@@ -59,7 +59,7 @@ TEST_F(NoteConformance, ChangesStayInMemoryUntilTheUpdate) {
     EXPECT_EQ(other.Text("Subject"), "first");
     EXPECT_EQ(Note(database_, 0x906).Text("Subject"), "second");
     // What the other one read is not the stored version any more.
-    EXPECT_EQ(other.Update(), EMB_ERR_CONFLICT);
+    EXPECT_EQ(other.Update(), ERR_CONFLICT);
     EXPECT_EQ(other.Update(UPDATE_FORCE), NOERROR);
     EXPECT_EQ(other.Oid().Sequence, 5U);
     EXPECT_EQ(Note(database_, 0x906).Text("Subject"), "first");
@@ -96,7 +96,7 @@ TEST_F(NoteConformance, ACreatedNoteGetsItsIdWithTheFirstUpdate) {
     EXPECT_EQ(Note(database_, note.Id()).Class(), NOTE_CLASS_REPLFORMULA);
     WORD document = NOTE_CLASS_DOCUMENT;
     NSFNoteSetInfo(note, _NOTE_CLASS, &document);
-    EXPECT_EQ(note.Update(), EMB_ERR_CLASS); // the class of a stored note stays
+    EXPECT_EQ(note.Update(), ERR_UPDATE_CLASS); // the class of a stored note stays
     Note second = Note::Create(database_);
     EXPECT_FALSE(SameUnid(second.Oid(), oid));
 }
@@ -131,7 +131,7 @@ TEST_F(NoteConformance, ACopyInMemoryIsTheSameNoteUntilItGetsAnotherIdentity) {
 
     NSFNoteSetInfo(copy, _NOTE_ID, nullptr);
     EXPECT_EQ(copy.Id(), 0U);
-    EXPECT_EQ(copy.Update(UPDATE_FORCE), EMB_ERR_UNID_IN_USE); // two notes never share a UNID
+    EXPECT_EQ(copy.Update(UPDATE_FORCE), ERR_DUPLICATE_UNID); // two notes never share a UNID
     OID oid = copy.Oid();
     oid.File.Innards[0] = 42;
     oid.Sequence = 9;
@@ -159,8 +159,8 @@ TEST_F(NoteConformance, ACopyIntoAnotherDatabaseKeepsUnidAndVersion) {
         EXPECT_EQ(copied.Oid().Sequence, 7U);
         EXPECT_EQ(copied.Text("$TITLE"), "Rule");
     }
-    EXPECT_EQ(copy(0x902), EMB_ERR_UNID_IN_USE);
-    EXPECT_EQ(copy(0x90a), EMB_ERR_UNID_IN_USE); // of a note that has nothing else in common
+    EXPECT_EQ(copy(0x902), ERR_DUPLICATE_UNID);
+    EXPECT_EQ(copy(0x90a), ERR_DUPLICATE_UNID); // of a note that has nothing else in common
     EXPECT_EQ(NSFNoteDelete(database_, 0x906, 0), NOERROR);
     EXPECT_EQ(copy(0x906), ERR_NOTE_DELETED);
     EXPECT_EQ(NSFNoteDelete(other, id, 0), NOERROR);

@@ -88,6 +88,7 @@ struct Delivery {
     NOTEID id;
     WORD noteClass;
     bool match;
+    BYTE flags;
     bool operator==(const Delivery&) const = default;
 };
 
@@ -125,7 +126,7 @@ inline SearchRun Search(DBHANDLE database, const char* formula, WORD classMask, 
         auto& to = *static_cast<Context*>(parameter);
         SEARCH_MATCH copy;
         std::memcpy(&copy, match, sizeof copy);
-        const Delivery delivery{copy.ID.NoteID, copy.NoteClass, (copy.SERetFlags & SE_FMATCH) != 0};
+        const Delivery delivery{copy.ID.NoteID, copy.NoteClass, (copy.SERetFlags & SE_FMATCH) != 0, copy.SERetFlags};
         to.run.deliveries.push_back(delivery);
         return to.step ? to.step(delivery) : NOERROR;
     };

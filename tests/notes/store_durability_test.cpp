@@ -4,9 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "engine/note_data.h"
-#include "engine/status_error.h"
-#include "engine/store.h"
+#include "engine/store/store.h"
+#include "engine/values/item_codec.h"
+#include "engine/values/status_error.h"
+#include "engine/values/unid.h"
 #include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>

@@ -33,18 +33,22 @@ TEST_F(SystemConformance, EnvironmentNamesHaveNoCase) {
     EXPECT_EQ(directory, Data().string());
 }
 
-TEST_F(SystemConformance, TranslationCutsBetweenCharactersAndAddsNoTerminator) {
+TEST_F(SystemConformance, TranslationCutsBetweenCharactersAndTerminatesWhatIsTerminated) {
     char out[32];
     std::memset(out, '#', sizeof out);
     constexpr WORD fromUtf8 = 24, toUtf8 = 22;
     const char text[] = "aé日";
     EXPECT_EQ(OSTranslate(fromUtf8, text, MAXWORD, out, sizeof out), 5);
-    EXPECT_EQ(out[5], '#');
+    EXPECT_EQ(out[5], '\0');
+    EXPECT_EQ(out[6], '#');
     char back[32];
     EXPECT_EQ(OSTranslate(toUtf8, out, 5, back, sizeof back), 6);
     EXPECT_EQ(std::string(back, 6), text);
     EXPECT_EQ(OSTranslate(toUtf8, out, 5, back, 5), 3); // not half a character
     EXPECT_EQ(OSTranslate(fromUtf8, text, MAXWORD, out, 4), 2);
+    EXPECT_EQ(OSTranslate(fromUtf8, "abc", MAXWORD, out, 3), 2); // the terminator has its place inside the size
+    EXPECT_EQ(OSTranslate(fromUtf8, "a\0b#", 3, out, 3), 3);     // and with a length there is none
+    EXPECT_EQ(std::string(out, 3), std::string("a\0b", 3));
     EXPECT_EQ(OSTranslate(77, text, MAXWORD, out, sizeof out), 0);
     EXPECT_EQ(OSTranslate(OS_TRANSLATE_NATIVE_TO_LMBCS, nullptr, 3, out, sizeof out), 0);
 }
@@ -194,7 +198,7 @@ TEST(SessionBegin, NamesTheFileAndTheCause) {
         EXPECT_EQ(std::string(message).find(ini.string()) != std::string::npos, c.status != NOERROR) << message;
         EXPECT_NE(std::string(message).find(c.cause), std::string::npos) << message;
         if (c.status == NOERROR) {
-            EXPECT_EQ(EmbSessionBegin(ini.string().c_str(), 0, message, sizeof message), EMB_ERR_EXISTS);
+            EXPECT_EQ(EmbSessionBegin(ini.string().c_str(), 0, message, sizeof message), ERR_EXISTS);
         }
         EmbSessionEnd();
     }

@@ -1,8 +1,8 @@
-#include "engine/timedate.h"
+#include "engine/values/timedate.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/note_data.h"
+#include "engine/values/unid.h"
 
 namespace embedded {
 namespace {

@@ -1,0 +1,338 @@
+#include "engine/database/database.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "engine/formula/formula.h"
+#include "engine/system/caller_system.h"
+#include "engine/system/replacement_file.h"
+#include "engine/values/status_error.h"
+#include "engine/values/timedate.h"
+
+namespace embedded {
+namespace {
+
+// How many notes a search looks at before it delivers: enough that reading goes on in one piece.
+constexpr size_t searchChunk = 1024;
+
+DWORD nextSequence(DWORD sequence) noexcept {
+    // The low word counts, the high word holds flags.
+    return (sequence & 0xFFFF0000u) | ((sequence + 1) & 0xFFFFu);
+}
+
+WORD searchClass(WORD noteClass) noexcept {
+    return noteClass & NOTE_CLASS_ALL;
+}
+
+// Servers are said to refuse a UNID that a stub keeps with either of these. Callers must know both, so both occur here.
+constexpr STATUS takenOnUpdate = ERR_DUPLICATE_UNID;
+constexpr STATUS takenOnCopy = ERR_NOTE_DELETED;
+
+/** Scatters note IDs, always in the same way. */
+NOTEID scattered(NOTEID id) noexcept {
+    return id / 4 * 2654435761u;
+}
+
+bool before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
+    constexpr DWORD dayMask = 0x00FFFFFF;
+    const DWORD dayA = a.Innards[1] & dayMask, dayB = b.Innards[1] & dayMask;
+    return dayA != dayB ? dayA < dayB : a.Innards[0] < b.Innards[0];
+}
+
+} // namespace
+
+std::shared_ptr<Database> Database::open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
+                                         const Behaviours& behaviours) {
+    auto lock = FileLock::take(file, FileLock::Kind::shared);
+    if (!lock)
+        throw StatusError(EMB_ERR_BUSY, pathForCaller(file) + ": another process is taking the database offline");
+    return std::make_shared<Database>(file, Store::open(file, access), std::move(*lock), clock, behaviours);
+}
+
+Database::Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock,
+                   const Behaviours& behaviours)
+    : file_(file), lock_(std::move(lock)), store_(std::move(store)), clock_(clock), behaviours_(behaviours) {}
+
+DBREPLICAINFO Database::replicaInfo() {
+    DBREPLICAINFO info;
+    const std::string bytes = store_->getProperty(property::replicaInfo);
+    if (bytes.size() != sizeof info)
+        throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file_) + ": the replication information is damaged");
+    std::memcpy(&info, bytes.data(), sizeof info);
+    replicaId_ = info.ID;
+    return info;
+}
+
+void Database::setReplicaInfo(const DBREPLICAINFO& info) {
+    store_->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
+    replicaId_ = info.ID;
+}
+
+NoteHead Database::liveHead(NOTEID id) {
+    NoteHead head;
+    if (id & RRV_DELETED)
+        throw StatusError(ERR_NOTE_DELETED);
+    if (!store_->readHead(id, head))
+        throw StatusError(ERR_INVALID_NOTE);
+    if (head.deleted)
+        throw StatusError(ERR_NOTE_DELETED);
+    return head;
+}
+
+NOTEID Database::idOfUnid(const UNID& unid) {
+    const NOTEID id = store_->findUnid(unid);
+    if (id == 0)
+        throw StatusError(ERR_NOT_FOUND);
+    return id;
+}
+
+void Database::readNote(NOTEID id, OpenNote& note) {
+    std::string items;
+    if (id & RRV_DELETED)
+        throw StatusError(ERR_NOTE_DELETED);
+    if (!store_->read(id, note.head, items))
+        throw StatusError(ERR_INVALID_NOTE);
+    if (note.head.deleted)
+        throw StatusError(ERR_NOTE_DELETED);
+    note.storedSequence = note.head.oid.Sequence;
+    note.items = Items(std::move(items));
+}
+
+OpenNote Database::newNote() {
+    constexpr size_t usualSize = 2048;
+    OpenNote note;
+    note.items.reserve(usualSize);
+    note.head.oid.File = generatedUnidFile(replicaId_ ? *replicaId_ : replicaInfo().ID, store_->takeSerial());
+    note.head.oid.Note = clock_.uniqueMoment();
+    return note;
+}
+
+bool Database::isLive(const UNID& unid) {
+    NoteHead head;
+    const NOTEID id = store_->findUnid(unid);
+    return id != 0 && store_->readHead(id, head) && !head.deleted;
+}
+
+void Database::clearWayForUnid(const OID& oid, STATUS stubStatus) {
+    const NOTEID other = store_->findUnid(unidOf(oid));
+    if (other == 0)
+        return;
+    NoteHead head;
+    if (store_->readHead(other, head) && (!head.deleted || head.soft))
+        throw StatusError(ERR_DUPLICATE_UNID);
+    if (behaviours_.has(Deviation::stubUnidTaken))
+        throw StatusError(stubStatus);
+    store_->remove(other);
+}
+
+void Database::updateNote(OpenNote& note, bool force) {
+    if (!fitIntoNote(note.items))
+        throw StatusError(ERR_SUMMARY_TOO_BIG);
+    NoteHead head = note.head;
+    bool unidChanged = false;
+    if (head.id != 0) {
+        const NoteHead stored = liveHead(head.id);
+        if (stored.noteClass != head.noteClass)
+            throw StatusError(ERR_UPDATE_CLASS);
+        if (!force && stored.oid.Sequence != note.storedSequence)
+            throw StatusError(ERR_CONFLICT);
+        const UNID was = unidOf(stored.oid), is = unidOf(head.oid);
+        unidChanged = std::memcmp(&was, &is, sizeof was) != 0;
+        if (unidChanged && behaviours_.has(Deviation::unidChangeRefused))
+            throw StatusError(ERR_CANT_CHANGE_UNID);
+        if (behaviours_.has(Deviation::unidChangeIgnored)) {
+            head.oid = stored.oid;
+            unidChanged = false;
+        }
+        if (unidChanged)
+            clearWayForUnid(head.oid, takenOnUpdate);
+        // A forced save on top of somebody else's is still the newer version.
+        if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu))
+            head.oid.Sequence = stored.oid.Sequence;
+    }
+    head.oid.Sequence = nextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
+    if (head.id != 0)
+        store_->replace(head, note.items.encoded(), unidChanged);
+    else
+        head.id = insertNew(head, note.items.encoded(), takenOnUpdate);
+    note.head = head;
+    note.storedSequence = head.oid.Sequence;
+}
+
+NOTEID Database::insertNew(const NoteHead& head, std::string_view items, STATUS stubStatus) {
+    try {
+        return store_->insert(head, items);
+    } catch (const StatusError& error) {
+        // Rarely: a UNID that a stub still has, or another note.
+        if (error.status() != ERR_DUPLICATE_UNID)
+            throw;
+        clearWayForUnid(head.oid, stubStatus);
+        return store_->insert(head, items);
+    }
+}
+
+void Database::deleteNote(NOTEID id, bool leaveStub) {
+    NoteHead head;
+    std::string items;
+    if (!leaveStub && store_->readHead(id, head))
+        return store_->remove(id);
+    head = liveHead(id);
+    head.deleted = true;
+    head.oid.Sequence = nextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
+    head.soft = behaviours_.has(Deviation::softDeletionOn) && searchClass(head.noteClass) == NOTE_CLASS_DOCUMENT;
+    if (NoteHead stored; head.soft)
+        store_->read(id, stored, items);
+    store_->replace(head, items, false);
+}
+
+OID Database::oidOfCopy(const OID& oid) {
+    if (behaviours_.has(Deviation::copyUnidHalf)) {
+        OID half = oid;
+        const TIMEDATE own = replicaId_ ? *replicaId_ : replicaInfo().ID;
+        half.File.Innards[0] ^= own.Innards[1];
+        half.File.Innards[1] ^= own.Innards[0];
+        NoteHead other;
+        const NOTEID id = store_->findUnid(unidOf(half));
+        const bool taken = id != 0 && store_->readHead(id, other) &&
+                           (!other.deleted || other.soft || behaviours_.has(Deviation::stubUnidTaken));
+        if (!taken)
+            return half;
+    } else if (!behaviours_.has(Deviation::copyUnidNew) &&
+               !(behaviours_.has(Deviation::copyUnidKeptIfFree) && isLive(unidOf(oid)))) {
+        return oid;
+    }
+    OID own = newNote().head.oid;
+    own.Sequence = 1;
+    own.SequenceTime = clock_.nowTimedate();
+    return own;
+}
+
+NOTEID Database::adoptNote(NoteHead head, std::string_view items, bool replicas) {
+    head.id = 0;
+    if (!replicas)
+        head.oid = oidOfCopy(head.oid);
+    return insertNew(head, items, takenOnCopy);
+}
+
+std::optional<Database::Match> Database::examine(const SearchRequest& request, const NoteHead& head,
+                                                 std::string_view items) const {
+    if (!(searchClass(head.noteClass) & request.classMask) || (head.deleted && !request.stubs))
+        return std::nullopt;
+    if (request.since && before(head.modified, *request.since))
+        return std::nullopt;
+    const bool selected = !head.deleted && (request.formula.empty() || formulaSelects(request.formula, items));
+    return Match{head, selected};
+}
+
+STATUS Database::deliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
+                              const Deliver& deliver, std::vector<NOTEID>* saved) {
+    std::string items;
+    for (const Match& match : chunk) {
+        std::optional<Match> current = match;
+        if (store_->changes() != changesAtRead) {
+            // The step has written since this chunk was read: deliver the note as it is now.
+            NoteHead head;
+            current = store_->read(match.head.id, head, items) && head.deleted == match.head.deleted
+                          ? examine(request, head, items)
+                          : std::nullopt;
+        }
+        if (!current || (request.onlyMatches && !current->selected))
+            continue;
+        if (const STATUS status = deliver(*current); status != NOERROR)
+            return status;
+        NoteHead after;
+        if (saved && store_->readHead(match.head.id, after) && !after.deleted &&
+            after.oid.Sequence != current->head.oid.Sequence)
+            saved->push_back(match.head.id);
+    }
+    return NOERROR;
+}
+
+STATUS Database::search(const SearchRequest& request, const Deliver& deliver) {
+    const NOTEID end = store_->nextId();
+    const bool descending = behaviours_.has(Deviation::searchOrderDescending);
+    const bool shuffled = behaviours_.has(Deviation::searchOrderShuffled);
+    std::vector<Match> chunk;
+    std::vector<NOTEID> saved;
+    std::vector<NOTEID>* redelivered = behaviours_.has(Deviation::updatedNoteAgain) ? &saved : nullptr;
+    NOTEID last = 0;
+    for (bool more = true; more;) {
+        const uint64_t changesAtRead = store_->changes();
+        size_t seen = 0;
+        const auto visit = [&](const NoteHead& head, std::string_view value) {
+            ++seen;
+            if (head.id >= end)
+                return;
+            if (auto match = examine(request, head, value))
+                chunk.push_back(*match);
+        };
+        const NOTEID reached = store_->scan(last, searchChunk, visit, searchClass(request.classMask));
+        more = seen == searchChunk && reached < end;
+        last = reached;
+        if (descending || shuffled) {
+            if (more)
+                continue; // another order than that of the file: all have to be known first
+            std::ranges::sort(chunk, std::greater{},
+                              [&](const Match& match) { return shuffled ? scattered(match.head.id) : match.head.id; });
+        }
+        if (const STATUS status = deliverChunk(request, chunk, changesAtRead, deliver, redelivered); status != NOERROR)
+            return status;
+        chunk.clear();
+    }
+    std::string items;
+    for (const NOTEID id : saved) {
+        NoteHead head;
+        if (!store_->read(id, head, items))
+            continue;
+        const auto match = examine(request, head, items);
+        if (!match || (request.onlyMatches && !match->selected))
+            continue;
+        if (const STATUS status = deliver(*match); status != NOERROR)
+            return status;
+    }
+    return NOERROR;
+}
+
+namespace {
+
+void copyContent(Database& source, Store& copy, WORD classMask, bool replica) {
+    constexpr size_t copyChunk = 256;
+    Store& from = source.store();
+    for (const auto& [name, value] : from.properties())
+        if (name != property::replicaInfo)
+            copy.setProperty(name, value);
+    copy.skipSerials(from.lastSerial());
+    for (NOTEID last = 0;;) {
+        const auto visit = [&](const NoteHead& head, std::string_view items) {
+            const bool foreign = (head.noteClass & NOTE_CLASS_PRIVATE) && !(classMask & NOTE_CLASS_PRIVATE);
+            if (!foreign && (replica || !head.deleted))
+                copy.insert(head, items);
+        };
+        const NOTEID reached = from.scan(last, copyChunk, visit, searchClass(classMask));
+        if (reached == 0)
+            return;
+        last = reached;
+    }
+}
+
+} // namespace
+
+void copyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
+                  std::optional<TIMEDATE> newReplicaId) {
+    std::error_code failed;
+    if (std::filesystem::exists(std::filesystem::symlink_status(destination, failed)))
+        throw StatusError(ERR_EXISTS, pathForCaller(destination) + ": the file exists");
+    DBREPLICAINFO info = source.replicaInfo();
+    if (newReplicaId)
+        info.ID = *newReplicaId;
+    ReplacementFile unfinished(destination, ".unfinished");
+    const std::unique_ptr<Store> copy = Store::create(unfinished.path(), info);
+    copyContent(source, *copy, classMask, !newReplicaId);
+    copy->close();
+    unfinished.commit();
+}
+
+} // namespace embedded

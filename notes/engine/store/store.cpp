@@ -1,0 +1,464 @@
+// The database file's tables:
+//
+//   note      one row a note or deletion stub: identifiers, class, times, and all items in one field
+//   property  title, replica information, access control list, counters
+//
+// A note is one row, so that saving it is one write and reading it one read; the UNID has an index of its own.
+#include "engine/store/store.h"
+
+#include <sqlite3.h>
+
+#include <exception>
+#include <system_error>
+
+#include "engine/system/caller_system.h"
+#include "engine/values/bytes.h"
+#include "engine/values/status_error.h"
+
+namespace embedded {
+namespace {
+
+constexpr int applicationId = 0x4E534644; // "NSFD" in the file's head tells a database of ours
+constexpr int formatVersion = 1;
+// One commit costs a flush to disk, one long transaction a long journal: this bounds the journal.
+constexpr size_t pendingLimit = size_t{64} << 20;
+constexpr NOTEID firstNoteId = 0x8F6;
+constexpr NOTEID noteIdStep = 4;
+// The store's own properties, kept out of properties().
+constexpr std::string_view counterPrefix = "counter:";
+constexpr const char* nextIdProperty = "counter:noteid";
+constexpr const char* nextSerialProperty = "counter:serial";
+
+constexpr const char* schema = "CREATE TABLE note ("
+                               " id INTEGER PRIMARY KEY, unid BLOB NOT NULL UNIQUE, class INTEGER NOT NULL,"
+                               " sequence INTEGER NOT NULL, sequencetime BLOB NOT NULL, modified BLOB NOT NULL,"
+                               " deleted INTEGER NOT NULL, items BLOB NOT NULL);"
+                               "CREATE TABLE property (name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;";
+
+STATUS statusOf(int code) noexcept {
+    switch (code & 0xFF) {
+    case SQLITE_NOMEM:
+        return ERR_MEMORY;
+    case SQLITE_NOTADB:
+        return ERR_NOT_NSF;
+    case SQLITE_CORRUPT:
+    case SQLITE_MISMATCH:
+        return EMB_ERR_DAMAGED;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return EMB_ERR_BUSY;
+    case SQLITE_READONLY:
+        return code == SQLITE_READONLY_ROLLBACK ? EMB_ERR_RECOVERY : EMB_ERR_READ_ONLY;
+    case SQLITE_CONSTRAINT:
+        return ERR_DUPLICATE_UNID;
+    default:
+        return EMB_ERR_DISK;
+    }
+}
+
+[[noreturn]] void fail(sqlite3* database, const std::filesystem::path& file) {
+    throw StatusError(statusOf(sqlite3_extended_errcode(database)),
+                      pathForCaller(file) + ": " + sqlite3_errmsg(database));
+}
+
+std::string_view blobOf(sqlite3_stmt* row, int column) {
+    const void* bytes = sqlite3_column_blob(row, column);
+    return {static_cast<const char*>(bytes), static_cast<size_t>(sqlite3_column_bytes(row, column))};
+}
+
+template<typename T>
+void copyBlob(sqlite3_stmt* row, int column, T& value) {
+    const std::string_view blob = blobOf(row, column);
+    if (blob.size() != sizeof(T))
+        throw StatusError(EMB_ERR_DAMAGED, "a note's row is damaged");
+    value = valueAt<T>(blob.data());
+}
+
+// In the order of the table; the first seven are the head.
+constexpr const char* allColumns = "id, class, unid, sequence, sequencetime, modified, deleted, items";
+constexpr int itemsColumn = 7;
+constexpr int softlyDeleted = 2; // in the column "deleted", beside 0 and 1
+
+void readHeadColumns(sqlite3_stmt* row, NoteHead& head) {
+    UNID unid;
+    head.id = static_cast<NOTEID>(sqlite3_column_int64(row, 0));
+    head.noteClass = static_cast<WORD>(sqlite3_column_int(row, 1));
+    copyBlob(row, 2, unid);
+    head.oid.File = unid.File;
+    head.oid.Note = unid.Note;
+    head.oid.Sequence = static_cast<DWORD>(sqlite3_column_int64(row, 3));
+    copyBlob(row, 4, head.oid.SequenceTime);
+    copyBlob(row, 5, head.modified);
+    const int deleted = sqlite3_column_int(row, 6);
+    head.deleted = deleted != 0;
+    head.soft = deleted == softlyDeleted;
+}
+
+/** Puts a prepared statement back to its start however its use ends. */
+class StatementUse {
+public:
+    explicit StatementUse(sqlite3_stmt* statement) : statement_(statement) {}
+    StatementUse(const StatementUse&) = delete;
+    StatementUse& operator=(const StatementUse&) = delete;
+    ~StatementUse() {
+        sqlite3_reset(statement_);
+        sqlite3_clear_bindings(statement_);
+    }
+
+private:
+    sqlite3_stmt* statement_;
+};
+
+bool isRegularFile(const std::filesystem::path& file) {
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(file, ignored);
+}
+
+} // namespace
+
+struct Store::Statements {
+    sqlite3_stmt* readHead = nullptr;
+    sqlite3_stmt* read = nullptr;
+    sqlite3_stmt* findUnid = nullptr;
+    sqlite3_stmt* insert = nullptr;
+    sqlite3_stmt* replace = nullptr;
+    sqlite3_stmt* replaceUnid = nullptr;
+    sqlite3_stmt* remove = nullptr;
+    sqlite3_stmt* scan = nullptr;
+    sqlite3_stmt* getProperty = nullptr;
+    sqlite3_stmt* setProperty = nullptr;
+
+    ~Statements() {
+        for (sqlite3_stmt* statement :
+             {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty})
+            sqlite3_finalize(statement);
+    }
+};
+
+Store::Store(sqlite3* database, std::filesystem::path file, StoreAccess access)
+    : database_(database), file_(std::move(file)), access_(access), statements_(std::make_unique<Statements>()) {}
+
+namespace {
+
+/** Opens the file with the settings that every database has. Closes it again when that fails. */
+sqlite3* openFile(const std::filesystem::path& file, int flags) {
+    sqlite3* database = nullptr;
+    const auto text = file.u8string();
+    const int code = sqlite3_open_v2(reinterpret_cast<const char*>(text.c_str()), &database,
+                                     flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+    if (code == SQLITE_OK) {
+        sqlite3_busy_timeout(database, 2000);
+        return database;
+    }
+    const StatusError error(statusOf(code), pathForCaller(file) + ": " + sqlite3_errstr(code));
+    sqlite3_close(database);
+    throw error;
+}
+
+void execute(sqlite3* database, const std::filesystem::path& file, const char* sql) {
+    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+        fail(database, file);
+}
+
+int pragmaValue(sqlite3* database, const std::filesystem::path& file, const char* pragma) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr) != SQLITE_OK ||
+        sqlite3_step(statement) != SQLITE_ROW) {
+        sqlite3_finalize(statement);
+        fail(database, file);
+    }
+    const int value = sqlite3_column_int(statement, 0);
+    sqlite3_finalize(statement);
+    return value;
+}
+
+void settings(sqlite3* database, const std::filesystem::path& file) {
+    // A rollback journal and not a write-ahead log: nothing may stand beside a closed database. By way of TRUNCATE,
+    // because SQLite restores what a dead writer's journal holds but leaves a journal with nothing in it lying about;
+    // the change of mode removes it.
+    execute(database, file,
+            "PRAGMA journal_mode=TRUNCATE; PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL; "
+            "PRAGMA temp_store=MEMORY;");
+}
+
+} // namespace
+
+std::unique_ptr<Store> Store::create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
+    if (std::error_code ignored; std::filesystem::exists(std::filesystem::symlink_status(file, ignored)))
+        throw StatusError(ERR_EXISTS, pathForCaller(file) + ": the file exists");
+    sqlite3* database = openFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
+    settings(database, file);
+    store->begin();
+    execute(database, file, schema);
+    execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
+    execute(database, file, ("PRAGMA user_version=" + std::to_string(formatVersion)).c_str());
+    store->nextId_ = firstNoteId;
+    store->nextSerial_ = 1;
+    store->prepare();
+    store->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&replicaInfo), sizeof replicaInfo});
+    return store;
+}
+
+std::unique_ptr<Store> Store::open(const std::filesystem::path& file, StoreAccess access) {
+    if (!isRegularFile(file))
+        throw StatusError(ERR_NOEXIST, pathForCaller(file) + ": no such file");
+    const bool readOnly = access == StoreAccess::readOnly;
+    sqlite3* database = openFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
+    std::unique_ptr<Store> store(new Store(database, file, access));
+    if (pragmaValue(database, file, "PRAGMA application_id") != applicationId)
+        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": not a database");
+    if (const int version = pragmaValue(database, file, "PRAGMA user_version"); version != formatVersion)
+        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": database format " + std::to_string(version) +
+                                           " is not " + std::to_string(formatVersion));
+    if (!readOnly)
+        settings(database, file);
+    store->prepare();
+    const auto counter = [&](const char* name) {
+        const std::string text = store->getProperty(name);
+        if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos)
+            throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file) + ": the property " + name + " is damaged");
+        return static_cast<uint32_t>(std::stoull(text));
+    };
+    store->nextId_ = counter(nextIdProperty);
+    store->nextSerial_ = counter(nextSerialProperty);
+    return store;
+}
+
+void Store::prepare() {
+    const auto prepare = [&](sqlite3_stmt*& statement, const std::string& sql) {
+        if (sqlite3_prepare_v3(database_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK)
+            fail(database_, file_);
+    };
+    const std::string columns = allColumns;
+    prepare(statements_->readHead, "SELECT id, class, unid, sequence, sequencetime, modified, deleted FROM note "
+                                   "WHERE id=?1");
+    prepare(statements_->read, "SELECT " + columns + " FROM note WHERE id=?1");
+    prepare(statements_->findUnid, "SELECT id FROM note WHERE unid=?1");
+    prepare(statements_->insert, "INSERT INTO note (" + columns + ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8)");
+    prepare(statements_->replace, "UPDATE note SET class=?2, sequence=?4, sequencetime=?5, modified=?6, deleted=?7, "
+                                  "items=?8 WHERE id=?1");
+    prepare(statements_->replaceUnid, "UPDATE note SET class=?2, unid=?3, sequence=?4, sequencetime=?5, modified=?6, "
+                                      "deleted=?7, items=?8 WHERE id=?1");
+    prepare(statements_->remove, "DELETE FROM note WHERE id=?1");
+    prepare(statements_->scan, "SELECT " + columns +
+                                   " FROM note WHERE id>?1 AND (class & ?3)<>0 ORDER BY id "
+                                   "LIMIT ?2");
+    prepare(statements_->getProperty, "SELECT value FROM property WHERE name=?1");
+    prepare(statements_->setProperty, "INSERT OR REPLACE INTO property (name, value) VALUES (?1,?2)");
+}
+
+Store::~Store() {
+    try {
+        close();
+    } catch (const std::exception&) {
+        // The owner had the chance to call close() and learn of it; the file keeps its last committed state.
+    }
+}
+
+void Store::close() {
+    if (!database_)
+        return;
+    std::exception_ptr failure;
+    try {
+        commit();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    statements_.reset();
+    sqlite3_close(database_);
+    database_ = nullptr;
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+void Store::requireTransaction() const {
+    // After some failures SQLite takes a whole transaction back by itself. Writes that were answered with success
+    // are gone then, and everybody who still counts on them must hear of it.
+    if (sqlite3_get_autocommit(database_))
+        throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": earlier writes were lost when the disk failed");
+}
+
+void Store::begin() {
+    if (pending_)
+        return requireTransaction();
+    if (readOnly())
+        throw StatusError(EMB_ERR_READ_ONLY, pathForCaller(file_) + ": opened for reading only");
+    // IMMEDIATE: a second writer is turned away here, before it has done anything.
+    execute(database_, file_, "BEGIN IMMEDIATE");
+    pending_ = true;
+}
+
+void Store::commit() {
+    if (!pending_)
+        return;
+    try {
+        requireTransaction();
+        setCounter(nextIdProperty, nextId_);
+        setCounter(nextSerialProperty, nextSerial_);
+        execute(database_, file_, "COMMIT");
+    } catch (...) {
+        rollback();
+        throw;
+    }
+    pending_ = false;
+    pendingBytes_ = 0;
+}
+
+void Store::rollback() noexcept {
+    sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr); // fails only when there is nothing to take back
+    // After a failed write the journal is played back by the next one who reads, which had better not be a session that
+    // may only read. A disk that is still failing leaves it to a later one.
+    sqlite3_exec(database_, "SELECT count(*) FROM sqlite_schema", nullptr, nullptr, nullptr);
+    pending_ = false;
+    pendingBytes_ = 0;
+    ++changes_;
+}
+
+void Store::changed(size_t bytes) {
+    ++changes_;
+    pendingBytes_ += bytes;
+    if (pendingBytes_ > pendingLimit)
+        commit();
+}
+
+void Store::run(sqlite3_stmt* statement) {
+    if (sqlite3_step(statement) != SQLITE_DONE)
+        fail(database_, file_);
+}
+
+bool Store::fetch(sqlite3_stmt* statement) {
+    const int code = sqlite3_step(statement);
+    if (code != SQLITE_ROW && code != SQLITE_DONE)
+        fail(database_, file_);
+    return code == SQLITE_ROW;
+}
+
+bool Store::readHead(NOTEID id, NoteHead& head) {
+    const StatementUse use(statements_->readHead);
+    sqlite3_bind_int64(statements_->readHead, 1, id);
+    if (!fetch(statements_->readHead))
+        return false;
+    readHeadColumns(statements_->readHead, head);
+    return true;
+}
+
+bool Store::read(NOTEID id, NoteHead& head, std::string& items) {
+    const StatementUse use(statements_->read);
+    sqlite3_bind_int64(statements_->read, 1, id);
+    if (!fetch(statements_->read))
+        return false;
+    readHeadColumns(statements_->read, head);
+    items = blobOf(statements_->read, itemsColumn);
+    return true;
+}
+
+NOTEID Store::findUnid(const UNID& unid) {
+    const StatementUse use(statements_->findUnid);
+    sqlite3_bind_blob(statements_->findUnid, 1, &unid, sizeof unid, SQLITE_STATIC);
+    return fetch(statements_->findUnid) ? static_cast<NOTEID>(sqlite3_column_int64(statements_->findUnid, 0)) : 0;
+}
+
+uint32_t Store::takeSerial() {
+    return nextSerial_++;
+}
+
+namespace {
+
+void bindRow(sqlite3_stmt* statement, NOTEID id, const NoteHead& head, const UNID& unid, std::string_view items) {
+    sqlite3_bind_int64(statement, 1, id);
+    sqlite3_bind_int(statement, 2, head.noteClass);
+    sqlite3_bind_blob(statement, 3, &unid, sizeof unid, SQLITE_STATIC);
+    sqlite3_bind_int64(statement, 4, head.oid.Sequence);
+    sqlite3_bind_blob(statement, 5, &head.oid.SequenceTime, sizeof head.oid.SequenceTime, SQLITE_STATIC);
+    sqlite3_bind_blob(statement, 6, &head.modified, sizeof head.modified, SQLITE_STATIC);
+    sqlite3_bind_int(statement, 7, head.soft ? softlyDeleted : head.deleted);
+    // An absent pointer would be stored as NULL, and "no items" is an empty value.
+    sqlite3_bind_blob64(statement, 8, items.data() ? items.data() : "", items.size(), SQLITE_STATIC);
+}
+
+} // namespace
+
+NOTEID Store::insert(const NoteHead& head, std::string_view items) {
+    begin();
+    const NOTEID id = head.id != 0 ? head.id : nextId_;
+    const UNID unid = unidOf(head.oid);
+    const StatementUse use(statements_->insert);
+    bindRow(statements_->insert, id, head, unid, items);
+    run(statements_->insert);
+    if (id >= nextId_)
+        nextId_ = id + noteIdStep;
+    changed(items.size());
+    return id;
+}
+
+void Store::replace(const NoteHead& head, std::string_view items, bool unidChanged) {
+    begin();
+    const UNID unid = unidOf(head.oid);
+    sqlite3_stmt* statement = unidChanged ? statements_->replaceUnid : statements_->replace;
+    const StatementUse use(statement);
+    bindRow(statement, head.id, head, unid, items);
+    run(statement);
+    changed(items.size());
+}
+
+void Store::remove(NOTEID id) {
+    begin();
+    const StatementUse use(statements_->remove);
+    sqlite3_bind_int64(statements_->remove, 1, id);
+    run(statements_->remove);
+    changed(0);
+}
+
+NOTEID Store::scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes) {
+    const StatementUse use(statements_->scan);
+    sqlite3_bind_int64(statements_->scan, 1, after);
+    sqlite3_bind_int64(statements_->scan, 2, static_cast<sqlite3_int64>(limit));
+    sqlite3_bind_int(statements_->scan, 3, classes);
+    NOTEID last = 0;
+    NoteHead head;
+    while (fetch(statements_->scan)) {
+        readHeadColumns(statements_->scan, head);
+        last = head.id;
+        visitor(head, blobOf(statements_->scan, itemsColumn));
+    }
+    return last;
+}
+
+std::string Store::getProperty(const std::string& name) {
+    const StatementUse use(statements_->getProperty);
+    sqlite3_bind_text(statements_->getProperty, 1, name.c_str(), -1, SQLITE_STATIC);
+    return fetch(statements_->getProperty) ? std::string(blobOf(statements_->getProperty, 0)) : std::string();
+}
+
+void Store::writeProperty(const std::string& name, std::string_view value) {
+    const StatementUse use(statements_->setProperty);
+    sqlite3_bind_text(statements_->setProperty, 1, name.c_str(), -1, SQLITE_STATIC);
+    sqlite3_bind_blob64(statements_->setProperty, 2, value.data() ? value.data() : "", value.size(), SQLITE_STATIC);
+    run(statements_->setProperty);
+}
+
+void Store::setCounter(const char* name, uint32_t value) {
+    writeProperty(name, std::to_string(value));
+}
+
+void Store::setProperty(const std::string& name, std::string_view value) {
+    begin();
+    writeProperty(name, value);
+}
+
+std::map<std::string, std::string> Store::properties() {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database_, "SELECT name, value FROM property", -1, &statement, nullptr) != SQLITE_OK)
+        fail(database_, file_);
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(statement, sqlite3_finalize);
+    std::map<std::string, std::string> all;
+    while (fetch(statement)) {
+        const std::string name(blobOf(statement, 0));
+        if (!name.starts_with(counterPrefix))
+            all[name] = blobOf(statement, 1);
+    }
+    return all;
+}
+
+} // namespace embedded

@@ -1,0 +1,34 @@
+// The session's time: the system's clock, or a virtual one that only pauses move.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "notes_api.h"
+
+namespace embedded {
+
+/** Times are hundredths of a second since 1970-01-01 00:00:00 UTC, the platform's own resolution. */
+class Clock {
+public:
+    [[nodiscard]] int64_t now() const noexcept;
+    [[nodiscard]] TIMEDATE nowTimedate() const noexcept;
+    /** A moment that this clock gives out once: now, or a little later. For identifiers. */
+    TIMEDATE uniqueMoment() noexcept;
+
+    void setVirtual(int64_t now) noexcept { virtual_ = now; }
+    void setReal() noexcept { virtual_.reset(); }
+    void advance(int64_t hundredths) noexcept;
+
+    /** Sleeps, or moves the virtual clock. */
+    void wait(uint32_t milliseconds);
+    /** All milliseconds waited. */
+    [[nodiscard]] int64_t waited() const noexcept { return waited_; }
+
+private:
+    std::optional<int64_t> virtual_;
+    int64_t lastMoment_ = 0;
+    int64_t waited_ = 0;
+};
+
+} // namespace embedded

@@ -1,0 +1,99 @@
+// Items in the platform's own byte forms, and the form in which a note's items stand together in one database field.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/values/ascii.h"
+#include "engine/values/bytes.h"
+#include "notes_api.h"
+
+namespace embedded {
+
+/** One item. `name` is LMBCS and keeps its letter case; `value` is the platform's byte form without type word. */
+struct Item {
+    std::string name;
+    WORD type = TYPE_INVALID_OR_UNKNOWN;
+    WORD flags = 0;
+    std::string value;
+
+    bool operator==(const Item&) const = default;
+};
+
+/** The platform's limits on an item. */
+constexpr size_t maxItemName = 0xFFFF;
+constexpr size_t maxItemValue = 0xFFFF;
+constexpr size_t maxSummaryValue = 0x7FFF;
+
+// Walking items and comparing their names is what a search and every change of an item consist of, hence inline.
+
+/** Item names are equal without regard to the case of ASCII letters. */
+inline bool sameItemName(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size())
+        return false;
+    // From the end: the names of a note's items mostly begin alike.
+    for (size_t i = a.size(); i-- > 0;)
+        if (a[i] != b[i] && lowerAscii(a[i]) != lowerAscii(b[i]))
+            return false;
+    return true;
+}
+
+/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name, value. */
+constexpr size_t itemHeadSize = 10;
+
+/** An item seen inside encoded items, without a copy. */
+struct ItemView {
+    std::string_view name;
+    WORD type;
+    WORD flags;
+    std::string_view value;
+};
+
+/** Adds an item at the end of encoded items. */
+void appendEncoded(std::string& encoded, const ItemView& item);
+std::string encodeItems(const std::vector<Item>& items);
+
+/** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have
+ *  made. */
+class ItemCursor {
+public:
+    explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
+    /** False at the end. */
+    bool next(ItemView& item) {
+        if (rest_.empty())
+            return false;
+        if (rest_.size() < itemHeadSize)
+            damaged();
+        const char* head = rest_.data();
+        item.flags = valueAt<WORD>(head);
+        item.type = valueAt<WORD>(head + 2);
+        const size_t nameSize = valueAt<WORD>(head + 4);
+        const size_t valueSize = valueAt<DWORD>(head + 6);
+        const size_t size = itemHeadSize + nameSize + valueSize;
+        if (rest_.size() < size)
+            damaged();
+        item.name = {head + itemHeadSize, nameSize};
+        item.value = {head + itemHeadSize + nameSize, valueSize};
+        rest_.remove_prefix(size);
+        return true;
+    }
+    /** The bytes behind the item that next() gave last. */
+    [[nodiscard]] std::string_view rest() const noexcept { return rest_; }
+
+private:
+    [[noreturn]] static void damaged();
+
+    std::string_view rest_;
+};
+
+/** The first item of that name in encoded items. */
+std::optional<ItemView> findItem(std::string_view encoded, std::string_view name);
+
+/** The entries of a TYPE_TEXT (one entry) or TYPE_TEXT_LIST value; nothing for other types or lying lengths. */
+std::optional<std::vector<std::string_view>> textEntries(WORD type, std::string_view value);
+/** The TYPE_TEXT_LIST value of the entries, each of at most 0xFFFF bytes. */
+std::string encodeTextList(const std::vector<std::string_view>& entries);
+
+} // namespace embedded

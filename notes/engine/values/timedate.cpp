@@ -1,0 +1,230 @@
+#include "engine/values/timedate.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+namespace embedded {
+namespace {
+
+constexpr int64_t ticksPerSecond = 100;
+constexpr int64_t ticksPerMinute = 60 * ticksPerSecond;
+constexpr int64_t ticksPerDay = int64_t{24} * 60 * ticksPerMinute;
+constexpr int64_t julianDayOfEpoch = 2440588; // 1970-01-01
+
+// Years 1 to 9999: what four digits of DXL can say.
+constexpr int64_t firstDay = -719162;
+constexpr int64_t lastDay = 2932896;
+
+// A moment of which one half is missing has all bits set in that half.
+constexpr DWORD anyTime = 0xFFFFFFFF;
+constexpr DWORD anyDay = 0xFFFFFFFF;
+
+constexpr DWORD dayMask = 0x00FFFFFF;
+constexpr DWORD dstBit = 0x80000000;
+constexpr DWORD eastBit = 0x40000000;
+constexpr int quarterShift = 28;
+constexpr int hourShift = 24;
+constexpr DWORD maxZoneHours = 15;
+
+/** Days since 1970-01-01 of a day word, whatever its zone. */
+std::optional<int64_t> dayOf(DWORD dayWord) noexcept {
+    const int64_t day = static_cast<int64_t>(dayWord & dayMask) - julianDayOfEpoch;
+    if (day < firstDay || day > lastDay)
+        return std::nullopt;
+    return day;
+}
+
+DWORD dayWordOf(int64_t day) noexcept {
+    return static_cast<DWORD>(day + julianDayOfEpoch);
+}
+
+/** The zone's distance from Greenwich in minutes, daylight saving included. */
+int zoneOffset(DWORD dayWord) noexcept {
+    const int quarters = static_cast<int>((dayWord >> quarterShift) & 3);
+    const int hours = static_cast<int>((dayWord >> hourShift) & 15);
+    const int base = hours * 60 + quarters * 15;
+    return (dayWord & eastBit ? base : -base) + (dayWord & dstBit ? 60 : 0);
+}
+
+std::optional<DWORD> zoneBits(int offset, bool dst) noexcept {
+    const int base = offset - (dst ? 60 : 0);
+    const auto distance = static_cast<DWORD>(base < 0 ? -base : base);
+    if (distance % 15 != 0 || distance / 60 > maxZoneHours)
+        return std::nullopt;
+    return (dst ? dstBit : 0) | (base > 0 ? eastBit : 0) | (distance % 60 / 15) << quarterShift |
+           (distance / 60) << hourShift;
+}
+
+std::string dateText(int64_t day) {
+    const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{day}}};
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d%02u%02u", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()));
+    return text;
+}
+
+std::string timeText(int64_t ticks) {
+    const int64_t seconds = ticks / ticksPerSecond;
+    char text[32];
+    std::snprintf(text, sizeof text, "T%02d%02d%02d,%02d", static_cast<int>(seconds / 3600),
+                  static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
+                  static_cast<int>(ticks % ticksPerSecond));
+    return text;
+}
+
+std::string offsetText(int offset) {
+    const int distance = offset < 0 ? -offset : offset;
+    char text[32];
+    if (distance % 60 == 0)
+        std::snprintf(text, sizeof text, "%c%02d", offset < 0 ? '-' : '+', distance / 60);
+    else
+        std::snprintf(text, sizeof text, "%c%02d%02d", offset < 0 ? '-' : '+', distance / 60, distance % 60);
+    return text;
+}
+
+/** Takes digits and signs off the front of a text; a failure sticks. */
+class Reader {
+public:
+    explicit Reader(std::string_view text) : rest_(text) {}
+
+    int number(size_t digits) noexcept {
+        int value = 0;
+        for (size_t i = 0; i < digits; ++i) {
+            if (i >= rest_.size() || rest_[i] < '0' || rest_[i] > '9') {
+                good_ = false;
+                return 0;
+            }
+            value = value * 10 + (rest_[i] - '0');
+        }
+        rest_.remove_prefix(digits);
+        return value;
+    }
+    bool sign(char wanted) noexcept {
+        if (!rest_.starts_with(wanted))
+            return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+    [[nodiscard]] size_t left() const noexcept { return rest_.size(); }
+    [[nodiscard]] bool done() const noexcept { return good_ && rest_.empty(); }
+    void fail() noexcept { good_ = false; }
+
+private:
+    std::string_view rest_;
+    bool good_ = true;
+};
+
+int64_t readDate(Reader& reader) noexcept {
+    const int year = reader.number(4);
+    const auto month = static_cast<unsigned>(reader.number(2));
+    const auto day = static_cast<unsigned>(reader.number(2));
+    const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{month}, std::chrono::day{day}};
+    if (year < 1 || !date.ok())
+        reader.fail();
+    return date.ok() ? std::chrono::sys_days{date}.time_since_epoch().count() : 0;
+}
+
+int64_t readTime(Reader& reader) noexcept {
+    const int hours = reader.number(2);
+    const int minutes = reader.number(2);
+    const int seconds = reader.number(2);
+    const int hundredths = reader.sign(',') ? reader.number(2) : 0;
+    if (hours > 23 || minutes > 59 || seconds > 59)
+        reader.fail();
+    return ((int64_t{hours} * 60 + minutes) * 60 + seconds) * ticksPerSecond + hundredths;
+}
+
+/** Minutes east of Greenwich; none given is Greenwich. */
+int readOffset(Reader& reader) noexcept {
+    if (reader.left() == 0 || reader.sign('Z'))
+        return 0;
+    const bool west = reader.sign('-');
+    if (!west && !reader.sign('+'))
+        reader.fail();
+    const int hours = reader.number(2);
+    const int minutes = reader.left() > 0 ? reader.number(2) : 0;
+    if (minutes > 59)
+        reader.fail();
+    return west ? -(hours * 60 + minutes) : hours * 60 + minutes;
+}
+
+} // namespace
+
+TIMEDATE timedateFromHundredths(int64_t hundredths) noexcept {
+    hundredths = std::clamp(hundredths, firstDay * ticksPerDay, (lastDay + 1) * ticksPerDay - 1);
+    const int64_t ticks = (hundredths % ticksPerDay + ticksPerDay) % ticksPerDay;
+    return TIMEDATE{{static_cast<DWORD>(ticks), dayWordOf((hundredths - ticks) / ticksPerDay)}};
+}
+
+std::optional<int64_t> hundredthsFromTimedate(const TIMEDATE& time) noexcept {
+    const auto day = dayOf(time.Innards[1]);
+    if (!day || time.Innards[0] >= ticksPerDay)
+        return std::nullopt;
+    return *day * ticksPerDay + time.Innards[0];
+}
+
+bool isDaylightSaving(const TIMEDATE& time) noexcept {
+    return time.Innards[0] != anyTime && time.Innards[1] != anyDay && (time.Innards[1] & dstBit) != 0;
+}
+
+std::optional<std::string> dxlFromTimedate(const TIMEDATE& time) {
+    if (time.Innards[1] == anyDay) {
+        if (time.Innards[0] >= ticksPerDay)
+            return std::nullopt;
+        return timeText(time.Innards[0]);
+    }
+    if (time.Innards[0] == anyTime) {
+        const auto day = dayOf(time.Innards[1]);
+        if (!day || dayWordOf(*day) != time.Innards[1])
+            return std::nullopt; // a zone has no place in a date alone
+        return dateText(*day);
+    }
+    const auto hundredths = hundredthsFromTimedate(time);
+    const int offset = zoneOffset(time.Innards[1]);
+    if (!hundredths || zoneBits(offset, isDaylightSaving(time)) != (time.Innards[1] & ~dayMask))
+        return std::nullopt; // "east of Greenwich" by nothing, for one
+    const int64_t local = *hundredths + offset * ticksPerMinute;
+    const int64_t ticks = (local % ticksPerDay + ticksPerDay) % ticksPerDay;
+    const int64_t day = (local - ticks) / ticksPerDay;
+    if (day < firstDay || day > lastDay)
+        return std::nullopt;
+    return dateText(day) + timeText(ticks) + offsetText(offset);
+}
+
+std::optional<TIMEDATE> timedateFromDxl(std::string_view text, bool dst) {
+    Reader reader(text);
+    if (reader.sign('T')) {
+        const int64_t ticks = readTime(reader);
+        if (!reader.done() || dst)
+            return std::nullopt;
+        return TIMEDATE{{static_cast<DWORD>(ticks), anyDay}};
+    }
+    const int64_t localDay = readDate(reader);
+    if (!reader.sign('T')) {
+        if (!reader.done() || dst)
+            return std::nullopt;
+        return TIMEDATE{{anyTime, dayWordOf(localDay)}};
+    }
+    const int64_t localTicks = readTime(reader);
+    const int offset = readOffset(reader);
+    const auto zone = zoneBits(offset, dst);
+    const int64_t hundredths = localDay * ticksPerDay + localTicks - offset * ticksPerMinute;
+    if (!reader.done() || !zone || hundredths < firstDay * ticksPerDay || hundredths >= (lastDay + 1) * ticksPerDay)
+        return std::nullopt;
+    TIMEDATE time = timedateFromHundredths(hundredths);
+    time.Innards[1] |= *zone;
+    return time;
+}
+
+std::string textFromHundredths(int64_t hundredths) {
+    const auto time = *hundredthsFromTimedate(timedateFromHundredths(hundredths));
+    const int64_t ticks = (time % ticksPerDay + ticksPerDay) % ticksPerDay;
+    std::string text = dateText((time - ticks) / ticksPerDay) + timeText(ticks);
+    text.replace(8, 1, " "); // yyyymmddThhmmss,hh
+    text.insert(13, ":").insert(11, ":");
+    text.insert(6, "-").insert(4, "-");
+    return text + " UTC";
+}
+
+} // namespace embedded
