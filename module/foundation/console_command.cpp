@@ -1,13 +1,14 @@
 #include "foundation/console_command.h"
 
-#include <string>
-
+#include "common/bounded_text.h"
 #include "foundation/debug_log.h"
 #include "foundation/notes_scoped.h"
+#include "foundation/pause.h"
 
 namespace updkrx {
 namespace {
 
+constexpr size_t commandSize = 1024;
 constexpr DWORD consolePause = 3000; // milliseconds
 
 } // namespace
@@ -17,15 +18,16 @@ STATUS RunConsoleCommand(const char* command) {
     if (const STATUS status = SECKFMGetUserName(server); status != NOERROR) {
         return status;
     }
-    std::string text = command; // the operation takes a text that it may write to
+    char text[commandSize]; // the operation takes a text that it may write to
+    bq_snprintf(text, sizeof text, "%s", command);
     ScopedMemory reply;
-    return NSFRemoteConsole(server, text.data(), reply.Out());
+    return reply.Open(NSFRemoteConsole, server, text);
 }
 
 void RunConsoleCommandAndWait(const char* command) {
     (void)RunConsoleCommand(command);
     DebugLog(level::progress, "Run command %s", command);
-    (void)AddInIdleDelay(consolePause); // a server that wants the task to end is not heard in mid-upgrade
+    Pause(consolePause);
 }
 
 } // namespace updkrx

@@ -1,7 +1,7 @@
 // Commands to the console of the server that the process runs on.
 #pragma once
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

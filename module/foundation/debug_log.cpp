@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 #include "os/os.h"
 
 namespace updkrx {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
 #include "os/os.h"
 
@@ -14,6 +15,12 @@ constexpr size_t bufferSize = 262144;
 /** How many buffers are written between two nudges to the disk: it works while the copy goes on, not all at the end. */
 constexpr int buffersPerFlush = 32;
 constexpr const char* separators = "/\\";
+
+/** Closes a file whose last bytes do not matter: it was only read, or writing it has failed. */
+struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
+};
+using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
 
 /** The bytes that are to take a file's place, in a file beside it. They go away unless they have taken it. */
 class Successor {
@@ -97,8 +104,7 @@ CopyResult CopyOver(const std::string& source, const std::string& destination, b
     if (!overwrite && os::KindOf(destination.c_str()) == os::PathKind::file) {
         return copyTargetExists;
     }
-    const auto close = [](std::FILE* file) { (void)std::fclose(file); }; // only read: nothing can be lost
-    const std::unique_ptr<std::FILE, decltype(close)> from(os::OpenForReading(source.c_str()), close);
+    const OpenFile from(os::OpenForReading(source.c_str()));
     if (!from) {
         return copySourceUnreadable;
     }
@@ -113,10 +119,69 @@ CopyResult CopyOver(const std::string& source, const std::string& destination, b
     return result == copied ? successor.TakePlace() : result;
 }
 
+/** Puts the bytes of a file into another one, without making a new one of it. */
+CopyResult WriteInPlace(const std::string& source, const std::string& destination) {
+    const OpenFile from(os::OpenForReading(source.c_str()));
+    if (!from) {
+        return copySourceUnreadable;
+    }
+    OpenFile to(os::OpenToOverwrite(destination.c_str()));
+    if (!to) {
+        return copyTargetUnwritable;
+    }
+    const CopyResult result = CopyBytes(from.get(), to.get());
+    const bool onDisk = result == copied && os::FlushToDisk(to.get());
+    const bool closed = std::fclose(to.release()) == 0;
+    return result != copied ? result : onDisk && closed ? copied : copyWriteFailed;
+}
+
+bool IsThere(const std::string& file) noexcept {
+    return os::KindOf(file.c_str()) == os::PathKind::file;
+}
+
+/** Writes a file in place, once its old content is kept. What a run that died has kept is the old content still. */
+CopyResult OverwriteKeepingOld(const std::string& source, const std::string& destination, const std::string& kept) {
+    if (!IsThere(kept) && CopyPath(destination, kept, false) != copied) {
+        return copyTargetUnwritable;
+    }
+    return WriteInPlace(source, destination);
+}
+
+/** Removes a kept content in such a way that no later run takes it for one, even if it stays. */
+void Discard(const std::string& kept) {
+    const std::string old = kept + ".old";
+    if (os::MoveOver(kept.c_str(), old.c_str())) {
+        os::RemoveFile(old.c_str());
+    }
+}
+
+CopyResult CopyKeepingOld(const std::string& source, const std::string& destination) {
+    const std::string kept = destination + ".updkrx-kept";
+    CopyResult result = CopyPath(source, destination, true);
+    if (result == copyTargetUnwritable && IsThere(destination) && os::IsWritable(destination.c_str())) {
+        result = WithoutExceptions("CopyPath", copyWriteFailed,
+                                   [&] { return OverwriteKeepingOld(source, destination, kept); });
+    }
+    if (!IsThere(kept)) {
+        return result;
+    }
+    if (result == copied || CopyPath(kept, destination, true) == copied || WriteInPlace(kept, destination) == copied) {
+        Discard(kept);
+    } else {
+        DebugLog(level::progress, "Error: %s is damaged. Its old content is kept. (%s)", destination.c_str(),
+                 kept.c_str());
+    }
+    return result;
+}
+
 } // namespace
 
 CopyResult CopyPath(const std::string& source, const std::string& destination, bool overwrite) noexcept {
     return WithoutExceptions("CopyPath", copyWriteFailed, [&] { return CopyOver(source, destination, overwrite); });
+}
+
+CopyResult CopyUnderReaders(const std::string& source, const std::string& destination) noexcept {
+    return WithoutExceptions("CopyPath", copyWriteFailed, [&] { return CopyKeepingOld(source, destination); });
 }
 
 } // namespace updkrx

@@ -45,6 +45,26 @@ bool LacksItem(NOTEHANDLE note, const char* item) noexcept {
     return TellsOfAbsence(LookAt(note, item, nullptr, nullptr));
 }
 
+std::optional<size_t> TextLengthOf(NOTEHANDLE note, const char* item) noexcept {
+    WORD type = TYPE_INVALID_OR_UNKNOWN;
+    DWORD length = 0;
+    if (LookAt(note, item, &type, &length) != NOERROR || type != TYPE_TEXT || length < sizeof type) {
+        return std::nullopt;
+    }
+    return length - sizeof type;
+}
+
+STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept {
+    // Of several items of one name, some servers delete the first one only.
+    const WORD length = static_cast<WORD>(std::strlen(item));
+    bool deleted = false;
+    STATUS status = NOERROR;
+    while ((status = NSFItemDelete(note, item, length)) == NOERROR) {
+        deleted = true;
+    }
+    return deleted && TellsOfAbsence(status) ? NOERROR : status;
+}
+
 std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept {
     const WORD length = GetItemText(note, item, text, size);
     if (length == 0 && HasUnreadText(note, item, 1, 0)) {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -13,6 +13,12 @@ namespace updkrx {
 [[nodiscard]] bool HasItem(NOTEHANDLE note, const char* item) noexcept;
 /** Whether an item is known to be absent: false also when that cannot be found out. */
 [[nodiscard]] bool LacksItem(NOTEHANDLE note, const char* item) noexcept;
+
+/** The length of an item that is a single text; nothing when it is absent, of another type, or cannot be looked at. */
+[[nodiscard]] std::optional<size_t> TextLengthOf(NOTEHANDLE note, const char* item) noexcept;
+
+/** Deletes all items of a name. Returns the status of the deletion that failed; ERR_ITEM_NOT_FOUND when there was none. */
+[[nodiscard]] STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept;
 
 /** As GetItemText, but nothing, which is logged, when the item has a text of which none could be read, or when it
  *  cannot be found out whether it has. `text` is then empty. */

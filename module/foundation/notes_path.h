@@ -1,17 +1,24 @@
 // Paths as the Notes API takes them.
 #pragma once
 
-#include <cstring>
+#include <cstddef>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
-/** Calls an operation whose first argument is a path relative to the data directory. A path that is too long for the
- *  platform names no database: the operation is not called, and the result is ERR_NOEXIST. */
+/** Puts the data directory in front of a path relative to it; false when that does not fit, or when the directory is not
+ *  known. In the Notes character set. */
+[[nodiscard]] bool GetFullPath(const char* path, char (&fullPath)[MAXPATH]) noexcept;
+
+/** Calls an operation whose first argument is the path of a database, relative to the data directory. Some servers know
+ *  databases by their full paths only there: when there is none at that path, it is called once more with the full one. */
 template<class Operation, class... Arguments>
-[[nodiscard]] STATUS WithPath(const char* path, Operation operation, Arguments... arguments) noexcept {
-    return std::strlen(path) < MAXPATH ? operation(path, arguments...) : ERR_NOEXIST;
+[[nodiscard]] STATUS WithFullPathToo(Operation operation, const char* path, Arguments... arguments) noexcept {
+    const STATUS status = operation(path, arguments...);
+    char fullPath[MAXPATH];
+    return (status & ERR_MASK) == ERR_NOEXIST && GetFullPath(path, fullPath) ? operation(fullPath, arguments...)
+                                                                             : status;
 }
 
 } // namespace updkrx

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -15,7 +15,8 @@ public:
     ScopedHandle(ScopedHandle&& other) noexcept : handle_(std::exchange(other.handle_, DHANDLE{NULLHANDLE})) {}
     ScopedHandle& operator=(ScopedHandle&& other) noexcept {
         if (this != &other) {
-            *Out() = std::exchange(other.handle_, DHANDLE{NULLHANDLE});
+            (void)Close();
+            handle_ = std::exchange(other.handle_, DHANDLE{NULLHANDLE});
         }
         return *this;
     }
@@ -23,10 +24,17 @@ public:
 
     [[nodiscard]] DHANDLE Get() const noexcept { return handle_; }
 
-    /** For an operation that opens: closes what is held and gives the place for the new handle. */
-    [[nodiscard]] DHANDLE* Out() noexcept {
+    /** Closes what is held and opens anew: calls `operation` with the arguments and, as the last one, the place for the
+     *  handle. Returns its status. What an operation that failed leaves in that place is no handle, and is forgotten. */
+    template<class Operation, class... Arguments>
+    [[nodiscard]] STATUS Open(Operation operation, Arguments... arguments) noexcept {
         (void)Close();
-        return &handle_;
+        DHANDLE opened = NULLHANDLE;
+        const STATUS status = operation(arguments..., &opened);
+        if (status == NOERROR) {
+            handle_ = opened;
+        }
+        return status;
     }
 
     /** Closes early and returns the status of that; NOERROR when there is nothing to close. */
@@ -45,6 +53,11 @@ using ScopedNote = ScopedHandle<NSFNoteClose>;
 using ScopedMemory = ScopedHandle<OSMemFree>;
 /** A compiled formula, which is a block of memory too. */
 using ScopedFormula = ScopedMemory;
+
+/** Opens a note by its ID; `flags` is 0 or OPEN_EXPAND. */
+[[nodiscard]] inline STATUS OpenNote(ScopedNote& note, DBHANDLE database, NOTEID noteId, WORD flags = 0) noexcept {
+    return note.Open(NSFNoteOpen, database, noteId, flags);
+}
 
 /** Keeps a block of memory locked, so that its address holds. */
 class ScopedLock {

@@ -2,11 +2,42 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/notes_text.h"
 
 namespace updkrx {
+namespace {
+
+/** A search and the notes that it has delivered: a server may deliver one again that a step has saved. */
+struct Visits {
+    NSFSEARCHPROC step;
+    void* parameter;
+    std::vector<NOTEID> visited; // ascending, as most searches deliver
+
+    /** False for a note that was there before. */
+    bool Add(NOTEID noteId) {
+        const auto place = std::ranges::lower_bound(visited, noteId);
+        if (place != visited.end() && *place == noteId) {
+            return false;
+        }
+        visited.insert(place, noteId);
+        return true;
+    }
+};
+
+STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept {
+    Visits& visits = *static_cast<Visits*>(parameter);
+    const SEARCH_MATCH found = CopyMatch(match);
+    // Without the memory to remember a note, it had better be visited twice than not at all.
+    const bool isNew =
+        !IsMatch(found) || WithoutExceptions("SearchNotes", true, [&] { return visits.Add(found.ID.NoteID); });
+    return isNew ? visits.step(visits.parameter, match, summary) : NOERROR;
+}
+
+} // namespace
 
 STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formula, WORD* compiledLength) noexcept {
     char text[maxSelectionLength + 1];
@@ -19,8 +50,10 @@ STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formu
     WORD column = 0;
     WORD offset = 0;
     WORD errorLength = 0;
-    const STATUS status = NSFFormulaCompile(nullptr, 0, text, length, formula.Out(), &formulaLength, &error, &line,
-                                            &column, &offset, &errorLength);
+    const STATUS status = formula.Open([&](FORMULAHANDLE* compiled) {
+        return NSFFormulaCompile(nullptr, 0, text, length, compiled, &formulaLength, &error, &line, &column, &offset,
+                                 &errorLength);
+    });
     if (compiledLength != nullptr) {
         *compiledLength = formulaLength;
     }
@@ -34,7 +67,8 @@ void LogCompileFailure(const char* operation, STATUS status, int line) noexcept 
 
 STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
                    void* parameter) noexcept {
-    return NSFSearch(database, formula, nullptr, 0, classMask, nullptr, step, parameter, nullptr);
+    Visits visits = {step, parameter, {}};
+    return NSFSearch(database, formula, nullptr, 0, classMask, nullptr, VisitOnce, &visits, nullptr);
 }
 
 SEARCH_MATCH CopyMatch(const SEARCH_MATCH* match) noexcept {

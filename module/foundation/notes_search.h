@@ -4,8 +4,8 @@
 // It passes over a match that IsMatch denies, works on the note, and returns 0 so that the search goes on.
 #pragma once
 
-#include "foundation/notes_api.h"
 #include "foundation/notes_scoped.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -21,8 +21,8 @@ inline constexpr WORD maxSelectionLength = 1023;
 void LogCompileFailure(const char* operation, STATUS status, int line = __builtin_LINE()) noexcept;
 
 /**
- * Calls `step` for every note of `classMask` that the compiled formula selects, or for all of them when `formula` is
- * NULLHANDLE. Returns the search's status, or the first status other than 0 of a step, which ends the search.
+ * Calls `step` once for every note of `classMask` that the compiled formula selects, or for all of them when `formula`
+ * is NULLHANDLE; also for notes that it does not select, which IsMatch tells apart. Returns the search's status, or the first status other than 0 of a step, which ends the search.
  */
 [[nodiscard]] STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
                                  void* parameter) noexcept;

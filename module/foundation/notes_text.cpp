@@ -1,6 +1,7 @@
 #include "foundation/notes_text.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "common/bounded_text.h"
 
@@ -15,8 +16,10 @@ WORD Terminate(char* text, WORD size, WORD length) noexcept {
     return end;
 }
 
+/** Servers differ in whether the result counts the terminator: the text itself tells its length. */
 WORD Translate(WORD mode, const char* in, char* out, WORD size) noexcept {
-    return Terminate(out, size, OSTranslate(mode, in, MAXWORD, out, static_cast<WORD>(size - 1)));
+    Terminate(out, size, OSTranslate(mode, in, MAXWORD, out, size));
+    return static_cast<WORD>(std::strlen(out));
 }
 
 } // namespace
@@ -30,7 +33,12 @@ WORD ToNative(const char* lmbcs, char* native, WORD size) noexcept {
 }
 
 WORD GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept {
-    return Terminate(text, size, NSFItemGetText(note, name, text, static_cast<WORD>(size - 1)));
+    // Servers differ in whether the size counts a terminator: one byte more is asked for, with room for another.
+    char whole[maxItemTextSize + 1];
+    const WORD asked = std::min(size, maxItemTextSize);
+    const WORD length = std::min(NSFItemGetText(note, name, whole, asked), static_cast<WORD>(asked - 1));
+    std::copy_n(whole, length, text);
+    return Terminate(text, size, length);
 }
 
 bool GetEnvironmentText(const char* name, char* text, WORD size) noexcept {

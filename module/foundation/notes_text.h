@@ -4,7 +4,7 @@
 // cut.
 #pragma once
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -12,6 +12,9 @@ namespace updkrx {
 WORD ToLmbcs(const char* native, char* lmbcs, WORD size) noexcept;
 /** From the Notes character set to the native one. Returns the length of the result. */
 WORD ToNative(const char* lmbcs, char* native, WORD size) noexcept;
+
+/** The largest buffer that GetItemText fills. */
+inline constexpr WORD maxItemTextSize = 8192;
 
 /** The text of an item, empty when the item is absent. Returns its length; line breaks in it are zero bytes. */
 WORD GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexcept;

@@ -1,8 +1,9 @@
 // Taking a database offline that may still have users.
 #pragma once
 
-#include "foundation/notes_api.h"
 #include "foundation/notes_path.h"
+#include "foundation/pause.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -12,22 +13,29 @@ inline constexpr DWORD offlinePause = 1000; // milliseconds after an attempt tha
 
 /**
  * Takes a database offline, trying again for as long as it is in use and attempts are left. The path and the options
- * are those of NSFTakeDatabaseOffline; a path that is too long is ERR_NOEXIST. Each attempt that finds the database in
- * use is told to `reportInUse` with the number of such attempts before it. Returns the status of the last attempt,
- * whole.
+ * are those of NSFTakeDatabaseOffline. Each attempt that finds the database in use is told to `reportInUse` with the
+ * number of such attempts before it. Returns the status of the last attempt, whole; a database that is offline already
+ * and is to be kept is a success.
  */
 template<class ReportInUse>
 [[nodiscard]] STATUS TakeOfflineWhenUnused(const char* path, DWORD options, ReportInUse reportInUse) noexcept {
     STATUS status = NOERROR;
     for (int attempt = 0; attempt < offlineAttempts; ++attempt) {
-        status = WithPath(path, NSFTakeDatabaseOffline, offlineWait, options);
+        status = WithFullPathToo(NSFTakeDatabaseOffline, path, offlineWait, options);
         if ((status & ERR_MASK) != ERR_DBINUSE) {
             break;
         }
         reportInUse(attempt);
-        (void)AddInIdleDelay(offlinePause); // a server that wants the task to end is not heard in mid-upgrade
+        Pause(offlinePause);
     }
-    return status;
+    // A run that died may have left it offline.
+    const bool isOffline = (status & ERR_MASK) == ERR_DBOFFLINE && (options & OFFLINE_NODELETE) != 0;
+    return isOffline ? NOERROR : status;
+}
+
+/** Brings a database online again; a path as above. */
+[[nodiscard]] inline STATUS BringOnline(const char* path) noexcept {
+    return WithFullPathToo(NSFBringDatabaseOnline, path, DWORD{0});
 }
 
 } // namespace updkrx

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

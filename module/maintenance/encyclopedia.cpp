@@ -1,13 +1,19 @@
 #include "maintenance/encyclopedia.h"
 
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
+#include "foundation/file_copy.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
+#include "foundation/product_folder.h"
+#include "foundation/second_try.h"
 #include "foundation/take_offline.h"
+#include "os/os.h"
 
 namespace updkrx {
 namespace {
@@ -23,12 +29,12 @@ constexpr TIMEDATE replicaId = {{0x001E96E4, 0x852552F9}};
 
 bool HasOldVersion(NOTEHANDLE note) noexcept {
     constexpr const char* item = "InternalPVer";
-    if (LacksItem(note, item)) {
+    // Only a version that is there and was read makes the database old: an old one is deleted.
+    if (!HasItem(note, item)) {
         return false;
     }
     char text[versionSize];
     const auto length = ReadItemText(note, item, text, sizeof text);
-    // Only a version that was read makes the database old: an old one is deleted.
     return length && std::string_view(text, *length).find('.') == std::string_view::npos;
 }
 
@@ -36,7 +42,7 @@ bool HasOldVersion(NOTEHANDLE note) noexcept {
  *  compiling the formula. */
 STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcept {
     ScopedDatabase database;
-    if (NSFDbOpen(databasePath, database.Out()) != NOERROR) {
+    if (database.Open(NSFDbOpen, databasePath) != NOERROR) {
         return NOERROR;
     }
     ScopedFormula formula;
@@ -50,59 +56,242 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
     (void)SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, CheckPatternVersionCallback, &search);
     oldFormat = search.oldFormat != 0;
     if (oldFormat) {
-        (void)NSFDbReadACL(database.Get(), accessControlList.Out()); // without it, the template's list stays
+        (void)WithSecondTry(
+            [&] { return accessControlList.Open(NSFDbReadACL, database.Get()); }); // else the template's stays
     }
     return NOERROR;
 }
 
-STATUS DeleteDatabase() noexcept {
-    const STATUS status = TakeOfflineWhenUnused(databasePath, removeDatabase,
-                                                [](int /*earlier*/) { DebugLog(level::retry, "DB in use, waiting"); });
+STATUS TakeOffline(DWORD options) noexcept {
+    return TakeOfflineWhenUnused(databasePath, options,
+                                 [](int /*earlier*/) { DebugLog(level::retry, "DB in use, waiting"); });
+}
+
+/**
+ * The old database, kept as a file beside its place while it is deleted and the new one not finished. What stands on the
+ * disk tells the next run where one has died:
+ *
+ *     krency.nsf.updkrx-offline   the database may be offline
+ *     krency.nsf.updkrx-kept      it is missing, or a new one that is not finished; this is the old one, whole
+ *     krency.nsf.updkrx-old       nothing: a finished new one stands in its place
+ *
+ * None of them is a database by its name, so that the server leaves them alone.
+ */
+class KeptDatabase {
+public:
+    explicit KeptDatabase(const std::string& folder)
+        : database_(folder + "/krency.nsf"), offline_(database_ + ".updkrx-offline"), kept_(database_ + ".updkrx-kept"),
+          old_(database_ + ".updkrx-old") {}
+
+    /** Marks that the database is going to be offline. False, which is logged, when there is no place for a file. */
+    [[nodiscard]] bool MarkOffline() noexcept {
+        std::FILE* file = IsThere(offline_) ? nullptr : os::OpenNew(offline_.c_str());
+        if (file != nullptr) {
+            (void)std::fclose(file); // nothing was written
+        }
+        return IsThere(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
+    }
+    /** Keeps the database, which is offline, as it is now. False, which is logged, when it cannot be copied. */
+    [[nodiscard]] bool Keep() noexcept {
+        const CopyResult result = CopyPath(database_, kept_, true);
+        os::CopyAccessRights(database_.c_str(), kept_.c_str());
+        return result == copied || LogThatItCannotBeKept(result);
+    }
+
+    /** The database has not been deleted after all, or it has: either way it is there and online afterwards. */
+    void GiveUp() noexcept {
+        if (IsThere(kept_) && IsThere(database_)) {
+            os::RemoveFile(kept_.c_str());
+        }
+        PutBack();
+    }
+    /** Puts the kept database, if there is one, in the place of whatever is there, and brings it online. */
+    void PutBack() noexcept {
+        if (IsThere(kept_)) {
+            const STATUS status = IsThere(database_) ? TakeOffline(OFFLINE_NODELETE) : NOERROR;
+            if (status != NOERROR || !os::MoveOver(kept_.c_str(), database_.c_str())) {
+                DebugLog(level::retry, "Error: The old krency.nsf cannot be put back. It is kept. (%s):(%x)",
+                         kept_.c_str(), status);
+                return;
+            }
+            DebugLog(level::retry, "The old krency.nsf is put back.");
+        }
+        if (BringBackOnline()) {
+            Unmark();
+        } // else the next run tries again
+    }
+    void Unmark() noexcept {
+        os::RemoveFile(offline_.c_str());
+        if (IsThere(offline_)) {
+            DebugLog(level::retry, "Error: A mark cannot be removed; the next run does that. (%s)", offline_.c_str());
+        }
+    }
+    /** The new database stands in its place. `whole` is false when it lacks something: the old one's file stays then. */
+    void Finish(bool whole) noexcept {
+        Unmark();
+        if (!os::MoveOver(kept_.c_str(), old_.c_str())) { // from here on no run puts it back
+            DebugLog(level::retry, "Error: The kept krency.nsf cannot be removed. (%s)", kept_.c_str());
+        } else if (whole) {
+            os::RemoveFile(old_.c_str());
+        } else {
+            DebugLog(level::retry,
+                     "Error: The new krency.nsf may lack the old one's access control list or its replica ID. "
+                     "The old one is kept. (%s)",
+                     old_.c_str());
+        }
+    }
+
+    [[nodiscard]] bool BringBackOnline() noexcept {
+        const STATUS status = BringOnline(databasePath);
+        if (status != NOERROR) {
+            DebugLog(level::retry, "Bring database online. (%s):(%x)", database_.c_str(), status);
+        }
+        return status == NOERROR;
+    }
+
+    /** Whether a run has died with the old database kept, or offline. */
+    [[nodiscard]] bool HasKept() const noexcept { return IsThere(kept_); }
+    [[nodiscard]] bool IsMarkedOffline() const noexcept { return IsThere(offline_); }
+
+private:
+    static bool IsThere(const std::string& file) noexcept { return os::KindOf(file.c_str()) == os::PathKind::file; }
+
+    [[nodiscard]] bool LogThatItCannotBeKept(CopyResult result) const noexcept {
+        DebugLog(level::retry, "Error: krency.nsf cannot be kept, so it is not recreated. (%s):(%d)", kept_.c_str(),
+                 result);
+        return false;
+    }
+
+    std::string database_;
+    std::string offline_;
+    std::string kept_;
+    std::string old_;
+};
+
+void LogThatItIsNotDeleted(STATUS status) noexcept {
+    DebugLog(level::retry, "Failed to delete original KRX V3 krency.nsf, Error: %X", status);
+}
+
+/** Deletes the database, of which a copy is kept before. After a failure it is there and online as it was. */
+STATUS DeleteDatabase(KeptDatabase& kept) noexcept {
+    if (!kept.MarkOffline()) {
+        return ERR_UNKNOWN;
+    }
+    STATUS status = TakeOffline(OFFLINE_NODELETE);
     if (status != NOERROR) {
-        DebugLog(level::retry, "Failed to delete original KRX V3 krency.nsf, Error: %X", status);
+        LogThatItIsNotDeleted(status);
+        kept.Unmark();
+        return status;
+    }
+    if (!kept.Keep()) {
+        kept.GiveUp();
+        return ERR_UNKNOWN;
+    }
+    status = TakeOffline(removeDatabase);
+    if ((status & ERR_MASK) == ERR_DBOFFLINE && kept.BringBackOnline()) { // some servers delete only what is online
+        status = TakeOffline(removeDatabase);
+    }
+    if (status != NOERROR) {
+        LogThatItIsNotDeleted(status);
+        kept.GiveUp();
     }
     return status;
 }
 
-void SetReplicaId(DBHANDLE database) noexcept {
+bool SetReplicaId(DBHANDLE database) noexcept {
     DBREPLICAINFO info = {};
-    if (NSFDbReplicaInfoGet(database, &info) != NOERROR) {
-        return; // the record is written as a whole, and the rest of it must stay
+    // The record is written as a whole, and the rest of it must stay.
+    if (WithSecondTry([&] { return NSFDbReplicaInfoGet(database, &info); }) != NOERROR) {
+        return false;
     }
     info.ID = replicaId;
-    (void)NSFDbReplicaInfoSet(database, &info); // with an ID of its own the database still works
+    return WithSecondTry([&] { return NSFDbReplicaInfoSet(database, &info); }) == NOERROR;
 }
 
-STATUS CreateDatabase(const ScopedMemory& accessControlList) noexcept {
+bool StoreAccessControlList(DBHANDLE database, const ScopedMemory& list) noexcept {
+    return list.Get() != NULLHANDLE &&
+           WithSecondTry([&] { return NSFDbStoreACL(database, list.Get(), 0, 0); }) == NOERROR;
+}
+
+/** Copies the template. What a server may refuse is tried in another way: a path that is still offline, and the private
+ *  design notes of others. */
+STATUS CopyTemplate(ScopedDatabase& database) noexcept {
+    WORD classes = NOTE_CLASS_ALL;
+    bool broughtOnline = false;
+    while (true) {
+        const STATUS status =
+            database.Open(NSFDbCreateAndCopy, templatePath, databasePath, classes, sizeLimit, DWORD{0});
+        const STATUS code = status & ERR_MASK;
+        if (code == ERR_DBOFFLINE && !broughtOnline) {
+            broughtOnline = true;
+            (void)BringOnline(databasePath); // the next attempt tells
+        } else if (code == ERR_NOACCESS && (classes & NOTE_CLASS_PRIVATE) != 0) {
+            classes &= static_cast<WORD>(~NOTE_CLASS_PRIVATE);
+        } else {
+            return status;
+        }
+    }
+}
+
+STATUS CreateDatabase(const ScopedMemory& accessControlList, KeptDatabase& kept) noexcept {
     ScopedDatabase database;
-    const STATUS status = NSFDbCreateAndCopy(templatePath, databasePath, NOTE_CLASS_ALL, sizeLimit, 0, database.Out());
+    const STATUS status = CopyTemplate(database);
     if (status != NOERROR) {
         DebugLog(level::retry, "Failed to recreate krency.nsf, Error: %X", status);
+        kept.PutBack();
         return status;
     }
-    SetReplicaId(database.Get());
-    if (accessControlList.Get() != NULLHANDLE) {
-        (void)NSFDbStoreACL(database.Get(), accessControlList.Get(), 0, 0); // as above, the template's list stays
-    }
+    const bool hasId = SetReplicaId(database.Get());
+    const bool hasList = StoreAccessControlList(database.Get(), accessControlList);
     DebugLog(level::retry, "Success created new krency.nsf");
+    kept.Finish(database.Close() == NOERROR && hasId && hasList);
     return NOERROR;
+}
+
+STATUS RecreateDatabase(const ScopedMemory& accessControlList) {
+    const auto folder = GetProductFolder();
+    if (!folder) {
+        return ERR_UNKNOWN;
+    }
+    KeptDatabase kept(*folder);
+    if (kept.HasKept()) { // of a dead run, and could not be put back: it must not get lost
+        return ERR_UNKNOWN;
+    }
+    const STATUS status = DeleteDatabase(kept);
+    return status == NOERROR ? CreateDatabase(accessControlList, kept) : status;
+}
+
+/** True when a kept database was put back, and so is to be made anew. */
+bool RecoverFromDeadRun() {
+    const auto folder = GetProductFolder(Report::silent); // without one, nothing was kept
+    if (!folder) {
+        return false;
+    }
+    KeptDatabase kept(*folder);
+    const bool hadKept = kept.HasKept();
+    if (hadKept || kept.IsMarkedOffline()) {
+        kept.PutBack();
+    }
+    return hadKept && !kept.HasKept();
 }
 
 } // namespace
 
+void FinishKrencyOfDeadRun() noexcept {
+    if (WithoutExceptions("FinishKrencyOfDeadRun", false, RecoverFromDeadRun)) {
+        (void)UpdateKrency(); // its failures are logged
+    }
+}
+
 DWORD UpdateKrency() noexcept {
     bool oldFormat = false;
     ScopedMemory accessControlList;
-    STATUS status = ExamineDatabase(oldFormat, accessControlList);
+    const STATUS status = ExamineDatabase(oldFormat, accessControlList);
     if (!oldFormat) {
         return status;
     }
     DebugLog(level::retry, "krency.nsf is old format, recreate it");
-    status = DeleteDatabase();
-    if (status == NOERROR) {
-        status = CreateDatabase(accessControlList);
-    }
-    return status;
+    return WithoutExceptions("UpdateKrency", STATUS{ERR_MEMORY}, [&] { return RecreateDatabase(accessControlList); });
 }
 
 STATUS LNCALLBACK CheckPatternVersionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
@@ -110,7 +299,7 @@ STATUS LNCALLBACK CheckPatternVersionCallback(void* parameter, SEARCH_MATCH* mat
         const SEARCH_MATCH found = CopyMatch(match);
         PatternVersionSearch& search = *static_cast<PatternVersionSearch*>(parameter);
         ScopedNote note;
-        if (IsMatch(found) && NSFNoteOpen(search.database, found.ID.NoteID, 0, note.Out()) == NOERROR &&
+        if (IsMatch(found) && OpenNote(note, search.database, found.ID.NoteID) == NOERROR &&
             HasOldVersion(note.Get())) {
             search.oldFormat = 1;
         }

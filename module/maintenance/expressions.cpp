@@ -8,6 +8,7 @@
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
+#include "foundation/text_lists.h"
 #include "foundation/unid_text.h"
 
 namespace updkrx {
@@ -41,15 +42,13 @@ void CorrectDocId(NOTEHANDLE note) noexcept {
 void AddReference(NOTEHANDLE note, std::span<const DefaultExpression> table) noexcept {
     char buffer[itemTextSize] = {};
     if (const DefaultExpression* shipped = Find(table, ReadText(note, "Expression", buffer)); shipped != nullptr) {
-        constexpr BOOL allowDuplicates = 0;
-        (void)NSFItemAppendTextList(note, "RefContent", shipped->unid.data(), static_cast<WORD>(shipped->unid.size()),
-                                    allowDuplicates);
+        (void)AppendEntry(note, "RefContent", shipped->unid);
     }
 }
 
 void MigrateDocument(const ExpressionSearch& search, NOTEID noteId) noexcept {
     ScopedNote note;
-    if (const STATUS status = NSFNoteOpen(search.database, noteId, 0, note.Out()); status != NOERROR) {
+    if (const STATUS status = OpenNote(note, search.database, noteId); status != NOERROR) {
         DebugLog(level::detail, "NSFNoteOpen error %d", status);
         return;
     }
@@ -61,7 +60,7 @@ void MigrateDocument(const ExpressionSearch& search, NOTEID noteId) noexcept {
 /** Returns the status of compiling the formula. */
 STATUS MigrateDocuments() noexcept {
     ScopedDatabase database;
-    if (NSFDbOpen("krx/krconf.nsf", database.Out()) != NOERROR) {
+    if (database.Open(NSFDbOpen, "krx/krconf.nsf") != NOERROR) {
         return NOERROR;
     }
     ScopedFormula formula;

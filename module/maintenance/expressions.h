@@ -4,8 +4,8 @@
 
 #include <span>
 
-#include "foundation/notes_api.h"
 #include "maintenance/default_expressions.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

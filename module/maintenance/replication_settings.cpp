@@ -33,7 +33,7 @@ STATUS AppendList(NOTEHANDLE note, std::string_view item, std::string_view entry
 
 STATUS AppendLists(NOTEHANDLE note) noexcept {
     ScopedMemory memory;
-    if (const STATUS status = OSMemAlloc(0, listBlockSize, memory.Out()); status != NOERROR) {
+    if (const STATUS status = memory.Open(OSMemAlloc, WORD{0}, listBlockSize); status != NOERROR) {
         return status;
     }
     const ScopedLock block(memory.Get());
@@ -81,7 +81,7 @@ STATUS CreateReplicationSettings(DBHANDLE database) noexcept {
         return failed;
     }
     ScopedNote note;
-    STATUS status = NSFNoteCreate(database, note.Out());
+    STATUS status = note.Open(NSFNoteCreate, database);
     if (status != NOERROR) {
         return status;
     }

@@ -1,7 +1,7 @@
 // The replication settings of a database: its one replication formula note.
 #pragma once
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

@@ -3,7 +3,7 @@
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
-#include "foundation/notes_path.h"
+#include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -42,11 +42,17 @@ STATUS SearchDesign(DBHANDLE database, NSFSEARCHPROC step) noexcept {
 }
 
 STATUS OpenToSign(DBHANDLE database, NOTEID noteId, WORD flags, ScopedNote& note) noexcept {
-    const STATUS status = NSFNoteOpen(database, noteId, flags, note.Out());
+    const STATUS status = OpenNote(note, database, noteId, flags);
     if (status != NOERROR) {
         DebugLog(level::progress, "Signning failed!!!");
     }
     return status;
+}
+
+/** Signs an open note anew; some servers only add to the signatures that it has. */
+STATUS Sign(NOTEHANDLE note) noexcept {
+    (void)DeleteItems(note, "$Signature"); // most have none or one
+    return NSFNoteSign(note);
 }
 
 STATUS SignNote(DBHANDLE database, NOTEID noteId) noexcept {
@@ -54,16 +60,22 @@ STATUS SignNote(DBHANDLE database, NOTEID noteId) noexcept {
     if (const STATUS status = OpenToSign(database, noteId, 0, note); status != NOERROR) {
         return status;
     }
-    if ((ClassOf(note.Get()) & expandedClasses) != 0) {
-        if (const STATUS status = OpenToSign(database, noteId, OPEN_EXPAND, note); status != NOERROR) {
+    const bool expanded = (ClassOf(note.Get()) & expandedClasses) != 0;
+    const WORD flags = expanded ? OPEN_EXPAND : 0;
+    if (expanded) {
+        if (const STATUS status = OpenToSign(database, noteId, flags, note); status != NOERROR) {
             return status;
         }
-        if (const STATUS status = NSFNoteSign(note.Get()); status != NOERROR) {
-            DebugLog(level::progress, "NSFNotesSign error: %d", status);
+    }
+    if (const STATUS status = Sign(note.Get()); status != NOERROR) {
+        DebugLog(level::progress, "%sNSFNotesSign error: %d", expanded ? "" : "22222 ", status);
+        // The note keeps the signature that it has.
+        if (OpenNote(note, database, noteId, flags) != NOERROR) {
+            return NOERROR;
         }
+    }
+    if (expanded) {
         (void)NSFNoteContract(note.Get()); // a note that stays expanded is still worth saving
-    } else if (const STATUS status = NSFNoteSign(note.Get()); status != NOERROR) {
-        DebugLog(level::progress, "22222 NSFNotesSign error: %d", status);
     }
     (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one note that cannot be saved does not fail the database
     return note.Close();
@@ -71,7 +83,7 @@ STATUS SignNote(DBHANDLE database, NOTEID noteId) noexcept {
 
 STATUS RemoveReplFormula(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
-    if (const STATUS status = NSFNoteOpen(database, noteId, 0, note.Out()); status != NOERROR) {
+    if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {
         return status;
     }
     const WORD noteClass = ClassOf(note.Get());
@@ -95,7 +107,7 @@ void HideDesign(DBHANDLE database) noexcept {
 void SignProductDatabase(const char* path) {
     DebugLog(level::progress, "%s", path);
     ScopedDatabase database;
-    if (const STATUS status = NSFDbOpen(path, database.Out()); status != NOERROR) {
+    if (const STATUS status = database.Open(NSFDbOpen, path); status != NOERROR) {
         AddServerLogLine(path);
         DebugLog(level::progress, "Failed to open %s - %s", path, ReportedStatus(status).Text());
         return;
@@ -116,7 +128,7 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
     const std::string path = "krx/" + fileName;
     const char* name = fileName.c_str();
     ScopedDatabase database;
-    if (const STATUS status = WithPath(path.c_str(), NSFDbOpen, database.Out()); status != NOERROR) {
+    if (const STATUS status = database.Open(NSFDbOpen, path.c_str()); status != NOERROR) {
         AddServerLogLine(path.c_str());
         DebugLog(level::progress, "Failed to open %s - %s\n", name, ReportedStatus(status).Text());
         return notSigned;

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "foundation/notes_api.h"
 #include "foundation/patch_run_context.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

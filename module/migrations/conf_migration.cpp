@@ -10,12 +10,14 @@
 #include "migrations/conflict_action.h"
 #include "migrations/default_rule.h"
 #include "migrations/dlp_upgrade.h"
+#include "migrations/kept_documents.h"
 #include "migrations/obsolete_unids.h"
 
 namespace updkrx {
 namespace {
 
 constexpr WORD pathSize = 32;
+constexpr const char* databasePath = "krx/krconf.nsf";
 constexpr const char* templatePath = "krx/krconf.ntf";
 
 void RepairReferences(DBHANDLE database) {
@@ -29,27 +31,46 @@ void RepairReferences(DBHANDLE database) {
     (void)ReplaceObsoleteUNID(database);
 }
 
-void UpgradeDocuments(DBHANDLE database) {
+void UpgradeFromTemplate(DBHANDLE database) {
     ScopedDatabase templateDatabase;
-    if (NSFDbOpen(templatePath, templateDatabase.Out()) != NOERROR) {
+    if (templateDatabase.Open(NSFDbOpen, templatePath) != NOERROR) {
         char path[MAXPATH];
         ToNative(templatePath, path, sizeof path);
         DebugLog(level::detail, "cannot open krconf.ntf, path: %s", path);
+        if (!ObsoleteUNIDSet.empty()) { // of copies that were removed as documents were put back
+            RepairReferences(database);
+        }
         return;
     }
     (void)UpgradeDLPDocumentFromNTFtoNSF(templateDatabase.Get(), database); // its forms succeed or fail by themselves
     RepairReferences(database);
 }
 
+/** Closes the database: what is kept of its documents goes when the disk has what stands in their place. */
+void UpgradeDocuments(ScopedDatabase& database) {
+    // Without all that an earlier run had taken out, another document would be taken for one that is missing.
+    if (HasKeptDocuments() && !PutBackKeptDocuments(database.Get())) {
+        return;
+    }
+    UpgradeFromTemplate(database.Get());
+    if (!HasKeptDocuments()) {
+        return;
+    }
+    const bool complete = AllKeptDocumentsStand(database.Get());
+    if (database.Close() == NOERROR && complete) {
+        RemoveKeptDocuments();
+    }
+}
+
 void MigrateDocuments(const char* path) {
     ScopedDatabase database;
-    if (NSFDbOpen(path, database.Out()) != NOERROR) {
+    if (database.Open(NSFDbOpen, path) != NOERROR) {
         return;
     }
     // No migration waits for the success of another.
     (void)ChangeConflictAction(database.Get());
     (void)ClearDefaultRule(database.Get());
-    UpgradeDocuments(database.Get());
+    UpgradeDocuments(database);
 }
 
 void RefreshDesign(const char* path) {
@@ -60,9 +81,19 @@ void RefreshDesign(const char* path) {
 
 } // namespace
 
+void FinishConfDatabaseOfDeadRun() noexcept {
+    (void)WithoutExceptions("FinishConfDatabaseOfDeadRun", NOERROR, [] {
+        ScopedDatabase database;
+        if (HasKeptDocuments() && database.Open(NSFDbOpen, databasePath) == NOERROR) {
+            UpgradeDocuments(database);
+        }
+        return NOERROR;
+    });
+}
+
 STATUS MigrateConfDatabase() {
     char path[pathSize];
-    ToLmbcs("krx/krconf.nsf", path, sizeof path);
+    ToLmbcs(databasePath, path, sizeof path);
     (void)WithoutExceptions("MigrateConfDatabase", NOERROR, [&] { // the run goes on, beginning with the design
         MigrateDocuments(path);
         return NOERROR;

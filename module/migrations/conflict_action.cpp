@@ -4,7 +4,6 @@
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "foundation/notes_text.h"
 
 namespace updkrx {
 namespace {
@@ -14,15 +13,16 @@ constexpr WORD actionSize = 32;
 constexpr const char* item = "$ConflictAction";
 constexpr char mergeConflicts[] = "3";
 
-bool MergesConflicts(NOTEHANDLE note) noexcept {
+/** Also of a document whose action cannot be read: it keeps the one that it has. */
+bool MayMergeConflicts(NOTEHANDLE note) noexcept {
     char action[actionSize];
-    return !LacksItem(note, item) && GetItemText(note, item, action, sizeof action) > 0 &&
-           action[0] == mergeConflicts[0];
+    const auto length = ReadItemText(note, item, action, sizeof action);
+    return !length || (*length > 0 && action[0] == mergeConflicts[0]);
 }
 
 void MergeConflicts(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
-    if (NSFNoteOpen(database, noteId, 0, note.Out()) != NOERROR || MergesConflicts(note.Get())) {
+    if (OpenNote(note, database, noteId) != NOERROR || MayMergeConflicts(note.Get())) {
         return;
     }
     // What cannot be written waits for the next upgrade.

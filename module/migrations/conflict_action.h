@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

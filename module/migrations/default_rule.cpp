@@ -13,7 +13,7 @@ namespace {
 
 constexpr WORD selectionLength = 31;
 constexpr WORD formSize = 64;
-constexpr std::string_view item = "DefaultRule";
+constexpr const char* item = "DefaultRule";
 
 bool IsKept(NOTEHANDLE note) noexcept {
     OID oid = {};
@@ -29,11 +29,11 @@ bool IsKept(NOTEHANDLE note) noexcept {
 
 void ClearRule(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
-    if (NSFNoteOpen(database, noteId, 0, note.Out()) != NOERROR || IsKept(note.Get())) {
+    if (OpenNote(note, database, noteId) != NOERROR || IsKept(note.Get())) {
         return;
     }
     // What cannot be written waits for the next upgrade.
-    (void)NSFItemDelete(note.Get(), item.data(), static_cast<WORD>(item.size()));
+    (void)DeleteItems(note.Get(), item);
     (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE);
 }
 

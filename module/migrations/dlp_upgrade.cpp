@@ -34,21 +34,19 @@ bool SearchForm(const char* operation, DBHANDLE searched, const std::string& for
     return true;
 }
 
-void MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
-    DebugLog(level::progress, "SearchFormDocumentCallback IN");
-    if (search.docMap == nullptr) {
-        DebugLog(level::progress, "SearchDLPDocParam's set is null");
-        return;
-    }
+/** Adds a document to the map; false when its name cannot be read. */
+bool MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
     ScopedNote note;
-    if (NSFNoteOpen(search.hDatabase, noteId, 0, note.Out()) != NOERROR) {
+    if (OpenNote(note, search.hDatabase, noteId) != NOERROR) {
         DebugLog(level::progress, "MigrateManualScanSettingCallback, open note failed.");
-        return;
+        return false;
     }
-    if (const auto name = ReadName(note.Get(), search.identifiedField.c_str())) {
-        search.docMap->emplace(*name, UnidTextOf(note.Get()));
+    const auto name = ReadName(note.Get(), search.identifiedField.c_str());
+    if (name && !name->empty()) {
+        search.docMap->unids.emplace(*name, UnidTextOf(note.Get()));
     }
     DebugLog(level::progress, "SearchFormDocumentCallback OUT");
+    return name.has_value();
 }
 
 void UpgradeDocument(const SearchDLPDocParam& search, NOTEID noteId) {
@@ -84,8 +82,11 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
         return formFailed;
     }
     DebugLog(level::progress, "===========%s start==============", form.c_str());
-    std::ranges::for_each(docMap, LogPair);
+    std::ranges::for_each(docMap.unids, LogPair);
     DebugLog(level::progress, "===========%s end==============", form.c_str());
+    if (!docMap.complete) {
+        DebugLog(level::progress, "Error: Not all names of %s documents can be read, so none is added.", form.c_str());
+    }
     if (UpgradeFormDocumentsWithIdentifiedFiled(hTemplate, hDatabase, form, field, docMap) != NOERROR) {
         DebugLog(level::progress, "upgrade dlp documetn from ntf to nsf error, form: %s ,return", form.c_str());
         return formFailed;
@@ -100,7 +101,7 @@ STATUS SearchFormDocByDatabase(DBHANDLE hDatabase, const std::string& form, cons
         return dlpUpgradeFailed;
     }
     DebugLog(level::progress, "NSFSearch success to get form: %s documents with size: %d ", form.c_str(),
-             static_cast<int>(docMap.size()));
+             static_cast<int>(docMap.unids.size()));
     return NOERROR;
 }
 
@@ -116,14 +117,21 @@ STATUS UpgradeFormDocumentsWithIdentifiedFiled(DBHANDLE hTemplate, DBHANDLE hDat
 }
 
 STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    // A map that lacks a document for want of memory would have its successor copied beside it: that ends the search.
-    return WithoutExceptions("SearchFormDocumentCallback", ERR_MEMORY, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (IsMatch(found)) {
-            MapDocument(*static_cast<const SearchDLPDocParam*>(parameter), found.ID.NoteID);
-        }
+    const SEARCH_MATCH found = CopyMatch(match);
+    if (!IsMatch(found)) {
         return NOERROR;
-    });
+    }
+    const SearchDLPDocParam& search = *static_cast<const SearchDLPDocParam*>(parameter);
+    DebugLog(level::progress, "SearchFormDocumentCallback IN");
+    if (search.docMap == nullptr) {
+        DebugLog(level::progress, "SearchDLPDocParam's set is null");
+        return NOERROR;
+    }
+    // For want of memory a name is unknown just as well.
+    const bool known =
+        WithoutExceptions("SearchFormDocumentCallback", false, [&] { return MapDocument(search, found.ID.NoteID); });
+    search.docMap->complete = search.docMap->complete && known;
+    return NOERROR;
 }
 
 STATUS LNCALLBACK UpgradeFormDocumentsWithIdentifiedFiledCallBack(void* parameter, SEARCH_MATCH* match,

@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -17,9 +17,15 @@ inline constexpr const char* DlpForms[] = {
     "dictionary", "entity", "template", "dictionary_type", "entity_type", "industry", "region", "validator",
 };
 
-/** UNID texts of a form's documents in the database, by name (in the native character set). Of several documents with
- *  one name the first that was found counts. */
-using DocumentMap = std::map<std::string, std::string>;
+/** A form's documents in the database. */
+struct DocumentMap {
+    /** UNID texts by name, in the native character set. Of several documents with one name the first that was found
+     *  counts. */
+    std::map<std::string, std::string> unids;
+    /** False when the name of some document could not be read. A document of the template without a partner may have that
+     *  one, and would be its double: none is added then. */
+    bool complete = true;
+};
 
 /** The parameter of the two search steps. */
 struct SearchDLPDocParam {
@@ -47,8 +53,7 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
                                                              const std::string& form, const std::string& field,
                                                              DocumentMap& docMap);
 
-/** Search steps of these two. 0, whatever happens to one document, so that the others get their turn; only when memory
- *  runs out while the map is filled, that search ends, since a document missing in the map would get a double. */
+/** Search steps of these two. 0, whatever happens to one document, so that the others get their turn. */
 STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 STATUS LNCALLBACK UpgradeFormDocumentsWithIdentifiedFiledCallBack(void* parameter, SEARCH_MATCH* match,
                                                                   ITEM_TABLE* summary) noexcept;

@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
-#include "foundation/notes_api.h"
 #include "foundation/notes_text.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -18,6 +18,12 @@ public:
 private:
     char text_[255];
 };
+
+/** Logs how an operation on an open note went; true when it succeeded. */
+bool Succeeded(const char* operation, STATUS status) noexcept;
+
+/** Logs that a copy which is not wanted any more cannot be removed. */
+void LogCopyThatStays(NOTEID copyId, STATUS status) noexcept;
 
 /** One pair of a map. */
 void LogPair(const std::map<std::string, std::string>::value_type& pair) noexcept;

@@ -1,16 +1,22 @@
 #include "migrations/note_items.h"
 
-#include <algorithm>
+#include <cstring>
 
 #include "common/ascii_text.h"
+#include "foundation/debug_log.h"
 #include "foundation/item_reading.h"
+#include "foundation/notes_scoped.h"
 #include "foundation/unid_text.h"
 
 namespace updkrx {
 namespace {
 
 constexpr WORD flagSize = 256;
-constexpr WORD entrySize = 8192; // with the terminator
+
+bool TellsOfAbsence(STATUS status) noexcept {
+    const STATUS code = status & ERR_MASK;
+    return code == ERR_NOTE_DELETED || code == ERR_INVALID_NOTE || code == ERR_NOT_FOUND;
+}
 
 } // namespace
 
@@ -35,28 +41,34 @@ std::string UnidTextOf(NOTEHANDLE note) {
     return text;
 }
 
-bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries) {
-    const WORD count = NSFItemGetTextListEntries(note, item);
-    bool suspicious = count == 0; // an empty answer may be a failure
-    bool cut = false;
-    size_t bytes = 0;
-    for (WORD position = 0; position < count; ++position) {
-        char entry[entrySize];
-        const WORD length =
-            std::min<WORD>(NSFItemGetTextListEntry(note, item, position, entry, entrySize - 1), entrySize - 1);
-        entry[length] = '\0'; // the platform need not terminate it
-        entries.emplace(entry);
-        suspicious |= length == 0;
-        cut |= length == entrySize - 1;
-        bytes += length;
-    }
-    // What was cut off is more than what was read, too.
-    return !suspicious || cut || !HasUnreadText(note, item, count, bytes);
+UNID UnidOf(NOTEHANDLE note) noexcept {
+    OID oid = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    return {oid.File, oid.Note};
 }
 
-STATUS AppendEntry(NOTEHANDLE note, const char* item, const std::string& entry) noexcept {
-    constexpr BOOL allowDuplicates = 0;
-    return NSFItemAppendTextList(note, item, entry.c_str(), static_cast<WORD>(entry.size()), allowDuplicates);
+bool SameUnid(const UNID& a, const UNID& b) noexcept {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+std::optional<NOTEID> FindNote(DBHANDLE database, UNID unid) noexcept {
+    ScopedNote note;
+    const auto open = [&] { return note.Open(NSFNoteOpenByUNID, database, &unid, WORD{0}); };
+    STATUS status = open();
+    if (status != NOERROR && !TellsOfAbsence(status)) {
+        status = open(); // what passes must not count
+    }
+    if (status == NOERROR) {
+        return NoteIdOf(note.Get());
+    }
+    if (TellsOfAbsence(status)) {
+        return NOTEID{0};
+    }
+    char text[unidTextSize];
+    FormatUnidText(unid, text);
+    DebugLog(level::progress, "Error: It cannot be found out which document has a UNID. UNID is %s, sError is %d", text,
+             status);
+    return std::nullopt;
 }
 
 } // namespace updkrx

@@ -1,18 +1,21 @@
 #include "migrations/obsolete_unids.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 
+#include "common/ascii_text.h"
 #include "common/startup.h"
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
+#include "foundation/second_try.h"
+#include "foundation/text_lists.h"
 #include "migrations/log_messages.h"
 #include "migrations/note_items.h"
 
@@ -49,23 +52,47 @@ STATUS RunPass(const Pass& pass, DBHANDLE database, void* parameter) noexcept {
     return status;
 }
 
-/** Opens a found document for `rewrite` and saves it, unless `rewrite` returns false. */
+/** Opens a document, has `rewrite` work on each of its items and saves it. An item of which only a part could be written
+ *  keeps what it had: the document is opened anew then, for the other items. */
 template<class Rewrite>
-STATUS RewriteDocument(const char* step, DBHANDLE database, const SEARCH_MATCH* match, Rewrite rewrite) noexcept {
+void RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<const char* const> items,
+                  Rewrite rewrite) {
+    std::set<const char*> kept;
+    for (bool whole = false; !whole;) {
+        ScopedNote note;
+        if (OpenNote(note, database, noteId) != NOERROR) {
+            DebugLog(level::progress, "ERR: %s:NSFNoteOpen", step);
+            return;
+        }
+        whole = std::ranges::all_of(items, [&](const char* item) {
+            const bool done = kept.contains(item) || rewrite(note.Get(), item);
+            if (!done) {
+                kept.insert(item);
+            }
+            return done;
+        });
+        if (const STATUS status =
+                whole ? WithSecondTry([&] { return NSFNoteUpdate(note.Get(), UPDATE_FORCE); }) : NOERROR;
+            status != NOERROR) {
+            DebugLog(level::progress,
+                     "ERR: %s:NSFNoteUpdate. The document keeps what it had. UNID is %s, sError is %d, "
+                     "czErrorMessage is %s...",
+                     step, UnidTextOf(note.Get()).c_str(), status, StatusText(status).Text());
+        }
+    }
+}
+
+/** The step of both searches. */
+template<class Rewrite>
+STATUS RewriteDocument(const char* step, DBHANDLE database, const SEARCH_MATCH* match,
+                       std::span<const char* const> items, Rewrite rewrite) noexcept {
     return WithoutExceptions(step, NOERROR, [&] {
         const SEARCH_MATCH found = CopyMatch(match);
         if (!IsMatch(found)) {
             DebugLog(level::progress, "ERR: %s:SearchMatch->SERetFlags & SE_FMATCH", step);
             return NOERROR;
         }
-        ScopedNote note;
-        if (NSFNoteOpen(database, found.ID.NoteID, 0, note.Out()) != NOERROR) {
-            DebugLog(level::progress, "ERR: %s:NSFNoteOpen", step);
-            return NOERROR;
-        }
-        if (rewrite(note.Get())) {
-            (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // the next document is not affected
-        }
+        RewriteItems(step, database, found.ID.NoteID, items, rewrite);
         return NOERROR;
     });
 }
@@ -78,9 +105,9 @@ struct ListField {
     const std::string& unid; // of the note
 };
 
-/** Takes the entries out of the note to be written back one by one; nothing when the list is to stay as it is. */
+/** The entries of a list that has obsolete ones among them; nothing when the list is to stay as it is. */
 template<class IsObsolete>
-std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete) {
+std::optional<TextSet> ReadObsolete(const ListField& field, IsObsolete isObsolete) {
     const auto& [operation, note, item, unid] = field;
     if (LacksItem(note, item)) {
         DebugLog(level::progress, "%s:UNID %s field %s is null", operation, unid.c_str(), item);
@@ -95,15 +122,21 @@ std::optional<TextSet> TakeEntries(const ListField& field, IsObsolete isObsolete
                  item);
         return std::nullopt;
     }
-    const STATUS status = NSFItemDelete(note, item, static_cast<WORD>(std::strlen(item)));
+    return entries;
+}
+
+/** Takes the list out of the note, to be written back entry by entry. */
+bool TakeOut(const ListField& field) noexcept {
+    const auto& [operation, note, item, unid] = field;
+    const STATUS status = DeleteItems(note, item);
     if (status != NOERROR) {
         DebugLog(level::progress,
                  "%s: NSFItemDelete error. item is %s, UNID is %s, sError is %d, czErrorMessage is %s.", operation,
                  item, unid.c_str(), status, StatusText(status).Text());
-        return std::nullopt;
+        return false;
     }
     DebugLog(level::progress, "RemoveTextListfield: NSFItemDelete success: item: %s", item);
-    return entries;
+    return true;
 }
 
 bool PutBack(const ListField& field, const std::string& entry) {
@@ -146,12 +179,17 @@ std::string ReplaceInEntry(const std::string& entry, const TextReplacements& rep
 
 } // namespace
 
-void RecordObsoleteUnid(const std::string& obsolete, const std::string& replacing) {
-    // Both or neither: all memory is taken before the first of the collections changes.
-    std::set<std::string> unid = {obsolete};
-    std::map<std::string, std::string> pair = {{obsolete, replacing}};
-    ObsoleteUNIDSet.merge(unid);
-    gMap.merge(pair);
+void VanishingUnids::Add(const std::string& unid) {
+    if (EqualIgnoringAsciiCase(unid, replacement_)) {
+        return;
+    }
+    unids_.insert(unid);
+    replacements_.emplace(unid, replacement_);
+}
+
+void VanishingUnids::Record() noexcept {
+    ObsoleteUNIDSet.merge(unids_);
+    gMap.merge(replacements_);
 }
 
 void LogObsoleteUnids() {
@@ -168,7 +206,7 @@ STATUS RemoveObsoleteUNID(DBHANDLE database) {
 
 STATUS ReplaceObsoleteUNID(DBHANDLE database) {
     const TextReplacements replacements(gMap);
-    ReplaceSearch search = {database, replacements, {}};
+    ReplaceSearch search = {database, replacements};
     return RunPass(replacement, database, &search);
 }
 
@@ -176,9 +214,12 @@ bool RemoveTextListfield(NOTEHANDLE note, const char* item) {
     const std::string unid = UnidTextOf(note);
     const ListField field = {"RemoveTextListfield", note, item, unid};
     const auto isObsolete = [](const std::string& entry) { return ObsoleteUNIDSet.contains(entry); };
-    const std::optional<TextSet> entries = TakeEntries(field, isObsolete);
+    const std::optional<TextSet> entries = ReadObsolete(field, isObsolete);
     if (!entries) {
         return true;
+    }
+    if (!TakeOut(field)) {
+        return false;
     }
     for (const std::string& entry : *entries) {
         if (isObsolete(entry)) {
@@ -199,26 +240,27 @@ bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplaceme
     const std::string unid = UnidTextOf(note);
     const ListField field = {"ReplaceTextListfield", note, item, unid};
     // The keys of the replacements are the obsolete UNIDs.
-    const auto entries = TakeEntries(field, [&](const std::string& entry) { return replacements.OccurIn(entry); });
+    const auto entries = ReadObsolete(field, [&](const std::string& entry) { return replacements.OccurIn(entry); });
     if (!entries) {
         return true;
     }
-    return std::ranges::all_of(
-        *entries, [&](const std::string& entry) { return PutBack(field, ReplaceInEntry(entry, replacements)); });
+    return TakeOut(field) && std::ranges::all_of(*entries, [&](const std::string& entry) {
+               return PutBack(field, ReplaceInEntry(entry, replacements));
+           });
 }
 
 STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return RewriteDocument(
-        "RemoveObsoleteUNIDCallback", *static_cast<const DBHANDLE*>(parameter), match,
-        [](NOTEHANDLE note) { return RemoveTextListfield(note, "ReferDocs") && RemoveTextListfield(note, "UseDocs"); });
+    static constexpr const char* items[] = {"ReferDocs", "UseDocs"};
+    return RewriteDocument("RemoveObsoleteUNIDCallback", *static_cast<const DBHANDLE*>(parameter), match, items,
+                           RemoveTextListfield);
 }
 
 STATUS LNCALLBACK ReplaceObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    ReplaceSearch& search = *static_cast<ReplaceSearch*>(parameter);
-    return RewriteDocument("ReplaceObsoleteUNIDCallback", search.database, match, [&](NOTEHANDLE note) {
-        return search.visited.insert(NoteIdOf(note)).second &&
-               ReplaceTextListfield(note, "matchRule", search.replacements);
-    });
+    static constexpr const char* items[] = {"matchRule"};
+    const ReplaceSearch& search = *static_cast<const ReplaceSearch*>(parameter);
+    return RewriteDocument(
+        "ReplaceObsoleteUNIDCallback", search.database, match, items,
+        [&](NOTEHANDLE note, const char* item) { return ReplaceTextListfield(note, item, search.replacements); });
 }
 
 } // namespace updkrx

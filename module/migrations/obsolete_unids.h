@@ -2,18 +2,34 @@
 // of the document that stands in their place.
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 
-#include "foundation/notes_api.h"
 #include "migrations/text_replacements.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
-/** Notes that a UNID has vanished, and whose document took its place; the first note about a UNID counts. */
-void RecordObsoleteUnid(const std::string& obsolete, const std::string& replacement);
+/** UNIDs that are about to vanish, and the UNID that takes their places. What is added here is recorded later, when it is
+ *  certain, without taking any memory. */
+class VanishingUnids {
+public:
+    explicit VanishingUnids(std::string replacement) : replacement_(std::move(replacement)) {}
 
-/** Logs what RecordObsoleteUnid has noted. */
+    /** Nothing is added for the replacement itself. */
+    void Add(const std::string& unid);
+    [[nodiscard]] bool Empty() const noexcept { return unids_.empty(); }
+    /** From here on references to them are obsolete; the first record about a UNID counts. */
+    void Record() noexcept;
+
+private:
+    std::string replacement_;
+    std::set<std::string> unids_;
+    std::map<std::string, std::string> replacements_;
+};
+
+/** Logs what has been recorded. */
 void LogObsoleteUnids();
 
 /** Drop obsolete UNIDs from ReferDocs and UseDocs of all documents that detect or are used for it, and replace them in
@@ -23,9 +39,9 @@ STATUS RemoveObsoleteUNID(DBHANDLE database);
 STATUS ReplaceObsoleteUNID(DBHANDLE database);
 
 /**
- * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged, stays as it is; any other is written
- * anew in ascending order and without duplicates, or vanishes when nothing is left of it. False when it could be
- * written in part only: the note must not be saved then.
+ * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged, stays
+ * as it is; any other is written anew in ascending order and without duplicates, or vanishes when nothing is left of it.
+ * False when it could not be written whole: the note in memory must not be saved then.
  */
 [[nodiscard]] bool RemoveTextListfield(NOTEHANDLE note, const char* item);
 [[nodiscard]] bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplacements& replacements);
@@ -34,7 +50,6 @@ STATUS ReplaceObsoleteUNID(DBHANDLE database);
 struct ReplaceSearch {
     DBHANDLE database;
     const TextReplacements& replacements; // those of gMap
-    std::set<NOTEID> visited;             // a document that is delivered again has had its replacements
 };
 
 /** Search steps; the parameter of the first is the database's handle. Always 0; failures are logged. */

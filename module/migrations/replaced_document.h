@@ -1,57 +1,71 @@
-// A document of a database while another takes its place. It is gone from the database by then and only memory has it,
-// so this sees to it that one of the two is there in the end.
+// A document of the database while the template's version takes its place.
+//
+//     in place ---TakeOut---> taken out ---MakeFromTemplate---> copied ---GiveOldUnid---> replaced
+//                                 |                                |
+//                                 +------------- failure ----------+-----> in place again
+//
+// Between "taken out" and "replaced" the database lacks the document: whatever ends the work there brings it back, out of
+// memory or, in the next run, from where it is kept on the disk (kept_documents.h). Once the template's version stands complete under the document's UNID, nothing undoes that any more.
+//
+// No UNID is taken for granted. Servers differ in which one a copy gets: the template document's, a derived or a wholly
+// new one. A copy that has the document's own UNID is the replacement; any other is saved once more, under that UNID, and
+// then removed.
 #pragma once
 
 #include <string>
 
-#include "foundation/notes_api.h"
 #include "foundation/notes_scoped.h"
+#include "migrations/obsolete_unids.h"
+#include "migrations/references.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
-/** Makes an open note one that saving creates, with this identity. */
-void MakeNewNote(NOTEHANDLE note, OID identity) noexcept;
-
 class ReplacedDocument {
 public:
-    /** A document of this UNID, and the one of the template that is to take its place. The handles stay open. */
-    ReplacedDocument(DBHANDLE database, const std::string& unid, DBHANDLE hTemplate, NOTEID templateNoteId) noexcept
-        : database_(database), unid_(unid), hTemplate_(hTemplate), templateNoteId_(templateNoteId) {}
+    /** A document of this UNID, and the template's document that is to take its place. The handles stay open. */
+    ReplacedDocument(DBHANDLE database, std::string unid, DBHANDLE hTemplate, NOTEHANDLE templateNote);
     ReplacedDocument(const ReplacedDocument&) = delete;
     ReplacedDocument& operator=(const ReplacedDocument&) = delete;
+    /** Brings the document back if it is taken out and not replaced, and logs whether that worked. Where it cannot be
+     *  written, it stays kept for the next run. */
     ~ReplacedDocument();
 
-    /** Keeps the open document in memory, with all its items; a failure is logged. */
-    [[nodiscard]] bool Keep(NOTEHANDLE note) noexcept;
+    // The three steps, to be taken in this order while each is true. They log what they do and what fails.
 
-    /** The document is deleted now. From here on the end of this object, unless Replaced was called, writes the document
-     *  back in the place of what is named below, and logs whether that worked. Where it cannot be written, a copy out of
-     *  the template is left instead, if one can be made. Close the notes that are named before. */
-    void RestoreUnlessReplaced() noexcept { restore_ = true; }
-    void Replaced() noexcept { restore_ = false; }
-
-    /** The identity of the note that takes the document's place, to be saved for the first time: the document's UNID,
-     *  and a sequence number that saving makes higher than that of the document's deletion, so that replicas prefer the
-     *  new note. */
-    [[nodiscard]] OID Successor() const noexcept;
-
-    bool copyHasUnid = false; // a copy out of the template has the document's UNID
-    NOTEID copyId = 0;        // the copy, once there is one
-    NOTEID recreatedId = 0;   // the same under the document's UNID, when the copy has another
+    /** Keeps the open document, in memory and on the disk, and deletes it. Its note is closed. */
+    [[nodiscard]] bool TakeOut(ScopedNote& note);
+    /** Copies the template's document into the database and adds the references that it lacks. */
+    [[nodiscard]] bool MakeFromTemplate(const References& references);
+    /** Sees to it that the copy stands under the old UNID, and records what UNIDs have vanished by that. */
+    [[nodiscard]] bool GiveOldUnid() noexcept;
 
 private:
-    /** Nothing to remove is NOERROR; `noteId` is 0 once the note is gone. */
-    STATUS Remove(NOTEID& noteId) noexcept;
-    [[nodiscard]] STATUS WriteBack() noexcept;
-    void CopyAgain() noexcept;
+    enum class Stage { inPlace, takenOut, replaced };
+
+    [[nodiscard]] bool CopyAndOpen() noexcept;
+    [[nodiscard]] bool SaveUnderOldUnid() noexcept;
+    void RaiseSequence() noexcept;
+
     void Restore() noexcept;
+    [[nodiscard]] bool CopyHasOldUnid() noexcept;
+    [[nodiscard]] STATUS WriteBack() noexcept;
+    STATUS Remove(NOTEID& noteId) noexcept;
 
     DBHANDLE database_;
-    const std::string& unid_;
+    std::string unidText_;
+    UNID unid_;
     DBHANDLE hTemplate_;
-    NOTEID templateNoteId_;
-    ScopedNote kept_;
-    bool restore_ = false;
+    NOTEHANDLE templateNote_;
+    Stage stage_ = Stage::inPlace;
+    NOTEID oldId_ = 0;    // of the document, and of its deletion stub later
+    ScopedNote kept_;     // the document in memory
+    NOTEID prepared_ = 0; // where documents are kept, a copy out of the template with a UNID of its own
+    NOTEID copyId_ = 0;   // of the copy out of the template, while there is one
+    ScopedNote copy_;
+    OID successor_ = {};     // the identity of what takes the document's place
+    VanishingUnids copied_;  // the copy's UNID
+    VanishingUnids shipped_; // the template document's, when the copy has another
 };
 
 } // namespace updkrx

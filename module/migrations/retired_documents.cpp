@@ -28,7 +28,7 @@ bool MayBeReferredTo(NOTEHANDLE note) noexcept {
 
 STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
     ScopedNote note;
-    if (const STATUS status = NSFNoteOpen(search.database, noteId, 0, note.Out()); status != NOERROR) {
+    if (const STATUS status = OpenNote(note, search.database, noteId); status != NOERROR) {
         DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return status & ERR_MASK;
     }
@@ -51,7 +51,7 @@ namespace {
 int32_t DeleteRetiredDocuments() {
     InitRetiredDocumentUNIDSet();
     ScopedDatabase database;
-    STATUS status = NSFDbOpen("krx/krconf.nsf", database.Out());
+    STATUS status = database.Open(NSFDbOpen, "krx/krconf.nsf");
     if (status != NOERROR) {
         return status;
     }

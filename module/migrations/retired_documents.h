@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

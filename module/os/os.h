@@ -41,6 +41,10 @@ struct DirectoryEntry {
  *  caller closes the file. */
 [[nodiscard]] std::FILE* OpenNew(const char* path) noexcept;
 
+/** Opens an existing file to write its bytes anew, from nothing, while others may have it open. Null when that fails; the
+ *  file is as it was then. The caller closes the file. */
+[[nodiscard]] std::FILE* OpenToOverwrite(const char* path) noexcept;
+
 /** Sets disk space aside for a new file that is going to hold the bytes of `content`, so that they lie together. A hint:
  *  where it is not to be had, writing goes on as without it. */
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept;
@@ -53,7 +57,7 @@ void StartFlush(std::FILE* file) noexcept;
 
 enum class PathKind { missing, file, directory };
 
-/** What a path leads to; everything that is not a directory counts as a file. */
+/** What a path leads to; everything that is not a directory counts as a file, also what cannot be looked at. */
 [[nodiscard]] PathKind KindOf(const char* path) noexcept;
 
 /** Whether this process may write to an existing file. */
@@ -65,6 +69,9 @@ enum class PathKind { missing, file, directory };
 /** Gives a file the place and the access rights of another one in the same directory, in one step: whoever opens
  *  `target` meets the old file or the new one. The place may be empty. On failure both are as they were. */
 [[nodiscard]] bool MoveOver(const char* file, const char* target) noexcept;
+
+/** Gives a file the access rights of another one, as far as this process may. */
+void CopyAccessRights(const char* from, const char* to) noexcept;
 
 /** Removes a file; nothing happens when there is none. */
 void RemoveFile(const char* path) noexcept;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <bit>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -89,6 +90,11 @@ std::FILE* OpenNew(const char* path) noexcept {
     return std::fopen(HostPath(path).Text(), "wx");
 }
 
+std::FILE* OpenToOverwrite(const char* path) noexcept {
+    const HostPath host(path);
+    return access(host.Text(), F_OK) == 0 ? std::fopen(host.Text(), "w") : nullptr;
+}
+
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {
     struct stat information = {};
     if (fstat(fileno(content), &information) == 0) {
@@ -108,7 +114,7 @@ bool FlushToDisk(std::FILE* file) noexcept {
 PathKind KindOf(const char* path) noexcept {
     struct stat information = {};
     if (stat(HostPath(path).Text(), &information) != 0) {
-        return PathKind::missing;
+        return errno == EACCES ? PathKind::file : PathKind::missing;
     }
     return S_ISDIR(information.st_mode) ? PathKind::directory : PathKind::file;
 }
@@ -133,6 +139,13 @@ bool MoveOver(const char* file, const char* target) noexcept {
         TakeAccessRights(from.Text(), old);
     }
     return std::rename(from.Text(), to.Text()) == 0;
+}
+
+void CopyAccessRights(const char* from, const char* to) noexcept {
+    struct stat rights = {};
+    if (stat(HostPath(from).Text(), &rights) == 0) {
+        TakeAccessRights(HostPath(to).Text(), rights);
+    }
 }
 
 void RemoveFile(const char* path) noexcept {

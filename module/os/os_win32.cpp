@@ -152,6 +152,15 @@ std::FILE* OpenNew(const char* path) noexcept {
     return file;
 }
 
+std::FILE* OpenToOverwrite(const char* path) noexcept {
+    std::FILE* file = AsFile(Open(path, GENERIC_WRITE, everyShare, OPEN_EXISTING), _O_WRONLY | _O_BINARY, "wb");
+    if (file != nullptr && _chsize(_fileno(file), 0) != 0) {
+        (void)std::fclose(file); // nothing was written
+        return nullptr;
+    }
+    return file;
+}
+
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {
     LARGE_INTEGER size = {};
     if (GetFileSizeEx(HandleOf(content), &size) != FALSE) {
@@ -173,7 +182,8 @@ bool FlushToDisk(std::FILE* file) noexcept {
 PathKind KindOf(const char* path) noexcept {
     const DWORD attributes = GetFileAttributesW(HostPath(path).Text());
     if (attributes == INVALID_FILE_ATTRIBUTES) {
-        return PathKind::missing;
+        const DWORD error = GetLastError();
+        return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION ? PathKind::file : PathKind::missing;
     }
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? PathKind::directory : PathKind::file;
 }
@@ -186,7 +196,7 @@ bool IsWritable(const char* path) noexcept {
     // The rest only trying tells: the attribute knows nothing of access lists.
     const HANDLE file = Open(path, GENERIC_WRITE, everyShare, OPEN_EXISTING);
     if (file == INVALID_HANDLE_VALUE) {
-        return false;
+        return GetLastError() == ERROR_SHARING_VIOLATION; // by who has it open for a while
     }
     CloseHandle(file);
     return true;
@@ -202,6 +212,15 @@ bool CreateDirectories(const char* directory) {
     return KindOf(directory) == PathKind::directory;
 }
 
+namespace {
+
+bool IsForAMoment(DWORD error) noexcept {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED || error == ERROR_LOCK_VIOLATION ||
+           error == ERROR_USER_MAPPED_FILE;
+}
+
+} // namespace
+
 bool MoveOver(const char* file, const char* target) noexcept {
     const HostPath from(file);
     const HostPath to(target);
@@ -214,11 +233,15 @@ bool MoveOver(const char* file, const char* target) noexcept {
             return true;
         }
         const DWORD error = GetLastError();
-        if (attempt == attempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED)) {
+        if (attempt == attempts || !IsForAMoment(error)) {
             return false;
         }
         Sleep(pause);
     }
+}
+
+void CopyAccessRights(const char* from, const char* to) noexcept {
+    TakeAccessRights(HostPath(to), HostPath(from));
 }
 
 void RemoveFile(const char* path) noexcept {

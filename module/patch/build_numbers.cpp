@@ -6,7 +6,6 @@
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
 #include "foundation/exception_barrier.h"
-#include "foundation/notes_path.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -30,7 +29,7 @@ bool NumberAfterLastDot(const char* text, int32_t& number) {
 
 int32_t ReadDatabaseBuild() {
     ScopedDatabase database;
-    if (NSFDbOpen("krx/krmsg.nsf", database.Out()) != NOERROR) {
+    if (database.Open(NSFDbOpen, "krx/krmsg.nsf") != NOERROR) {
         return 0;
     }
     BuildNumberSearch search = {database.Get(), {}};
@@ -45,7 +44,7 @@ int32_t ReadDatabaseBuild() {
 
 STATUS ReadBuildText(BuildNumberSearch& search, NOTEID noteId) {
     ScopedNote note;
-    const STATUS status = NSFNoteOpen(search.database, noteId, 0, note.Out());
+    const STATUS status = OpenNote(note, search.database, noteId);
     if (status != NOERROR) {
         return status;
     }
@@ -58,7 +57,7 @@ STATUS ReadBuildText(BuildNumberSearch& search, NOTEID noteId) {
 
 STATUS WriteBuildText(DBHANDLE database, NOTEID noteId) {
     ScopedNote note;
-    STATUS status = NSFNoteOpen(database, noteId, 0, note.Out());
+    STATUS status = OpenNote(note, database, noteId);
     if (status == NOERROR) {
         status = NSFItemSetText(note.Get(), "BuildNumber", gBuildNumber, static_cast<WORD>(std::strlen(gBuildNumber)));
     }
@@ -122,7 +121,7 @@ STATUS SetBuildNumberCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* 
 
 void StampBuildNumber(const char* path) {
     ScopedDatabase database;
-    if (WithPath(path, NSFDbOpen, database.Out()) != NOERROR) {
+    if (database.Open(NSFDbOpen, path) != NOERROR) {
         return;
     }
     DebugLog(level::progress, "Info: start to set build number -'%s'.\n", path);

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "foundation/notes_api.h"
 #include "foundation/patch_run_context.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

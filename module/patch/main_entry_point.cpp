@@ -1,6 +1,6 @@
 // The module's one export.
 #include "foundation/exception_barrier.h"
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 #include "os/export.h"
 #include "patch/patch_run.h"
 

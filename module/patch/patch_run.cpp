@@ -8,6 +8,7 @@
 #include "maintenance/encyclopedia.h"
 #include "maintenance/expressions.h"
 #include "maintenance/signing.h"
+#include "migrations/conf_migration.h"
 #include "migrations/retired_documents.h"
 #include "patch/build_numbers.h"
 #include "patch/patch_config.h"
@@ -42,6 +43,8 @@ void SignProductDatabases() {
 } // namespace
 
 STATUS ProcessDatabases(PatchRunContext& context) {
+    FinishKrencyOfDeadRun();
+    FinishConfDatabaseOfDeadRun();
     if (context.databaseBuild >= context.patchBuild) {
         DebugLog(level::progress, "The database build is large than build number of the patch, so return. %d",
                  context.runningBuild);

@@ -1,8 +1,8 @@
 // The run book: what the upgrade does, in which order, and what ends it early.
 #pragma once
 
-#include "foundation/notes_api.h"
 #include "foundation/patch_run_context.h"
+#include "notes_api.h"
 
 namespace updkrx {
 

@@ -7,8 +7,8 @@
 #include "foundation/console_command.h"
 #include "foundation/debug_log.h"
 #include "foundation/file_copy.h"
-#include "foundation/notes_path.h"
-#include "foundation/notes_text.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/product_folder.h"
 #include "foundation/take_offline.h"
 #include "maintenance/signing.h"
 #include "migrations/conf_migration.h"
@@ -18,7 +18,6 @@
 namespace updkrx {
 namespace {
 
-constexpr size_t folderSize = 256;
 constexpr size_t commandSize = 1024;
 /** The database whose access control list the replaced ones get. */
 constexpr const char* aclDatabase = "krx/krency.nsf";
@@ -36,7 +35,7 @@ bool Contains(std::string_view entry, std::string_view part) {
 
 void CopyPolicy(const EntryPaths& paths) {
     DebugLog(level::progress, "Enter dlpStr switch.");
-    const CopyResult result = CopyPath(paths.source, paths.target, true);
+    const CopyResult result = CopyUnderReaders(paths.source, paths.target); // it is in use as ever
     if (result != copied) {
         DebugLog(level::progress, "Copy the dlp template error.(%x)", static_cast<uint16_t>(result));
         return;
@@ -50,9 +49,9 @@ void ReadAccessControlList(ScopedMemory& held) {
     DebugLog(level::progress, "Enter nsfStr switch.");
     ScopedDatabase database;
     ScopedMemory fresh;
-    STATUS status = NSFDbOpen(aclDatabase, database.Out());
+    STATUS status = database.Open(NSFDbOpen, aclDatabase);
     if (status == NOERROR) {
-        status = NSFDbReadACL(database.Get(), fresh.Out());
+        status = fresh.Open(NSFDbReadACL, database.Get());
     }
     if (status != NOERROR) {
         DebugLog(level::progress, "Read ACL error. (%s):(%x)", aclDatabase, status);
@@ -63,7 +62,7 @@ void ReadAccessControlList(ScopedMemory& held) {
 
 void WriteAccessControlList(const EntryPaths& paths, const ScopedMemory& held) {
     ScopedDatabase database;
-    if (const STATUS status = WithPath(paths.notes.c_str(), NSFDbOpen, database.Out()); status != NOERROR) {
+    if (const STATUS status = database.Open(NSFDbOpen, paths.notes.c_str()); status != NOERROR) {
         DebugLog(level::progress, "Write ACL error. (%s):(%x)", paths.source.c_str(), status);
         return;
     }
@@ -78,10 +77,8 @@ STATUS TakeOffline(const EntryPaths& paths) {
         DebugLog(level::progress, "Database does not exist, do not bring it offline. (%s)", target);
         return NOERROR;
     }
-    const STATUS status = WithPath(paths.notes.c_str(), [](const char* path) {
-        return TakeOfflineWhenUnused(path, OFFLINE_NODELETE, [](int earlier) {
-            DebugLog(level::retry, "DB in use, waiting. Retry: %d.", earlier);
-        });
+    const STATUS status = TakeOfflineWhenUnused(paths.notes.c_str(), OFFLINE_NODELETE, [](int earlier) {
+        DebugLog(level::retry, "DB in use, waiting. Retry: %d.", earlier);
     });
     if (status != NOERROR) {
         DebugLog(level::progress, "Bring database offline. (%s):(%x)", target, status);
@@ -97,19 +94,15 @@ void CopyAndBringOnline(const EntryPaths& paths) noexcept {
         DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
                  paths.target.c_str());
     }
-    const STATUS status = WithPath(paths.notes.c_str(), NSFBringDatabaseOnline, DWORD{0});
+    const STATUS status = BringOnline(paths.notes.c_str());
     DebugLog(level::progress, "Bring database online. (%s):(%x)", paths.target.c_str(), status);
 }
 
 /** Has the server renew the design of the database that is made from a template. */
 void ConvertDatabase(const std::string& entry) {
     const std::string database = entry.substr(0, entry.find(".ntf")) + ".nsf";
-    char command[commandSize];
-    if (bq_snprintf(command, sizeof command, "load convert krx/%s * krx/%s", database.c_str(), entry.c_str()) < 0) {
-        DebugLog(level::progress, "Error: The command to convert from the template is too long, so skip it. (%s)",
-                 entry.c_str());
-        return;
-    }
+    char command[commandSize]; // two paths fit
+    bq_snprintf(command, sizeof command, "load convert krx/%s * krx/%s", database.c_str(), entry.c_str());
     RunConsoleCommandAndWait(command); // a database that was not converted can be later, by hand
 }
 
@@ -122,23 +115,22 @@ void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
 } // namespace
 
 std::optional<ReplacementRun> BeginReplacement(const char* programFolder) {
-    char setting[folderSize];
-    char dataDirectory[folderSize];
-    if (!GetEnvironmentText("Directory", setting, sizeof setting) ||
-        ToNative(setting, dataDirectory, sizeof dataDirectory) == 0) {
-        // Without it the files would be copied to a folder at the root, and the databases stamped as if they were new.
-        DebugLog(level::progress, "Error: The server's data directory is not known, so no database is replaced.");
+    std::optional<std::string> databaseFolder = GetProductFolder();
+    if (!databaseFolder) {
         return std::nullopt;
     }
-    char databaseFolder[folderSize];
-    bq_snprintf(databaseFolder, sizeof databaseFolder, "%s/krx", dataDirectory);
-    return ReplacementRun{databaseFolder, programFolder, {}};
+    return ReplacementRun{std::move(*databaseFolder), programFolder, {}};
 }
 
 STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context, ReplacementRun& run) {
     const EntryPaths paths = {"krx/" + entry, run.databaseFolder + "/" + entry, run.programFolder + "/" + entry};
     if (Contains(entry, "PredefinedDLPPolicy.dat")) {
         CopyPolicy(paths);
+        return NOERROR;
+    }
+    if (paths.notes.size() >= MAXPATH) {
+        DebugLog(level::progress, "Error: The name of a database is too long for a path, so it is not replaced. (%s)",
+                 entry.c_str());
         return NOERROR;
     }
     if (Contains(entry, ".nsf")) {

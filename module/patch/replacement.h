@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "foundation/notes_api.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/patch_run_context.h"
+#include "notes_api.h"
 
 namespace updkrx {
 
@@ -18,7 +18,7 @@ struct ReplacementRun {
 };
 
 /** The record for a run's first entry. The product's databases are in "krx" below the data directory; nothing, which is
- *  logged, when the server does not tell that directory. */
+ *  logged, when the server does not tell that directory or its path is too long. */
 [[nodiscard]] std::optional<ReplacementRun> BeginReplacement(const char* programFolder);
 
 /**
@@ -26,7 +26,8 @@ struct ReplacementRun {
  *   - the predefined DLP policy is only copied;
  *   - a database is taken offline, copied, brought online and signed; it gets the access control list that the
  *     encyclopedia database had when the last ".nsf" entry came;
- *   - a template is stamped with the build instead, and the server converts the database that is made from it.
+ *   - a template is stamped with the build instead, and the server converts the database that is made from it;
+ *   - a name that is too long for a path is passed over, which is logged.
  * Returns 0 when the run goes on, whatever else failed (that is logged, except for a database that could not be
  * copied); the status of taking the database offline when it stays in use or that fails, which ends the run.
  */

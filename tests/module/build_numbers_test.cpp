@@ -122,50 +122,5 @@ TEST_F(BuildNumbersTest, StampsTheHelpNotesOfProductDatabasesAndNothingElse) {
     EXPECT_EQ(ExportDatabase("krx/other.nsf"), other);
 }
 
-TEST_F(BuildNumbersTest, GoesOnWhenANoteOrASearchFails) {
-    SetBuildText(3050);
-    for (const char* operation : {"NSFNoteOpen", "NSFItemSetText", "NSFNoteUpdate"}) {
-        SCOPED_TRACE(operation);
-        MakeDatabase("krx/krconf.nsf", HelpNote("old") + HelpNote("old"));
-        const int logged = ServerLogCount(noAccess);
-        ASSERT_EQ(EmbFaultArm(operation, 1, ERR_NOACCESS, 0), NOERROR);
-        StampBuildNumber("krx/krconf.nsf");
-        Texts items = HelpItems("krx/krconf.nsf", "BuildNumber");
-        std::sort(items.begin(), items.end());
-        EXPECT_EQ(items, (Texts{"5.8.0.3050", "old"})) << "one failed, the other is stamped";
-        EXPECT_EQ(ServerLogCount(noAccess), logged + 1);
-        std::filesystem::remove(Data() / "krx/krconf.nsf");
-    }
-
-    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
-    const int logged = ServerLogCount(noAccess);
-    ASSERT_EQ(EmbFaultArm("NSFSearch", 1, ERR_NOACCESS, 0), NOERROR);
-    StampBuildNumber("krx/krconf.nsf");
-    EXPECT_EQ(LogMessages().back(), "[1]Error: Set build number failed -'krx/krconf.nsf'.\n");
-    EXPECT_EQ(ServerLogCount(noAccess), logged);
-}
-
-TEST_F(BuildNumbersTest, OverridesWhoSavedTheNoteMeanwhile) {
-    MakeDatabase("krx/krconf.nsf", HelpNote("old"));
-    SetBuildText(3050);
-    // Just before the note is written, somebody else writes it.
-    const auto intrude = [](void* done, const char* operation) {
-        bool& intruded = *static_cast<bool*>(done);
-        if (!intruded && operation == std::string_view("NSFNoteUpdate")) {
-            intruded = true;
-            StampBuildNumber("krx/krconf.nsf");
-        }
-    };
-    bool intruded = false;
-    EmbCallHookSet(intrude, &intruded);
-    StampBuildNumber("krx/krconf.nsf");
-    EmbCallHookSet(nullptr, nullptr);
-    EXPECT_TRUE(intruded);
-    char conflict[256];
-    GetStatusText(EMB_ERR_CONFLICT, conflict, sizeof conflict);
-    EXPECT_EQ(ServerLogCount(conflict), 0);
-    EXPECT_EQ(HelpItems("krx/krconf.nsf", "BuildNumber"), Texts{"5.8.0.3050"});
-}
-
 } // namespace
 } // namespace updkrx

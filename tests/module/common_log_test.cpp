@@ -87,28 +87,6 @@ TEST_F(CommonLogTest, WritesWhatItsLevelAllows) {
     }
 }
 
-TEST_F(CommonLogTest, CutsMessagesAndPaths) {
-    CommonLogWrite(source, 1, 1, "%s", std::string(2047, 'a').c_str());
-    CommonLogWrite(source, 1, 1, "%s", std::string(2048, 'b').c_str());
-    EXPECT_EQ(Messages(),
-              (std::vector<std::string>{"00000001:" + std::string(2047, 'a'), "00000001:" + std::string(2047, 'b')}));
-
-    std::string directory = CommonLogSettings.directory;
-    directory += "/" + std::string(247 - directory.size(), 'd'); // leaves room for "/base_2"
-    std::filesystem::create_directory(directory);
-    bq_snprintf(CommonLogSettings.directory, sizeof CommonLogSettings.directory, "%s", directory.c_str());
-    CommonLogWrite(source, 1, 1, "cut");
-    EXPECT_TRUE(std::filesystem::exists(directory + "/base_2"));
-}
-
-TEST_F(CommonLogTest, LosesTheLineWhenTheFileCannotBeOpened) {
-    bq_snprintf(CommonLogSettings.baseName, sizeof CommonLogSettings.baseName, "%s", "no/such/folder");
-    CommonLogWrite(source, 1, 0, "lost");
-    EXPECT_EQ(CommonLogLock.record->writerActive, 0);
-    bq_snprintf(CommonLogSettings.baseName, sizeof CommonLogSettings.baseName, "%s", "base");
-    EXPECT_EQ(Content(), "");
-}
-
 TEST_F(CommonLogTest, AppendsUnderItsLockWhereThereIsOne) {
     ASSERT_EQ(AcquireShared(CommonLogLock), RwLockResult::success);
     std::thread writer([] { CommonLogWrite(source, 1, 1, "waited"); });

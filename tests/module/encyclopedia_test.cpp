@@ -16,6 +16,7 @@ constexpr const char* recreate = "[0]krency.nsf is old format, recreate it";
 constexpr const char* inUse = "[0]DB in use, waiting";
 constexpr const char* created = "[0]Success created new krency.nsf";
 constexpr const char* notDeleted = "[0]Failed to delete original KRX V3 krency.nsf, Error: ";
+constexpr const char* putBack = "[0]The old krency.nsf is put back.";
 constexpr const char* notCreated = "[0]Failed to recreate krency.nsf, Error: ";
 
 std::string PatternFile(const std::string& version) {
@@ -71,6 +72,14 @@ protected:
     [[nodiscard]] std::string Before() const { return before_; }
     [[nodiscard]] std::string Now() const { return ExportDatabase(databasePath); }
     [[nodiscard]] bool Exists() const { return std::filesystem::exists(Data() / databasePath); }
+    [[nodiscard]] std::filesystem::path KeptFile() const { return Data() / "krx/krency.nsf.updkrx-kept"; }
+    [[nodiscard]] std::filesystem::path OldFile() const { return Data() / "krx/krency.nsf.updkrx-old"; }
+    [[nodiscard]] std::filesystem::path OfflineMark() const { return Data() / "krx/krency.nsf.updkrx-offline"; }
+    /** Whether anything is left beside the database. */
+    [[nodiscard]] bool IsKept() const {
+        return std::filesystem::exists(KeptFile()) || std::filesystem::exists(OldFile()) ||
+               std::filesystem::exists(OfflineMark());
+    }
     /** The template's content under the fixed replica ID. */
     [[nodiscard]] std::string WithTemplateAcl() const {
         return std::regex_replace(ExportDatabase(templatePath), replicaId, " replicaid='852552F9001E96E4'");
@@ -123,9 +132,8 @@ TEST_F(EncyclopediaTest, TellsTheOldFormatByTheVersionsOfPatternFiles) {
         EXPECT_EQ(UpdateKrency(), 0U);
         EXPECT_EQ(Now(), old ? Recreated() : Before());
         EXPECT_EQ(LogMessages(), old ? (Texts{recreate, created}) : Texts{});
-        for (const char* operation : {"NSFDbReadACL", "NSFTakeDatabaseOffline"}) {
-            EXPECT_EQ(EmbCallCount(operation), old ? 1U : 0U) << operation;
-        }
+        EXPECT_EQ(EmbCallCount("NSFDbReadACL"), old ? 1U : 0U);
+        EXPECT_FALSE(IsKept());
     }
 }
 
@@ -166,7 +174,7 @@ TEST_F(EncyclopediaTest, ReportsAFormulaThatDoesNotCompile) {
     const Texts messages = LogMessages();
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_TRUE(std::regex_match(messages[0], std::regex(R"(\[0\]\[PatchKRX:[1-9]\d*\]UpdateKrency Cannot compile )"
-                                                         R"(the formula! error\[1282\]\n)")))
+                                                         R"(the formula! error\[1281\]\n)")))
         << messages[0];
 }
 
@@ -198,26 +206,55 @@ TEST_F(EncyclopediaTest, WaitsForItsUsers) {
     }
 }
 
-TEST_F(EncyclopediaTest, KeepsTheOldOneWhenItCannotBeDeleted) {
-    ASSERT_EQ(EmbFaultArm("NSFTakeDatabaseOffline", 1, EMB_ERR_DISK, 0), NOERROR);
-    EXPECT_EQ(UpdateKrency(), EMB_ERR_DISK);
-    EXPECT_EQ(Now(), Before());
-    EXPECT_FALSE(EmbIsOffline(databasePath));
-    EXPECT_EQ(EmbClockWaited(), 0);
-    EXPECT_EQ(LogMessages(), (Texts{recreate, notDeleted + std::string("3E0C")}));
-}
+/** Before, in or after its deletion: the old database is there and online as it was, and nothing is left beside it. */
+TEST_F(EncyclopediaTest, KeepsTheOldOneWhateverFails) {
+    const struct {
+        const char* operation;
+        DWORD n;
+        bool persists;
+        DWORD result;
+        Texts messages; // behind the first
+    } cases[] = {
+        {"NSFTakeDatabaseOffline", 1, false, EMB_ERR_DISK, {notDeleted + std::string("3E0C")}},
+        {"NSFTakeDatabaseOffline", 2, false, EMB_ERR_DISK, {notDeleted + std::string("3E0C")}},
+        {"NSFDbCreateAndCopy", 1, true, EMB_ERR_DISK, {notCreated + std::string("3E0C"), putBack}},
+    };
+    for (const auto& [operation, n, persists, result, messages] : cases) {
+        SCOPED_TRACE(operation + std::to_string(n));
+        Reset(oldDatabase);
+        ASSERT_EQ(EmbFaultArm(operation, n, EMB_ERR_DISK, persists), NOERROR);
+        EXPECT_EQ(UpdateKrency(), result);
+        EmbFaultClear();
+        EXPECT_EQ(Now(), Before());
+        EXPECT_FALSE(EmbIsOffline(databasePath));
+        EXPECT_FALSE(IsKept());
+        Texts expected = {recreate};
+        expected.insert(expected.end(), messages.begin(), messages.end());
+        EXPECT_EQ(LogMessages(), expected);
+    }
 
-TEST_F(EncyclopediaTest, LeavesNoneWhenItCannotBeCreated) {
+    Reset(oldDatabase);
     std::filesystem::remove(Data() / templatePath);
     EXPECT_EQ(UpdateKrency(), ERR_NOEXIST);
-    EXPECT_FALSE(Exists());
-    const Texts messages = {recreate, notCreated + std::string("103")};
-    EXPECT_EQ(LogMessages(), messages);
-    EXPECT_EQ(UpdateKrency(), 0U) << "there is nothing old any more";
-    EXPECT_EQ(LogMessages(), messages);
+    EXPECT_EQ(Now(), Before()) << "without a template";
+
+    Reset(oldDatabase);
+    std::filesystem::create_directory(KeptFile()); // no file can be kept there
+    EXPECT_NE(UpdateKrency(), NOERROR);
+    EXPECT_EQ(Now(), Before()) << "without a place to keep it";
+    EXPECT_FALSE(EmbIsOffline(databasePath));
 }
 
-TEST_F(EncyclopediaTest, DoesWithoutWhatOnlyDressesTheNewOne) {
+TEST_F(EncyclopediaTest, DoesNotTakeItForOldWhenAVersionCannotBeAskedFor) {
+    Reset(oldAcl + "<document form='Patternfile'/>");
+    ASSERT_EQ(EmbFaultArm("NSFItemInfo", 1, ERR_NOACCESS, 0), NOERROR);
+    EXPECT_EQ(UpdateKrency(), 0U);
+    EXPECT_EQ(EmbFaultsFired(), 1U);
+    EXPECT_EQ(Now(), Before());
+}
+
+/** What dresses the new one is tried twice; without it, the file of the old one stays. */
+TEST_F(EncyclopediaTest, KeepsTheOldOneBesideANewOneThatLacksSomething) {
     const std::string newId = " replicaid=''";
     const struct {
         const char* operation;
@@ -230,15 +267,66 @@ TEST_F(EncyclopediaTest, DoesWithoutWhatOnlyDressesTheNewOne) {
         {"NSFDbReplicaInfoSet", Recreated(), true},
     };
     for (const auto& [operation, after, ownReplicaId] : cases) {
-        SCOPED_TRACE(operation);
-        Reset(oldDatabase);
-        ASSERT_EQ(EmbFaultArm(operation, 1, ERR_NOACCESS, 0), NOERROR);
-        EXPECT_EQ(UpdateKrency(), 0U);
-        EXPECT_EQ(EmbFaultsFired(), 1U);
-        EXPECT_EQ(LogMessages(), (Texts{recreate, created}));
-        EXPECT_EQ(Now() != after, ownReplicaId);
-        EXPECT_EQ(std::regex_replace(Now(), replicaId, newId), std::regex_replace(after, replicaId, newId));
+        for (const bool persists : {false, true}) {
+            SCOPED_TRACE(operation + std::to_string(persists));
+            Reset(oldDatabase);
+            const std::string old = test::ReadFile(Data() / databasePath);
+            ASSERT_EQ(EmbFaultArm(operation, 1, ERR_NOACCESS, persists), NOERROR);
+            EXPECT_EQ(UpdateKrency(), 0U);
+            EXPECT_EQ(EmbFaultsFired(), persists ? 2U : 1U);
+            EmbFaultClear();
+            EXPECT_EQ(IsKept(), persists);
+            if (!persists) {
+                EXPECT_EQ(Now(), Recreated());
+                continue;
+            }
+            EXPECT_EQ(test::ReadFile(OldFile()), old) << "where no later run takes it for the old one of a dead run";
+            EXPECT_FALSE(std::filesystem::exists(KeptFile()));
+            EXPECT_EQ(LogMessages().size(), 3U);
+            EXPECT_EQ(Now() != after, ownReplicaId);
+            EXPECT_EQ(std::regex_replace(Now(), replicaId, newId), std::regex_replace(after, replicaId, newId));
+            std::filesystem::remove(OldFile());
+        }
     }
+}
+
+TEST_F(EncyclopediaTest, FinishesWhatADeadRunHasBegun) {
+    FinishKrencyOfDeadRun();
+    EXPECT_EQ(EmbCallCount("NSFDbOpen") + EmbCallCount("NSFBringDatabaseOnline"), 0U) << "nothing to do";
+    const std::string old = test::ReadFile(Data() / databasePath);
+    const std::string expected = Recreated();
+    for (const char* there : {"none", "the old one, offline", "a new one"}) {
+        SCOPED_TRACE(there);
+        if (*there == 'n') {
+            std::filesystem::remove(Data() / databasePath);
+        } else if (*there == 'a') {
+            std::filesystem::remove(Data() / databasePath);
+            MakeDatabase(databasePath, newDatabase);
+        } else {
+            test::WriteFile(Data() / databasePath, old);
+            ASSERT_EQ(NSFTakeDatabaseOffline(databasePath, 0, OFFLINE_NODELETE), NOERROR);
+        }
+        test::WriteFile(KeptFile(), old);
+        test::WriteFile(OfflineMark(), "");
+        FinishKrencyOfDeadRun();
+        EXPECT_EQ(Now(), expected);
+        EXPECT_FALSE(EmbIsOffline(databasePath));
+        EXPECT_FALSE(IsKept());
+    }
+
+    Reset(oldDatabase);
+    test::WriteFile(OfflineMark(), ""); // the run died before it had a copy
+    ASSERT_EQ(NSFTakeDatabaseOffline(databasePath, 0, OFFLINE_NODELETE), NOERROR);
+    FinishKrencyOfDeadRun();
+    EXPECT_EQ(Now(), Before());
+    EXPECT_FALSE(EmbIsOffline(databasePath));
+    EXPECT_FALSE(IsKept());
+
+    test::WriteFile(KeptFile(), "whatever");
+    ASSERT_EQ(EmbSetInUse(databasePath, 60), NOERROR);
+    FinishKrencyOfDeadRun();
+    EXPECT_TRUE(IsKept()) << "nothing is put in the place of what somebody has open";
+    std::filesystem::remove(KeptFile());
 }
 
 } // namespace

@@ -51,7 +51,7 @@ const struct {
     {"without DocID", joke + Item("Title", "t"), joke + Item("Title", "t") + ownId + List({chain}), true},
     {"done already", joke + ownId + List({chain, other}), joke + ownId + List({chain, other}), false},
     {"another reference", flower + List({other}) + ownId, flower + List({other, hoax}) + ownId, false},
-    {"a single reference", flower + Item("RefContent", other) + ownId, flower + List({other, hoax}) + ownId, false},
+    {"a single reference", flower + Item("RefContent", other) + ownId, flower + ownId + List({other, hoax}), false},
     {"a blank less", Item("Expression", "An Internet flower for you .AND. virus"),
      Item("Expression", "An Internet flower for you .AND. virus") + ownId, true},
     {"another letter case", Item("Expression", "This is not a joke") + ownId,
@@ -102,10 +102,10 @@ TEST_F(ExpressionsTest, MigratesExpressionDocuments) {
         const std::string expected = ContentOf(Document(own, after));
         EXPECT_EQ(Content(), expected);
 
-        EmbSetRedelivery(1);
+        ASSERT_EQ(EmbBehaviourSet("updated-note", "again"), NOERROR);
         EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
-        EmbSetRedelivery(0);
-        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 3U);
+        ASSERT_EQ(EmbBehaviourSet("updated-note", nullptr), NOERROR);
+        EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 2U);
         EXPECT_EQ(Content(), expected) << "once is enough";
     }
 }
@@ -119,48 +119,8 @@ TEST_F(ExpressionsTest, ReportsAFormulaThatDoesNotCompile) {
     const Texts messages = LogMessages();
     ASSERT_EQ(messages.size(), 1U) << "no table";
     EXPECT_TRUE(std::regex_match(messages[0], std::regex(R"(\[0\]\[PatchKRX:[1-9]\d*\]UpdateKrency Cannot compile )"
-                                                         R"(the formula! error\[1282\]\n)")))
+                                                         R"(the formula! error\[1281\]\n)")))
         << messages[0];
-}
-
-TEST_F(ExpressionsTest, LogsItsTableWhateverCanBeOpened) {
-    SwitchLogOn();
-    EXPECT_EQ(MigrateContentFilterExpressions(), 0U) << "without the database";
-    const Texts table = NewLogMessages();
-    EXPECT_EQ(table.size(), 80U);
-
-    Make(Document(own, joke) + Document(other, joke));
-    ASSERT_EQ(EmbFaultArm("NSFNoteOpen", 1, ERR_NOACCESS, 0), NOERROR);
-    EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
-    EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 1U) << "the other one";
-    Texts expected = {"[3]NSFNoteOpen error 582"};
-    expected.insert(expected.end(), table.begin(), table.end());
-    EXPECT_EQ(NewLogMessages(), expected);
-}
-
-TEST_F(ExpressionsTest, OverridesWhoSavedTheDocumentMeanwhile) {
-    Make(Document(own, joke));
-    // Just before the document is written, somebody else writes it.
-    const auto intrude = [](void* done, const char* operation) {
-        bool& intruded = *static_cast<bool*>(done);
-        if (!intruded && operation == std::string_view("NSFNoteUpdate")) {
-            intruded = true;
-            ScopedDatabase database;
-            ScopedNote note;
-            UNID unid = {};
-            ParseUnidText(own, unid);
-            EXPECT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
-            EXPECT_EQ(NSFNoteOpenByUNID(database.Get(), &unid, 0, note.Out()), NOERROR);
-            EXPECT_EQ(NSFItemSetText(note.Get(), "Title", "mine", 4), NOERROR);
-            EXPECT_EQ(NSFNoteUpdate(note.Get(), 0), NOERROR);
-        }
-    };
-    bool intruded = false;
-    EmbCallHookSet(intrude, &intruded);
-    EXPECT_EQ(MigrateContentFilterExpressions(), 0U);
-    EmbCallHookSet(nullptr, nullptr);
-    EXPECT_TRUE(intruded);
-    EXPECT_EQ(Content(), ContentOf(Document(own, joke + ownId + List({chain}))));
 }
 
 TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {
@@ -171,7 +131,7 @@ TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {
         const std::string expression = Item("Expression", std::string(length, 'x'));
         Make(Document(own, expression));
         ScopedDatabase database;
-        ASSERT_EQ(NSFDbOpen(databasePath, database.Out()), NOERROR);
+        ASSERT_EQ(database.Open(NSFDbOpen, databasePath), NOERROR);
         ExpressionSearch search = {database.Get(), table};
         ScopedFormula formula;
         ASSERT_EQ(CompileSelection("FORM=\"Expression\"", maxSelectionLength, formula), NOERROR);

@@ -67,5 +67,20 @@ TEST_F(FileCopyTest, AnswersWithACode) {
     }
 }
 
+/** A run died while it wrote a file in place, or before it removed what it had kept of it. */
+TEST_F(FileCopyTest, PutsBackWhatADeadRunHasKept) {
+    for (const bool hasSource : {false, true}) {
+        SCOPED_TRACE(hasSource);
+        if (hasSource) {
+            WriteFile(Path("source"), "new");
+        }
+        WriteFile(Path("target"), "ha");
+        WriteFile(Path("target.updkrx-kept"), "old");
+        EXPECT_EQ(CopyUnderReaders(Path("source"), Path("target")), hasSource ? 0 : -2);
+        EXPECT_EQ(Content(), (hasSource ? std::set<std::string>{"source=new", "target=new"}
+                                        : std::set<std::string>{"target=old"}));
+    }
+}
+
 } // namespace
 } // namespace updkrx::test

@@ -46,6 +46,16 @@ TEST_F(FileCopyTest, WaitsForWhoHasTheTargetOpen) {
     EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=new"}));
 }
 
+TEST_F(FileCopyTest, WritesInPlaceWhatAReaderKeepsFromBeingReplaced) {
+    WriteFile(Path("source"), "new");
+    WriteFile(Path("target"), "longer and old");
+    std::FILE* reader = std::fopen(Path("target").c_str(), "rb");
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(CopyUnderReaders(Path("source"), Path("target")), 0);
+    std::fclose(reader);
+    EXPECT_EQ(Content(), (std::set<std::string>{"source=new", "target=new"}));
+}
+
 TEST_F(FileCopyTest, TakesLongPathsBlanksAndNamesOfTheCodePage) {
     std::string folder = Path("a") + " folder \xE9\xFC"; // in the code page 1252
     for (int depth = 0; depth < 6; ++depth) {

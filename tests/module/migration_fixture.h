@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -43,13 +44,21 @@ protected:
                 parts[part] = text.substr(begin, text.find("\n\n", begin) - begin);
             }
         }
+        std::filesystem::remove(KeptDocuments());
         Make(confDatabase, parts["database"]);
         Make(confTemplate, parts["template"]);
         Make(expectedDatabase, parts["expected"]);
     }
 
+    /** What is there only while documents are out. */
+    [[nodiscard]] std::filesystem::path KeptDocuments() const { return Data() / "krx/krconf.updkrx-kept.nsf"; }
     [[nodiscard]] std::string Content() const { return Notes(confDatabase); }
     [[nodiscard]] std::string Expected() const { return Notes(expectedDatabase); }
+    /** Without the deletion stubs, which differ from server to server. */
+    [[nodiscard]] static std::string Live(const std::string& content) {
+        static const std::regex stub("  <krx:(stub|deleted) [^]*?(</krx:(stub|deleted)>|/>)\n(?=  <|</database)");
+        return std::regex_replace(content, stub, "");
+    }
 
 private:
     static constexpr const char* expectedDatabase = "krx/expected.nsf";

@@ -129,6 +129,18 @@ TEST_F(PatchRunTest, DoesEveryStepInItsOrder) {
     EXPECT_EQ(HelpItems("krx/krency.nsf", "BuildNumber"), Texts{"5.8.0.3060"}) << "stamped after it was recreated";
 }
 
+TEST_F(PatchRunTest, OverridesWhoSavedMeanwhile) {
+    Install("5.8.0.3001");
+    Configure(oneEntry);
+    {
+        const test::SomebodySavesFirst somebody(
+            {"krx/krmsg.nsf", "krx/krconf.nsf", "krx/krhelp.nsf", "krx/krlists.nsf"});
+        RunPatch();
+    }
+    EXPECT_EQ(Effects(), allEffects);
+    EXPECT_EQ(HelpItems("krx/krmsg.nsf", "BuildNumber"), Texts{"5.8.0.3060"});
+}
+
 TEST_F(PatchRunTest, DoesWhatTheBuildAndTheListAskFor) {
     const Texts none;
     const Texts documents = {"expression", "retired"};

@@ -157,12 +157,6 @@ TEST(Mutex, LetsOneThreadInAtATimeAndWakesTheNext) {
     }
 }
 
-TEST_F(RwLockTest, StartsAtRest) {
-    EXPECT_TRUE(lock.valid);
-    EXPECT_EQ(lock.record->magic, 0x19283746U);
-    EXPECT_EQ(CountersOf(lock), Counters{});
-}
-
 TEST_F(RwLockTest, CountsEveryOperationThatDoesNotWait) {
     using Operation = RwLockResult (*)(RwLock&) noexcept;
     constexpr Operation tryShared = TryAcquireShared, tryExclusive = TryAcquireExclusive, shared = AcquireShared,
@@ -207,22 +201,6 @@ TEST_F(RwLockTest, CountsEveryOperationThatDoesNotWait) {
     }
 }
 
-TEST_F(RwLockTest, KeepsAWriterOutUntilBothReadersAreGone) {
-    Holder first(lock, Use::shared);
-    Holder second(lock, Use::shared);
-    Await([&] { return first.Holds() && second.Holds(); });
-    Holder& writer = Waiting(Use::exclusive);
-    EXPECT_EQ(CountersOf(lock), (Counters{2, 0, 0, 1, 2}));
-    first.End();
-    EXPECT_EQ(CountersOf(lock), (Counters{1, 0, 0, 1, 2}));
-    EXPECT_FALSE(writer.Holds());
-    second.End();
-    EXPECT_EQ(CountersOf(lock), (Counters{0, 0, 1, 0, 0}));
-    Await([&] { return writer.Holds(); });
-    writer.End();
-    EXPECT_EQ(CountersOf(lock), Counters{});
-}
-
 TEST_F(RwLockTest, LetsTenReadersPastAWaitingWriter) {
     ASSERT_EQ(AcquireShared(lock), success);
     Holder& writer = Waiting(Use::exclusive);
@@ -263,26 +241,6 @@ TEST_F(RwLockTest, LetsFifteenWaitingReadersInAsTenAndFive) {
     EXPECT_EQ(CountersOf(lock), (Counters{5, 0, 0, 0, 5}));
     readers.erase(readers.begin(), waiting);
     Await([&] { return holding() == 5; });
-}
-
-TEST_F(RwLockTest, PrefersTheOtherSideWhenAHoldEnds) {
-    ASSERT_EQ(AcquireExclusive(lock), success);
-    Holder& writer = Waiting(Use::exclusive);
-    Holder& reader = Waiting(Use::shared);
-    EXPECT_EQ(ReleaseExclusive(lock), success);
-    Await([&] { return reader.Holds(); });
-    EXPECT_EQ(CountersOf(lock), (Counters{1, 0, 0, 1, 1}));
-    while (TryAcquireShared(lock) == success) {
-    }
-    Holder& lateReader = Waiting(Use::shared);
-    EXPECT_FALSE(writer.Holds());
-    reader.End();
-    for (int held = CountersOf(lock).activeReaders; held > 0; --held) {
-        EXPECT_EQ(ReleaseShared(lock), success);
-    }
-    Await([&] { return writer.Holds(); });
-    EXPECT_EQ(CountersOf(lock), (Counters{0, 1, 1, 0, 0}));
-    EXPECT_FALSE(lateReader.Holds());
 }
 
 TEST_F(RwLockTest, GuardsHoldForTheirScope) {

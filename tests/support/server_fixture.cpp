@@ -58,6 +58,16 @@ void ServerFixture::SetEnvironment(const char* name, const char* value) {
     ASSERT_EQ(EmbEnvironmentSet(name, value), NOERROR) << name;
 }
 
+void ServerFixture::SetBehaviours(std::string_view list) {
+    for (DWORD i = 0; const char* name = EmbBehaviourName(i); ++i) {
+        ASSERT_EQ(EmbBehaviourSet(name, nullptr), NOERROR) << name;
+    }
+    std::istringstream entries{std::string(list)};
+    for (std::string name, value; std::getline(entries, name, '=') && std::getline(entries, value, ',');) {
+        ASSERT_EQ(EmbBehaviourSet(name.c_str(), value.c_str()), NOERROR) << name << '=' << value;
+    }
+}
+
 std::vector<LogLine> ServerFixture::ReadLog() const {
     static const std::regex form(
         R"(\[(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d)\]\[pid=(-?\d+)\]\[tid=(-?\d+)\]\[module=([0-9a-f]+)\]:(.*))");
@@ -155,6 +165,40 @@ std::vector<std::string> ServerFixture::ConsoleCommands() {
         commands.push_back(line.substr(line.rfind('\t') + 1)); // behind the time and the outcome
     }
     return commands;
+}
+
+SomebodySavesFirst::SomebodySavesFirst(std::vector<const char*> databases) : databases_(std::move(databases)) {
+    EmbCallHookSet(
+        [](void* self, const char* operation) {
+            if (std::string_view(operation) == "NSFNoteUpdate") {
+                static_cast<SomebodySavesFirst*>(self)->SaveAll();
+            }
+        },
+        this);
+}
+
+SomebodySavesFirst::~SomebodySavesFirst() {
+    EmbCallHookSet(nullptr, nullptr);
+}
+
+void SomebodySavesFirst::SaveAll() {
+    if (std::exchange(saving_, true)) {
+        return;
+    }
+    for (const char* path : databases_) {
+        DBHANDLE database = NULLHANDLE;
+        ASSERT_EQ(NSFDbOpen(path, &database), NOERROR) << path;
+        const auto save = [](void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) -> STATUS {
+            NOTEHANDLE note = NULLHANDLE;
+            EXPECT_EQ(NSFNoteOpen(*static_cast<DBHANDLE*>(parameter), match->ID.NoteID, 0, &note), NOERROR);
+            EXPECT_EQ(NSFNoteUpdate(note, UPDATE_FORCE), NOERROR);
+            return NSFNoteClose(note);
+        };
+        EXPECT_EQ(NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_ALL, nullptr, save, &database, nullptr),
+                  NOERROR);
+        EXPECT_EQ(NSFDbClose(database), NOERROR);
+    }
+    saving_ = false;
 }
 
 } // namespace updkrx::test

@@ -36,6 +36,8 @@ protected:
 
     /** Sets a notes.ini value of the session; null removes it. */
     static void SetEnvironment(const char* name, const char* value);
+    /** Puts exactly these behaviours in force, "name=value,name=value". */
+    static void SetBehaviours(std::string_view list);
     static void SwitchLogOn() { SetEnvironment("KRX_ENABLE_KRENCY_LOG", "1"); }
     /** The lines of the module's log files; a message that ends in a line feed keeps it. */
     [[nodiscard]] std::vector<LogLine> ReadLog() const;
@@ -61,6 +63,21 @@ protected:
 private:
     TemporaryFolder folder_;
     size_t messagesSeen_ = 0;
+};
+
+/** While this lives, somebody else saves every note of some databases just before each save of the test's own. */
+class SomebodySavesFirst {
+public:
+    explicit SomebodySavesFirst(std::vector<const char*> databases);
+    SomebodySavesFirst(const SomebodySavesFirst&) = delete;
+    SomebodySavesFirst& operator=(const SomebodySavesFirst&) = delete;
+    ~SomebodySavesFirst();
+
+private:
+    void SaveAll();
+
+    std::vector<const char*> databases_;
+    bool saving_ = false;
 };
 
 } // namespace updkrx::test

@@ -10,6 +10,9 @@ namespace updkrx::test {
 /** Of the calling thread. */
 [[nodiscard]] int ThreadId();
 
+/** Ends the process as a kill does: no library hears of it. */
+[[noreturn]] void Die(int exitCode);
+
 /** Sets a variable of the process's environment; null removes it. */
 void SetVariable(const char* name, const char* value);
 /** Whether a process that is started now finds the variable with this value. */

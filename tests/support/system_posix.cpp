@@ -19,6 +19,10 @@ int ThreadId() {
     return gettid();
 }
 
+void Die(int exitCode) {
+    _exit(exitCode);
+}
+
 void SetVariable(const char* name, const char* value) {
     value != nullptr ? setenv(name, value, 1) : unsetenv(name);
 }

@@ -16,6 +16,12 @@ int ThreadId() {
     return static_cast<int>(GetCurrentThreadId());
 }
 
+void Die(int exitCode) {
+    // _Exit would let each library of the process end its work, and the platform close its databases.
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+    std::abort();
+}
+
 void SetVariable(const char* name, const char* value) {
     _putenv_s(name, value != nullptr ? value : ""); // an empty value removes
 }

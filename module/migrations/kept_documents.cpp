@@ -1,0 +1,398 @@
+#include "migrations/kept_documents.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/startup.h"
+#include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
+#include "foundation/item_reading.h"
+#include "foundation/notes_scoped.h"
+#include "foundation/notes_search.h"
+#include "foundation/product_folder.h"
+#include "foundation/second_try.h"
+#include "foundation/unid_text.h"
+#include "migrations/deletion_stub.h"
+#include "migrations/log_messages.h"
+#include "migrations/note_items.h"
+#include "migrations/obsolete_unids.h"
+#include "migrations/references.h"
+#include "os/os.h"
+
+namespace updkrx {
+namespace {
+
+constexpr const char* databasePath = "krx/krconf.nsf";
+constexpr const char* keptPath = "krx/krconf.updkrx-kept.nsf";
+/** An item of a kept document: the UNIDs, one behind the other, that a copy of the template's document may have got. No
+ *  such copy may stay beside the document. */
+constexpr const char* copiesItem = "updkrxCopies";
+constexpr WORD textSize = 512;
+constexpr size_t unidLength = unidTextSize - 1;
+
+struct KeptNote {
+    NOTEID noteId;
+    UNID unid;
+};
+
+std::string KeptFile() {
+    const auto folder = GetProductFolder(Report::silent);
+    return folder ? *folder + "/krconf.updkrx-kept.nsf" : "";
+}
+
+STATUS OpenOrCreate(ScopedDatabase& kept) noexcept {
+    constexpr WORD noNotes = 0;
+    constexpr WORD noLimit = 0;
+    const STATUS status = kept.Open(NSFDbOpen, keptPath);
+    return (status & ERR_MASK) != ERR_NOEXIST
+               ? status
+               : kept.Open(NSFDbCreateAndCopy, databasePath, keptPath, noNotes, noLimit, DWORD{DBCOPY_REPLICA});
+}
+
+STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, const char* copies) noexcept {
+    ScopedNote note;
+    STATUS status = OpenNote(note, kept, noteId);
+    if (status == NOERROR) {
+        status = NSFItemSetText(note.Get(), copiesItem, copies, MAXWORD);
+    }
+    return status == NOERROR ? NSFNoteUpdate(note.Get(), UPDATE_FORCE) : status;
+}
+
+/** A document that is taken out a second time is kept as it is now, and what was noted of its copies stays. */
+STATUS RemoveEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) noexcept {
+    copies[0] = '\0';
+    ScopedNote note;
+    const auto earlier = FindNote(kept, unid);
+    if (!earlier || *earlier == 0) {
+        return earlier ? NOERROR : ERR_UNKNOWN;
+    }
+    if (OpenNote(note, kept, *earlier) != NOERROR || !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
+        return ERR_UNKNOWN;
+    }
+    (void)note.Close(); // always succeeds
+    return NSFNoteDelete(kept, *earlier, UPDATE_FORCE | UPDATE_NOSTUB);
+}
+
+void Append(char (&copies)[textSize], const UNID& unid) noexcept {
+    const size_t length = std::min(std::strlen(copies), size_t{textSize - unidTextSize});
+    char text[unidTextSize];
+    FormatUnidText(unid, text);
+    std::memcpy(copies + length, text, sizeof text);
+}
+
+/** Makes a copy of the template's document here first, to learn whether the server gives it a UNID of its own: one that got
+ *  it in the database could not be told, if the process died then, from a document of the customer's. */
+STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared, UNID& unid) noexcept {
+    ScopedNote copy;
+    STATUS status = NSFDbCopyNote(replacement.database, nullptr, nullptr, replacement.noteId, kept, nullptr, nullptr,
+                                  &prepared, nullptr);
+    if (TellsOfTakenUnid(status)) {
+        prepared = 0;
+        return NOERROR; // it was to keep its UNID
+    }
+    if (status == NOERROR) {
+        status = OpenNote(copy, kept, prepared);
+    }
+    if (status != NOERROR) {
+        return status;
+    }
+    unid = UnidOf(copy.Get());
+    (void)copy.Close(); // always succeeds
+    if (!SameUnid(unid, replacement.unid)) {
+        return NOERROR;
+    }
+    return NSFNoteDelete(kept, std::exchange(prepared, 0), UPDATE_FORCE | UPDATE_NOSTUB);
+}
+
+STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, const TemplateNote& replacement,
+            NOTEID& prepared) noexcept {
+    char copies[textSize];
+    STATUS status = RemoveEarlier(kept, unid, copies);
+    if (status != NOERROR) {
+        return status;
+    }
+    // What has the template's UNID already, or has it when it is put back, is no copy.
+    if (FindNote(database, replacement.unid) == NOTEID{0} && FindNote(kept, replacement.unid) == NOTEID{0}) {
+        Append(copies, replacement.unid);
+    }
+    UNID own = {};
+    status = Prepare(kept, replacement, prepared, own);
+    if (status != NOERROR) {
+        return status;
+    }
+    if (prepared != 0) {
+        Append(copies, own);
+    }
+    NOTEID keptId = 0;
+    status = NSFDbCopyNote(database, nullptr, nullptr, noteId, kept, nullptr, nullptr, &keptId, nullptr);
+    if (status != NOERROR) {
+        return status;
+    }
+    if (FindNote(kept, unid) != keptId) {
+        return ERR_CANT_CHANGE_UNID; // it could not be put back
+    }
+    return NoteCopies(kept, keptId, copies);
+}
+
+struct KeptSearch {
+    DBHANDLE database;
+    std::vector<KeptNote>& found;
+};
+
+STATUS LNCALLBACK CollectKept(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+    return WithoutExceptions("CollectKept", STATUS{ERR_MEMORY}, [&] {
+        if (const SEARCH_MATCH found = CopyMatch(match); IsMatch(found)) {
+            static_cast<KeptSearch*>(parameter)->found.push_back(
+                {found.ID.NoteID, {found.OriginatorID.File, found.OriginatorID.Note}});
+        }
+        return NOERROR;
+    });
+}
+
+/** False for a prepared copy, and for a copy of a document that is still in its place: both lack the item. */
+bool MayBeKept(DBHANDLE kept, NOTEID noteId) noexcept {
+    ScopedNote note;
+    return OpenNote(note, kept, noteId) != NOERROR || !LacksItem(note.Get(), copiesItem);
+}
+
+/** Calls `visit` with each kept document, of which no note is open; false when one visit was false, or not all can be found, which is logged. */
+template<class Visit>
+bool VisitKept(Visit visit) {
+    ScopedDatabase kept;
+    std::vector<KeptNote> found;
+    STATUS status = kept.Open(NSFDbOpen, keptPath);
+    if (status == NOERROR) {
+        KeptSearch search = {kept.Get(), found};
+        status = SearchNotes(kept.Get(), NULLHANDLE, NOTE_CLASS_DOCUMENT, CollectKept, &search);
+    }
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Error: The kept documents cannot be read. (%s):(%x)", keptPath, status);
+    }
+    bool all = status == NOERROR;
+    for (const KeptNote& document : found) {
+        if (MayBeKept(kept.Get(), document.noteId)) {
+            all = visit(kept.Get(), document) && all;
+        }
+    }
+    return all;
+}
+
+DWORD VersionOf(NOTEHANDLE note) noexcept {
+    constexpr DWORD mask = 0xFFFF; // the rest of a sequence number is flags
+    OID oid = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    return oid.Sequence & mask;
+}
+
+/** Replicas must take what stands under the document's UNID for newer than the deletion, which had the number of what is
+ *  kept. Saving counts it up. */
+STATUS RaiseVersion(NOTEHANDLE note, NOTEHANDLE kept) noexcept {
+    STATUS status = NOERROR;
+    for (DWORD version = VersionOf(note); status == NOERROR && version <= VersionOf(kept); ++version) {
+        status = NSFNoteUpdate(note, UPDATE_FORCE);
+    }
+    return status;
+}
+
+/** Completes what stands under the document's UNID: a copy of the template's document may lack the references, and what
+ *  was copied from here has the item that the document has not. */
+STATUS Complete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
+    ScopedNote note;
+    References wanted;
+    References present;
+    if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {
+        return status;
+    }
+    if (!wanted.Read(kept) || !present.Read(note.Get())) {
+        return ERR_UNKNOWN;
+    }
+    if (!LacksItem(note.Get(), copiesItem) || !present.Includes(wanted)) {
+        const STATUS status = DeleteItems(note.Get(), copiesItem);
+        if (status != NOERROR && (status & ERR_MASK) != ERR_ITEM_NOT_FOUND) {
+            return status;
+        }
+        if (!wanted.AddTo(note.Get(), present) || NSFNoteUpdate(note.Get(), UPDATE_FORCE) != NOERROR) {
+            return ERR_UNKNOWN;
+        }
+    }
+    return RaiseVersion(note.Get(), kept);
+}
+
+/** Calls `visit` with the UNID of each copy that may stand beside a kept document; false when one visit was false, or
+ *  when they cannot be read. */
+template<class Visit>
+bool VisitCopies(NOTEHANDLE kept, const UNID& document, Visit visit) {
+    char text[textSize];
+    const auto length = ReadItemText(kept, copiesItem, text, sizeof text);
+    bool all = length.has_value();
+    for (size_t at = 0; at + unidLength <= length.value_or(0); at += unidLength) {
+        UNID copy = {};
+        ParseUnidText({text + at, unidLength}, copy);
+        all = (SameUnid(copy, document) || visit(copy)) && all;
+    }
+    return all;
+}
+
+std::string TextOf(const UNID& unid) {
+    char text[unidTextSize];
+    FormatUnidText(unid, text);
+    return text;
+}
+
+/** Others refer to the document from now on, not to the copy that was to take its place. */
+bool RemoveCopy(DBHANDLE database, const UNID& copy, const UNID& document) {
+    VanishingUnids vanishing(TextOf(document));
+    vanishing.Add(TextOf(copy));
+    const auto noteId = FindNote(database, copy);
+    if (!noteId) {
+        return false;
+    }
+    const STATUS status = WithSecondTry(
+        [&] { return *noteId == 0 ? NOERROR : NSFNoteDelete(database, *noteId, UPDATE_FORCE | UPDATE_NOSTUB); });
+    if (status == NOERROR) {
+        vanishing.Record();
+    } else {
+        LogCopyThatStays(*noteId, status);
+    }
+    return status == NOERROR;
+}
+
+/** Copies the document back where the database has none in its place. */
+STATUS PutBack(DBHANDLE database, DBHANDLE kept, const KeptNote& document, NOTEID& noteId) {
+    const auto standing = FindNote(database, document.unid);
+    noteId = standing.value_or(0);
+    if (!standing || noteId != 0) {
+        return standing ? NOERROR : ERR_UNKNOWN;
+    }
+    return StoreOverStub(database, {document.unid}, [&] {
+        return NSFDbCopyNote(kept, nullptr, nullptr, document.noteId, database, nullptr, nullptr, &noteId, nullptr);
+    });
+}
+
+STATUS Restore(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
+    ScopedNote note;
+    NOTEID noteId = 0;
+    STATUS status = OpenNote(note, kept, document.noteId);
+    if (status == NOERROR) {
+        status = PutBack(database, kept, document, noteId);
+    }
+    if (status == NOERROR) {
+        status = Complete(database, noteId, note.Get());
+    }
+    if (status == NOERROR) { // else the copy may be all that is left
+        (void)VisitCopies(note.Get(), document.unid,
+                          [&](const UNID& copy) { return RemoveCopy(database, copy, document.unid); });
+    }
+    return status;
+}
+
+/** Whether a note of the database is the document, or what replaces it, with all its references but the obsolete ones. */
+bool IsComplete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
+    ScopedNote note;
+    References wanted;
+    References present;
+    if (OpenNote(note, database, noteId) != NOERROR || !wanted.Read(kept) || !present.Read(note.Get())) {
+        return false;
+    }
+    for (const std::string& obsolete : ObsoleteUNIDSet) {
+        wanted.referDocs.erase(obsolete);
+        wanted.useDocs.erase(obsolete);
+    }
+    return LacksItem(note.Get(), copiesItem) && present.Includes(wanted);
+}
+
+bool Stands(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
+    ScopedNote note;
+    const NOTEID noteId = FindNote(database, document.unid).value_or(0);
+    return noteId != 0 && OpenNote(note, kept, document.noteId) == NOERROR &&
+           IsComplete(database, noteId, note.Get()) && VisitCopies(note.Get(), document.unid, [&](const UNID& copy) {
+               return FindNote(database, copy) == NOTEID{0};
+           });
+}
+
+} // namespace
+
+STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const TemplateNote& replacement,
+                  NOTEID& prepared) noexcept {
+    ScopedDatabase kept;
+    prepared = 0;
+    STATUS status = OpenOrCreate(kept);
+    if (status == NOERROR) {
+        status = Keep(database, noteId, kept.Get(), unid, replacement, prepared);
+    }
+    return status == NOERROR ? kept.Close() : status; // closing is what writes it to the disk
+}
+
+STATUS CopyPrepared(NOTEID prepared, DBHANDLE database, NOTEID& newId) noexcept {
+    ScopedDatabase kept;
+    const STATUS status = kept.Open(NSFDbOpen, keptPath);
+    return status == NOERROR
+               ? NSFDbCopyNote(kept.Get(), nullptr, nullptr, prepared, database, nullptr, nullptr, &newId, nullptr)
+               : status;
+}
+
+bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
+    ScopedDatabase kept;
+    ScopedNote note;
+    char copies[textSize];
+    UNID wanted = unid;
+    if (kept.Open(NSFDbOpen, keptPath) != NOERROR ||
+        note.Open(NSFNoteOpenByUNID, kept.Get(), &wanted, WORD{0}) != NOERROR ||
+        !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
+        return false;
+    }
+    char text[unidTextSize];
+    FormatUnidText(copy, text);
+    if (std::strstr(copies, text) != nullptr) {
+        return true;
+    }
+    Append(copies, copy);
+    return NoteCopies(kept.Get(), NoteIdOf(note.Get()), copies) == NOERROR && kept.Close() == NOERROR;
+}
+
+bool HasKeptDocuments() {
+    return os::KindOf(KeptFile().c_str()) == os::PathKind::file;
+}
+
+bool PutBackKeptDocuments(DBHANDLE database) {
+    (void)VisitKept([&](DBHANDLE kept, const KeptNote& document) {
+        STATUS status = Restore(database, kept, document);
+        if (status != NOERROR) {
+            status = Restore(database, kept, document); // it takes up where the first try has failed
+        }
+        DebugLog(level::progress, "A document that an earlier run has kept is put back. UNID is %s, sError is %d",
+                 TextOf(document.unid).c_str(), status);
+        return status == NOERROR;
+    });
+    return AllKeptDocumentsStand(database);
+}
+
+bool AllKeptDocumentsStand(DBHANDLE database) {
+    return VisitKept([&](DBHANDLE kept, const KeptNote& document) {
+        const auto look = [&] { return Stands(database, kept, document); };
+        const bool stands = look() || look(); // a failure that passes must not count
+        if (!stands) {
+            DebugLog(level::progress,
+                     "Error: A document is missing, not complete, or there twice. It is kept for the next run. "
+                     "UNID is %s (%s)",
+                     TextOf(document.unid).c_str(), keptPath);
+        }
+        return stands;
+    });
+}
+
+void RemoveKeptDocuments() {
+    // Where the file stays, a later run must not find in it what customers have changed or deleted since.
+    (void)VisitKept([](DBHANDLE kept, const KeptNote& document) {
+        return NSFNoteDelete(kept, document.noteId, UPDATE_FORCE | UPDATE_NOSTUB) == NOERROR;
+    });
+    os::RemoveFile(KeptFile().c_str());
+    if (HasKeptDocuments()) {
+        DebugLog(level::progress, "Error: The kept documents cannot be removed. (%s)", keptPath);
+    }
+}
+
+} // namespace updkrx
