@@ -37,7 +37,7 @@ STATUS LNCALLBACK VisitNote(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*
         return NOERROR;
     }
     updkrx::ScopedNote note;
-    if (const STATUS status = NSFNoteOpen(visit.database, found.ID.NoteID, 0, note.Out()); status != NOERROR) {
+    if (const STATUS status = updkrx::OpenNote(note, visit.database, found.ID.NoteID); status != NOERROR) {
         return status;
     }
     try {
@@ -143,7 +143,7 @@ DatabaseReport ReadDatabase(const std::string& name) {
     const std::string path = "krx/" + name;
     report.offline = EmbIsOffline(path.c_str()) != 0;
     updkrx::ScopedDatabase database;
-    STATUS status = NSFDbOpen(ToLmbcs(path).c_str(), database.Out());
+    STATUS status = database.Open(NSFDbOpen, ToLmbcs(path).c_str());
     if ((status & ERR_MASK) == ERR_NOEXIST) {
         return Missing(name);
     }

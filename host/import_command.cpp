@@ -22,7 +22,7 @@ void MakeDatabase(const ImportOptions& options) {
     const DWORD flags = options.force ? EMB_DXL_REPLACE : 0;
     const STATUS status =
         EmbDxlImport(options.database.string().c_str(), options.dxl.string().c_str(), flags, message, sizeof message);
-    if (status == EMB_ERR_EXISTS) {
+    if (status == ERR_EXISTS) {
         throw Failure(failed, options.database.string() + ": exists already (--force replaces it)");
     }
     if (status != NOERROR) {

@@ -1,5 +1,6 @@
 #include "recovery_copy.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <vector>
@@ -29,6 +30,11 @@ fs::path PassingCopyOf(const fs::path& productFolder) {
 
 fs::path RunFile(const fs::path& copy) {
     return copy / "run";
+}
+
+/** What the copy holds, to tell a whole one from one of which somebody has removed a part. */
+fs::path ContentsFile(const fs::path& copy) {
+    return copy / "contents";
 }
 
 enum class Kind { file, folder, other };
@@ -106,6 +112,38 @@ void WriteText(const fs::path& file, const std::string& text) {
     });
 }
 
+/** A line for each file in a copy, with its size. */
+std::vector<std::string> ContentsOf(const fs::path& copy) {
+    std::vector<std::string> lines;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(copy)) {
+        if (KindOf(entry) == Kind::file && entry.path() != RunFile(copy) && entry.path() != ContentsFile(copy)) {
+            lines.push_back(entry.path().lexically_relative(copy).generic_string() + '\t' +
+                            std::to_string(entry.file_size()) + '\n');
+        }
+    }
+    std::ranges::sort(lines);
+    return lines;
+}
+
+/** Throws when a file of the copy is missing or has another size: what it lacks would be removed from the product folder. */
+void RequireWhole(const fs::path& copy) {
+    const std::vector<std::string> there = ContentsOf(copy);
+    std::ifstream stream(ContentsFile(copy), std::ios::binary);
+    const auto refuse = [&](const fs::path& file) {
+        throw Failure(failed, "what an earlier run changed cannot be put back, and nothing was touched: " +
+                                  (copy / file).string() + " is missing or damaged; remove " + copy.string() +
+                                  " to go on with the product folder as it is");
+    };
+    if (!stream) {
+        refuse("contents");
+    }
+    for (std::string line; std::getline(stream, line);) {
+        if (!std::ranges::binary_search(there, line + '\n')) {
+            refuse(line.substr(0, line.rfind('\t')));
+        }
+    }
+}
+
 /** From "whole" to "there at all" and back, in one step that is on the disk when this returns. */
 void Rename(const fs::path& from, const fs::path& to) {
     fs::rename(from, to);
@@ -120,6 +158,11 @@ void Make(const ServerFolder& server, const std::string& run) {
     if (fs::exists(server.OfflineList())) {
         CopyFile(server.OfflineList(), made / server.OfflineList().filename());
     }
+    std::string contents;
+    for (const std::string& line : ContentsOf(made)) {
+        contents += line;
+    }
+    WriteText(ContentsFile(made), contents);
     WriteText(RunFile(made), run);
     Rename(made, CopyOf(server.ProductFolder()));
 }
@@ -128,6 +171,7 @@ void Make(const ServerFolder& server, const std::string& run) {
 void PutBack(const ServerFolder& server) {
     const fs::path copy = CopyOf(server.ProductFolder());
     const fs::path folder = copy / server.ProductFolder().filename();
+    RequireWhole(copy);
     // First what is too much: a journal of the dead run must not meet a database that it does not belong to.
     RemoveAllBut(folder, server.ProductFolder());
     CopyFolder(folder, server.ProductFolder());

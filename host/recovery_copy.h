@@ -3,6 +3,7 @@
 //
 //   data/krx.recovery/       beside the product folder; whole, or not there
 //     run                    the run that it was made for
+//     contents               its files and their sizes: one that has lost a file is not put back
 //     krx/                   the product folder, with every file and folder in it
 //     offline.lst            which databases were offline, when any was
 //   data/krx.recovery.tmp/   one that is being made or removed

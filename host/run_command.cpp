@@ -149,11 +149,25 @@ void RequireUpgraded(const ServerFolder& server, const PatchFacts& facts, const 
     }
 }
 
+/** The platform's behaviours that are not the default, as notes.ini names them. */
+std::string DescribeBehaviours() {
+    std::string text;
+    for (DWORD i = 0; const char* name = EmbBehaviourName(i); ++i) {
+        if (const std::string value = EmbBehaviourInForce(name); value != EmbBehaviourValue(name, 0)) {
+            text += (text.empty() ? "" : ",") + std::string(name) + "=" + value;
+        }
+    }
+    return text;
+}
+
 void ShowHead(const ServerFolder& server, const PatchFacts& facts) {
     std::vector<std::vector<std::string>> rows = {{"Server", server.Path().string()},
                                                   {"Patch build", BuildText(*facts.patchBuild)}};
     if (updkrx::IsDebugLogEnabled()) {
         rows.push_back({"Module's log", server.LogFolder().string()});
+    }
+    if (std::string behaviours = DescribeBehaviours(); !behaviours.empty()) {
+        rows.push_back({"Behaviours", std::move(behaviours)});
     }
     std::cout << FormatTable(rows) << '\n';
 }

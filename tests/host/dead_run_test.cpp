@@ -60,6 +60,13 @@ TEST_F(DeadRunTest, TheNextRunPutsBackWhatItChanged) {
         EXPECT_TRUE(Json::parse(StatusAsJson().out)["deadRun"].is_null());
     }
 
+    const auto half = Snapshot(Databases());
+    const fs::path kept = Server() / "data/krx.recovery/krx/krmsg.nsf";
+    fs::rename(kept, Folder() / "krmsg.nsf");
+    EXPECT_TRUE(Fails(Run(), 1, "/krx.recovery/krx/krmsg.nsf is missing or damaged; remove "));
+    fs::rename(Folder() / "krmsg.nsf", kept);
+    EXPECT_TRUE(Snapshot(Databases()) == half);
+
     ASSERT_NO_FATAL_FAILURE(EmptyThePatch());
     if (updkrx::test::FileSizeLimit::available) {
         const updkrx::test::FileSizeLimit full(20'000); // room for some of the databases

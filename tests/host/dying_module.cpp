@@ -1,10 +1,10 @@
 // A module for krxpatch to load that dies in the middle of its work, with everything lying about that a run can leave.
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 #include "os/export.h"
+#include "support/system.h"
 
 namespace {
 
@@ -36,5 +36,5 @@ extern "C" UPDKRX_EXPORT STATUS MainEntryPoint() {
     std::ofstream(krx / "krquar.nsf.$$$") << "half a database";
     std::filesystem::create_directories(krx / "new/folder");
     std::ofstream(krx / "new/folder/krnew.ntf") << "half a template";
-    std::_Exit(9);
+    updkrx::test::Die(9);
 }

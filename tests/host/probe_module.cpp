@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include "foundation/debug_log.h"
-#include "foundation/notes_api.h"
 #include "foundation/notes_scoped.h"
+#include "notes_api.h"
 #include "os/export.h"
 
 namespace {
@@ -44,7 +44,7 @@ extern "C" UPDKRX_EXPORT STATUS MainEntryPoint() {
     char server[MAXUSERNAME + 1] = "";
     char command[] = "tell krxreal restart";
     (void)SECKFMGetUserName(server);
-    (void)NSFRemoteConsole(server, command, reply.Out());
+    (void)reply.Open(NSFRemoteConsole, server, command);
     AddInLogMessageText("%s", NOERROR, "a word to the server");
     updkrx::DebugLog(1, Pauses() ? "paused" : "went on at once");
     return NSFTakeDatabaseOffline("krx/krtime.nsf", 0, 0); // which deletes it
