@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <functional>
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace sweep {
 

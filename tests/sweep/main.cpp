@@ -15,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include "embedded_notes.h"
+#include "kinds.h"
 #include "server.h"
 #include "text_table.h"
 #include "walk.h"
@@ -118,6 +119,36 @@ Disturbances DeathsInPairs(const Reference& reference, const Options& options) {
     return all;
 }
 
+/** One failing call on a server of a kind, each of them drawn; as they are drawn in turn, the kind changes with every one. */
+struct Draw {
+    ServerKind kind;
+    size_t place; // of the call, to be taken modulo the calls of its run
+    STATUS status;
+};
+
+std::vector<Draw> Draws(const Options& options) {
+    constexpr size_t draws = 20000;
+    std::mt19937_64 random(20261124);
+    std::vector<Draw> all;
+    for (size_t n = 1; n <= draws; ++n) {
+        Draw draw = {DrawKind(random), random(), statuses[random() % std::size(statuses)].status};
+        if (options.Takes(n, options.every * options.every)) {
+            all.push_back(std::move(draw));
+        }
+    }
+    return all;
+}
+
+/** The call that a draw makes fail in this run. */
+Disturbance DisturbanceOf(const Draw& draw, const Reference& reference) {
+    const auto& calls = reference.events[call];
+    size_t n = draw.place % calls.size() + 1;
+    while (std::ranges::find(cannotFail, std::string_view(calls[n - 1].operation)) != std::end(cannotFail)) {
+        n = n % calls.size() + 1;
+    }
+    return {call, n, Effect::fails, draw.status};
+}
+
 // ---- Their results.
 
 struct Row {
@@ -132,14 +163,7 @@ public:
     void Begin(const std::string& name) { rows_.push_back({name}); }
 
     void Add(const Reference& reference, const Disturbance& disturbance, const Outcome& outcome) {
-        for (Row* row : {&rows_.back(), &all_}) {
-            ++row->runs;
-            row->states += outcome.newState;
-            row->violations += outcome.violations != 0;
-        }
-        for (size_t i = 0; i < Exceptions().size(); ++i) {
-            needed_[i] += outcome.exceptions >> i & 1;
-        }
+        Count(outcome);
         if (disturbance.status != NOERROR) {
             ++matrix_[reference.OperationOf(disturbance)][disturbance.status];
         }
@@ -149,7 +173,19 @@ public:
             Violation& violation = violations_[reference.Describe(disturbance) + " (" + reference.StepOf(disturbance) +
                                                ") -> " + std::regex_replace(line, unid, "UNID")];
             if (violation.runs++ == 0) {
-                violation.example = "--only '" + rows_.back().name + "' --at " + std::to_string(disturbance.n);
+                violation.example = "--only '" + rows_.back().name + "' --at " + std::to_string(disturbance.n) +
+                                    (reference.behaviours.empty() ? "" : " on a server with " + reference.behaviours);
+            }
+        }
+    }
+
+    void Add(const ServerKind& kind, const Outcome& outcome) {
+        Count(outcome);
+        std::istringstream lines(outcome.text);
+        for (std::string line; std::getline(lines, line);) {
+            Violation& violation = violations_[outcome.what + std::string(" -> ") + line];
+            if (violation.runs++ == 0) {
+                violation.example = kind;
             }
         }
     }
@@ -189,6 +225,17 @@ public:
     [[nodiscard]] bool Clean() const { return all_.violations == 0; }
 
 private:
+    void Count(const Outcome& outcome) {
+        for (Row* row : {&rows_.back(), &all_}) {
+            ++row->runs;
+            row->states += outcome.newState;
+            row->violations += outcome.violations != 0;
+        }
+        for (size_t i = 0; i < Exceptions().size(); ++i) {
+            needed_[i] += outcome.exceptions >> i & 1;
+        }
+    }
+
     using Table = std::vector<std::vector<std::string>>;
 
     struct Violation {
@@ -230,15 +277,59 @@ int Sweep(const Options& options) {
 
     Results results;
     std::string names;
-    const auto sweep = [&](const char* name, const Reference& reference, const Disturbances& disturbances) {
+    const auto begins = [&](const char* name, size_t runs) {
         names += (names.empty() ? "" : ", ") + std::string(name);
-        if (options.only.empty() || options.only == name) {
-            std::cerr << name << ": " << disturbances.size() << " runs\n"; // the longest takes an hour
-            results.Begin(name);
-            Walk(reference, disturbances, options.jobs, work,
-                 [&](const auto& disturbance, const auto& outcome) { results.Add(reference, disturbance, outcome); });
+        if (!options.only.empty() && options.only != name) {
+            return false;
+        }
+        std::cerr << name << ": " << runs << " runs\n"; // the longest takes an hour
+        results.Begin(name);
+        return true;
+    };
+    const auto walk = [&](const Reference& reference, const Disturbances& disturbances) {
+        Walk(reference, disturbances, options.jobs, work,
+             [&](const auto& disturbance, const auto& outcome) { results.Add(reference, disturbance, outcome); });
+    };
+    const auto sweep = [&](const char* name, const Reference& reference, const Disturbances& disturbances) {
+        if (begins(name, disturbances.size())) {
+            walk(reference, disturbances);
         }
     };
+    const auto sweepKinds = [&](const char* name, std::vector<ServerKind> all) {
+        std::vector<ServerKind> kinds;
+        for (size_t n = 1; n <= all.size(); ++n) {
+            if (options.Takes(n, options.every)) {
+                kinds.push_back(std::move(all[n - 1]));
+            }
+        }
+        if (begins(name, kinds.size())) {
+            WalkKinds(module, kinds, options.jobs, work,
+                      [&](const auto& kind, const auto& outcome) { results.Add(kind, outcome); });
+        }
+    };
+    sweepKinds("behaviours of documents", KindsOfDocuments());
+    sweepKinds("other behaviours in pairs", PairsOfKinds());
+    if (const std::vector<Draw> draws = Draws(options); begins("behaviours and a failing call", draws.size())) {
+        const auto disturb = [&](size_t number, Outcome& outcome) {
+            const Reference reference = RecordUnder(module, draws[number].kind, work);
+            Walk(reference, {DisturbanceOf(draws[number], reference)}, 1, work,
+                 [&](const Disturbance& disturbance, const Outcome& judged) {
+                     outcome = judged;
+                     Name(outcome, reference.Describe(disturbance) + " (" + reference.StepOf(disturbance) + ")");
+                 });
+        };
+        ForEachInProcesses(draws.size(), options.jobs, disturb,
+                           [&](size_t number, const Outcome& outcome) { results.Add(draws[number].kind, outcome); });
+    }
+    if (const std::vector<ServerKind> kinds = SingleKinds(); begins("dies under each behaviour", kinds.size())) {
+        Options sparse = options; // two dozen times the two sweeps that they are of
+        sparse.every *= options.every == 1 ? 1 : options.every * options.every;
+        for (const ServerKind& kind : kinds) {
+            const Reference reference = RecordUnder(module, kind, work);
+            walk(reference, ForEach(reference, call, sparse, Deaths));
+            walk(reference, ForEach(reference, file, sparse, Deaths));
+        }
+    }
     sweep("calls fail", module, ForEach(module, call, options, FailingCalls));
     sweep("allocations fail", module, ForEach(module, allocation, options, FailingAllocations));
     sweep("file operations fail", module, ForEach(module, file, options, FailingFiles));

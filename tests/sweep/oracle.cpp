@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 
 #include "embedded_notes.h"
-#include "engine/status_text.h"
+#include "engine/values/status_text.h"
 #include "server.h"
 
 namespace sweep {
@@ -35,9 +35,16 @@ State Read(const fs::path& file) {
     return state;
 }
 
+std::string BehavioursOf(const fs::path& server) {
+    const std::string settings = ReadFile(server / "notes.ini");
+    const size_t at = settings.find("EmbeddedBehaviour=");
+    return at == std::string::npos ? "" : settings.substr(at);
+}
+
 /** The end of undisturbed runs on the folder that this process stands in; for equal folders they are run once. */
 State EndAfter(Runner runner, const fs::path& work, bool& isNew) {
-    const fs::path known = work / "ends" / (DigestOf(fs::current_path()) + "." + NameOf(runner));
+    const std::string state = DigestOf(fs::current_path()) + BehavioursOf(fs::current_path());
+    const fs::path known = work / "ends" / (std::to_string(std::hash<std::string>()(state)) + "." + NameOf(runner));
     isNew = !fs::exists(known);
     if (isNew) {
         if (const int status = RunThisProgram({"--follow-up", NameOf(runner), work}); status != 0) {
@@ -58,6 +65,9 @@ public:
     Judgement(const Reference& reference, const Disturbance& disturbance, Outcome& outcome)
         : excuses_(reference.runner == Runner::module), disturbed_(reference.Describe(disturbance)),
           step_(reference.StepOf(disturbance)), outcome_(outcome) {}
+    /** Of a run that nothing disturbs on a server with these behaviours. */
+    Judgement(const std::string& behaviours, Outcome& outcome)
+        : excuses_(true), disturbed_(behaviours), outcome_(outcome) {}
 
     /** Notes what is wrong, unless it is let pass. */
     void Add(Clause clause, const std::string& what, const std::string& facet = "") {
@@ -99,15 +109,16 @@ bool IsIn(const std::vector<State>& states, const std::string& facet, const std:
     return std::ranges::any_of(states, [&](const State& state) { return ValueOf(state, facet) == value; });
 }
 
-void CheckForms(const std::vector<State>& forms, const State& state, Judgement& judgement) {
+void CheckForms(Clause clause, const std::vector<State>& forms, const State& state, bool mayDangle,
+                Judgement& judgement) {
     for (const std::string& facet : Differences(state, forms.back())) {
         const std::string value = ValueOf(state, facet);
-        if (IsFree(facet) || IsIn(forms, facet, value)) {
+        if (IsFree(facet) || IsIn(forms, facet, value) || (mayDangle && Fits("krconf.nsf/dangling/*", facet))) {
             continue;
         }
         const bool known = std::ranges::any_of(forms, [&](const State& form) { return form.contains(facet); });
         const std::string what = facet + (value.empty() ? " gone" : known ? " changed" : " added");
-        judgement.Add(Clause::forms, what, what);
+        judgement.Add(clause, what, what);
     }
 }
 
@@ -129,7 +140,7 @@ bool LogTells(const Reference& reference) {
         "^ERR:|error|fail|cannot (?!be found in ori)|broken off|does not exist|skip|(set|map) is null|"
         "\\([1-9a-f][0-9a-f]*\\)$",
         std::regex::icase);
-    static const std::set<std::string> usual(reference.messages.begin(), reference.messages.end());
+    const std::set<std::string> usual(reference.messages.begin(), reference.messages.end());
     return std::ranges::any_of(LogMessages(fs::current_path()), [&](const std::string& message) {
         return !usual.contains(message) && std::regex_search(message, error);
     });
@@ -142,6 +153,10 @@ bool IsInServerLog(STATUS status) {
 }
 
 } // namespace
+
+void Name(Outcome& outcome, const std::string& what) {
+    outcome.what[what.copy(outcome.what, sizeof outcome.what - 1)] = '\0';
+}
 
 const char* NameOf(Runner runner) {
     return runner == Runner::module ? "module" : "krxpatch";
@@ -177,16 +192,18 @@ void Judge(const Reference& reference, const Disturbance& disturbance, int proce
     if (!disturbance.IsDeath()) {
         CheckReport(report, judgement);
         const State state = ReadState(fs::current_path(), reference.replacements);
-        CheckForms(reference.states, state, judgement);
+        const bool told = report.inServerLog || LogTells(reference);
+        CheckForms(Clause::forms, reference.states, state, told, judgement);
         // What makes no difference need not be reported.
-        if (state != reference.End() && !report.inServerLog && !LogTells(reference)) {
+        if (state != reference.End() && !told) {
             judgement.Add(Clause::reported, "the log says nothing");
         }
     }
+    const bool mayDangle = !disturbance.IsDeath(); // what a run has left dangling the next one cannot know
     const State end = EndAfter(reference.runner, work, outcome.newState);
     std::vector<State> forms = reference.states;
     forms.push_back(reference.endAgain);
-    CheckForms(forms, end, judgement);
+    CheckForms(Clause::recovers, forms, end, mayDangle, judgement);
     for (const std::string& facet : Differences(end, reference.End())) {
         if (facet.starts_with(wrong)) {
             judgement.Add(Clause::settles, facet);
@@ -194,6 +211,18 @@ void Judge(const Reference& reference, const Disturbance& disturbance, int proce
             judgement.Add(Clause::catchesUp, facet + " is not as it is to be", facet);
         }
     }
+    outcome.judged = true;
+}
+
+void JudgeAgreement(const Reference& reference, const std::string& behaviours, const Report& report, Outcome& outcome) {
+    Judgement judgement(behaviours, outcome);
+    CheckReport(report, judgement);
+    const State state = ReadState(fs::current_path(), reference.replacements);
+    for (const std::string& facet : Differences(state, reference.End())) {
+        judgement.Add(Clause::agrees, facet + " is another", facet);
+    }
+    Name(outcome, "an undisturbed run");
+    outcome.newState = true;
     outcome.judged = true;
 }
 

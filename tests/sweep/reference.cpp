@@ -115,6 +115,26 @@ bool IsCheckpoint(Kind kind, const char* operation) {
            (SeenEvents()[call] == 1 || std::ranges::find(calls, operation) != std::end(calls));
 }
 
+namespace {
+
+/** Runs the upgrade in the folder that this process stands in and notes what happens. */
+void RecordEvents(Reference& reference, const std::function<void()>& atCheckpoint) {
+    const auto isMainThread = [] { return gettid() == getpid(); };
+    size_t logged = 0;
+    Run(reference.runner, [&](Kind kind, const char* operation) {
+        if (IsCheckpoint(kind, operation)) {
+            reference.checkpoints.push_back({SeenEvents(), isMainThread()});
+            atCheckpoint();
+        }
+        reference.events[kind].push_back({operation, logged, isMainThread()});
+        logged += std::string_view(operation) == "fprintf to the log";
+    });
+    ForgetRun();
+    reference.messages = LogMessages(fs::current_path());
+}
+
+} // namespace
+
 Reference Record(Runner runner, const fs::path& work) {
     Reference reference;
     reference.runner = runner;
@@ -129,19 +149,8 @@ Reference Record(Runner runner, const fs::path& work) {
 
     EnterCopy(PreparedServer(work), work / (name + ".second"));
     const auto addState = [&] { reference.states.push_back(ReadState(fs::current_path(), reference.replacements)); };
-    const auto isMainThread = [] { return gettid() == getpid(); };
-    size_t logged = 0;
-    Run(runner, [&](Kind kind, const char* operation) {
-        if (IsCheckpoint(kind, operation)) {
-            reference.checkpoints.push_back({SeenEvents(), isMainThread()});
-            addState();
-        }
-        reference.events[kind].push_back({operation, logged, isMainThread()});
-        logged += std::string_view(operation) == "fprintf to the log";
-    });
-    ForgetRun();
+    RecordEvents(reference, addState);
     addState();
-    reference.messages = LogMessages(fs::current_path());
     // krxpatch starts at the present moment, which is in what it stores.
     if (runner == Runner::module && digest != DigestOf(fs::current_path())) {
         throw std::runtime_error("two undisturbed runs end in different states");
@@ -153,6 +162,21 @@ Reference Record(Runner runner, const fs::path& work) {
     ForgetRun();
     reference.endAgain = ReadState(fs::current_path(), reference.replacements);
     return reference;
+}
+
+Reference RecordUnder(const Reference& reference, const std::string& behaviours, const fs::path& work) {
+    Reference other;
+    other.runner = reference.runner;
+    other.behaviours = behaviours;
+    other.states = reference.states;
+    other.endAgain = reference.endAgain;
+    other.replacements = reference.replacements;
+    const fs::path copy = work / (std::to_string(getpid()) + ".recorded");
+    EnterServer(work, behaviours, copy);
+    RecordEvents(other, [] {});
+    fs::current_path(work);
+    fs::remove_all(copy);
+    return other;
 }
 
 std::vector<std::string> LogMessages(const fs::path& server) {

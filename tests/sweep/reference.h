@@ -25,6 +25,7 @@ struct Checkpoint {
 
 struct Reference {
     Runner runner = Runner::module;
+    std::string behaviours;                   // of the server, "" for the defaults
     std::array<std::vector<Event>, 3> events; // by kind
     std::vector<Checkpoint> checkpoints;
     std::vector<std::string> messages; // of the module's log
@@ -46,6 +47,10 @@ struct Reference {
 
 /** Runs the upgrade in copies below `work`. Throws when two runs differ. */
 [[nodiscard]] Reference Record(Runner runner, const std::filesystem::path& work);
+
+/** What happens in a run on a server with other behaviours, which is to lead to the same states. */
+[[nodiscard]] Reference RecordUnder(const Reference& reference, const std::string& behaviours,
+                                    const std::filesystem::path& work);
 
 /** Whether this event is to be a checkpoint. */
 [[nodiscard]] bool IsCheckpoint(Kind kind, const char* operation);

@@ -77,6 +77,11 @@ fs::path PreparedServer(const fs::path& work) {
     return work / "prepared";
 }
 
+void EnterServer(const fs::path& work, const std::string& behaviours, const fs::path& copy) {
+    EnterCopy(PreparedServer(work), copy);
+    std::ofstream("notes.ini", std::ios::app) << "EmbeddedBehaviour=" << behaviours << '\n';
+}
+
 void EnterCopy(const fs::path& server, const fs::path& copy) {
     fs::copy(server, copy, fs::copy_options::recursive);
     fs::current_path(copy);

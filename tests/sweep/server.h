@@ -17,6 +17,10 @@ namespace sweep {
 void PrepareServer(const std::filesystem::path& work);
 [[nodiscard]] std::filesystem::path PreparedServer(const std::filesystem::path& work);
 
+/** Makes a copy of the prepared server in which these behaviours are in force, in the form of notes.ini. This process then
+ *  stands in it. */
+void EnterServer(const std::filesystem::path& work, const std::string& behaviours, const std::filesystem::path& copy);
+
 /** Makes a copy of a server folder, in which this process then stands. */
 void EnterCopy(const std::filesystem::path& server, const std::filesystem::path& copy);
 

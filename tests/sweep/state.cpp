@@ -4,13 +4,14 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string_view>
 #include <vector>
 
-#include "engine/items.h"
-#include "engine/signature.h"
-#include "engine/status_error.h"
-#include "engine/store.h"
+#include "engine/database/signature.h"
+#include "engine/store/store.h"
+#include "engine/values/items.h"
+#include "engine/values/status_error.h"
 #include "foundation/unid_text.h"
 
 namespace sweep {
@@ -72,6 +73,19 @@ std::string RepairedList(const Items& items, std::string_view name, const Replac
     return list;
 }
 
+/** The UNIDs in a document's lists of references. */
+void AddReferences(const Items& items, std::set<std::string>& unids) {
+    static const std::regex unid("[0-9A-F]{32}");
+    for (const std::string_view name : references) {
+        for (const std::string_view entry : embedded::itemEntries(items, name)) {
+            using Match = std::regex_iterator<std::string_view::const_iterator>;
+            for (Match match(entry.begin(), entry.end(), unid); match != Match(); ++match) {
+                unids.insert(match->str());
+            }
+        }
+    }
+}
+
 /** The parts of a database's facets, in an order of their own: that of the notes changes. */
 using Parts = std::map<std::string, std::multiset<std::string>>;
 
@@ -104,6 +118,9 @@ void AddNote(const embedded::NoteHead& head, Items items, bool isConf, const Rep
 State ReadDatabase(const fs::path& path, const Replacements& replacements) {
     constexpr size_t all = 1'000'000;
     Parts parts;
+    const bool isConf = path.filename() == "krconf.nsf";
+    std::set<std::string> present;
+    std::set<std::string> referredTo;
     try {
         const auto store = embedded::Store::open(path, embedded::StoreAccess::readOnly);
         for (const auto& [name, value] : store->properties()) {
@@ -117,9 +134,16 @@ State ReadDatabase(const fs::path& path, const Replacements& replacements) {
         }
         (void)store->scan(0, all, [&](const embedded::NoteHead& head, std::string_view items) {
             if (!head.deleted) {
-                AddNote(head, Items(std::string(items)), path.filename() == "krconf.nsf", replacements, parts);
+                AddNote(head, Items(std::string(items)), isConf, replacements, parts);
+                present.insert(UnidTextOf(head.oid));
+                AddReferences(Items(std::string(items)), referredTo);
             }
         });
+        for (const std::string& unid : isConf ? referredTo : std::set<std::string>()) {
+            if (!present.contains(unid)) {
+                parts["/dangling/" + unid].insert("dangling");
+            }
+        }
     } catch (const embedded::StatusError& error) {
         parts = {{"/error", {error.what()}}};
     }

@@ -18,6 +18,7 @@ namespace sweep {
  *   krconf.nsf/FORM/UNID/content   a document without the items that follow; in the DLP forms the lists of references
  *                                  are in it, as sets and with the vanished UNIDs taken out or replaced
  *   krconf.nsf/FORM/UNID/ITEM      an item that a migration changes by itself, or a list of references as it is
+ *   krconf.nsf/dangling/UNID       there for each UNID that a DLP document refers to and that no document has
  */
 using State = std::map<std::string, std::string>;
 

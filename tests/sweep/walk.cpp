@@ -59,7 +59,8 @@ public:
 
     /** Ends this process, and those that are started on the way. */
     [[noreturn]] void Run() {
-        EnterCopy(PreparedServer(work_), work_ / "walk");
+        const fs::path server = work_ / (std::to_string(getpid()) + ".walk");
+        EnterServer(work_, reference_.behaviours, server);
         const size_t filesBefore = OpenFiles();
         StartEvents(reference_.runner, [this](Kind kind, const char* operation) {
             if (disturbed_ == nullptr && IsCheckpoint(kind, operation)) {
@@ -74,7 +75,7 @@ public:
         } else {
             Await(0);
             fs::current_path(work_);
-            fs::remove_all(work_ / "walk");
+            fs::remove_all(server);
         }
         _exit(0);
     }
@@ -144,6 +145,32 @@ private:
 };
 
 } // namespace
+
+void ForEachInProcesses(size_t count, size_t jobs, const std::function<void(size_t number, Outcome& outcome)>& judge,
+                        const std::function<void(size_t number, const Outcome& outcome)>& report) {
+    Shared<Outcome> outcomes(count + 1);
+    std::cout.flush();
+    std::vector<pid_t> workers;
+    for (size_t worker = 0; worker < jobs; ++worker) {
+        workers.push_back(fork());
+        if (workers.back() == 0) {
+            for (size_t number = worker; number < count; number += jobs) {
+                (void)alarm(patience);
+                judge(number, outcomes[number]);
+            }
+            _exit(0);
+        }
+    }
+    for (const pid_t worker : workers) {
+        (void)waitpid(worker, nullptr, 0); // whether it came to its end shows below
+    }
+    for (size_t number = 0; number < count; ++number) {
+        if (!outcomes[number].judged) {
+            throw std::runtime_error("number " + std::to_string(number) + " did not come to its end");
+        }
+        report(number, outcomes[number]);
+    }
+}
 
 void Walk(const Reference& reference, const std::vector<Disturbance>& disturbances, size_t jobs, const fs::path& work,
           const std::function<void(const Disturbance& disturbance, const Outcome& outcome)>& report) {
