@@ -21,8 +21,9 @@
 #include <sqlite3.h>
 
 #include "embedded_notes.h"
-#include "engine/note_data.h"
-#include "engine/timedate.h"
+#include "engine/values/item_codec.h"
+#include "engine/values/timedate.h"
+#include "engine/values/unid.h"
 
 namespace {
 

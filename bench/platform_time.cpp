@@ -1,6 +1,6 @@
 #include "platform_time.h"
 
-#include "foundation/notes_api.h"
+#include "notes_api.h"
 
 namespace {
 

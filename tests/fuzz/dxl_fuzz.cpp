@@ -1,15 +1,15 @@
 // The input as a DXL file, which is refused with its place and cause and without a trace or becomes a database; and as
 // the items of a note. The export of either database must make the same database.
-#include "engine/dxl.h"
+#include "engine/dxl/dxl.h"
 
 #include <algorithm>
 #include <charconv>
 #include <set>
 #include <string>
 
-#include "engine/items.h"
-#include "engine/store.h"
-#include "engine/xml_text.h"
+#include "engine/dxl/xml_text.h"
+#include "engine/store/store.h"
+#include "engine/values/items.h"
 #include "fuzz_target.h"
 #include "support/temporary_folder.h"
 

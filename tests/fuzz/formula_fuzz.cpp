@@ -1,12 +1,12 @@
 // The input as the text of a formula and as a compiled one.
-#include "engine/formula.h"
+#include "engine/formula/formula.h"
 
 #include <algorithm>
 #include <optional>
 #include <string>
 
-#include "engine/charset.h"
-#include "engine/note_data.h"
+#include "engine/values/charset.h"
+#include "engine/values/item_codec.h"
 #include "fuzz_target.h"
 
 namespace fuzz {

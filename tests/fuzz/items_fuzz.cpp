@@ -1,11 +1,11 @@
 // The input as what a damaged database could hold: encoded items, a text list, an access control list.
-#include "engine/items.h"
+#include "engine/values/items.h"
 
 #include <algorithm>
 
-#include "engine/acl.h"
-#include "engine/formula.h"
-#include "engine/status_error.h"
+#include "engine/formula/formula.h"
+#include "engine/values/acl.h"
+#include "engine/values/status_error.h"
 #include "fuzz_target.h"
 
 namespace fuzz {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "engine/note_data.h"
+#include "engine/values/unid.h"
 #include "fuzz_target.h"
 
 namespace fuzz {
