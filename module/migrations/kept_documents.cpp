@@ -158,7 +158,8 @@ bool MayBeKept(DBHANDLE kept, NOTEID noteId) noexcept {
     return OpenNote(note, kept, noteId) != NOERROR || !LacksItem(note.Get(), copiesItem);
 }
 
-/** Calls `visit` with each kept document, of which no note is open; false when one visit was false, or not all can be found, which is logged. */
+/** Calls `visit` with each kept document, of which no note is open. False when one visit was false, or when not all can be
+ *  found, which is logged. */
 template<class Visit>
 bool VisitKept(Visit visit) {
     ScopedDatabase kept;
