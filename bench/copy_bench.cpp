@@ -24,23 +24,23 @@ namespace {
 
 constexpr double mebibyte = 1 << 20;
 
-void require(bool holds, const char* what) {
+void Require(bool holds, const char* what) {
     if (!holds) {
         throw std::runtime_error(what);
     }
 }
 
-void copyByModule(const std::string& source, const std::string& target) {
-    require(updkrx::CopyPath(source, target, true) == updkrx::copied, "CopyPath failed");
+void CopyByModule(const std::string& source, const std::string& target) {
+    Require(updkrx::CopyPath(source, target, true) == updkrx::copied, "CopyPath failed");
 }
 
-void copyByPeer(const std::string& source, const std::string& target) {
+void CopyByPeer(const std::string& source, const std::string& target) {
     std::filesystem::copy_file(source, target, std::filesystem::copy_options::overwrite_existing);
     const int file = open(target.c_str(), O_WRONLY);
-    require(file >= 0 && fsync(file) == 0 && close(file) == 0, "the peer's flush failed");
+    Require(file >= 0 && fsync(file) == 0 && close(file) == 0, "the peer's flush failed");
 }
 
-std::string randomBytes(size_t size) {
+std::string RandomBytes(size_t size) {
     std::string bytes(size, '\0');
     unsigned state = 1;
     for (char& byte : bytes) {
@@ -50,26 +50,26 @@ std::string randomBytes(size_t size) {
     return bytes;
 }
 
-double secondsOf(const std::function<void()>& work) {
+double SecondsOf(const std::function<void()>& work) {
     const auto start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-double median(std::vector<double> values) {
+double Median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
 }
 
-void copyFile(benchmark::State& state) {
+void CopyFile(benchmark::State& state) {
     const updkrx::test::TemporaryFolder folder;
     const std::string source = folder.Path() / "source";
     const std::string ours = folder.Path() / "ours";
     const std::string peers = folder.Path() / "peers";
     const auto size = static_cast<size_t>(state.range(0)) << 20;
-    updkrx::test::WriteFile(source, randomBytes(size));
-    copyByModule(source, ours);
-    copyByPeer(source, peers);
+    updkrx::test::WriteFile(source, RandomBytes(size));
+    CopyByModule(source, ours);
+    CopyByPeer(source, peers);
 
     std::vector<double> ourTimes;
     std::vector<double> peerTimes;
@@ -77,10 +77,10 @@ void copyFile(benchmark::State& state) {
     bool first = false;
     for (auto _ : state) {
         first = !first;
-        double peerSeconds = first ? 0 : secondsOf([&] { copyByPeer(source, peers); });
-        const double seconds = secondsOf([&] { copyByModule(source, ours); });
+        double peerSeconds = first ? 0 : SecondsOf([&] { CopyByPeer(source, peers); });
+        const double seconds = SecondsOf([&] { CopyByModule(source, ours); });
         if (first) {
-            peerSeconds = secondsOf([&] { copyByPeer(source, peers); });
+            peerSeconds = SecondsOf([&] { CopyByPeer(source, peers); });
         }
         state.SetIterationTime(seconds);
         ourTimes.push_back(seconds);
@@ -88,15 +88,15 @@ void copyFile(benchmark::State& state) {
         ratios.push_back(peerSeconds / seconds);
     }
     const auto rate = [&](double seconds) { return static_cast<double>(size) / mebibyte / seconds; };
-    state.counters["MiB_per_s"] = rate(median(ourTimes));
-    state.counters["peer_MiB_per_s"] = rate(median(peerTimes));
-    state.counters["ratio"] = median(ratios);
+    state.counters["MiB_per_s"] = rate(Median(ourTimes));
+    state.counters["peer_MiB_per_s"] = rate(Median(peerTimes));
+    state.counters["ratio"] = Median(ratios);
     state.counters["best_ratio"] =
         *std::min_element(peerTimes.begin(), peerTimes.end()) / *std::min_element(ourTimes.begin(), ourTimes.end());
 }
 
-BENCHMARK(copyFile)->Arg(64)->Iterations(21)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(copyFile)->Arg(512)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyFile)->Arg(64)->Iterations(21)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyFile)->Arg(512)->Iterations(9)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 

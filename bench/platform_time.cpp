@@ -10,45 +10,45 @@ platform_time::Spent account;
 Clock::time_point mark;
 
 /** The time since the last call belonged to this side. */
-void book(Clock::duration& side) {
+void Book(Clock::duration& side) {
     const auto now = Clock::now();
     side += now - mark;
     mark = now;
 }
 
 struct OnPlatform {
-    OnPlatform() { book(account.own); }
+    OnPlatform() { Book(account.own); }
     OnPlatform(const OnPlatform&) = delete;
     OnPlatform& operator=(const OnPlatform&) = delete;
-    ~OnPlatform() { book(account.platform); }
+    ~OnPlatform() { Book(account.platform); }
 };
 
 struct Step {
     Step(NSFSEARCHPROC given, void* givenParameter) : function(given), parameter(givenParameter) {}
     /** For the length of a call. */
-    void* address() { return this; }
+    void* Address() { return this; }
 
     NSFSEARCHPROC function;
     void* parameter;
 };
 
-STATUS LNCALLBACK stepInModule(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) {
-    book(account.platform);
+STATUS LNCALLBACK StepInModule(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) {
+    Book(account.platform);
     const Step& step = *static_cast<const Step*>(parameter);
     const STATUS status = step.function(step.parameter, match, summary);
-    book(account.own);
+    Book(account.own);
     return status;
 }
 
 } // namespace
 
-void platform_time::start() {
+void platform_time::Start() {
     account = {};
     mark = Clock::now();
 }
 
-platform_time::Spent platform_time::spent() {
-    book(account.own);
+platform_time::Spent platform_time::TimeSpent() {
+    Book(account.own);
     return account;
 }
 
@@ -106,4 +106,4 @@ TIMED(STATUS, NSFRemoteConsole, (char* server, char* command, DHANDLE* reply), (
 TIMED(STATUS, NSFSearch,
       (DBHANDLE database, FORMULAHANDLE formula, char* viewTitle, WORD flags, WORD classMask, TIMEDATE* since,
        NSFSEARCHPROC step, void* parameter, TIMEDATE* until),
-      (database, formula, viewTitle, flags, classMask, since, stepInModule, Step(step, parameter).address(), until))
+      (database, formula, viewTitle, flags, classMask, since, StepInModule, Step(step, parameter).Address(), until))

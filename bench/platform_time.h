@@ -15,8 +15,8 @@ struct Spent {
 };
 
 /** From here on, in the module. */
-void start();
+void Start();
 /** Since the start. */
-Spent spent();
+Spent TimeSpent();
 
 } // namespace platform_time

@@ -23,16 +23,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void require(bool holds, const std::string& what) {
-    if (!holds)
+void Require(bool holds, const std::string& what) {
+    if (!holds) {
         throw std::runtime_error(what);
+    }
 }
 
 class Session {
 public:
     explicit Session(const fs::path& server) {
         char message[512] = "";
-        require(EmbSessionBegin((server / "notes.ini").c_str(), 0, message, sizeof message) == NOERROR, message);
+        Require(EmbSessionBegin((server / "notes.ini").c_str(), 0, message, sizeof message) == NOERROR, message);
         EmbClockSetVirtual(EmbClockNow());
     }
     Session(const Session&) = delete;
@@ -40,70 +41,75 @@ public:
     ~Session() { EmbSessionEnd(); }
 };
 
-void setText(NOTEHANDLE note, const char* item, const std::string& text) {
-    require(NSFItemSetText(note, item, text.data(), static_cast<WORD>(text.size())) == NOERROR, item);
+void SetText(NOTEHANDLE note, const char* item, const std::string& text) {
+    Require(NSFItemSetText(note, item, text.data(), static_cast<WORD>(text.size())) == NOERROR, item);
 }
 
 /** Of every ten documents four are expressions, two registered servers, two policies with a default rule, and two DLP
  *  templates with rules. */
-void addDocument(DBHANDLE database, int number) {
+void AddDocument(DBHANDLE database, int number) {
     static constexpr const char* forms[] = {"Expression", "Expression", "Expression", "Expression", "Register",
                                             "Register",   "Policy",     "Policy",     "template",   "template"};
     const char* form = forms[number % 10];
     NOTEHANDLE note = NULLHANDLE;
-    require(NSFNoteCreate(database, &note) == NOERROR, "NSFNoteCreate");
-    setText(note, "Form", form);
-    setText(note, "name", "Document " + std::to_string(number));
-    setText(note, "Comment", std::string(200, 'x'));
-    if (std::strcmp(form, "Expression") == 0)
-        setText(note, "Expression", number % 4 == 0 ? "this is not a joke" : "expression " + std::to_string(number));
-    if (std::strcmp(form, "Policy") == 0)
-        setText(note, "DefaultRule", "1");
+    Require(NSFNoteCreate(database, &note) == NOERROR, "NSFNoteCreate");
+    SetText(note, "Form", form);
+    SetText(note, "name", "Document " + std::to_string(number));
+    SetText(note, "Comment", std::string(200, 'x'));
+    if (std::strcmp(form, "Expression") == 0) {
+        SetText(note, "Expression", number % 4 == 0 ? "this is not a joke" : "expression " + std::to_string(number));
+    }
+    if (std::strcmp(form, "Policy") == 0) {
+        SetText(note, "DefaultRule", "1");
+    }
     for (int rule = 0; std::strcmp(form, "template") == 0 && rule < 10; ++rule) {
         const std::string text = std::to_string(rule) + " of E4DFCC2F04A84EA748258E680021A7D6 " + std::string(60, 'y');
-        require(NSFItemAppendTextList(note, "matchRule", text.data(), static_cast<WORD>(text.size()), 1) == NOERROR,
+        Require(NSFItemAppendTextList(note, "matchRule", text.data(), static_cast<WORD>(text.size()), 1) == NOERROR,
                 "matchRule");
     }
-    require(NSFNoteUpdate(note, 0) == NOERROR, "NSFNoteUpdate");
+    Require(NSFNoteUpdate(note, 0) == NOERROR, "NSFNoteUpdate");
     (void)NSFNoteClose(note); // always succeeds
 }
 
-void populate(const fs::path& server, int documents) {
+void Populate(const fs::path& server, int documents) {
     const Session session(server);
     DBHANDLE database = NULLHANDLE;
-    require(NSFDbOpen("krx/krconf.nsf", &database) == NOERROR, "krconf.nsf");
-    for (int number = 0; number < documents; ++number)
-        addDocument(database, number);
-    require(NSFDbClose(database) == NOERROR, "NSFDbClose");
+    Require(NSFDbOpen("krx/krconf.nsf", &database) == NOERROR, "krconf.nsf");
+    for (int number = 0; number < documents; ++number) {
+        AddDocument(database, number);
+    }
+    Require(NSFDbClose(database) == NOERROR, "NSFDbClose");
 }
 
-double peakMiB() {
+double PeakMiB() {
     std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmHWM:"))
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) {
             return std::atof(line.c_str() + std::strlen("VmHWM:")) / 1024;
+        }
+    }
     return 0;
 }
 
-double milliseconds(std::chrono::steady_clock::duration time) {
+double Milliseconds(std::chrono::steady_clock::duration time) {
     return std::chrono::duration<double, std::milli>(time).count();
 }
 
-void run(const fs::path& server, int documents, bool log, int result) {
+void Run(const fs::path& server, int documents, bool log, int result) {
     const Session session(server);
-    require(EmbEnvironmentSet("KRX_ENABLE_KRENCY_LOG", log ? "1" : "0") == NOERROR, "environment");
-    platform_time::start();
+    Require(EmbEnvironmentSet("KRX_ENABLE_KRENCY_LOG", log ? "1" : "0") == NOERROR, "environment");
+    platform_time::Start();
     updkrx::RunPatch();
-    const platform_time::Spent spent = platform_time::spent();
-    const double total = milliseconds(spent.own + spent.platform);
+    const platform_time::Spent spent = platform_time::TimeSpent();
+    const double total = Milliseconds(spent.own + spent.platform);
     std::printf("%9d  %-3s  %10.0f  %9.1f %%  %9.1f", documents, log ? "on" : "off", total,
-                100 * milliseconds(spent.own) / total, peakMiB());
+                100 * Milliseconds(spent.own) / total, PeakMiB());
     std::fflush(stdout);
-    require(write(result, &total, sizeof total) == sizeof total, "result");
+    Require(write(result, &total, sizeof total) == sizeof total, "result");
 }
 
 /** Runs the body in a process of its own. */
-void inChild(const std::function<void()>& body) {
+void InChild(const std::function<void()>& body) {
     std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
@@ -117,20 +123,20 @@ void inChild(const std::function<void()>& body) {
         }
     }
     int status = 0;
-    require(waitpid(child, &status, 0) == child && status == 0, "a child process failed");
+    Require(waitpid(child, &status, 0) == child && status == 0, "a child process failed");
 }
 
-double measure(const std::string& krxpatch, int documents, bool log) {
+double Measure(const std::string& krxpatch, int documents, bool log) {
     char name[] = "/tmp/run_bench.XXXXXX";
-    require(mkdtemp(name) != nullptr, "mkdtemp");
+    Require(mkdtemp(name) != nullptr, "mkdtemp");
     const fs::path server = name;
-    require(std::system((krxpatch + " sandbox " + server.string() + " >/dev/null").c_str()) == 0, "sandbox");
+    Require(std::system((krxpatch + " sandbox " + server.string() + " >/dev/null").c_str()) == 0, "sandbox");
     int result[2];
-    require(pipe(result) == 0, "pipe");
-    inChild([&] { populate(server, documents); });
-    inChild([&] { run(server, documents, log, result[1]); });
+    Require(pipe(result) == 0, "pipe");
+    InChild([&] { Populate(server, documents); });
+    InChild([&] { Run(server, documents, log, result[1]); });
     double total = 0;
-    require(read(result[0], &total, sizeof total) == sizeof total, "result");
+    Require(read(result[0], &total, sizeof total) == sizeof total, "result");
     close(result[0]);
     close(result[1]);
     fs::remove_all(server);
@@ -149,9 +155,10 @@ int main(int argc, char** argv) {
         for (const bool log : {false, true}) {
             double before = 0;
             for (const int documents : {1'000, 10'000, 100'000}) {
-                const double total = measure(argv[1], documents, log);
-                if (before > 0)
+                const double total = Measure(argv[1], documents, log);
+                if (before > 0) {
                     std::printf("   %8.1f", total / before);
+                }
                 std::printf("\n");
                 before = total;
             }

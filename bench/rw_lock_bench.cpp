@@ -6,9 +6,9 @@
 //
 // Contended: 8 threads that draw at random whether to read or to write. Of each lock the operations of all threads per
 // second, and the longest time that a writer waited, each the median of the rounds. To be: the module's wait no longer
-// than the writer-preferring lock's, its throughput at least a third of that. Two more locks tell what the module's rules
-// cost. The first keeps the counters and the order of preference but hands nothing over: who waits is woken to compete
-// for the lock like any other. The second, besides, lets no reader past a waiting writer.
+// than the writer-preferring lock's, its throughput at least a third of that. Two more locks tell what the module's
+// rules cost. The first keeps the counters and the order of preference but hands nothing over: who waits is woken to
+// compete for the lock like any other. The second, besides, lets no reader past a waiting writer.
 //
 // Hand-over: how long ReleaseExclusive takes with as many readers waiting, and until all of them are in.
 #include <algorithm>
@@ -35,9 +35,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-void require(bool holds, const char* what) {
-    if (!holds)
+void Require(bool holds, const char* what) {
+    if (!holds) {
         throw std::runtime_error(what);
+    }
 }
 
 // ---- The locks
@@ -57,7 +58,7 @@ class WriterPreferring {
 public:
     WriterPreferring() {
         pthread_rwlockattr_t attributes;
-        require(pthread_rwlockattr_init(&attributes) == 0 &&
+        Require(pthread_rwlockattr_init(&attributes) == 0 &&
                     pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP) == 0 &&
                     pthread_rwlock_init(&lock_, &attributes) == 0,
                 "no lock that prefers writers");
@@ -89,8 +90,9 @@ public:
     }
     void unlock_shared() {
         const std::lock_guard held(mutex_);
-        if (--reading_ == 0 && waitingWriters_ > 0)
+        if (--reading_ == 0 && waitingWriters_ > 0) {
             writers_.notify_one();
+        }
     }
     void lock() {
         std::unique_lock held(mutex_);
@@ -103,10 +105,11 @@ public:
     void unlock() {
         const std::lock_guard held(mutex_);
         writing_ = false;
-        if (waitingWriters_ > 0 && (readersPastWriter == 0 || waitingReaders_ == 0))
+        if (waitingWriters_ > 0 && (readersPastWriter == 0 || waitingReaders_ == 0)) {
             writers_.notify_one();
-        else
+        } else {
             readers_.notify_all();
+        }
     }
 
 private:
@@ -123,27 +126,28 @@ private:
 // ---- Uncontended
 
 template<class Operation>
-double nanosecondsOf(const Operation& operation) {
+double NanosecondsOf(const Operation& operation) {
     constexpr int repetitions = 200'000;
     const auto start = Clock::now();
-    for (int i = 0; i < repetitions; ++i)
+    for (int i = 0; i < repetitions; ++i) {
         operation();
+    }
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count() / repetitions;
 }
 
 template<class Lock>
-void measureUncontended(Lock& lock, bool exclusive, double& best) {
-    best = std::min(best, exclusive ? nanosecondsOf([&] {
+void MeasureUncontended(Lock& lock, bool exclusive, double& best) {
+    best = std::min(best, exclusive ? NanosecondsOf([&] {
                         lock.lock();
                         lock.unlock();
                     })
-                                    : nanosecondsOf([&] {
+                                    : NanosecondsOf([&] {
                                           lock.lock_shared();
                                           lock.unlock_shared();
                                       }));
 }
 
-void uncontended(benchmark::State& state, bool exclusive) {
+void Uncontended(benchmark::State& state, bool exclusive) {
     // A process that never had a second thread would not show what locks cost.
     std::thread([] {}).join();
     Module ours;
@@ -153,9 +157,9 @@ void uncontended(benchmark::State& state, bool exclusive) {
     double bestStandard = bestOurs;
     double bestWriterPreferring = bestOurs;
     for (auto _ : state) {
-        measureUncontended(ours, exclusive, bestOurs);
-        measureUncontended(standard, exclusive, bestStandard);
-        measureUncontended(writerPreferring, exclusive, bestWriterPreferring);
+        MeasureUncontended(ours, exclusive, bestOurs);
+        MeasureUncontended(standard, exclusive, bestStandard);
+        MeasureUncontended(writerPreferring, exclusive, bestWriterPreferring);
     }
     state.counters["ours_ns"] = bestOurs;
     state.counters["shared_mutex_ns"] = bestStandard;
@@ -169,10 +173,11 @@ constexpr int threadCount = 8;
 constexpr auto roundLength = std::chrono::milliseconds(300);
 
 /** Passes the time of a section without touching memory; a step takes about a nanosecond. */
-void spend(int64_t steps) {
+void Spend(int64_t steps) {
     uint32_t value = 1;
-    for (int64_t i = 0; i < steps; ++i)
+    for (int64_t i = 0; i < steps; ++i) {
         benchmark::DoNotOptimize(value = value * 1664525 + 1013904223);
+    }
 }
 
 struct Round {
@@ -181,7 +186,7 @@ struct Round {
 };
 
 template<class Lock>
-Round contendedRound(unsigned writePercent, int64_t steps) {
+Round ContendedRound(unsigned writePercent, int64_t steps) {
     Lock lock;
     struct alignas(64) Tally {
         int64_t operations = 0;
@@ -191,7 +196,7 @@ Round contendedRound(unsigned writePercent, int64_t steps) {
     std::atomic<bool> over = false;
     std::vector<std::thread> threads;
     const auto start = Clock::now();
-    for (unsigned thread = 0; thread < threadCount; ++thread)
+    for (unsigned thread = 0; thread < threadCount; ++thread) {
         threads.emplace_back([&, thread] {
             Tally& tally = tallies[thread];
             for (std::minstd_rand random(thread + 1); !over.load(std::memory_order_relaxed); ++tally.operations) {
@@ -199,21 +204,23 @@ Round contendedRound(unsigned writePercent, int64_t steps) {
                     const auto asked = Clock::now();
                     lock.lock();
                     tally.longestWait = std::max(tally.longestWait, Clock::now() - asked);
-                    spend(steps);
+                    Spend(steps);
                     lock.unlock();
                 } else {
                     lock.lock_shared();
-                    spend(steps);
+                    Spend(steps);
                     lock.unlock_shared();
                 }
-                spend(steps);
+                Spend(steps);
             }
         });
+    }
     std::this_thread::sleep_for(roundLength);
     over = true;
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
 
     Round round = {};
     for (const Tally& tally : tallies) {
@@ -224,10 +231,11 @@ Round contendedRound(unsigned writePercent, int64_t steps) {
     return round;
 }
 
-double medianOf(const std::vector<Round>& rounds, double Round::*figure) {
+double MedianOf(const std::vector<Round>& rounds, double Round::*figure) {
     std::vector<double> figures;
-    for (const Round& round : rounds)
+    for (const Round& round : rounds) {
         figures.push_back(round.*figure);
+    }
     std::ranges::sort(figures);
     return figures[figures.size() / 2];
 }
@@ -237,16 +245,16 @@ struct Median {
     double longestWaitMilliseconds;
 };
 
-Median report(benchmark::State& state, const std::string& name, const std::vector<Round>& rounds) {
-    const Median median = {medianOf(rounds, &Round::operationsPerSecond),
-                           medianOf(rounds, &Round::longestWaitMilliseconds)};
+Median Report(benchmark::State& state, const std::string& name, const std::vector<Round>& rounds) {
+    const Median median = {MedianOf(rounds, &Round::operationsPerSecond),
+                           MedianOf(rounds, &Round::longestWaitMilliseconds)};
     state.counters[name + "_kops"] = median.operationsPerSecond / 1e3;
     state.counters[name + "_wait_ms"] = median.longestWaitMilliseconds;
     return median;
 }
 
 /** Arguments: the share of writes in per cent; the steps within a section, and as many between two. */
-void contended(benchmark::State& state) {
+void Contended(benchmark::State& state) {
     const auto writePercent = static_cast<unsigned>(state.range(0));
     const int64_t steps = state.range(1);
     std::vector<Round> ours;
@@ -255,31 +263,31 @@ void contended(benchmark::State& state) {
     std::vector<Round> withoutHandOver;
     std::vector<Round> writersFirst;
     for (auto _ : state) {
-        ours.push_back(contendedRound<Module>(writePercent, steps));
-        writerPreferring.push_back(contendedRound<WriterPreferring>(writePercent, steps));
-        standard.push_back(contendedRound<std::shared_mutex>(writePercent, steps));
-        withoutHandOver.push_back(contendedRound<WithoutHandOver<10>>(writePercent, steps));
-        writersFirst.push_back(contendedRound<WithoutHandOver<0>>(writePercent, steps));
+        ours.push_back(ContendedRound<Module>(writePercent, steps));
+        writerPreferring.push_back(ContendedRound<WriterPreferring>(writePercent, steps));
+        standard.push_back(ContendedRound<std::shared_mutex>(writePercent, steps));
+        withoutHandOver.push_back(ContendedRound<WithoutHandOver<10>>(writePercent, steps));
+        writersFirst.push_back(ContendedRound<WithoutHandOver<0>>(writePercent, steps));
     }
-    const Median mine = report(state, "ours", ours);
-    const Median peer = report(state, "writer_preferring", writerPreferring);
-    report(state, "shared_mutex", standard);
-    report(state, "without_hand_over", withoutHandOver);
-    report(state, "and_writers_first", writersFirst);
+    const Median mine = Report(state, "ours", ours);
+    const Median peer = Report(state, "writer_preferring", writerPreferring);
+    Report(state, "shared_mutex", standard);
+    Report(state, "without_hand_over", withoutHandOver);
+    Report(state, "and_writers_first", writersFirst);
     state.counters["throughput_ratio"] = mine.operationsPerSecond / peer.operationsPerSecond;
     state.counters["wait_ratio"] = mine.longestWaitMilliseconds / peer.longestWaitMilliseconds;
 }
 
 // ---- Hand-over
 
-int32_t waitingReaders(const updkrx::RwLock& lock) {
+int32_t WaitingReaders(const updkrx::RwLock& lock) {
     updkrx::os::Lock(*lock.record->mutex);
     const int32_t waiting = lock.record->waitingReaders;
     updkrx::os::Unlock(*lock.record->mutex);
     return waiting;
 }
 
-void handOver(benchmark::State& state) {
+void HandOver(benchmark::State& state) {
     const auto readerCount = static_cast<int>(state.range(0));
     double bestRelease = std::numeric_limits<double>::max();
     double bestAllIn = bestRelease;
@@ -288,24 +296,28 @@ void handOver(benchmark::State& state) {
         (void)AcquireExclusive(lock); // nobody else is there yet
         std::atomic<int> in = 0;
         std::vector<std::thread> readers;
-        while (static_cast<int>(readers.size()) < readerCount)
+        while (static_cast<int>(readers.size()) < readerCount) {
             readers.emplace_back([&] {
                 (void)AcquireShared(lock); // waits until it succeeds
                 ++in;
                 in.notify_one();
                 (void)ReleaseShared(lock); // cannot fail
             });
-        while (waitingReaders(lock) < readerCount)
+        }
+        while (WaitingReaders(lock) < readerCount) {
             std::this_thread::yield();
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1)); // lets the last one reach its gate
         const auto start = Clock::now();
         (void)ReleaseExclusive(lock); // cannot fail
         const auto released = Clock::now();
-        for (int seen = in; seen < readerCount; seen = in)
+        for (int seen = in; seen < readerCount; seen = in) {
             in.wait(seen);
+        }
         const auto allIn = Clock::now();
-        for (std::thread& reader : readers)
+        for (std::thread& reader : readers) {
             reader.join();
+        }
         bestRelease = std::min(bestRelease, std::chrono::duration<double, std::micro>(released - start).count());
         bestAllIn = std::min(bestAllIn, std::chrono::duration<double, std::micro>(allIn - start).count());
     }
@@ -313,14 +325,14 @@ void handOver(benchmark::State& state) {
     state.counters["all_in_us"] = bestAllIn;
 }
 
-BENCHMARK_CAPTURE(uncontended, shared, false)->Iterations(50)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(uncontended, exclusive, true)->Iterations(50)->Unit(benchmark::kMillisecond);
-BENCHMARK(contended)
+BENCHMARK_CAPTURE(Uncontended, shared, false)->Iterations(50)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Uncontended, exclusive, true)->Iterations(50)->Unit(benchmark::kMillisecond);
+BENCHMARK(Contended)
     ->ArgNames({"write_percent", "steps"})
     ->ArgsProduct({{1, 20}, {0, 200, 2000, 20000}})
     ->Iterations(5)
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(handOver)->ArgName("readers")->Arg(1)->Arg(5)->Arg(10)->Iterations(200);
+BENCHMARK(HandOver)->ArgName("readers")->Arg(1)->Arg(5)->Arg(10)->Iterations(200);
 
 } // namespace
 

@@ -32,13 +32,13 @@ struct Account {
 /** Counts the time for a side until the end of the scope. */
 class OnSide {
 public:
-    explicit OnSide(Side side) : before_(account.side) { turnTo(side); }
+    explicit OnSide(Side side) : before_(account.side) { TurnTo(side); }
     OnSide(const OnSide&) = delete;
     OnSide& operator=(const OnSide&) = delete;
-    ~OnSide() { turnTo(before_); }
+    ~OnSide() { TurnTo(before_); }
 
 private:
-    static void turnTo(Side side) {
+    static void TurnTo(Side side) {
         const Clock::time_point now = Clock::now();
         account.spent[account.side] += now - account.since;
         account.since = now;
@@ -61,7 +61,7 @@ struct Step {
     void* parameter;
 };
 
-STATUS LNCALLBACK callModule(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) {
+STATUS LNCALLBACK CallModule(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) {
     const OnSide side(module);
     const Step& step = *static_cast<Step*>(parameter);
     return step.step(step.parameter, match, summary);
@@ -101,20 +101,20 @@ extern "C" STATUS __wrap_NSFSearch(DBHANDLE, FORMULAHANDLE, char*, WORD, WORD, T
 STATUS __wrap_NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* view, WORD flags, WORD classMask,
                         TIMEDATE* since, NSFSEARCHPROC step, void* parameter, TIMEDATE* until) {
     Step inModule = {step, parameter};
-    return callPlatform(__real_NSFSearch, database, formula, view, flags, classMask, since, callModule, &inModule,
+    return callPlatform(__real_NSFSearch, database, formula, view, flags, classMask, since, CallModule, &inModule,
                         until);
 }
 
 namespace {
 
-void require(bool holds, const std::string& what) {
+void Require(bool holds, const std::string& what) {
     if (!holds) {
         throw std::runtime_error(what);
     }
 }
 
 /** Design notes of four classes, every other one of which is signed expanded, with a few items each. */
-std::string designNotes() {
+std::string DesignNotes() {
     constexpr const char* classes[] = {"form", "view", "sharedfield", "filter"};
     std::string dxl = "<database xmlns='http://www.lotus.com/dxl' title='bench'>";
     for (int i = 0; i < noteCount; ++i) {
@@ -136,18 +136,18 @@ public:
         std::filesystem::create_directories(folder_.Path() / "data/krxtemp");
         const std::string ini =
             updkrx::test::WriteFile(folder_.Path() / "notes.ini", "Directory=data\nKRX_ENABLE_KRENCY_LOG=1\n");
-        dxl_ = updkrx::test::WriteFile(folder_.Path() / "design.dxl", designNotes());
+        dxl_ = updkrx::test::WriteFile(folder_.Path() / "design.dxl", DesignNotes());
         char message[512] = "";
-        require(EmbSessionBegin(ini.c_str(), 0, message, sizeof message) == NOERROR, message);
+        Require(EmbSessionBegin(ini.c_str(), 0, message, sizeof message) == NOERROR, message);
     }
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
     ~Server() { EmbSessionEnd(); }
 
-    void makeDatabase() const {
+    void MakeDatabase() const {
         char message[512] = "";
         const std::string file = folder_.Path() / "data/krx/design.nsf";
-        require(EmbDxlImport(file.c_str(), dxl_.c_str(), EMB_DXL_REPLACE, message, sizeof message) == NOERROR, message);
+        Require(EmbDxlImport(file.c_str(), dxl_.c_str(), EMB_DXL_REPLACE, message, sizeof message) == NOERROR, message);
     }
 
 private:
@@ -155,27 +155,27 @@ private:
     std::string dxl_;
 };
 
-void requireSigned() {
+void RequireSigned() {
     EMBSIGNATURES counts = {};
-    require(EmbSignatures("krx/design.nsf", NOTE_CLASS_ALLNONDATA, &counts, nullptr, 0) == NOERROR &&
+    Require(EmbSignatures("krx/design.nsf", NOTE_CLASS_ALLNONDATA, &counts, nullptr, 0) == NOERROR &&
                 counts.signedNotes == noteCount && counts.changedNotes == 0,
             "not every note is signed");
 }
 
-void signDatabase(benchmark::State& state) {
+void SignDatabase(benchmark::State& state) {
     const Server server;
     const updkrx::PatchRunContext context;
     Clock::duration spent[2] = {};
     for (auto _ : state) {
-        server.makeDatabase();
+        server.MakeDatabase();
         EmbResetCalls();
         account = {};
         account.since = Clock::now();
         const int32_t result = updkrx::SignAndHideDatabase("design.nsf", context);
         account.spent[module] += Clock::now() - account.since;
-        require(result == 0, "the database was not signed");
-        require(account.calls == EmbCallCount(nullptr), "a call of the platform was not counted");
-        requireSigned();
+        Require(result == 0, "the database was not signed");
+        Require(account.calls == EmbCallCount(nullptr), "a call of the platform was not counted");
+        RequireSigned();
         spent[module] += account.spent[module];
         spent[platform] += account.spent[platform];
         state.SetIterationTime(std::chrono::duration<double>(account.spent[module] + account.spent[platform]).count());
@@ -188,7 +188,7 @@ void signDatabase(benchmark::State& state) {
     state.counters["module_share"] = seconds[module] / (seconds[module] + seconds[platform]);
 }
 
-BENCHMARK(signDatabase)->Iterations(7)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(SignDatabase)->Iterations(7)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -21,8 +21,8 @@ struct RunOptions {
     bool realTime = false; // keep the pauses
 };
 
-/** Upgrades a server: shows the module's steps as they happen, then what became of each database. What an earlier run that
- *  died has changed is put back first. Begins and ends the process's session, and loads and unloads the module. */
+/** Upgrades a server: shows the module's steps as they happen, then what became of each database. What an earlier run
+ *  that died has changed is put back first. Begins and ends the process's session, and loads and unloads the module. */
 [[nodiscard]] ExitCode Run(const RunOptions& options);
 
 struct StatusOptions {

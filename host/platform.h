@@ -32,15 +32,16 @@ void PrepareOutput();
 [[nodiscard]] std::string Utf8FromNative(std::string_view text);
 [[nodiscard]] std::string NativeFromUtf8(std::string_view text);
 
-/** Waits until a file, or the names in a folder, are on the disk. Throws filesystem_error when they cannot get there. */
+/** Waits until a file, or the names in a folder, are on the disk. Throws filesystem_error when they cannot get
+ *  there. */
 void FlushToDisk(const std::filesystem::path& path);
 
-/** Makes `to`, or overwrites it, with the bytes, the access rights and the owner of a file, and waits until it is on the
- *  disk. Throws filesystem_error with both names and the system's own cause. */
+/** Makes `to`, or overwrites it, with the bytes, the access rights and the owner of a file, and waits until it is on
+ *  the disk. Throws filesystem_error with both names and the system's own cause. */
 void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
-/** Gives a file or folder to the user whom `from` belongs to, where this process may: a server that runs as another user
- *  must still be able to open it. Nothing happens where the system has no such notion. */
+/** Gives a file or folder to the user whom `from` belongs to, where this process may: a server that runs as another
+ *  user must still be able to open it. Nothing happens where the system has no such notion. */
 void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& from) noexcept;
 
 /** A file that one process at a time holds. The system lets go of it when the process ends, however that happens. */

@@ -123,8 +123,8 @@ void TakeOwner(const std::filesystem::path& /*path*/, const std::filesystem::pat
     // A new file has the access list of its folder, whoever makes it.
 }
 
-// The file goes away with its last handle, also when the process is killed. Others can read it, and nobody else can open
-// it for writing.
+// The file goes away with its last handle, also when the process is killed. Others can read it, and nobody else can
+// open it for writing.
 std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const std::string& text) {
     Handle opened = Open(file, GENERIC_WRITE | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_ALWAYS,
                          FILE_FLAG_DELETE_ON_CLOSE);

@@ -125,7 +125,8 @@ std::vector<std::string> ContentsOf(const fs::path& copy) {
     return lines;
 }
 
-/** Throws when a file of the copy is missing or has another size: what it lacks would be removed from the product folder. */
+/** Throws when a file of the copy is missing or has another size: what it lacks would be removed from the product
+ *  folder. */
 void RequireWhole(const fs::path& copy) {
     const std::vector<std::string> there = ContentsOf(copy);
     std::ifstream stream(ContentsFile(copy), std::ios::binary);

@@ -8,7 +8,8 @@
 //     offline.lst            which databases were offline, when any was
 //   data/krx.recovery.tmp/   one that is being made or removed
 //
-// Not in it, because they are only added to and tell what the dead run did: the module's log and the server's console.log.
+// Not in it, because they are only added to and tell what the dead run did: the module's log and the server's
+// console.log.
 #pragma once
 
 #include <filesystem>

@@ -49,8 +49,8 @@ Findings Examine(const ServerFolder& server) {
     return {ReadPatchFacts(server), ReadDatabases(server.DatabaseNames()), HolderOf(server.Path()), DeadRunOf(server)};
 }
 
-/** What stands in the way of calling the server sound, the gravest first; empty when nothing does. That it is behind the
- *  patch does not. */
+/** What stands in the way of calling the server sound, the gravest first; empty when nothing does. That it is behind
+ *  the patch does not. */
 std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
     if (findings.deadRun) {
         return server.Path().string() + ": a run died: " + *findings.deadRun + "; the next run puts back " +

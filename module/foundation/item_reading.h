@@ -17,15 +17,17 @@ namespace updkrx {
 /** The length of an item that is a single text; nothing when it is absent, of another type, or cannot be looked at. */
 [[nodiscard]] std::optional<size_t> TextLengthOf(NOTEHANDLE note, const char* item) noexcept;
 
-/** Deletes all items of a name. Returns the status of the deletion that failed; ERR_ITEM_NOT_FOUND when there was none. */
+/** Deletes all items of a name. Returns the status of the deletion that failed; ERR_ITEM_NOT_FOUND when there was
+
+ *  none. */
 [[nodiscard]] STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept;
 
 /** As GetItemText, but nothing, which is logged, when the item has a text of which none could be read, or when it
  *  cannot be found out whether it has. `text` is then empty. */
 [[nodiscard]] std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept;
 
-/** Whether an item of which `entries` entries with `bytes` bytes in all were read, one entry for a text, holds more than
- *  that. Also true when it cannot be found out. Logged when true. */
+/** Whether an item of which `entries` entries with `bytes` bytes in all were read, one entry for a text, holds more
+ *  than that. Also true when it cannot be found out. Logged when true. */
 [[nodiscard]] bool HasUnreadText(NOTEHANDLE note, const char* item, size_t entries, size_t bytes) noexcept;
 
 } // namespace updkrx

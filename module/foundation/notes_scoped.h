@@ -24,8 +24,9 @@ public:
 
     [[nodiscard]] DHANDLE Get() const noexcept { return handle_; }
 
-    /** Closes what is held and opens anew: calls `operation` with the arguments and, as the last one, the place for the
-     *  handle. Returns its status. What an operation that failed leaves in that place is no handle, and is forgotten. */
+    /** Closes what is held and opens anew: calls `operation` with the arguments and, as the last one, the place for
+     *  the handle. Returns its status. What an operation that failed leaves in that place is no handle, and is
+     *  forgotten. */
     template<class Operation, class... Arguments>
     [[nodiscard]] STATUS Open(Operation operation, Arguments... arguments) noexcept {
         (void)Close();

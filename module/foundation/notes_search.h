@@ -22,7 +22,8 @@ void LogCompileFailure(const char* operation, STATUS status, int line = __builti
 
 /**
  * Calls `step` once for every note of `classMask` that the compiled formula selects, or for all of them when `formula`
- * is NULLHANDLE; also for notes that it does not select, which IsMatch tells apart. Returns the search's status, or the first status other than 0 of a step, which ends the search.
+ * is NULLHANDLE; also for notes that it does not select, which IsMatch tells apart. Returns the search's status, or the
+ * first status other than 0 of a step, which ends the search.
  */
 [[nodiscard]] STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
                                  void* parameter) noexcept;

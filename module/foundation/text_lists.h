@@ -18,8 +18,8 @@ using TextSet = std::set<std::string>;
 [[nodiscard]] bool ReadTextListfield(NOTEHANDLE note, const char* item, TextSet& entries);
 
 /** Adds an entry behind the others, unless it is there already; an absent item is created. Returns the status of the
- *  operation that failed, ERR_UNKNOWN when the item's own text cannot be read. The item may then be a list of what was in
- *  it, and lacks the entry. */
+ *  operation that failed, ERR_UNKNOWN when the item's own text cannot be read. The item may then be a list of what was
+ *  in it, and lacks the entry. */
 [[nodiscard]] STATUS AppendEntry(NOTEHANDLE note, const char* item, std::string_view entry) noexcept;
 
 } // namespace updkrx

@@ -68,8 +68,8 @@ STATUS TakeOffline(DWORD options) noexcept {
 }
 
 /**
- * The old database, kept as a file beside its place while it is deleted and the new one not finished. What stands on the
- * disk tells the next run where one has died:
+ * The old database, kept as a file beside its place while it is deleted and the new one not finished. What stands on
+ * the disk tells the next run where one has died:
  *
  *     krency.nsf.updkrx-offline   the database may be offline
  *     krency.nsf.updkrx-kept      it is missing, or a new one that is not finished; this is the old one, whole
@@ -126,7 +126,8 @@ public:
             DebugLog(level::retry, "Error: A mark cannot be removed; the next run does that. (%s)", offline_.c_str());
         }
     }
-    /** The new database stands in its place. `whole` is false when it lacks something: the old one's file stays then. */
+    /** The new database stands in its place. `whole` is false when it lacks something: the old one's file stays
+     *  then. */
     void Finish(bool whole) noexcept {
         Unmark();
         if (!os::MoveOver(kept_.c_str(), old_.c_str())) { // from here on no run puts it back

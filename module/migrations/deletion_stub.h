@@ -1,5 +1,5 @@
-// What deleted documents leave behind. A deletion stub keeps the document's UNID, for the replicas to learn of the deletion;
-// some servers give that UNID to another document only when the stub is gone.
+// What deleted documents leave behind. A deletion stub keeps the document's UNID, for the replicas to learn of the
+// deletion; some servers give that UNID to another document only when the stub is gone.
 #pragma once
 
 #include "notes_api.h"
@@ -18,8 +18,8 @@ struct Stub {
 /** Removes a deletion stub without a trace. False when there is none, or when that failed. */
 [[nodiscard]] bool RemoveStub(DBHANDLE database, const Stub& stub) noexcept;
 
-/** Carries out `store`, which stores a note under the stub's UNID and returns a status. When a deletion stub is in its way,
- *  the stub is removed and the step is tried once more. */
+/** Carries out `store`, which stores a note under the stub's UNID and returns a status. When a deletion stub is in its
+ *  way, the stub is removed and the step is tried once more. */
 template<class Store>
 [[nodiscard]] STATUS StoreOverStub(DBHANDLE database, const Stub& stub, Store store) noexcept {
     const STATUS status = store();

@@ -29,8 +29,8 @@ struct TemplateDocument {
     const std::string& name;
 };
 
-/** A name in the native character set, line by line: a translation ends at a zero byte, which is a line break. Nothing when
- *  a line cannot be translated. The text is terminated. */
+/** A name in the native character set, line by line: a translation ends at a zero byte, which is a line break. Nothing
+ *  when a line cannot be translated. The text is terminated. */
 std::optional<std::string> ToNativeName(std::string_view text) {
     std::string name;
     while (true) {
@@ -69,9 +69,9 @@ STATUS SaveUnderTemplateUnid(DBHANDLE database, NOTEHANDLE copy, NOTEHANDLE temp
 }
 
 /**
- * Sees to it that an added copy stands under `unid`, that of the template's document, by which others refer to it. Where
- * that cannot be, `unid` becomes the copy's own, and references are going to be replaced by it. False when the copy was
- * removed again, because its UNID cannot be found out.
+ * Sees to it that an added copy stands under `unid`, that of the template's document, by which others refer to it.
+ * Where that cannot be, `unid` becomes the copy's own, and references are going to be replaced by it. False when the
+ * copy was removed again, because its UNID cannot be found out.
  */
 bool SettleUnid(DBHANDLE database, const TemplateDocument& document, NOTEID copyId, std::string& unid) {
     ScopedNote copy;

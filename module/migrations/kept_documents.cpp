@@ -83,8 +83,8 @@ void Append(char (&copies)[textSize], const UNID& unid) noexcept {
     std::memcpy(copies + length, text, sizeof text);
 }
 
-/** Makes a copy of the template's document here first, to learn whether the server gives it a UNID of its own: one that got
- *  it in the database could not be told, if the process died then, from a document of the customer's. */
+/** Makes a copy of the template's document here first, to learn whether the server gives it a UNID of its own: one that
+ *  got it in the database could not be told, if the process died then, from a document of the customer's. */
 STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared, UNID& unid) noexcept {
     ScopedNote copy;
     STATUS status = NSFDbCopyNote(replacement.database, nullptr, nullptr, replacement.noteId, kept, nullptr, nullptr,
@@ -158,8 +158,8 @@ bool MayBeKept(DBHANDLE kept, NOTEID noteId) noexcept {
     return OpenNote(note, kept, noteId) != NOERROR || !LacksItem(note.Get(), copiesItem);
 }
 
-/** Calls `visit` with each kept document, of which no note is open. False when one visit was false, or when not all can be
- *  found, which is logged. */
+/** Calls `visit` with each kept document, of which no note is open. False when one visit was false, or when not all can
+ *  be found, which is logged. */
 template<class Visit>
 bool VisitKept(Visit visit) {
     ScopedDatabase kept;
@@ -188,8 +188,8 @@ DWORD VersionOf(NOTEHANDLE note) noexcept {
     return oid.Sequence & mask;
 }
 
-/** Replicas must take what stands under the document's UNID for newer than the deletion, which had the number of what is
- *  kept. Saving counts it up. */
+/** Replicas must take what stands under the document's UNID for newer than the deletion, which had the number of what
+ *  is kept. Saving counts it up. */
 STATUS RaiseVersion(NOTEHANDLE note, NOTEHANDLE kept) noexcept {
     STATUS status = NOERROR;
     for (DWORD version = VersionOf(note); status == NOERROR && version <= VersionOf(kept); ++version) {
@@ -290,7 +290,9 @@ STATUS Restore(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
     return status;
 }
 
-/** Whether a note of the database is the document, or what replaces it, with all its references but the obsolete ones. */
+/** Whether a note of the database is the document, or what replaces it, with all its references but the obsolete
+
+ *  ones. */
 bool IsComplete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
     ScopedNote note;
     References wanted;

@@ -1,9 +1,9 @@
 // The database that keeps the documents which the template's versions are to replace, while they are out.
 //
-// The process may end at any moment, and a server may refuse every write from any moment on. So a document is deleted only
-// when it stands in another database as well: a replica, because documents keep their UNIDs on the way between replicas.
-// It is made when the first document is taken out and goes when the documents, or what replaces them, are on the disk.
-// A run that finds one puts back first what is missing.
+// The process may end at any moment, and a server may refuse every write from any moment on. So a document is deleted
+// only when it stands in another database as well: a replica, because documents keep their UNIDs on the way between
+// replicas. It is made when the first document is taken out and goes when the documents, or what replaces them, are on
+// the disk. A run that finds one puts back first what is missing.
 #pragma once
 
 #include "notes_api.h"
@@ -20,7 +20,8 @@ struct TemplateNote {
 /**
  * Copies a document of the configuration database to where it is kept, and sees that the disk has it. With it stand the
  * UNIDs that a copy of `replacement` may get, for the copy to be removed when the document is put back. On servers that
- * give copies UNIDs of their own, such a copy is made where the document is kept: `prepared` becomes its note ID, else 0.
+ * give copies UNIDs of their own, such a copy is made where the document is kept: `prepared` becomes its note ID, else
+ * 0.
  */
 [[nodiscard]] STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const TemplateNote& replacement,
                                 NOTEID& prepared) noexcept;
@@ -34,12 +35,13 @@ struct TemplateNote {
 
 [[nodiscard]] bool HasKeptDocuments();
 
-/** Puts back the documents that are missing, and adds their references to what stands in their place. False when not all
- *  of them stand then: what fails is logged, and nothing may be taken out that could be mistaken for one of them. */
+/** Puts back the documents that are missing, and adds their references to what stands in their place. False when not
+ *  all of them stand then: what fails is logged, and nothing may be taken out that could be mistaken for one of
+ *  them. */
 [[nodiscard]] bool PutBackKeptDocuments(DBHANDLE database);
 
-/** Whether the database has each document that is kept, or what replaces it, complete and with no copy beside it; else it
- *  is logged. */
+/** Whether the database has each document that is kept, or what replaces it, complete and with no copy beside it; else
+ *  it is logged. */
 [[nodiscard]] bool AllKeptDocumentsStand(DBHANDLE database);
 
 /** Removes the database that keeps them; logged when it stays, for the next run to remove. */

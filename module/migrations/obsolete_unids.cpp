@@ -52,8 +52,8 @@ STATUS RunPass(const Pass& pass, DBHANDLE database, void* parameter) noexcept {
     return status;
 }
 
-/** Opens a document, has `rewrite` work on each of its items and saves it. An item of which only a part could be written
- *  keeps what it had: the document is opened anew then, for the other items. */
+/** Opens a document, has `rewrite` work on each of its items and saves it. An item of which only a part could be
+ *  written keeps what it had: the document is opened anew then, for the other items. */
 template<class Rewrite>
 void RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<const char* const> items,
                   Rewrite rewrite) {

@@ -11,8 +11,8 @@
 
 namespace updkrx {
 
-/** UNIDs that are about to vanish, and the UNID that takes their places. What is added here is recorded later, when it is
- *  certain, without taking any memory. */
+/** UNIDs that are about to vanish, and the UNID that takes their places. What is added here is recorded later, when it
+ *  is certain, without taking any memory. */
 class VanishingUnids {
 public:
     explicit VanishingUnids(std::string replacement) : replacement_(std::move(replacement)) {}
@@ -39,9 +39,9 @@ STATUS RemoveObsoleteUNID(DBHANDLE database);
 STATUS ReplaceObsoleteUNID(DBHANDLE database);
 
 /**
- * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged, stays
- * as it is; any other is written anew in ascending order and without duplicates, or vanishes when nothing is left of it.
- * False when it could not be written whole: the note in memory must not be saved then.
+ * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged,
+ * stays as it is; any other is written anew in ascending order and without duplicates, or vanishes when nothing is left
+ * of it. False when it could not be written whole: the note in memory must not be saved then.
  */
 [[nodiscard]] bool RemoveTextListfield(NOTEHANDLE note, const char* item);
 [[nodiscard]] bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplacements& replacements);

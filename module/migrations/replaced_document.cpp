@@ -176,8 +176,8 @@ bool ReplacedDocument::SaveUnderOldUnid() noexcept {
     return Succeeded("NSFNoteUpdate", status);
 }
 
-/** Replicas prefer the version with the higher number: the deletion of the document must not win over the copy, which has
- *  come with the number that it had in the template. Saving is what counts it up. */
+/** Replicas prefer the version with the higher number: the deletion of the document must not win over the copy, which
+ *  has come with the number that it had in the template. Saving is what counts it up. */
 void ReplacedDocument::RaiseSequence() noexcept {
     OID own = {};
     NSFNoteGetInfo(copy_.Get(), _NOTE_OID, &own);
@@ -210,8 +210,8 @@ bool ReplacedDocument::CopyHasOldUnid() noexcept {
 }
 
 STATUS ReplacedDocument::WriteBack() noexcept {
-    // A copy that has the document's UNID has to make room for it. One under another UNID goes when the document is back:
-    // until then it may be all that is left.
+    // A copy that has the document's UNID has to make room for it. One under another UNID goes when the document is
+    // back: until then it may be all that is left.
     if (CopyHasOldUnid()) {
         if (const STATUS status = WithSecondTry([&] { return Remove(copyId_); }); status != NOERROR) {
             return status;

@@ -4,12 +4,13 @@
 //                                 |                                |
 //                                 +------------- failure ----------+-----> in place again
 //
-// Between "taken out" and "replaced" the database lacks the document: whatever ends the work there brings it back, out of
-// memory or, in the next run, from where it is kept on the disk (kept_documents.h). Once the template's version stands complete under the document's UNID, nothing undoes that any more.
+// Between "taken out" and "replaced" the database lacks the document: whatever ends the work there brings it back, out
+// of memory or, in the next run, from where it is kept on the disk (kept_documents.h). Once the template's version
+// stands complete under the document's UNID, nothing undoes that any more.
 //
 // No UNID is taken for granted. Servers differ in which one a copy gets: the template document's, a derived or a wholly
-// new one. A copy that has the document's own UNID is the replacement; any other is saved once more, under that UNID, and
-// then removed.
+// new one. A copy that has the document's own UNID is the replacement; any other is saved once more, under that UNID,
+// and then removed.
 #pragma once
 
 #include <string>

@@ -34,8 +34,8 @@ void InitRetiredDocumentUNIDSet();
 
 /**
  * Deletes the retired documents of the configuration database, but for those that are marked pre-defined or that
- * another document refers to, or of which that cannot be read. Returns the status of opening the database, of compiling the formula or of the search;
- * what fails is logged, but for the first.
+ * another document refers to, or of which that cannot be read. Returns the status of opening the database, of compiling
+ * the formula or of the search; what fails is logged, but for the first.
  */
 int32_t MigrateCFDLPDeleteAttachmentAction();
 

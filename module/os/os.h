@@ -41,12 +41,12 @@ struct DirectoryEntry {
  *  caller closes the file. */
 [[nodiscard]] std::FILE* OpenNew(const char* path) noexcept;
 
-/** Opens an existing file to write its bytes anew, from nothing, while others may have it open. Null when that fails; the
- *  file is as it was then. The caller closes the file. */
+/** Opens an existing file to write its bytes anew, from nothing, while others may have it open. Null when that fails;
+ *  the file is as it was then. The caller closes the file. */
 [[nodiscard]] std::FILE* OpenToOverwrite(const char* path) noexcept;
 
-/** Sets disk space aside for a new file that is going to hold the bytes of `content`, so that they lie together. A hint:
- *  where it is not to be had, writing goes on as without it. */
+/** Sets disk space aside for a new file that is going to hold the bytes of `content`, so that they lie together. A
+ *  hint: where it is not to be had, writing goes on as without it. */
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept;
 
 /** Has the system put on the disk what was written to a file, without waiting for that. A hint as well. */

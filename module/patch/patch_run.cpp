@@ -50,8 +50,8 @@ STATUS ProcessDatabases(PatchRunContext& context) {
                  context.runningBuild);
         return NOERROR;
     }
-    // No result below stops the run but that of an unknown folder or a database which cannot be taken offline: each step
-    // logs what it could not do, and the next one is worth doing all the same.
+    // No result below stops the run but that of an unknown folder or a database which cannot be taken offline: each
+    // step logs what it could not do, and the next one is worth doing all the same.
     (void)MigrateContentFilterExpressions();
     (void)MigrateCFDLPDeleteAttachmentAction();
     if (context.databaseList.empty()) {

@@ -16,9 +16,9 @@
 namespace embedded {
 
 /** The platform's lock: recursive, since a search's step calls operations. */
-std::recursive_mutex& platformLock();
+std::recursive_mutex& PlatformLock();
 /** The process's session, NULL when none was begun. Hold the lock. */
-std::unique_ptr<Session>& currentSession();
+std::unique_ptr<Session>& CurrentSession();
 /** Runs the hooks of EmbCallHookSet and EmbReturnHookSet at its start and end. Make it before the lock is taken. */
 class CallHooks {
 public:
@@ -32,17 +32,18 @@ private:
 };
 
 /** Throws EMB_ERR_ARGUMENT for a missing pointer. */
-inline void requirePointer(const void* pointer) {
-    if (!pointer)
+inline void RequirePointer(const void* pointer) {
+    if (!pointer) {
         throw StatusError(EMB_ERR_ARGUMENT);
+    }
 }
 
 /** What stands in the place of a handle when its operation has failed. */
-void leaveInPlaceOf(DHANDLE& handle);
+void LeaveInPlaceOf(DHANDLE& handle);
 
 /** Runs the body; what it throws becomes a status, and what a person must know of it goes into the server's log. */
 template<typename Body>
-STATUS statusOf(Session* session, Body&& body) {
+STATUS StatusOf(Session* session, Body&& body) {
     try {
         if constexpr (std::is_void_v<decltype(body())>) {
             body();
@@ -51,80 +52,87 @@ STATUS statusOf(Session* session, Body&& body) {
             return body();
         }
     } catch (const StatusError& error) {
-        if (session && *error.what() != '\0')
-            session->log(error.what());
-        return error.status();
+        if (session && *error.what() != '\0') {
+            session->Log(error.what());
+        }
+        return error.Status();
     } catch (const std::bad_alloc&) {
         return ERR_MEMORY;
     } catch (const std::filesystem::filesystem_error& error) {
-        if (session)
-            session->log(error.what());
+        if (session) {
+            session->Log(error.what());
+        }
         return EMB_ERR_DISK;
     }
 }
 
 /** An operation that answers with a status; the body gets the session. */
 template<typename Body>
-STATUS call(Operation operation, Body&& body) {
+STATUS Call(Operation operation, Body&& body) {
     const CallHooks hooks(operation);
-    const std::scoped_lock lock(platformLock());
-    Session* session = currentSession().get();
-    if (!session)
+    const std::scoped_lock lock(PlatformLock());
+    Session* session = CurrentSession().get();
+    if (!session) {
         return EMB_ERR_NO_SESSION;
-    if (const auto fault = session->calls.record(operation, true))
+    }
+    if (const auto fault = session->calls.Record(operation, true)) {
         return *fault;
-    return statusOf(session, [&] { return body(*session); });
+    }
+    return StatusOf(session, [&] { return body(*session); });
 }
 
 /** An operation that gives a handle; the body returns it. What a failed one leaves in its place is a behaviour. */
 template<typename Body>
-STATUS callOpening(Operation operation, DHANDLE* handle, Body&& body) {
-    const STATUS status = call(operation, [&](Session& session) {
-        requirePointer(handle);
+STATUS CallOpening(Operation operation, DHANDLE* handle, Body&& body) {
+    const STATUS status = Call(operation, [&](Session& session) {
+        RequirePointer(handle);
         *handle = body(session);
     });
-    if (status != NOERROR && handle)
-        leaveInPlaceOf(*handle);
+    if (status != NOERROR && handle) {
+        LeaveInPlaceOf(*handle);
+    }
     return status;
 }
 
 /** An operation that closes or frees: a fault changes its answer, not what it does. */
 template<typename Body>
-STATUS callClosing(Operation operation, Body&& body) {
+STATUS CallClosing(Operation operation, Body&& body) {
     const CallHooks hooks(operation);
-    const std::scoped_lock lock(platformLock());
-    Session* session = currentSession().get();
-    if (!session)
+    const std::scoped_lock lock(PlatformLock());
+    Session* session = CurrentSession().get();
+    if (!session) {
         return EMB_ERR_NO_SESSION;
-    const auto fault = session->calls.record(operation, true);
-    const STATUS status = statusOf(session, [&] { return body(*session); });
+    }
+    const auto fault = session->calls.Record(operation, true);
+    const STATUS status = StatusOf(session, [&] { return body(*session); });
     return fault.value_or(status);
 }
 
 /** An operation that answers with a value; `failed` when it fails, is made to, or there is no session. */
 template<typename Value, typename Body>
-Value callValue(Operation operation, Value failed, Body&& body) {
+Value CallValue(Operation operation, Value failed, Body&& body) {
     Value value = failed;
-    const STATUS status = call(operation, [&](Session& session) { value = body(session); });
+    const STATUS status = Call(operation, [&](Session& session) { value = body(session); });
     return status == NOERROR ? value : failed;
 }
 
 /** An operation that cannot fail. */
 template<typename Body>
-void callVoid(Operation operation, Body&& body) {
+void CallVoid(Operation operation, Body&& body) {
     const CallHooks hooks(operation);
-    const std::scoped_lock lock(platformLock());
-    Session* session = currentSession().get();
-    if (!session)
+    const std::scoped_lock lock(PlatformLock());
+    Session* session = CurrentSession().get();
+    if (!session) {
         return;
-    (void)session->calls.record(operation, false);
-    (void)statusOf(session, [&] { body(*session); });
+    }
+    (void)session->calls.Record(operation, false);
+    (void)StatusOf(session, [&] { body(*session); });
 }
 
 /** The object of a handle; an unknown handle is a misuse and throws EMB_ERR_HANDLE. */
 template<typename T>
-T& require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
-    T* object = table.find(handle);
+T& Require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
+    T* object = table.Find(handle);
     if (!object) {
         ++session.misuses;
         throw StatusError(EMB_ERR_HANDLE);
@@ -133,13 +141,13 @@ T& require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
 }
 
 /** The database of a handle, which a search's step may close meanwhile. */
-std::shared_ptr<Database> requireDatabase(Session& session, DBHANDLE handle);
+std::shared_ptr<Database> RequireDatabase(Session& session, DBHANDLE handle);
 /** The note of a handle. */
-NoteEntry& requireNote(Session& session, NOTEHANDLE handle);
+NoteEntry& RequireNote(Session& session, NOTEHANDLE handle);
 
 /** A text of the Notes API: `length` MAXWORD means terminated. */
-inline std::string_view textOf(const char* text, size_t length) {
-    requirePointer(text);
+inline std::string_view TextOf(const char* text, size_t length) {
+    RequirePointer(text);
     return length == MAXWORD ? std::string_view(text) : std::string_view(text, length);
 }
 

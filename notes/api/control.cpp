@@ -12,7 +12,7 @@ using namespace embedded;
 namespace {
 
 /** Terminated and cut to fit; returns the length of the whole text. */
-DWORD fill(char* buffer, DWORD size, std::string_view text) {
+DWORD Fill(char* buffer, DWORD size, std::string_view text) {
     if (buffer && size != 0) {
         const size_t length = std::min<size_t>(size - 1, text.size());
         std::copy_n(text.data(), length, buffer);
@@ -23,48 +23,52 @@ DWORD fill(char* buffer, DWORD size, std::string_view text) {
 
 /** Runs the body on the session, if there is one; else gives `none`. */
 template<typename Value, typename Body>
-Value control(Value none, Body&& body) {
-    const std::scoped_lock lock(platformLock());
-    Session* session = currentSession().get();
-    if (!session)
+Value Control(Value none, Body&& body) {
+    const std::scoped_lock lock(PlatformLock());
+    Session* session = CurrentSession().get();
+    if (!session) {
         return none;
+    }
     Value value = none;
-    const STATUS status = statusOf(session, [&] { value = body(*session); });
-    if constexpr (std::is_same_v<Value, STATUS>)
+    const STATUS status = StatusOf(session, [&] { value = body(*session); });
+    if constexpr (std::is_same_v<Value, STATUS>) {
         return status == NOERROR ? value : status;
+    }
     return value;
 }
 
 template<typename Body>
-void controlVoid(Body&& body) {
-    control<int>(0, [&](Session& session) {
+void ControlVoid(Body&& body) {
+    Control<int>(0, [&](Session& session) {
         body(session);
         return 0;
     });
 }
 
-std::filesystem::path pathOf(const Session& session, const char* path) {
-    requirePointer(path);
-    return session.databasePath(path);
+std::filesystem::path PathOf(const Session& session, const char* path) {
+    RequirePointer(path);
+    return session.DatabasePath(path);
 }
 
 } // namespace
 
 STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* message, DWORD messageSize) {
-    const std::scoped_lock lock(platformLock());
-    fill(message, messageSize, {});
+    const std::scoped_lock lock(PlatformLock());
+    Fill(message, messageSize, {});
     const auto refuse = [&](STATUS status, std::string_view text) {
-        fill(message, messageSize, text);
+        Fill(message, messageSize, text);
         return status;
     };
-    if (!iniPath || (options & ~EMB_SESSION_READ_ONLY) != 0)
+    if (!iniPath || (options & ~EMB_SESSION_READ_ONLY) != 0) {
         return refuse(EMB_ERR_ARGUMENT, "a session needs the path of a notes.ini and known options");
-    if (currentSession())
+    }
+    if (CurrentSession()) {
         return refuse(ERR_EXISTS, "a session has begun already");
+    }
     try {
-        currentSession() = std::make_unique<Session>(pathFromCaller(iniPath), (options & EMB_SESSION_READ_ONLY) != 0);
+        CurrentSession() = std::make_unique<Session>(PathFromCaller(iniPath), (options & EMB_SESSION_READ_ONLY) != 0);
     } catch (const StatusError& error) {
-        return refuse(error.status(), error.what());
+        return refuse(error.Status(), error.what());
     } catch (const std::exception& error) {
         return refuse(EMB_ERR_DISK, error.what());
     }
@@ -72,59 +76,59 @@ STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* messag
 }
 
 void LNPUBLIC EmbSessionEnd(void) {
-    const std::scoped_lock lock(platformLock());
-    currentSession().reset();
+    const std::scoped_lock lock(PlatformLock());
+    CurrentSession().reset();
 }
 
 STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value) {
-    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        requirePointer(name);
-        session.environment.set(name, value ? std::optional<std::string>(value) : std::nullopt);
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        RequirePointer(name);
+        session.environment.Set(name, value ? std::optional<std::string>(value) : std::nullopt);
         return NOERROR;
     });
 }
 
 STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value) {
-    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        requirePointer(name);
-        session.behaviours.set(name, value ? std::optional<std::string_view>(value) : std::nullopt);
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        RequirePointer(name);
+        session.behaviours.Set(name, value ? std::optional<std::string_view>(value) : std::nullopt);
         return NOERROR;
     });
 }
 
 const char* LNPUBLIC EmbBehaviourName(DWORD index) {
-    return index < behaviours().size() ? behaviours()[index].name : nullptr;
+    return index < KnownBehaviours().size() ? KnownBehaviours()[index].name : nullptr;
 }
 
 const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index) {
-    const Behaviour* behaviour = name ? findBehaviour(name) : nullptr;
+    const Behaviour* behaviour = name ? FindBehaviour(name) : nullptr;
     return behaviour && index < behaviour->values.size() ? behaviour->values[index] : nullptr;
 }
 
 const char* LNPUBLIC EmbBehaviourInForce(const char* name) {
-    const Behaviour* behaviour = name ? findBehaviour(name) : nullptr;
-    return control<const char*>(
-        nullptr, [&](Session& session) { return behaviour ? session.behaviours.inForce(*behaviour) : nullptr; });
+    const Behaviour* behaviour = name ? FindBehaviour(name) : nullptr;
+    return Control<const char*>(
+        nullptr, [&](Session& session) { return behaviour ? session.behaviours.InForce(*behaviour) : nullptr; });
 }
 
 void LNPUBLIC EmbClockSetVirtual(int64_t now) {
-    controlVoid([&](Session& session) { session.clock.setVirtual(now); });
+    ControlVoid([&](Session& session) { session.clock.SetVirtual(now); });
 }
 
 void LNPUBLIC EmbClockAdvance(int64_t hundredths) {
-    controlVoid([&](Session& session) { session.clock.advance(hundredths); });
+    ControlVoid([&](Session& session) { session.clock.Advance(hundredths); });
 }
 
 void LNPUBLIC EmbClockSetReal(void) {
-    controlVoid([&](Session& session) { session.clock.setReal(); });
+    ControlVoid([&](Session& session) { session.clock.SetReal(); });
 }
 
 int64_t LNPUBLIC EmbClockNow(void) {
-    return control<int64_t>(0, [&](Session& session) { return session.clock.now(); });
+    return Control<int64_t>(0, [&](Session& session) { return session.clock.Now(); });
 }
 
 int64_t LNPUBLIC EmbClockWaited(void) {
-    return control<int64_t>(0, [&](Session& session) { return session.clock.waited(); });
+    return Control<int64_t>(0, [&](Session& session) { return session.clock.Waited(); });
 }
 
 const char* LNPUBLIC EmbOperationName(DWORD index) {
@@ -132,38 +136,40 @@ const char* LNPUBLIC EmbOperationName(DWORD index) {
 }
 
 DWORD LNPUBLIC EmbCallCount(const char* operation) {
-    return control<DWORD>(0, [&](Session& session) -> DWORD {
-        if (!operation)
-            return session.calls.count(std::nullopt);
-        const auto known = findOperation(operation);
-        return known ? session.calls.count(known) : 0;
+    return Control<DWORD>(0, [&](Session& session) -> DWORD {
+        if (!operation) {
+            return session.calls.Count(std::nullopt);
+        }
+        const auto known = FindOperation(operation);
+        return known ? session.calls.Count(known) : 0;
     });
 }
 
 void LNPUBLIC EmbResetCalls(void) {
-    controlVoid([](Session& session) { session.calls.resetCounts(); });
+    ControlVoid([](Session& session) { session.calls.ResetCounts(); });
 }
 
 STATUS LNPUBLIC EmbFaultArm(const char* operation, DWORD n, STATUS status, BOOL forever) {
-    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        const auto known = operation ? findOperation(operation) : std::nullopt;
-        if ((operation && !known) || n == 0 || status == NOERROR)
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        const auto known = operation ? FindOperation(operation) : std::nullopt;
+        if ((operation && !known) || n == 0 || status == NOERROR) {
             return EMB_ERR_ARGUMENT;
-        session.calls.arm(known, n, status, forever != 0);
+        }
+        session.calls.Arm(known, n, status, forever != 0);
         return NOERROR;
     });
 }
 
 void LNPUBLIC EmbFaultClear(void) {
-    controlVoid([](Session& session) { session.calls.clearFaults(); });
+    ControlVoid([](Session& session) { session.calls.ClearFaults(); });
 }
 
 DWORD LNPUBLIC EmbFaultsFired(void) {
-    return control<DWORD>(0, [](Session& session) { return session.calls.fired(); });
+    return Control<DWORD>(0, [](Session& session) { return session.calls.Fired(); });
 }
 
 DWORD LNPUBLIC EmbOpenHandles(DWORD kind) {
-    return control<DWORD>(0, [&](Session& session) -> DWORD {
+    return Control<DWORD>(0, [&](Session& session) -> DWORD {
         DWORD count = 0;
         switch (kind) {
         case EMB_HANDLE_DATABASE:
@@ -171,10 +177,10 @@ DWORD LNPUBLIC EmbOpenHandles(DWORD kind) {
         case EMB_HANDLE_NOTE:
             return static_cast<DWORD>(session.notes.size());
         case EMB_HANDLE_MEMORY:
-            session.memory.forEach([&](const MemoryBlock& block) { count += !block.ownedByNote; });
+            session.memory.ForEach([&](const MemoryBlock& block) { count += !block.ownedByNote; });
             return count;
         case EMB_HANDLE_LOCK:
-            session.memory.forEach([&](const MemoryBlock& block) { count += static_cast<DWORD>(block.locks); });
+            session.memory.ForEach([&](const MemoryBlock& block) { count += static_cast<DWORD>(block.locks); });
             return count;
         default:
             return 0;
@@ -183,61 +189,63 @@ DWORD LNPUBLIC EmbOpenHandles(DWORD kind) {
 }
 
 DWORD LNPUBLIC EmbMisuseCount(void) {
-    return control<DWORD>(0, [](Session& session) { return session.misuses; });
+    return Control<DWORD>(0, [](Session& session) { return session.misuses; });
 }
 
 STATUS LNPUBLIC EmbSetInUse(const char* path, DWORD attempts) {
-    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        session.setInUse(pathOf(session, path), attempts);
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        session.SetInUse(PathOf(session, path), attempts);
         return NOERROR;
     });
 }
 
 BOOL LNPUBLIC EmbIsOffline(const char* path) {
-    return control<BOOL>(0, [&](Session& session) -> BOOL { return session.isOffline(pathOf(session, path)); });
+    return Control<BOOL>(0, [&](Session& session) -> BOOL { return session.IsOffline(PathOf(session, path)); });
 }
 
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size) {
-    fill(buffer, size, {});
-    return control<DWORD>(0, [&](Session& session) {
-        const auto database = session.openDatabase(pathOf(session, path));
-        return fill(buffer, size, database->store().getProperty(property::title));
+    Fill(buffer, size, {});
+    return Control<DWORD>(0, [&](Session& session) {
+        const auto database = session.Open(PathOf(session, path));
+        return Fill(buffer, size, database->GetStore().GetProperty(property::title));
     });
 }
 
 STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* counts, char* signers, DWORD size) {
-    return control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        requirePointer(counts);
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        RequirePointer(counts);
         *counts = {};
         std::set<std::string> names;
-        const auto database = session.openDatabase(pathOf(session, path));
+        const auto database = session.Open(PathOf(session, path));
         Database::SearchRequest request;
         request.classMask = classMask;
-        const STATUS status = database->search(request, [&](const Database::Match& match) -> STATUS {
+        const STATUS status = database->Search(request, [&](const Database::Match& match) -> STATUS {
             OpenNote note;
-            database->readNote(match.head.id, note);
-            const SignatureState state = signatureState(note.items, note.head.noteClass);
+            database->ReadNote(match.head.id, note);
+            const SignatureState state = CheckSignature(note.items, note.head.noteClass);
             ++counts->designNotes;
             counts->signedNotes += state.present;
             counts->changedNotes += state.present && !state.valid;
-            if (!state.signer.empty())
-                names.insert(utf8FromLmbcs(state.signer));
+            if (!state.signer.empty()) {
+                names.insert(Utf8FromLmbcs(state.signer));
+            }
             return NOERROR;
         });
         std::string text;
-        for (const std::string& name : names)
+        for (const std::string& name : names) {
             text += name + "\n";
-        fill(signers, size, text);
+        }
+        Fill(signers, size, text);
         return status;
     });
 }
 
 DWORD LNPUBLIC EmbConsoleTranscript(char* buffer, DWORD size) {
-    return control<DWORD>(fill(buffer, size, {}),
-                          [&](Session& session) { return fill(buffer, size, session.transcript()); });
+    return Control<DWORD>(Fill(buffer, size, {}),
+                          [&](Session& session) { return Fill(buffer, size, session.Transcript()); });
 }
 
 DWORD LNPUBLIC EmbServerLog(char* buffer, DWORD size) {
-    return control<DWORD>(fill(buffer, size, {}),
-                          [&](Session& session) { return fill(buffer, size, session.serverLog()); });
+    return Control<DWORD>(Fill(buffer, size, {}),
+                          [&](Session& session) { return Fill(buffer, size, session.ServerLog()); });
 }

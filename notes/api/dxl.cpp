@@ -11,13 +11,13 @@ using namespace embedded;
 namespace {
 
 template<typename Body>
-STATUS withMessage(char* message, DWORD messageSize, Body&& body) {
+STATUS WithMessage(char* message, DWORD messageSize, Body&& body) {
     std::string text;
     STATUS status = NOERROR;
     try {
         body();
     } catch (const StatusError& error) {
-        status = error.status();
+        status = error.Status();
         text = error.what();
     } catch (const std::bad_alloc&) {
         status = ERR_MEMORY;
@@ -26,35 +26,37 @@ STATUS withMessage(char* message, DWORD messageSize, Body&& body) {
         status = EMB_ERR_DISK;
         text = error.what();
     }
-    if (message && messageSize != 0)
+    if (message && messageSize != 0) {
         std::snprintf(message, messageSize, "%s", text.c_str());
+    }
     return status;
 }
 
-std::filesystem::path pathOf(const char* path) {
-    requirePointer(path);
-    return pathFromCaller(path);
+std::filesystem::path PathOf(const char* path) {
+    RequirePointer(path);
+    return PathFromCaller(path);
 }
 
-void requireKnown(DWORD options, DWORD known) {
-    if ((options & ~known) != 0)
+void RequireKnown(DWORD options, DWORD known) {
+    if ((options & ~known) != 0) {
         throw StatusError(EMB_ERR_ARGUMENT, "unknown options");
+    }
 }
 
 } // namespace
 
 STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize) {
-    return withMessage(message, messageSize, [&] {
-        requireKnown(options, EMB_DXL_REPLACE);
-        importDxl(pathOf(databaseFile), pathOf(dxlFile), (options & EMB_DXL_REPLACE) != 0);
+    return WithMessage(message, messageSize, [&] {
+        RequireKnown(options, EMB_DXL_REPLACE);
+        ImportDxl(PathOf(databaseFile), PathOf(dxlFile), (options & EMB_DXL_REPLACE) != 0);
     });
 }
 
 STATUS LNPUBLIC EmbDxlExport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize) {
-    return withMessage(message, messageSize, [&] {
-        requireKnown(options, EMB_DXL_STABLE);
-        exportDxl(pathOf(databaseFile), pathOf(dxlFile), {.stable = (options & EMB_DXL_STABLE) != 0});
+    return WithMessage(message, messageSize, [&] {
+        RequireKnown(options, EMB_DXL_STABLE);
+        ExportDxl(PathOf(databaseFile), PathOf(dxlFile), {.stable = (options & EMB_DXL_STABLE) != 0});
     });
 }

@@ -3,23 +3,23 @@
 using namespace embedded;
 
 STATUS LNPUBLIC OSMemAlloc(WORD type, DWORD size, DHANDLE* handle) {
-    return callOpening(Operation::OSMemAlloc, handle, [&](Session& session) {
+    return CallOpening(Operation::OSMemAlloc, handle, [&](Session& session) {
         (void)type; // memory here is neither shared between processes nor grown in place
-        return size != 0 ? session.allocate(std::string(size, '\0')) : DHANDLE{NULLHANDLE};
+        return size != 0 ? session.Allocate(std::string(size, '\0')) : DHANDLE{NULLHANDLE};
     });
 }
 
 void* LNPUBLIC OSLockObject(DHANDLE handle) {
-    return callValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) -> void* {
-        MemoryBlock& block = require(session, session.memory, handle);
+    return CallValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) -> void* {
+        MemoryBlock& block = Require(session, session.memory, handle);
         ++block.locks;
         return block.bytes.get();
     });
 }
 
 BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
-    return callClosing(Operation::OSUnlockObject, [&](Session& session) {
-               MemoryBlock& block = require(session, session.memory, handle);
+    return CallClosing(Operation::OSUnlockObject, [&](Session& session) {
+               MemoryBlock& block = Require(session, session.memory, handle);
                if (block.locks == 0) {
                    ++session.misuses;
                    throw StatusError(EMB_ERR_HANDLE);
@@ -29,12 +29,12 @@ BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
 }
 
 STATUS LNPUBLIC OSMemFree(DHANDLE handle) {
-    return callClosing(Operation::OSMemFree, [&](Session& session) {
-        MemoryBlock& block = require(session, session.memory, handle);
+    return CallClosing(Operation::OSMemFree, [&](Session& session) {
+        MemoryBlock& block = Require(session, session.memory, handle);
         if (block.locks != 0 || block.ownedByNote) {
             ++session.misuses;
             throw StatusError(EMB_ERR_LOCKED);
         }
-        session.memory.take(handle);
+        session.memory.Take(handle);
     });
 }

@@ -5,21 +5,23 @@ using namespace embedded;
 
 namespace {
 
-std::string requireFormula(Session& session, FORMULAHANDLE handle) {
-    MemoryBlock& block = require(session, session.memory, handle);
+std::string RequireFormula(Session& session, FORMULAHANDLE handle) {
+    MemoryBlock& block = Require(session, session.memory, handle);
     const std::string_view bytes(block.bytes.get(), block.size);
-    if (!isFormula(bytes))
+    if (!IsFormula(bytes)) {
         throw StatusError(EMB_ERR_ARGUMENT, "a search was given a memory block that is no compiled formula");
+    }
     return std::string(bytes);
 }
 
 template<typename T>
-void assign(T* out, size_t value) {
-    if (out)
+void Assign(T* out, size_t value) {
+    if (out) {
         *out = static_cast<T>(std::min<size_t>(value, MAXWORD));
+    }
 }
 
-SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool notifyDeletions) {
+SEARCH_MATCH MatchOf(const Database::Match& found, const DBID& databaseId, bool notifyDeletions) {
     SEARCH_MATCH match{};
     match.ID.File = databaseId;
     match.ID.Note = found.head.modified;
@@ -29,8 +31,9 @@ SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool 
     match.SERetFlags = found.selected ? SE_FMATCH : found.head.soft ? SE_FSOFTDELETED : 0;
     if (found.head.deleted) {
         match.ID.NoteID |= RRV_DELETED;
-        if (notifyDeletions)
+        if (notifyDeletions) {
             match.NoteClass |= NOTE_CLASS_DEFAULT;
+        }
     }
     return match;
 }
@@ -40,47 +43,53 @@ SEARCH_MATCH matchOf(const Database::Match& found, const DBID& databaseId, bool 
 STATUS LNPUBLIC NSFFormulaCompile(char* name, WORD nameLength, const char* text, WORD textLength,
                                   FORMULAHANDLE* formula, WORD* formulaLength, STATUS* error, WORD* line, WORD* column,
                                   WORD* offset, WORD* length) {
-    return callOpening(Operation::NSFFormulaCompile, formula, [&](Session& session) {
-        if (name || nameLength != 0)
+    return CallOpening(Operation::NSFFormulaCompile, formula, [&](Session& session) {
+        if (name || nameLength != 0) {
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFFormulaCompile: named formulas are not supported");
-        const auto compiled = compileFormula(textOf(text, textLength));
+        }
+        const auto compiled = CompileFormula(TextOf(text, textLength));
         if (const auto* wrong = std::get_if<FormulaError>(&compiled)) {
-            assign(error, ERR_FORMULA_COMPILATION);
-            assign(line, wrong->line);
-            assign(column, wrong->column);
-            assign(offset, wrong->offset);
-            assign(length, wrong->length);
+            Assign(error, ERR_FORMULA_COMPILATION);
+            Assign(line, wrong->line);
+            Assign(column, wrong->column);
+            Assign(offset, wrong->offset);
+            Assign(length, wrong->length);
             throw StatusError(ERR_FORMULA_COMPILATION, "formula: " + wrong->message);
         }
         const auto& bytes = std::get<std::string>(compiled);
-        assign(error, NOERROR);
-        assign(formulaLength, bytes.size());
-        return session.allocate(bytes);
+        Assign(error, NOERROR);
+        Assign(formulaLength, bytes.size());
+        return session.Allocate(bytes);
     });
 }
 
 STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTitle, WORD flags, WORD classMask,
                           TIMEDATE* since, NSFSEARCHPROC step, void* parameter, TIMEDATE* until) {
-    return call(Operation::NSFSearch, [&](Session& session) -> STATUS {
+    return Call(Operation::NSFSearch, [&](Session& session) -> STATUS {
         constexpr WORD known = SEARCH_ALL_VERSIONS | SEARCH_NOTIFYDELETIONS;
-        if (!step)
+        if (!step) {
             throw StatusError(EMB_ERR_ARGUMENT);
-        if (viewTitle || (flags & ~known) != 0)
+        }
+        if (viewTitle || (flags & ~known) != 0) {
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFSearch: views, summaries and file searches are not supported");
-        const auto searched = requireDatabase(session, database);
+        }
+        const auto searched = RequireDatabase(session, database);
         Database::SearchRequest request;
-        if (formula != NULLHANDLE)
-            request.formula = requireFormula(session, formula);
+        if (formula != NULLHANDLE) {
+            request.formula = RequireFormula(session, formula);
+        }
         request.classMask = classMask & NOTE_CLASS_ALL;
-        if (since)
+        if (since) {
             request.since = *since;
+        }
         request.stubs = since || (flags & SEARCH_ALL_VERSIONS);
-        request.onlyMatches = !request.stubs && !session.behaviours.has(Deviation::searchAll);
-        if (until)
-            *until = session.clock.nowTimedate();
-        const DBID databaseId = searched->replicaInfo().ID;
-        return searched->search(request, [&](const Database::Match& found) {
-            SEARCH_MATCH match = matchOf(found, databaseId, flags & SEARCH_NOTIFYDELETIONS);
+        request.onlyMatches = !request.stubs && !session.behaviours.Has(Deviation::searchAll);
+        if (until) {
+            *until = session.clock.NowTimedate();
+        }
+        const DBID databaseId = searched->ReplicaInfo().ID;
+        return searched->Search(request, [&](const Database::Match& found) {
+            SEARCH_MATCH match = MatchOf(found, databaseId, flags & SEARCH_NOTIFYDELETIONS);
             return step(parameter, &match, nullptr);
         });
     });

@@ -52,9 +52,9 @@ STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value);
 
 /**
  * Where the platform's reference leaves open what a server does, this platform can be switched to each possibility. A
- * session begins with those that notes.ini names (EmbeddedBehaviour=copy-unid=new,search=all), and for the rest with the
- * defaults. Sets the value of a behaviour for the rest of the session; NULL is its default. EMB_ERR_ARGUMENT for a name or
- * value that there is not.
+ * session begins with those that notes.ini names (EmbeddedBehaviour=copy-unid=new,search=all), and for the rest with
+ * the defaults. Sets the value of a behaviour for the rest of the session; NULL is its default. EMB_ERR_ARGUMENT for a
+ * name or value that there is not.
  */
 STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value);
 /** The names in a fixed order; NULL at and after the end. Needs no session. */

@@ -227,9 +227,9 @@ typedef STATUS(LNCALLBACK* NSFSEARCHPROC)(void* parameter, SEARCH_MATCH* match, 
 /** Opens a database (or a directory) by its path relative to the data directory. */
 STATUS LNPUBLIC NSFDbOpen(const char* path, DBHANDLE* database);
 STATUS LNPUBLIC NSFDbClose(DBHANDLE database);
-/** Creates `destination` from the notes of `classMask` in `source`; the new database comes back open.
- *  `limit` is in megabytes, 0 for none; `flags` is 0 or DBCOPY_REPLICA. With NOTE_CLASS_PRIVATE in the mask a server may
- *  answer ERR_NOACCESS, at a path that is offline ERR_DBOFFLINE. */
+/** Creates `destination` from the notes of `classMask` in `source`; the new database comes back open. `limit` is in
+ *  megabytes, 0 for none; `flags` is 0 or DBCOPY_REPLICA. With NOTE_CLASS_PRIVATE in the mask a server may answer
+ *  ERR_NOACCESS, at a path that is offline ERR_DBOFFLINE. */
 STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, WORD classMask, WORD limit, DWORD flags,
                                    DBHANDLE* database);
 /** Gives the access control list as a memory block, which the caller frees. */
@@ -239,8 +239,9 @@ STATUS LNPUBLIC NSFDbStoreACL(DBHANDLE database, DHANDLE acl, DWORD objectId, WO
 STATUS LNPUBLIC NSFDbReplicaInfoGet(DBHANDLE database, DBREPLICAINFO* info);
 STATUS LNPUBLIC NSFDbReplicaInfoSet(DBHANDLE database, DBREPLICAINFO* info);
 /* Some servers take full paths only in the next two, and answer ERR_NOEXIST to others. */
-/** `wait` in milliseconds. Option 0 deletes the database, OFFLINE_NODELETE keeps it. ERR_DBINUSE: try again. The path of a
- *  deleted database may stay offline, and a database that is offline already may be refused, with ERR_DBOFFLINE. */
+/** `wait` in milliseconds. Option 0 deletes the database, OFFLINE_NODELETE keeps it. ERR_DBINUSE: try again. The
+ *  path of a deleted database may stay offline, and a database that is offline already may be refused, with
+ *  ERR_DBOFFLINE. */
 STATUS LNPUBLIC NSFTakeDatabaseOffline(const char* path, DWORD wait, DWORD options);
 STATUS LNPUBLIC NSFBringDatabaseOnline(const char* path, DWORD options);
 
@@ -253,25 +254,26 @@ STATUS LNPUBLIC NSFNoteCreate(DBHANDLE database, NOTEHANDLE* note);
 STATUS LNPUBLIC NSFNoteCopy(NOTEHANDLE source, NOTEHANDLE* destination);
 STATUS LNPUBLIC NSFNoteUpdate(NOTEHANDLE note, WORD flags);
 STATUS LNPUBLIC NSFNoteClose(NOTEHANDLE note);
-/** Leaves a deletion stub, or with UPDATE_NOSTUB nothing; that also removes a stub. The UNID of what was deleted may stay
- *  taken until then. */
+/** Leaves a deletion stub, or with UPDATE_NOSTUB nothing; that also removes a stub. The UNID of what was deleted may
+ *  stay taken until then. */
 STATUS LNPUBLIC NSFNoteDelete(DBHANDLE database, NOTEID noteId, WORD flags);
 void LNPUBLIC NSFNoteGetInfo(NOTEHANDLE note, WORD member, void* value);
-/** Another _NOTE_OID for a stored note may be refused when it is saved, or be ignored; for a note with ID 0 it counts. */
+/** Another _NOTE_OID for a stored note may be refused when it is saved, or be ignored; for a note with ID 0 it
+ *  counts. */
 void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value);
 /** Servers differ in whether a signature takes the place of an earlier one or is added. */
 STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE note);
 STATUS LNPUBLIC NSFNoteContract(NOTEHANDLE note);
-/** Copies a stored note; the four ID pointers and both results may be NULL. Between databases that are no replicas of one
- *  another the copy's UNID is the note's own on some servers and another one on others: ask the copy. */
+/** Copies a stored note; the four ID pointers and both results may be NULL. Between databases that are no replicas of
+ *  one another the copy's UNID is the note's own on some servers and another one on others: ask the copy. */
 STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sourceReplicaId, NOTEID noteId,
                               DBHANDLE destination, DBID* destinationDatabaseId, DBID* destinationReplicaId,
                               NOTEID* newNoteId, WORD* newNoteClass);
 
 /* ---- Items --------------------------------------------------------------------------------------------- */
 
-/** Returns the bytes put into `buffer` (0 when empty or absent). Servers differ in whether `size` counts the terminator:
- *  leave room for one. */
+/** Returns the bytes put into `buffer` (0 when empty or absent). Servers differ in whether `size` counts the
+ *  terminator: leave room for one. */
 WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size);
 STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE note, const char* name, const char* text, WORD length);
 /** ERR_ITEM_NOT_FOUND when absent. The out-pointers may be NULL; `length` counts the type word. */
@@ -285,8 +287,8 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
 /* What list operations make of an item that is a single text differs from server to server, but for
  * NSFItemCreateTextList, which replaces whatever there is. */
 WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE note, const char* name);
-/** Returns the entry's length, which may be more than was put into `buffer`; that need not be terminated. `position` counts
- *  from 0. */
+/** Returns the entry's length, which may be more than was put into `buffer`; that need not be terminated. `position`
+ *  counts from 0. */
 WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD position, char* buffer, WORD size);
 STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE note, const char* name, const char* text, WORD length);
 STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const char* text, WORD length,
@@ -299,9 +301,9 @@ STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const c
 STATUS LNPUBLIC NSFFormulaCompile(char* name, WORD nameLength, const char* text, WORD textLength,
                                   FORMULAHANDLE* formula, WORD* formulaLength, STATUS* error, WORD* line, WORD* column,
                                   WORD* offset, WORD* length);
-/** Calls `step` for the notes of `classMask`, in any order; `formula`, `viewTitle`, `since` and `until` may be null. With
- *  `since` or SEARCH_ALL_VERSIONS also for deletion stubs and for notes that the formula does not select, on some servers
- *  for the latter in any case: both without SE_FMATCH. A note that the step saves may come again. */
+/** Calls `step` for the notes of `classMask`, in any order; `formula`, `viewTitle`, `since` and `until` may be null.
+ *  With `since` or SEARCH_ALL_VERSIONS also for deletion stubs and for notes that the formula does not select, on some
+ *  servers for the latter in any case: both without SE_FMATCH. A note that the step saves may come again. */
 STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTitle, WORD flags, WORD classMask,
                           TIMEDATE* since, NSFSEARCHPROC step, void* parameter, TIMEDATE* until);
 
@@ -318,8 +320,8 @@ WORD LNPUBLIC OSGetDataDirectory(char* buffer);
 WORD LNPUBLIC OSTranslate(WORD mode, const char* in, WORD inLength, char* out, WORD outSize);
 /** The text of a masked status; returns its length, 0 when there is none. `size` leaves room for a terminator. */
 WORD LNPUBLIC OSLoadString(void* module, STATUS code, char* buffer, WORD size);
-/** Waits. TRUE, without waiting, when the server asks the task to end; in a process that is no server task it is not said
- *  to wait. */
+/** Waits. TRUE, without waiting, when the server asks the task to end; in a process that is no server task it is not
+ *  said to wait. */
 BOOL LNPUBLIC AddInIdleDelay(DWORD milliseconds);
 
 /* ---- Memory -------------------------------------------------------------------------------------------- */
@@ -333,7 +335,8 @@ STATUS LNPUBLIC OSMemFree(DHANDLE handle);
 
 /** The name of the ID in use, canonical form; `buffer` holds MAXUSERNAME + 1 bytes. */
 STATUS LNPUBLIC SECKFMGetUserName(char* buffer);
-/** Sends a console command, of which more than 256 bytes may be cut; a reply comes back as a memory block, which the caller frees, or as NULLHANDLE. */
+/** Sends a console command, of which more than 256 bytes may be cut; a reply comes back as a memory block, which the
+ *  caller frees, or as NULLHANDLE. */
 STATUS LNPUBLIC NSFRemoteConsole(char* server, char* command, DHANDLE* reply);
 /** Adds a line to the server's log: printf-like, at most MAXSPRINTF bytes; a non-zero code adds its text. */
 void LNPUBLIC AddInLogMessageText(const char* format, STATUS code, ...);

@@ -20,55 +20,56 @@ using namespace embedded;
 using updkrx::test::ReadFile;
 using updkrx::test::WriteFile;
 
-std::set<std::string> filesIn(const std::filesystem::path& directory) {
+std::set<std::string> FilesIn(const std::filesystem::path& directory) {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(directory))
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         names.insert(entry.path().filename());
+    }
     return names;
 }
 
-std::string exported(const std::filesystem::path& database, bool stable) {
+std::string Exported(const std::filesystem::path& database, bool stable) {
     const std::filesystem::path file = database.parent_path() / "out.dxl";
-    exportDxl(database, file, {stable});
+    ExportDxl(database, file, {stable});
     return ReadFile(file);
 }
 
-void expectSurvives(const std::filesystem::path& database) {
-    const std::string dxl = exported(database, false), stable = exported(database, true);
+void ExpectSurvives(const std::filesystem::path& database) {
+    const std::string dxl = Exported(database, false), stable = Exported(database, true);
     const std::filesystem::path copy = database.parent_path() / "b.nsf";
-    importDxl(copy, WriteFile(database.parent_path() / "in.dxl", dxl), true);
-    expect(exported(copy, false) == dxl && exported(copy, true) == stable, "an export makes the same database");
+    ImportDxl(copy, WriteFile(database.parent_path() / "in.dxl", dxl), true);
+    Expect(Exported(copy, false) == dxl && Exported(copy, true) == stable, "an export makes the same database");
 }
 
 /** "FILE:LINE: cause" */
-void expectRefusal(std::string_view message, const std::string& file, std::string_view input) {
-    expect(isXmlText(message) && message.starts_with(file + ":"), "a refusal is a text that names the file");
+void ExpectRefusal(std::string_view message, const std::string& file, std::string_view input) {
+    Expect(IsXmlText(message) && message.starts_with(file + ":"), "a refusal is a text that names the file");
     message.remove_prefix(file.size() + 1);
     size_t line = 0;
     const auto number = std::from_chars(message.data(), message.data() + message.size(), line);
     message.remove_prefix(static_cast<size_t>(number.ptr - message.data()));
     const auto lines = static_cast<size_t>(std::count(input.begin(), input.end(), '\n')) + 1;
-    expect(line >= 1 && line <= lines, "and a line of it");
-    expect(message.starts_with(": ") && message.size() > 2, "and the cause");
+    Expect(line >= 1 && line <= lines, "and a line of it");
+    Expect(message.starts_with(": ") && message.size() > 2, "and the cause");
 }
 
-void expectImportedOrRefused(const std::filesystem::path& folder, std::string_view input) {
+void ExpectImportedOrRefused(const std::filesystem::path& folder, std::string_view input) {
     const std::string dxl = WriteFile(folder / "in.dxl", input);
     const std::string database = WriteFile(folder / "a.nsf", "was here");
-    const auto files = filesIn(folder);
+    const auto files = FilesIn(folder);
     try {
-        importDxl(database, dxl, true);
+        ImportDxl(database, dxl, true);
     } catch (const StatusError& error) {
-        expect(error.status() == EMB_ERR_DXL, "a file that can be read is refused for its content only");
-        expectRefusal(error.what(), dxl, input);
-        expect(ReadFile(database) == "was here", "a refused file replaces nothing");
-        return expect(filesIn(folder) == files, "and leaves nothing");
+        Expect(error.Status() == EMB_ERR_DXL, "a file that can be read is refused for its content only");
+        ExpectRefusal(error.what(), dxl, input);
+        Expect(ReadFile(database) == "was here", "a refused file replaces nothing");
+        return Expect(FilesIn(folder) == files, "and leaves nothing");
     }
-    expect(filesIn(folder) == files, "nothing is left beside the database");
-    expectSurvives(database);
+    Expect(FilesIn(folder) == files, "nothing is left beside the database");
+    ExpectSurvives(database);
 }
 
-void expectItemsSurvive(const std::filesystem::path& folder, std::string_view input) {
+void ExpectItemsSurvive(const std::filesystem::path& folder, std::string_view input) {
     try {
         (void)Items(std::string(input));
     } catch (const StatusError&) {
@@ -76,13 +77,13 @@ void expectItemsSurvive(const std::filesystem::path& folder, std::string_view in
     }
     const std::filesystem::path database = folder / "c.nsf";
     std::filesystem::remove(database);
-    const auto store = Store::create(database, {});
-    const NOTEID id = store->insert({}, input);
-    store->close();
-    expectSurvives(database);
+    const auto store = Store::Create(database, {});
+    const NOTEID id = store->Insert({}, input);
+    store->Close();
+    ExpectSurvives(database);
     NoteHead head;
     std::string items;
-    expect(Store::open(folder / "b.nsf", StoreAccess::readOnly)->read(id, head, items) && items == input,
+    Expect(Store::Open(folder / "b.nsf", StoreAccess::readOnly)->Read(id, head, items) && items == input,
            "items survive byte for byte");
 }
 
@@ -90,8 +91,8 @@ void expectItemsSurvive(const std::filesystem::path& folder, std::string_view in
 
 void dxl(std::string_view input) {
     static const updkrx::test::TemporaryFolder folder;
-    expectImportedOrRefused(folder.Path(), input);
-    expectItemsSurvive(folder.Path(), input);
+    ExpectImportedOrRefused(folder.Path(), input);
+    ExpectItemsSurvive(folder.Path(), input);
 }
 
 } // namespace fuzz

@@ -14,67 +14,70 @@ namespace {
 
 using namespace embedded;
 
-const std::string& note() {
-    static const std::string items = encodeItems({
+const std::string& Note() {
+    static const std::string items = EncodeItems({
         {"F", TYPE_TEXT, 0, "a"},
         {"E", TYPE_TEXT, 0, ""},
-        {"L", TYPE_TEXT_LIST, 0, encodeTextList({"a", "b"})},
-        {"M", TYPE_TEXT_LIST, 0, encodeTextList({"b", "a", "c"})},
+        {"L", TYPE_TEXT_LIST, 0, EncodeTextList({"a", "b"})},
+        {"M", TYPE_TEXT_LIST, 0, EncodeTextList({"b", "a", "c"})},
         {"N", TYPE_NUMBER, 0, std::string(8, '\0')},
         {"B", TYPE_TEXT_LIST, 0, "\xFF\xFF"},
     });
     return items;
 }
 
-std::optional<std::string> compiled(const std::string& text) {
-    const auto result = compileFormula(text);
-    if (const auto* code = std::get_if<std::string>(&result))
+std::optional<std::string> Compiled(const std::string& text) {
+    const auto result = CompileFormula(text);
+    if (const auto* code = std::get_if<std::string>(&result)) {
         return *code;
+    }
     return std::nullopt;
 }
 
-void expectPlace(const FormulaError& error, std::string_view text) {
+void ExpectPlace(const FormulaError& error, std::string_view text) {
     const auto lines = static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
-    const std::string again = utf8FromLmbcs(lmbcsFromUtf8(error.message)); // with replacements if it is not UTF-8
-    expect(!error.message.empty() && again == error.message, "an error says why");
-    expect(error.offset <= text.size() && error.length <= text.size() - error.offset, "its place is in the text");
-    expect(error.line >= 1 && error.line <= lines && error.column >= 1 && error.column <= error.offset + 1,
+    const std::string again = Utf8FromLmbcs(LmbcsFromUtf8(error.message)); // with replacements if it is not UTF-8
+    Expect(!error.message.empty() && again == error.message, "an error says why");
+    Expect(error.offset <= text.size() && error.length <= text.size() - error.offset, "its place is in the text");
+    Expect(error.line >= 1 && error.line <= lines && error.column >= 1 && error.column <= error.offset + 1,
            "and its line and column are");
 }
 
 /** Whether a formula made of a sound one selects the note; nothing when it has become too deep or too long. */
-std::optional<bool> selects(const std::string& text) {
-    const auto result = compileFormula(text);
-    if (const auto* code = std::get_if<std::string>(&result))
-        return formulaSelects(*code, note());
+std::optional<bool> Selects(const std::string& text) {
+    const auto result = CompileFormula(text);
+    if (const auto* code = std::get_if<std::string>(&result)) {
+        return FormulaSelects(*code, Note());
+    }
     const std::string& why = std::get<FormulaError>(result).message;
-    expect(why == "the formula is nested too deeply" || why == "the formula is too long", "sound parts join");
+    Expect(why == "the formula is nested too deeply" || why == "the formula is too long", "sound parts join");
     return std::nullopt;
 }
 
-void expectSound(const std::string& code) {
-    expect(isFormula(code), "what was compiled is a formula");
-    const std::string text = formulaText(code);
-    expect(compiled(text) == code, "its text compiles to it");
+void ExpectSound(const std::string& code) {
+    Expect(IsFormula(code), "what was compiled is a formula");
+    const std::string text = FormulaText(code);
+    Expect(Compiled(text) == code, "its text compiles to it");
     const std::string condition = "(" + text.substr(std::string_view("SELECT ").size()) + ")";
-    const bool selected = formulaSelects(code, note());
-    expect(selects(condition).value_or(selected) == selected, "parentheses change nothing");
-    expect(selects("!" + condition).value_or(!selected) != selected, "a negation turns it");
-    expect(!selects(condition + "&!" + condition).value_or(false), "nothing is and is not");
-    expect(selects("!" + condition + "|" + condition).value_or(true), "everything is or is not");
+    const bool selected = FormulaSelects(code, Note());
+    Expect(Selects(condition).value_or(selected) == selected, "parentheses change nothing");
+    Expect(Selects("!" + condition).value_or(!selected) != selected, "a negation turns it");
+    Expect(!Selects(condition + "&!" + condition).value_or(false), "nothing is and is not");
+    Expect(Selects("!" + condition + "|" + condition).value_or(true), "everything is or is not");
 }
 
 } // namespace
 
 void formula(std::string_view input) {
-    const auto result = compileFormula(input);
-    if (const auto* code = std::get_if<std::string>(&result))
-        expectSound(*code);
-    else
-        expectPlace(std::get<FormulaError>(result), input);
+    const auto result = CompileFormula(input);
+    if (const auto* code = std::get_if<std::string>(&result)) {
+        ExpectSound(*code);
+    } else
+        ExpectPlace(std::get<FormulaError>(result), input);
     for (const std::string& bytes : {std::string(input), "EmF1" + std::string(input)})
-        if (isFormula(bytes))
-            expectSound(bytes);
+        if (IsFormula(bytes)) {
+            ExpectSound(bytes);
+        }
 }
 
 } // namespace fuzz

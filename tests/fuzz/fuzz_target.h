@@ -18,9 +18,10 @@ Target ini_file;
 Target items;
 Target unid_text;
 
-inline void expect(bool holds, const char* property) {
-    if (!holds)
+inline void Expect(bool holds, const char* property) {
+    if (!holds) {
         throw std::logic_error(property);
+    }
 }
 
 } // namespace fuzz

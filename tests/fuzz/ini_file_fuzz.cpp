@@ -16,7 +16,7 @@ namespace {
 
 using updkrx::IniFile;
 
-std::string printed(const IniFile& ini, const std::filesystem::path& file) {
+std::string Printed(const IniFile& ini, const std::filesystem::path& file) {
     std::fflush(stdout); // of what others have written
     const int output = dup(STDOUT_FILENO);
     const int captured = open(file.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
@@ -29,14 +29,14 @@ std::string printed(const IniFile& ini, const std::filesystem::path& file) {
     return updkrx::test::ReadFile(file);
 }
 
-void expectFound(const IniFile& ini, const char* section, const char* key) {
+void ExpectFound(const IniFile& ini, const char* section, const char* key) {
     const int count = ini.CountValues(section, key);
     for (int index = 0; index <= count; ++index) {
         int size = index % 2 == 0 ? 4 : 1024; // now and then too small
         std::vector<char> buffer(static_cast<size_t>(size));
         const int code = ini.GetValueAt(section, key, index, buffer.data(), &size);
-        expect((code == updkrx::IDD_ERR_ZERO) == (index < count), "as many values are found as are counted");
-        expect(code != updkrx::IDD_ERR_ZERO || std::string(buffer.data()).size() == static_cast<size_t>(size),
+        Expect((code == updkrx::IDD_ERR_ZERO) == (index < count), "as many values are found as are counted");
+        Expect(code != updkrx::IDD_ERR_ZERO || std::string(buffer.data()).size() == static_cast<size_t>(size),
                "a value is terminated behind its size");
     }
 }
@@ -47,13 +47,13 @@ void ini_file(std::string_view input) {
     static const updkrx::test::TemporaryFolder folder;
     const std::filesystem::path file = folder.Path() / "a.ini", out = folder.Path() / "printed.ini";
     IniFile ini;
-    expect(ini.Load(updkrx::test::WriteFile(file, input).c_str()) == updkrx::IDD_ERR_ZERO, "any bytes load");
-    const std::string first = printed(ini, out);
+    Expect(ini.Load(updkrx::test::WriteFile(file, input).c_str()) == updkrx::IDD_ERR_ZERO, "any bytes load");
+    const std::string first = Printed(ini, out);
     const int failed = ini.Load((folder.Path() / "none.ini").c_str());
-    expect(failed == updkrx::IDD_ERR_INIFILE_OPENFAILED && printed(ini, out) == first, "the content stays");
-    expectFound(ini, "Config", "Files");
-    expect(ini.Load(out.c_str()) == updkrx::IDD_ERR_ZERO, "what was printed loads");
-    expect(printed(ini, out).size() <= first.size(), "and nothing is read that was not printed");
+    Expect(failed == updkrx::IDD_ERR_INIFILE_OPENFAILED && Printed(ini, out) == first, "the content stays");
+    ExpectFound(ini, "Config", "Files");
+    Expect(ini.Load(out.c_str()) == updkrx::IDD_ERR_ZERO, "what was printed loads");
+    Expect(Printed(ini, out).size() <= first.size(), "and nothing is read that was not printed");
 }
 
 } // namespace fuzz

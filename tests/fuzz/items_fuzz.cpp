@@ -13,83 +13,86 @@ namespace {
 
 using namespace embedded;
 
-void expectTextList(std::string_view bytes) {
-    if (const auto entries = textEntries(TYPE_TEXT_LIST, bytes))
-        expect(bytes.starts_with(encodeTextList(*entries)), "the entries are those of the bytes");
+void ExpectTextList(std::string_view bytes) {
+    if (const auto entries = TextEntries(TYPE_TEXT_LIST, bytes)) {
+        Expect(bytes.starts_with(EncodeTextList(*entries)), "the entries are those of the bytes");
+    }
 }
 
-std::vector<Item> listOf(const Items& items) {
+std::vector<Item> ListOf(const Items& items) {
     std::vector<Item> list;
-    ItemCursor cursor = items.cursor();
-    for (ItemView view{}; cursor.next(view);)
+    ItemCursor cursor = items.Cursor();
+    for (ItemView view{}; cursor.Next(view);) {
         list.push_back({std::string(view.name), view.type, view.flags, std::string(view.value)});
+    }
     return list;
 }
 
-void expectErased(Items items, const std::string& name) {
-    auto left = listOf(items);
-    const bool had = std::erase_if(left, [&](const Item& item) { return sameItemName(item.name, name); }) > 0;
-    expect(items.erase(name) == had && items.encoded() == encodeItems(left), "the items of a name go and no other");
+void ExpectErased(Items items, const std::string& name) {
+    auto left = ListOf(items);
+    const bool had = std::erase_if(left, [&](const Item& item) { return SameItemName(item.name, name); }) > 0;
+    Expect(items.Erase(name) == had && items.Encoded() == EncodeItems(left), "the items of a name go and no other");
 }
 
-void expectAppended(Items items, const std::string& name) {
+void ExpectAppended(Items items, const std::string& name) {
     Items before = items;
     try {
-        appendTextListEntry(items, name, "a", true);
+        AppendTextListEntry(items, name, "a", true);
     } catch (const StatusError&) {
-        return expect(items == before, "nothing has changed when an entry cannot be added");
+        return Expect(items == before, "nothing has changed when an entry cannot be added");
     }
-    auto entries = itemEntries(before, name);
+    auto entries = ItemEntries(before, name);
     entries.push_back("a");
-    expect(itemEntries(items, name) == entries, "the entry stands behind those that were there");
-    items.erase(name);
-    before.erase(name);
-    expect(items == before, "the other items stay");
+    Expect(ItemEntries(items, name) == entries, "the entry stands behind those that were there");
+    items.Erase(name);
+    before.Erase(name);
+    Expect(items == before, "the other items stay");
 }
 
-void expectResized(const Items& items) {
+void ExpectResized(const Items& items) {
     Items expanded = items, contracted = items;
-    expandItems(expanded);
-    contractItems(contracted);
+    ExpandItems(expanded);
+    ContractItems(contracted);
     Items again = expanded, back = contracted;
-    expandItems(again);
-    contractItems(back);
-    expect(again == expanded && back == contracted, "what is expanded or contracted stays so");
-    for (const Item& item : listOf(items)) {
-        const std::string text = itemText(items, item.name);
-        expect(itemText(expanded, item.name) == text && itemText(contracted, item.name) == text, "its text too");
+    ExpandItems(again);
+    ContractItems(back);
+    Expect(again == expanded && back == contracted, "what is expanded or contracted stays so");
+    for (const Item& item : ListOf(items)) {
+        const std::string text = ItemText(items, item.name);
+        Expect(ItemText(expanded, item.name) == text && ItemText(contracted, item.name) == text, "its text too");
     }
 }
 
-void expectSearched(const Items& items) {
-    static const std::string formula = std::get<std::string>(compileFormula("F = \"a\""));
-    const auto entries = itemEntries(items, "f");
+void ExpectSearched(const Items& items) {
+    static const std::string formula = std::get<std::string>(CompileFormula("F = \"a\""));
+    const auto entries = ItemEntries(items, "f");
     const bool has = std::find(entries.begin(), entries.end(), "a") != entries.end();
-    expect(formulaSelects(formula, items.encoded()) == has, "a formula sees the texts of a field");
+    Expect(FormulaSelects(formula, items.Encoded()) == has, "a formula sees the texts of a field");
 }
 
-void expectItems(std::string_view input) {
+void ExpectItems(std::string_view input) {
     const Items items{std::string(input)};
-    const auto list = listOf(items);
-    expect(encodeItems(list) == input, "items read and written are the same bytes");
+    const auto list = ListOf(items);
+    Expect(EncodeItems(list) == input, "items read and written are the same bytes");
     const std::string name = list.empty() ? "F" : list.back().name;
-    expectErased(items, name);
-    if (!name.empty())
-        expectAppended(items, name);
-    expectResized(items);
-    expectSearched(items);
+    ExpectErased(items, name);
+    if (!name.empty()) {
+        ExpectAppended(items, name);
+    }
+    ExpectResized(items);
+    ExpectSearched(items);
 }
 
 } // namespace
 
 void items(std::string_view input) {
-    expectTextList(input);
-    for (const auto read : {+[](std::string_view bytes) { expectItems(bytes); },
-                            +[](std::string_view bytes) { (void)decodeAcl(bytes); }}) {
+    ExpectTextList(input);
+    for (const auto read : {+[](std::string_view bytes) { ExpectItems(bytes); },
+                            +[](std::string_view bytes) { (void)DecodeAcl(bytes); }}) {
         try {
             read(input);
         } catch (const StatusError& error) {
-            expect(error.status() == EMB_ERR_DAMAGED, "other bytes are said to be damaged");
+            Expect(error.Status() == EMB_ERR_DAMAGED, "other bytes are said to be damaged");
         }
     }
 }

@@ -63,7 +63,8 @@ protected:
         return outcome.out;
     }
 
-    /** Upgrades the sample server: the module's log as updkrx.log, each database as DXL, and the other product files. */
+    /** Upgrades the sample server: the module's log as updkrx.log, each database as DXL, and the other product
+     *  files. */
     [[nodiscard]] Files Upgrade() const {
         (void)Krxpatch({"sandbox", "server"});
         (void)Krxpatch({"run", "--server", "server"});

@@ -294,8 +294,8 @@ TEST_F(StatusTest, TellsWhatADatabaseCarries) {
     const Outcome text = Krxpatch({"status", "--server", "server"});
     EXPECT_TRUE(Exits(text, 0));
     EXPECT_TRUE(Contains(text.out, "State            0 of 11 product databases at the patch's build\n"));
-    EXPECT_TRUE(Contains(text.out,
-                         "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3, 1 changed since  -          Größe "));
+    EXPECT_TRUE(Contains(text.out, "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3, 1 changed since  -"));
+    EXPECT_TRUE(Contains(text.out, "          Größe "));
     EXPECT_TRUE(Contains(text.out, "CN=A/O=B, CN=Ö/O=B\n"));
 }
 
@@ -309,7 +309,8 @@ TEST_F(StatusTest, ShowsEveryDatabaseAndFailsWhenOneCannotBeRead) {
     const Json status = Json::parse(json.out);
     EXPECT_EQ(DatabaseIn(status, "krconf.nsf"), Json::parse(R"({
         "name": "krconf.nsf", "build": null, "title": null, "offline": true, "designHidden": null,
-        "designNotes": null, "signedNotes": null, "changedNotes": null, "signers": null, "replication": null, "error": "The database is offline"})"));
+        "designNotes": null, "signedNotes": null, "changedNotes": null, "signers": null, "replication": null,
+        "error": "The database is offline"})"));
     EXPECT_EQ(DatabaseIn(status, "krtime.nsf")["error"], "File is not a database");
     EXPECT_EQ(DatabaseIn(status, "krxquor.nsf")["build"], "5.8.0.3001");
     EXPECT_TRUE(Fails(Krxpatch({"status", "--server", "server"}), 1, "krconf.nsf"));

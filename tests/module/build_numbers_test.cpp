@@ -16,11 +16,11 @@ protected:
     void SetUp() override {
         ServerFixture::SetUp();
         SwitchLogOn();
-        GetStatusText(ERR_NOACCESS, noAccess, sizeof noAccess);
+        GetStatusText(ERR_NOACCESS, noAccess_, sizeof noAccess_);
     }
 
-    PatchRunContext context;
-    char noAccess[256];
+    PatchRunContext context_;
+    char noAccess_[256];
 };
 
 Texts Builds(int32_t running, int32_t database) {
@@ -48,31 +48,31 @@ TEST_F(BuildNumbersTest, ReadsTheBuildOfTheDatabases) {
     for (const auto& [what, notes, build] : cases) {
         SCOPED_TRACE(what);
         MakeDatabase("krx/krmsg.nsf", notes);
-        context = {};
-        EXPECT_EQ(GetRunningBuild(context), 0);
-        EXPECT_EQ(context.runningBuild, 3050);
-        EXPECT_EQ(context.databaseBuild, build);
+        context_ = {};
+        EXPECT_EQ(GetRunningBuild(context_), 0);
+        EXPECT_EQ(context_.runningBuild, 3050);
+        EXPECT_EQ(context_.databaseBuild, build);
         std::filesystem::remove(Data() / "krx/krmsg.nsf");
     }
 }
 
 TEST_F(BuildNumbersTest, CountsAnUnreadableDatabaseAsZero) {
-    context.databaseBuild = 7;
-    EXPECT_EQ(GetRunningBuild(context), 0);
-    EXPECT_EQ(context.databaseBuild, 0);
+    context_.databaseBuild = 7;
+    EXPECT_EQ(GetRunningBuild(context_), 0);
+    EXPECT_EQ(context_.databaseBuild, 0);
     EXPECT_EQ(LogMessages(), Builds(3050, 0));
 
     MakeDatabase("krx/krmsg.nsf", HelpNote("5.8.0.3001"));
     ASSERT_EQ(EmbFaultArm("NSFSearch", 1, ERR_NOACCESS, 0), NOERROR);
-    EXPECT_EQ(GetRunningBuild(context), 0);
-    EXPECT_EQ(context.databaseBuild, 0);
+    EXPECT_EQ(GetRunningBuild(context_), 0);
+    EXPECT_EQ(context_.databaseBuild, 0);
     EXPECT_EQ(LogMessages().at(2), "[1]Error: Get build number failed");
-    EXPECT_EQ(ServerLogCount(noAccess), 0);
+    EXPECT_EQ(ServerLogCount(noAccess_), 0);
 
     ASSERT_EQ(EmbFaultArm("NSFNoteOpen", 1, ERR_NOACCESS, 0), NOERROR);
-    EXPECT_EQ(GetRunningBuild(context), 0);
-    EXPECT_EQ(context.databaseBuild, 0);
-    EXPECT_EQ(ServerLogCount(noAccess), 1) << "a note that cannot be opened is told to the server's log";
+    EXPECT_EQ(GetRunningBuild(context_), 0);
+    EXPECT_EQ(context_.databaseBuild, 0);
+    EXPECT_EQ(ServerLogCount(noAccess_), 1) << "a note that cannot be opened is told to the server's log";
 }
 
 TEST_F(BuildNumbersTest, ReadsTheInstalledBuildFromTheFolder) {
@@ -88,16 +88,16 @@ TEST_F(BuildNumbersTest, ReadsTheInstalledBuildFromTheFolder) {
     for (const auto& [folder, result, build] : cases) {
         SCOPED_TRACE(folder);
         std::filesystem::create_directory(Server() / "install/program" / folder);
-        EXPECT_EQ(GetRunningBuild(context), result);
-        EXPECT_EQ(context.runningBuild, build);
+        EXPECT_EQ(GetRunningBuild(context_), result);
+        EXPECT_EQ(context_.runningBuild, build);
     }
 }
 
 TEST_F(BuildNumbersTest, NeedsAFolderWithADot) {
     std::filesystem::create_directory(Server() / "install/program/V9");
-    EXPECT_EQ(GetRunningBuild(context), 1);
+    EXPECT_EQ(GetRunningBuild(context_), 1);
     SetEnvironment("VarnholtInstallPath", nullptr);
-    EXPECT_EQ(GetRunningBuild(context), 1);
+    EXPECT_EQ(GetRunningBuild(context_), 1);
     EXPECT_EQ(LogMessages(), (Texts{"[1]Cannot get the build number from path.", "[1]Cannot get the latest path!"}));
 }
 

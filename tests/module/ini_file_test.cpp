@@ -12,18 +12,18 @@ namespace {
 
 class IniFileTest : public testing::Test {
 protected:
-    int Load(std::string_view content) { return ini.Load(test::WriteFile(folder.Path() / "a.ini", content).c_str()); }
+    int Load(std::string_view content) { return ini_.Load(test::WriteFile(folder_.Path() / "a.ini", content).c_str()); }
 
     /** The value, or the code's name. */
     std::string Value(const char* section, const char* key, int index = 0) const {
         char buffer[2048];
         int size = sizeof buffer;
-        const int code = ini.GetValueAt(section, key, index, buffer, &size);
+        const int code = ini_.GetValueAt(section, key, index, buffer, &size);
         return code == IDD_ERR_ZERO ? std::string(buffer, static_cast<size_t>(size)) : IddErrorName(code);
     }
 
-    test::TemporaryFolder folder;
-    IniFile ini;
+    test::TemporaryFolder folder_;
+    IniFile ini_;
 };
 
 constexpr const char* noKey = "IDD_ERR_VALUE_NOTFOUND";
@@ -73,9 +73,9 @@ TEST_F(IniFileTest, FindsEntriesOfTheSameKeyByIndex) {
     EXPECT_EQ(Value("A", "k", 2), noKey);
     EXPECT_EQ(Value("A", "k", -1), noKey);
     EXPECT_EQ(Value("B", "k", 0), "3");
-    EXPECT_EQ(ini.CountValues("A", "k"), 2);
-    EXPECT_EQ(ini.CountValues("A", "none"), 0);
-    EXPECT_EQ(ini.CountValues("C", "k"), IDD_ERR_SECTION_NOTFOUND);
+    EXPECT_EQ(ini_.CountValues("A", "k"), 2);
+    EXPECT_EQ(ini_.CountValues("A", "none"), 0);
+    EXPECT_EQ(ini_.CountValues("C", "k"), IDD_ERR_SECTION_NOTFOUND);
 }
 
 TEST_F(IniFileTest, CutsAValueToTheBuffer) {
@@ -87,7 +87,7 @@ TEST_F(IniFileTest, CutsAValueToTheBuffer) {
     for (const auto& [capacity, value] : cases) {
         char buffer[] = "########";
         int size = capacity;
-        EXPECT_EQ(ini.GetValue("A", "k", buffer, &size), IDD_ERR_ZERO);
+        EXPECT_EQ(ini_.GetValue("A", "k", buffer, &size), IDD_ERR_ZERO);
         EXPECT_EQ(size, static_cast<int>(value.size()));
         EXPECT_EQ(buffer, value);
         EXPECT_EQ(buffer[capacity], '#') << "written behind the buffer";
@@ -99,34 +99,34 @@ TEST_F(IniFileTest, RefusesMissingArguments) {
     char buffer[4] = "#";
     int size = sizeof buffer;
     int none = 0;
-    EXPECT_EQ(ini.Load(nullptr), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.GetValue(nullptr, "k", buffer, &size), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.GetValue("A", nullptr, buffer, &size), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.GetValue("A", "k", nullptr, &size), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.GetValue("A", "k", buffer, nullptr), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.GetValue("A", "k", buffer, &none), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.CountValues(nullptr, "k"), IDD_ERR_NULL_ARGUMENT);
-    EXPECT_EQ(ini.CountValues("A", nullptr), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.Load(nullptr), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.GetValue(nullptr, "k", buffer, &size), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.GetValue("A", nullptr, buffer, &size), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.GetValue("A", "k", nullptr, &size), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.GetValue("A", "k", buffer, nullptr), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.GetValue("A", "k", buffer, &none), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.CountValues(nullptr, "k"), IDD_ERR_NULL_ARGUMENT);
+    EXPECT_EQ(ini_.CountValues("A", nullptr), IDD_ERR_NULL_ARGUMENT);
     EXPECT_STREQ(buffer, "#");
     EXPECT_EQ(Value("A", "k"), "1");
 }
 
 TEST_F(IniFileTest, KeepsItsContentWhenAFileCannotBeRead) {
     ASSERT_EQ(Load("[A]\nk=1\n"), IDD_ERR_ZERO);
-    EXPECT_EQ(ini.Load((folder.Path() / "none.ini").string().c_str()), IDD_ERR_INIFILE_OPENFAILED);
-    EXPECT_EQ(ini.Load(folder.Path().string().c_str()), IDD_ERR_INIFILE_OPENFAILED) << "a folder is no file";
-    EXPECT_EQ(ini.Load("/proc/self/mem"), IDD_ERR_INIFILE_OPENFAILED) << "opens, but its start cannot be read";
+    EXPECT_EQ(ini_.Load((folder_.Path() / "none.ini").string().c_str()), IDD_ERR_INIFILE_OPENFAILED);
+    EXPECT_EQ(ini_.Load(folder_.Path().string().c_str()), IDD_ERR_INIFILE_OPENFAILED) << "a folder is no file";
+    EXPECT_EQ(ini_.Load("/proc/self/mem"), IDD_ERR_INIFILE_OPENFAILED) << "opens, but its start cannot be read";
     EXPECT_EQ(Value("A", "k"), "1");
 
     ASSERT_EQ(Load("[B]\nk=2\n"), IDD_ERR_ZERO);
     EXPECT_EQ(Value("A", "k"), noSection) << "loading replaces";
-    EXPECT_EQ(ini.Clear(), IDD_ERR_ZERO);
+    EXPECT_EQ(ini_.Clear(), IDD_ERR_ZERO);
     EXPECT_EQ(Value("B", "k"), noSection);
 }
 
 TEST_F(IniFileTest, TakesEitherSeparatorInAPath) {
-    test::WriteFile(folder.Path() / "sub" / "a.ini", "[A]\nk=1\n");
-    EXPECT_EQ(ini.Load((folder.Path().string() + "\\sub\\a.ini").c_str()), IDD_ERR_ZERO);
+    test::WriteFile(folder_.Path() / "sub" / "a.ini", "[A]\nk=1\n");
+    EXPECT_EQ(ini_.Load((folder_.Path().string() + "\\sub\\a.ini").c_str()), IDD_ERR_ZERO);
     EXPECT_EQ(Value("A", "k"), "1");
 }
 

@@ -43,11 +43,11 @@ protected:
         test::WriteFile(ProgramFolder() / "krxpatch.ini", content);
         std::filesystem::remove_all(Data() / "krxtemp");
         std::filesystem::create_directory(Data() / "krxtemp");
-        context = {};
-        return ReadPatchConfig(context);
+        context_ = {};
+        return ReadPatchConfig(context_);
     }
 
-    PatchRunContext context;
+    PatchRunContext context_;
 };
 
 constexpr const char* noDatabases = "[1]Cannot get the value in configuration file. (Config:Databases)";
@@ -62,11 +62,11 @@ TEST_F(PatchConfigTest, ReadsEveryKey) {
     ASSERT_EQ(Read("[config]\r\nfiles=x.dll,y.exe,\r\nBuildNumber=3050beta\r\nDatabases=krconf.ntf,, krency.nsf\r\n"
                    "UpdateExt=-1\r\nSkipDbSign=2\r\n"),
               0);
-    EXPECT_EQ(context.fileList, (Items{"x.dll", "y.exe"}));
-    EXPECT_EQ(context.patchBuild, 3050);
-    EXPECT_EQ(context.databaseList, (Items{"krconf.ntf", "", " krency.nsf"}));
-    EXPECT_EQ(context.updateExtension, 1);
-    EXPECT_EQ(context.skipDbSign, 1);
+    EXPECT_EQ(context_.fileList, (Items{"x.dll", "y.exe"}));
+    EXPECT_EQ(context_.patchBuild, 3050);
+    EXPECT_EQ(context_.databaseList, (Items{"krconf.ntf", "", " krency.nsf"}));
+    EXPECT_EQ(context_.updateExtension, 1);
+    EXPECT_EQ(context_.skipDbSign, 1);
     EXPECT_EQ(LogMessages(), (Items{noSigning, Build(3050)}));
 }
 
@@ -94,14 +94,14 @@ TEST_F(PatchConfigTest, NeedsTwoKeys) {
 }
 
 TEST_F(PatchConfigTest, NamesTheFileThatItCannotOpen) {
-    EXPECT_EQ(ReadPatchConfig(context), 1);
+    EXPECT_EQ(ReadPatchConfig(context_), 1);
     EXPECT_EQ(LogMessages(), (Items{"[1]Cannot open the file. (" + (Server() / "install").string() +
                                     "\\program\\V5.8.0.3050/krxpatch.ini)"}));
 }
 
 TEST_F(PatchConfigTest, NeedsAProgramFolder) {
     SetEnvironment("VarnholtInstallPath", nullptr);
-    EXPECT_EQ(ReadPatchConfig(context), 1);
+    EXPECT_EQ(ReadPatchConfig(context_), 1);
     EXPECT_EQ(LogMessages(), Items{"[1]Cannot get the latest path!"});
 }
 

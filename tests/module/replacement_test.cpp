@@ -30,10 +30,10 @@ protected:
         SwitchLogOn();
         EmbClockSetVirtual(EmbClockNow());
         SetBuildText(3050);
-        run = BeginReplacement(ProgramFolder().string().c_str()).value();
+        run_ = BeginReplacement(ProgramFolder().string().c_str()).value();
     }
     void TearDown() override {
-        run = {};
+        run_ = {};
         ServerFixture::TearDown();
     }
 
@@ -41,7 +41,7 @@ protected:
     void Bring(const std::string& entry, const std::string& notes) const {
         MakeDatabase("../install/program/V5.8.0.3050/" + entry, notes);
     }
-    STATUS Replace(const std::string& entry) { return ReplaceDatabaseEntry(entry, context, run); }
+    STATUS Replace(const std::string& entry) { return ReplaceDatabaseEntry(entry, context_, run_); }
 
     [[nodiscard]] std::string Source(const std::string& entry) const { return ProgramFolder().string() + "/" + entry; }
     [[nodiscard]] std::string Target(const std::string& entry) const { return Data().string() + "/krx/" + entry; }
@@ -80,8 +80,8 @@ protected:
         return {"[1]Write ACL error. (" + Source(entry) + "):(" + status + ")"};
     }
 
-    PatchRunContext context;
-    ReplacementRun run;
+    PatchRunContext context_;
+    ReplacementRun run_;
 };
 
 TEST_F(ReplacementTest, ReplacesNothingWithoutAFolderToDoSo) {

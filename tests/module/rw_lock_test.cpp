@@ -114,17 +114,17 @@ protected:
     /** Starts a thread that asks for the lock, and returns when it waits for it. */
     Holder& Waiting(Use use) {
         const auto waiting = [this] {
-            const Counters counters = CountersOf(lock);
+            const Counters counters = CountersOf(lock_);
             return counters.waitingReaders + counters.waitingWriters;
         };
         const int32_t before = waiting();
-        Holder& holder = holders_.emplace_back(lock, use);
+        Holder& holder = holders_.emplace_back(lock_, use);
         Await([&] { return waiting() == before + 1; });
         EXPECT_FALSE(holder.Holds());
         return holder;
     }
 
-    RwLock lock;
+    RwLock lock_;
 
 private:
     std::deque<Holder> holders_;
@@ -194,67 +194,67 @@ TEST_F(RwLockTest, CountsEveryOperationThatDoesNotWait) {
     };
     for (const auto& [what, before, operations, result, after] : cases) {
         for (const Operation operation : operations) {
-            SetCounters(lock, before);
-            EXPECT_EQ(operation(lock), result) << what;
-            EXPECT_EQ(CountersOf(lock), after) << what;
+            SetCounters(lock_, before);
+            EXPECT_EQ(operation(lock_), result) << what;
+            EXPECT_EQ(CountersOf(lock_), after) << what;
         }
     }
 }
 
 TEST_F(RwLockTest, LetsTenReadersPastAWaitingWriter) {
-    ASSERT_EQ(AcquireShared(lock), success);
+    ASSERT_EQ(AcquireShared(lock_), success);
     Holder& writer = Waiting(Use::exclusive);
     for (int reader = 2; reader <= 10; ++reader) {
-        EXPECT_EQ(AcquireShared(lock), success) << reader;
+        EXPECT_EQ(AcquireShared(lock_), success) << reader;
     }
     Holder& eleventh = Waiting(Use::shared);
-    EXPECT_EQ(CountersOf(lock), (Counters{10, 1, 0, 1, 10}));
+    EXPECT_EQ(CountersOf(lock_), (Counters{10, 1, 0, 1, 10}));
     for (int reader = 1; reader <= 10; ++reader) {
         EXPECT_FALSE(writer.Holds());
-        EXPECT_EQ(ReleaseShared(lock), success) << "on another thread than its own would do";
+        EXPECT_EQ(ReleaseShared(lock_), success) << "on another thread than its own would do";
     }
     Await([&] { return writer.Holds(); });
-    EXPECT_EQ(CountersOf(lock), (Counters{0, 1, 1, 0, 0}));
+    EXPECT_EQ(CountersOf(lock_), (Counters{0, 1, 1, 0, 0}));
     EXPECT_FALSE(eleventh.Holds());
     writer.End();
     Await([&] { return eleventh.Holds(); });
-    EXPECT_EQ(CountersOf(lock), (Counters{1, 0, 0, 0, 1}));
+    EXPECT_EQ(CountersOf(lock_), (Counters{1, 0, 0, 0, 1}));
 }
 
 TEST_F(RwLockTest, LetsFifteenWaitingReadersInAsTenAndFive) {
-    ASSERT_EQ(AcquireExclusive(lock), success);
+    ASSERT_EQ(AcquireExclusive(lock_), success);
     std::vector<Holder*> readers;
     while (readers.size() < 15) {
         readers.push_back(&Waiting(Use::shared));
     }
     const auto holding = [&] { return std::ranges::count_if(readers, &Holder::Holds); };
-    EXPECT_EQ(ReleaseExclusive(lock), success);
-    EXPECT_EQ(CountersOf(lock), (Counters{10, 5, 0, 0, 10}));
-    os::Lock(*lock.record->mutex); // who has been let in does not need it
+    EXPECT_EQ(ReleaseExclusive(lock_), success);
+    EXPECT_EQ(CountersOf(lock_), (Counters{10, 5, 0, 0, 10}));
+    os::Lock(*lock_.record->mutex); // who has been let in does not need it
     Await([&] { return holding() == 10; });
-    os::Unlock(*lock.record->mutex);
+    os::Unlock(*lock_.record->mutex);
     const auto waiting = std::partition(readers.begin(), readers.end(), std::mem_fn(&Holder::Holds));
     for (auto reader = readers.begin(); reader != waiting; ++reader) {
-        EXPECT_EQ(CountersOf(lock).waitingReaders, 5);
+        EXPECT_EQ(CountersOf(lock_).waitingReaders, 5);
         (*reader)->End();
     }
-    EXPECT_EQ(CountersOf(lock), (Counters{5, 0, 0, 0, 5}));
+    EXPECT_EQ(CountersOf(lock_), (Counters{5, 0, 0, 0, 5}));
     readers.erase(readers.begin(), waiting);
     Await([&] { return holding() == 5; });
 }
 
 TEST_F(RwLockTest, GuardsHoldForTheirScope) {
     {
-        const SharedLockGuard one(lock);
-        const SharedLockGuard two(lock);
-        EXPECT_EQ(CountersOf(lock), (Counters{2, 0, 0, 0, 2}));
+        const SharedLockGuard one(lock_);
+        const SharedLockGuard two(lock_);
+        EXPECT_EQ(CountersOf(lock_), (Counters{2, 0, 0, 0, 2}));
     }
-    EXPECT_EQ(CountersOf(lock).activeReaders, 0);
+    EXPECT_EQ(CountersOf(lock_).activeReaders, 0);
     {
-        const ExclusiveLockGuard only(lock);
-        EXPECT_EQ(CountersOf(lock), (Counters{0, 0, 1, 0, 0}));
+        const ExclusiveLockGuard only(lock_);
+        EXPECT_EQ(CountersOf(lock_), (Counters{0, 0, 1, 0, 0}));
     }
-    EXPECT_EQ(CountersOf(lock), Counters{});
+    EXPECT_EQ(CountersOf(lock_), Counters{});
 }
 
 std::array<RwLockResult, 6> EveryOperation(RwLock& lock) {
@@ -269,34 +269,34 @@ std::array<RwLockResult, 6> SixTimes(RwLockResult result) {
 }
 
 TEST_F(RwLockTest, RefusesWhatIsNoRecord) {
-    ASSERT_EQ(AcquireExclusive(lock), success); // so that nothing but the refusal keeps an operation from waiting
-    const Counters before = CountersOf(lock);
+    ASSERT_EQ(AcquireExclusive(lock_), success); // so that nothing but the refusal keeps an operation from waiting
+    const Counters before = CountersOf(lock_);
 
-    lock.valid = false;
-    EXPECT_EQ(EveryOperation(lock), SixTimes(notCreated));
-    { const SharedLockGuard reading(lock); }
-    { const ExclusiveLockGuard writing(lock); }
-    lock.valid = true;
-    EXPECT_EQ(CountersOf(lock), before);
+    lock_.valid = false;
+    EXPECT_EQ(EveryOperation(lock_), SixTimes(notCreated));
+    { const SharedLockGuard reading(lock_); }
+    { const ExclusiveLockGuard writing(lock_); }
+    lock_.valid = true;
+    EXPECT_EQ(CountersOf(lock_), before);
 
-    RwLockRecord* record = lock.record;
-    lock.record = nullptr;
-    EXPECT_EQ(EveryOperation(lock), SixTimes(badRecord));
-    EXPECT_EQ(DestroyRwLock(&lock.record), notCreated);
+    RwLockRecord* record = lock_.record;
+    lock_.record = nullptr;
+    EXPECT_EQ(EveryOperation(lock_), SixTimes(badRecord));
+    EXPECT_EQ(DestroyRwLock(&lock_.record), notCreated);
 
-    lock.record = record;
-    lock.record->magic ^= 1;
-    EXPECT_EQ(EveryOperation(lock), SixTimes(badRecord));
-    EXPECT_EQ(DestroyRwLock(&lock.record), badRecord);
-    EXPECT_EQ(lock.record, record);
-    lock.record->magic ^= 1;
-    EXPECT_EQ(CountersOf(lock), before);
+    lock_.record = record;
+    lock_.record->magic ^= 1;
+    EXPECT_EQ(EveryOperation(lock_), SixTimes(badRecord));
+    EXPECT_EQ(DestroyRwLock(&lock_.record), badRecord);
+    EXPECT_EQ(lock_.record, record);
+    lock_.record->magic ^= 1;
+    EXPECT_EQ(CountersOf(lock_), before);
 
     EXPECT_EQ(CreateRwLock(nullptr, nullptr), badRecord);
     EXPECT_EQ(DestroyRwLock(nullptr), badRecord);
-    EXPECT_EQ(DestroyRwLock(&lock.record), success);
-    EXPECT_EQ(lock.record, nullptr);
-    EXPECT_EQ(DestroyRwLock(&lock.record), notCreated);
+    EXPECT_EQ(DestroyRwLock(&lock_.record), success);
+    EXPECT_EQ(lock_.record, nullptr);
+    EXPECT_EQ(DestroyRwLock(&lock_.record), notCreated);
 }
 
 TEST_F(RwLockTest, LeavesNothingBehindWhenItCannotBeCreated) {
@@ -304,7 +304,7 @@ TEST_F(RwLockTest, LeavesNothingBehindWhenItCannotBeCreated) {
     const RwLockResult results[] = {noMemory, unavailable, unavailable, unavailable, success};
     for (int failing = 1; failing <= 5; ++failing) {
         SCOPED_TRACE(failing);
-        RwLockRecord* record = lock.record; // must not stay
+        RwLockRecord* record = lock_.record; // must not stay
         test::partToFail = failing;
         EXPECT_EQ(CreateRwLock(&record, nullptr), results[failing - 1]);
         EXPECT_EQ(record != nullptr, failing == 5);
@@ -340,7 +340,7 @@ TEST_F(RwLockTest, NeverLetsAWriterInWithAnyoneNorLosesAHandOver) {
         std::this_thread::yield();
         intrude(seen != written);
         readersInside.fetch_sub(1, relaxed);
-        EXPECT_EQ(ReleaseShared(lock), success);
+        EXPECT_EQ(ReleaseShared(lock_), success);
     };
     const auto write = [&](int64_t& count) {
         intrude(writersInside.fetch_add(1, relaxed) != 0 || readersInside.load(relaxed) != 0);
@@ -350,7 +350,7 @@ TEST_F(RwLockTest, NeverLetsAWriterInWithAnyoneNorLosesAHandOver) {
             std::this_thread::yield();
         }
         writersInside.fetch_sub(1, relaxed);
-        EXPECT_EQ(ReleaseExclusive(lock), success);
+        EXPECT_EQ(ReleaseExclusive(lock_), success);
     };
 
     const auto end = std::chrono::steady_clock::now() + duration;
@@ -361,21 +361,21 @@ TEST_F(RwLockTest, NeverLetsAWriterInWithAnyoneNorLosesAHandOver) {
             while (std::chrono::steady_clock::now() < end) {
                 switch (random() / 16 % 8) {
                 case 0:
-                    EXPECT_EQ(AcquireExclusive(lock), success);
+                    EXPECT_EQ(AcquireExclusive(lock_), success);
                     write(writes[thread]);
                     break;
                 case 1:
-                    if (TryAcquireExclusive(lock) == success) {
+                    if (TryAcquireExclusive(lock_) == success) {
                         write(writes[thread]);
                     }
                     break;
                 case 2:
-                    if (TryAcquireShared(lock) == success) {
+                    if (TryAcquireShared(lock_) == success) {
                         read();
                     }
                     break;
                 default:
-                    EXPECT_EQ(AcquireShared(lock), success);
+                    EXPECT_EQ(AcquireShared(lock_), success);
                     read();
                 }
             }
@@ -387,9 +387,9 @@ TEST_F(RwLockTest, NeverLetsAWriterInWithAnyoneNorLosesAHandOver) {
     EXPECT_EQ(intrusions, 0);
     EXPECT_EQ(written, std::accumulate(writes.begin(), writes.end(), int64_t{0}));
     EXPECT_GT(written, 0);
-    EXPECT_EQ(AcquireExclusive(lock), success); // from here on no reader has come in since a writer
-    EXPECT_EQ(ReleaseExclusive(lock), success);
-    EXPECT_EQ(CountersOf(lock), Counters{});
+    EXPECT_EQ(AcquireExclusive(lock_), success); // from here on no reader has come in since a writer
+    EXPECT_EQ(ReleaseExclusive(lock_), success);
+    EXPECT_EQ(CountersOf(lock_), Counters{});
 }
 
 } // namespace

@@ -52,7 +52,7 @@ protected:
         return ExportDatabase(path).find("krx:replicationflags='0020'") != std::string::npos;
     }
 
-    PatchRunContext context;
+    PatchRunContext context_;
 };
 
 TEST_F(SigningTest, SignsEveryClassButDocuments) {
@@ -77,8 +77,8 @@ TEST_F(SigningTest, SignsEveryClassButDocuments) {
             SCOPED_TRACE(note + (skipped ? ", skipped" : ""));
             const bool isDocument = note.starts_with("<document");
             MakeDatabase("krx/a.nsf", note + items + (isDocument ? "</document>" : "</note>"));
-            context.skipDbSign = skipped ? 1 : 0;
-            EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 0);
+            context_.skipDbSign = skipped ? 1 : 0;
+            EXPECT_EQ(SignAndHideDatabase("a.nsf", context_), 0);
             EXPECT_EQ(Signed("krx/a.nsf"), isDocument || skipped ? 0U : 1U);
             EXPECT_TRUE(IsHidden("krx/a.nsf"));
             std::filesystem::remove(Data() / "krx/a.nsf");
@@ -87,7 +87,7 @@ TEST_F(SigningTest, SignsEveryClassButDocuments) {
 }
 
 TEST_F(SigningTest, ReportsADatabaseThatCannotBeOpened) {
-    EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 65535);
+    EXPECT_EQ(SignAndHideDatabase("a.nsf", context_), 65535);
     const std::string missing = StatusText(ERR_NOEXIST);
     EXPECT_EQ(LogMessages(), Texts{"[1]Failed to open a.nsf - " + missing + "\n"});
     EXPECT_EQ(ServerLogCount("krx/a.nsf"), 1);
@@ -119,7 +119,7 @@ TEST_F(SigningTest, LeavesTheDesignWhenTheSearchFails) {
         MakeDatabase("krx/a.nsf", Note("form") + Note("view"));
         const int told = ServerLogCount(StatusText(ERR_NOACCESS));
         ASSERT_EQ(EmbFaultArm(operation, call, status, 0), NOERROR);
-        EXPECT_EQ(SignAndHideDatabase("a.nsf", context), 65535);
+        EXPECT_EQ(SignAndHideDatabase("a.nsf", context_), 65535);
         EmbFaultClear();
         Texts expected = {"[1]Info: Start to sign - a.nsf\n"};
         if (operation == std::string("NSFNoteOpen")) {

@@ -24,16 +24,18 @@ std::string Hex(unsigned value) {
 
 std::string Words(const std::vector<std::string>& words) {
     std::string text;
-    for (const std::string& word : words)
+    for (const std::string& word : words) {
         text += (text.empty() ? "" : " ") + word;
+    }
     return text;
 }
 
 /** What calls answer. */
 std::string Answers(std::initializer_list<unsigned> answers) {
     std::vector<std::string> words;
-    for (const unsigned answer : answers)
+    for (const unsigned answer : answers) {
         words.push_back(Hex(answer));
+    }
     return Words(words);
 }
 
@@ -62,8 +64,9 @@ protected:
     /** Both databases as they are made, in a new session. */
     void StartAnew() {
         EmbSessionEnd();
-        for (const char* database : {path, otherPath, newPath})
+        for (const char* database : {path, otherPath, newPath}) {
             std::filesystem::remove(Data() / database);
+        }
         SetUp();
         MakeDatabase(path, notes);
         MakeDatabase(otherPath, notes + std::string("<!-- other text, and so no replica -->"));
@@ -197,8 +200,9 @@ std::string BehaviourConformance::IdleDelay() {
 
 std::string BehaviourConformance::PrivateDesign() {
     const auto made = [&](WORD mask) {
-        if (const STATUS status = CreateAndCopy(mask); status != NOERROR)
+        if (const STATUS status = CreateAndCopy(mask); status != NOERROR) {
             return Hex(status);
+        }
         DBHANDLE copy = Open(newPath);
         const size_t found = Search(copy, nullptr, NOTE_CLASS_ALL).deliveries.size();
         EXPECT_EQ(NSFDbClose(copy), NOERROR);
@@ -211,8 +215,9 @@ std::string BehaviourConformance::PrivateDesign() {
 /** Note IDs, those that do not match in parentheses. */
 std::string Deliveries(const SearchRun& run) {
     std::vector<std::string> words;
-    for (const test::Delivery& delivery : run.deliveries)
+    for (const test::Delivery& delivery : run.deliveries) {
         words.push_back(delivery.match ? Hex(delivery.id) : "(" + Hex(delivery.id) + ")");
+    }
     return Words(words);
 }
 
@@ -239,8 +244,9 @@ std::string BehaviourConformance::SignAgain() {
     EXPECT_EQ(EmbSignatures(path, NOTE_CLASS_VIEW, &counts, nullptr, 0), NOERROR);
     EXPECT_EQ(counts.changedNotes, 0U) << "the last one counts";
     unsigned items = 0;
-    while (NSFItemDelete(note, "$Signature", 10) == NOERROR)
+    while (NSFItemDelete(note, "$Signature", 10) == NOERROR) {
         ++items;
+    }
     return Hex(items);
 }
 
@@ -292,9 +298,11 @@ std::string BehaviourConformance::SoftDeletion() {
     EXPECT_EQ(NSFNoteOpen(other_, 0x906, 0, &note), ERR_NOTE_DELETED);
     std::string flags;
     for (const test::Delivery& delivery :
-         Search(other_, nullptr, NOTE_CLASS_DOCUMENT, nullptr, SEARCH_ALL_VERSIONS).deliveries)
-        if (delivery.id & RRV_DELETED)
+         Search(other_, nullptr, NOTE_CLASS_DOCUMENT, nullptr, SEARCH_ALL_VERSIONS).deliveries) {
+        if (delivery.id & RRV_DELETED) {
             flags += Hex(delivery.flags);
+        }
+    }
     const STATUS created = CreateUnder(oid);
     if (created != NOERROR) {
         EXPECT_EQ(Copy(0x906, nullptr), ERR_DUPLICATE_UNID);
@@ -417,8 +425,9 @@ TEST_F(BehaviourConformance, NotesIniChoosesForASession) {
         char message[1024] = "";
         EXPECT_EQ(EmbSessionBegin(ini.string().c_str(), 0, message, sizeof message), status) << line;
         EXPECT_STREQ(EmbBehaviourInForce("copy-unid"), value);
-        for (const char* part : parts)
+        for (const char* part : parts) {
             EXPECT_NE(std::string(message).find(part), std::string::npos) << message;
+        }
     }
 }
 

@@ -10,16 +10,19 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string utf8(char32_t codePoint) {
+std::string Utf8(char32_t codePoint) {
     const auto byte = [codePoint](unsigned shift, unsigned mark) {
         return static_cast<char>((codePoint >> shift & 0x3F) | mark);
     };
-    if (codePoint < 0x80)
+    if (codePoint < 0x80) {
         return {static_cast<char>(codePoint)};
-    if (codePoint < 0x800)
+    }
+    if (codePoint < 0x800) {
         return {byte(6, 0xC0), byte(0, 0x80)};
-    if (codePoint < 0x10000)
+    }
+    if (codePoint < 0x10000) {
         return {byte(12, 0xE0), byte(6, 0x80), byte(0, 0x80)};
+    }
     return {byte(18, 0xF0), byte(12, 0x80), byte(6, 0x80), byte(0, 0x80)};
 }
 
@@ -30,7 +33,7 @@ struct Text {
     std::vector<std::string> utf8;
 };
 
-const std::vector<Text>& texts() {
+const std::vector<Text>& Texts() {
     static const std::vector<Text> table{
         {"ascii", {"A", " ", "~", "\x7F", "\0"s, "\t", "\r", "\n"}, {"A", " ", "~", "\x7F", "\0"s, "\t", "\r", "\n"}},
         {"latin", {"\x82", "\x81", "b", "\xE1"}, {"é", "ü", "b", "ß"}},
@@ -47,28 +50,31 @@ const std::vector<Text>& texts() {
     return table;
 }
 
-std::string joined(const std::vector<std::string>& characters) {
+std::string Joined(const std::vector<std::string>& characters) {
     std::string all;
-    for (const std::string& character : characters)
+    for (const std::string& character : characters) {
         all += character;
+    }
     return all;
 }
 
 TEST(Charset, TranslatesBothWays) {
-    for (const Text& text : texts()) {
+    for (const Text& text : Texts()) {
         SCOPED_TRACE(text.name);
-        EXPECT_EQ(lmbcsFromUtf8(joined(text.utf8)), joined(text.lmbcs));
-        EXPECT_EQ(utf8FromLmbcs(joined(text.lmbcs)), joined(text.utf8));
+        EXPECT_EQ(LmbcsFromUtf8(Joined(text.utf8)), Joined(text.lmbcs));
+        EXPECT_EQ(Utf8FromLmbcs(Joined(text.lmbcs)), Joined(text.utf8));
     }
 }
 
 TEST(Charset, EveryCodePointOfTwoPlanesComesBack) {
     for (char32_t first = 0; first < 0x20000; first += 0x100) {
         std::string text;
-        for (char32_t c = first; c < first + 0x100; ++c)
-            if ((c & 0xFFFFF800) != 0xD800 && (c & 0xFFFE) != 0xFFFE) // surrogates; the last two of a plane
-                text += utf8(c);
-        ASSERT_EQ(utf8FromLmbcs(lmbcsFromUtf8(text)), text) << "from " << static_cast<uint32_t>(first);
+        for (char32_t c = first; c < first + 0x100; ++c) {
+            if ((c & 0xFFFFF800) != 0xD800 && (c & 0xFFFE) != 0xFFFE) { // surrogates; the last two of a plane
+                text += Utf8(c);
+            }
+        }
+        ASSERT_EQ(Utf8FromLmbcs(LmbcsFromUtf8(text)), text) << "from " << static_cast<uint32_t>(first);
     }
 }
 
@@ -78,8 +84,9 @@ TEST(Charset, ReadsEveryGroup) {
         {"\x0B\xA1", "ก"},          {"\x12\xA4\xA4", "中"}, {"\x13\xD6\xD0", "中"}, {"\x14\x4E\x2D", "中"},
         {"\x10\x10\xB1", "\uFF71"}, // half width: a single byte of the group's code page
     };
-    for (const auto& [lmbcs, expected] : table)
-        EXPECT_EQ(utf8FromLmbcs(lmbcs), expected);
+    for (const auto& [lmbcs, expected] : table) {
+        EXPECT_EQ(Utf8FromLmbcs(lmbcs), expected);
+    }
 }
 
 TEST(Charset, MalformedBytesBecomeReplacementCharacters) {
@@ -98,10 +105,11 @@ TEST(Charset, MalformedBytesBecomeReplacementCharacters) {
         {"\x14\xD8\x3Dz", r + "z"},           // half of a pair
         {"\x14\xF6\xDEz", r + "z"},           //
     };
-    for (const auto& [lmbcs, expected] : fromLmbcs)
-        EXPECT_EQ(utf8FromLmbcs(lmbcs), expected) << testing::PrintToString(lmbcs);
+    for (const auto& [lmbcs, expected] : fromLmbcs) {
+        EXPECT_EQ(Utf8FromLmbcs(lmbcs), expected) << testing::PrintToString(lmbcs);
+    }
 
-    const std::string l = lmbcsFromUtf8(r);
+    const std::string l = LmbcsFromUtf8(r);
     const std::pair<std::string, std::string> fromUtf8[]{
         {"a\x80z", "a" + l + "z"},
         {"a\xC3z", "a" + l + "z"},
@@ -110,42 +118,47 @@ TEST(Charset, MalformedBytesBecomeReplacementCharacters) {
         {"\xC0\xAF", l + l},
         {"\xED\xA0\x80", l + l + l}, // a surrogate is no character
     };
-    for (const auto& [utf8Text, expected] : fromUtf8)
-        EXPECT_EQ(lmbcsFromUtf8(utf8Text), expected) << testing::PrintToString(utf8Text);
+    for (const auto& [utf8Text, expected] : fromUtf8) {
+        EXPECT_EQ(LmbcsFromUtf8(utf8Text), expected) << testing::PrintToString(utf8Text);
+    }
 }
 
 /** What of the characters fits into `size` bytes. */
-std::string fitting(const std::vector<std::string>& characters, size_t size) {
+std::string Fitting(const std::vector<std::string>& characters, size_t size) {
     std::string all;
     for (const std::string& character : characters) {
-        if (all.size() + character.size() > size)
+        if (all.size() + character.size() > size) {
             break;
+        }
         all += character;
     }
     return all;
 }
 
 TEST(Charset, CutsBetweenCharacters) {
-    for (const Text& text : texts()) {
+    for (const Text& text : Texts()) {
         SCOPED_TRACE(text.name);
-        const std::string lmbcs = joined(text.lmbcs);
-        for (size_t size = 0; size <= lmbcs.size() + 1; ++size)
-            EXPECT_EQ(cutLmbcs(lmbcs, size), fitting(text.lmbcs, size)) << size;
-        const std::string inUtf8 = joined(text.utf8);
-        for (size_t size = 0; size <= inUtf8.size() + 1; ++size)
-            EXPECT_EQ(cutUtf8(inUtf8, size), fitting(text.utf8, size)) << size;
+        const std::string lmbcs = Joined(text.lmbcs);
+        for (size_t size = 0; size <= lmbcs.size() + 1; ++size) {
+            EXPECT_EQ(CutLmbcs(lmbcs, size), Fitting(text.lmbcs, size)) << size;
+        }
+        const std::string inUtf8 = Joined(text.utf8);
+        for (size_t size = 0; size <= inUtf8.size() + 1; ++size) {
+            EXPECT_EQ(CutUtf8(inUtf8, size), Fitting(text.utf8, size)) << size;
+        }
     }
 }
 
 TEST(Charset, CutsMalformedTextAtTheSize) {
     const std::string strayTrails(8, '\x80');
-    EXPECT_EQ(cutUtf8(strayTrails, 5).size(), 5u);
-    EXPECT_EQ(cutUtf8("\xC3\xA9\x80\x80", 2).size(), 2u);
-    EXPECT_EQ(cutLmbcs("ab\x10\x83", 3).size(), 3u);
-    EXPECT_EQ(cutLmbcs("\x07z", 1).size(), 1u);
+    EXPECT_EQ(CutUtf8(strayTrails, 5).size(), 5u);
+    EXPECT_EQ(CutUtf8("\xC3\xA9\x80\x80", 2).size(), 2u);
+    EXPECT_EQ(CutLmbcs("ab\x10\x83", 3).size(), 3u);
+    EXPECT_EQ(CutLmbcs("\x07z", 1).size(), 1u);
     // What looks like the halves of a pair and is none is cut between.
-    for (const char* noPair : {"\x14\xD8\x3D\x14\x4E\x2D", "\x14\x4E\x2D\x14\xF6\xDE", "\x14\xD8\x3D\x10\xDE\x41"})
-        EXPECT_EQ(cutLmbcs(noPair, 5).size(), 3u) << testing::PrintToString(noPair);
+    for (const char* noPair : {"\x14\xD8\x3D\x14\x4E\x2D", "\x14\x4E\x2D\x14\xF6\xDE", "\x14\xD8\x3D\x10\xDE\x41"}) {
+        EXPECT_EQ(CutLmbcs(noPair, 5).size(), 3u) << testing::PrintToString(noPair);
+    }
 }
 
 } // namespace

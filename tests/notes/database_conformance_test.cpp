@@ -61,8 +61,9 @@ TEST_F(DatabaseConformance, HandlesShareOneContentAndNothingStandsBesideAClosedD
     EXPECT_EQ(Note(second, 0x906).Text("Subject"), "seen by both");
     EXPECT_EQ(NSFDbClose(second), NOERROR);
     size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(Data() / "krx"))
+    for (const auto& entry : std::filesystem::directory_iterator(Data() / "krx")) {
         files += entry.exists();
+    }
     EXPECT_EQ(files, 1U);
     // The file alone is the database.
     std::filesystem::copy_file(Data() / path, Data() / "krx/copy.nsf");

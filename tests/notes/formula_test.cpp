@@ -14,8 +14,8 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string compiled(std::string_view text) {
-    const auto result = compileFormula(text);
+std::string Compiled(std::string_view text) {
+    const auto result = CompileFormula(text);
     if (const auto* error = std::get_if<FormulaError>(&result)) {
         ADD_FAILURE() << text.substr(0, 200) << ": " << error->message << " at " << error->offset;
         return {};
@@ -23,59 +23,61 @@ std::string compiled(std::string_view text) {
     return std::get<std::string>(result);
 }
 
-FormulaError errorOf(std::string_view text) {
-    const auto result = compileFormula(text);
-    if (const auto* error = std::get_if<FormulaError>(&result))
+FormulaError ErrorOf(std::string_view text) {
+    const auto result = CompileFormula(text);
+    if (const auto* error = std::get_if<FormulaError>(&result)) {
         return *error;
+    }
     ADD_FAILURE() << text << " compiles";
     return {};
 }
 
-std::string repeated(std::string_view text, size_t times) {
+std::string Repeated(std::string_view text, size_t times) {
     std::string all;
-    for (size_t i = 0; i < times; ++i)
+    for (size_t i = 0; i < times; ++i) {
         all += text;
+    }
     return all;
 }
 
-Item textItem(const char* name, const std::string& value) {
+Item TextItem(const char* name, const std::string& value) {
     return {name, TYPE_TEXT, 0, value};
 }
 
-Item listItem(const char* name, const std::vector<std::string_view>& entries) {
-    return {name, TYPE_TEXT_LIST, 0, encodeTextList(entries)};
+Item ListItem(const char* name, const std::vector<std::string_view>& entries) {
+    return {name, TYPE_TEXT_LIST, 0, EncodeTextList(entries)};
 }
 
-const std::string& note() {
-    static const std::string items = encodeItems({
-        textItem("Form", "rule"),
-        textItem("Empty", ""),
-        textItem("Form", "second item of the name"),
-        listItem("List", {"a", "b"}),
-        listItem("SameList", {"a", "b"}),
-        listItem("Longer", {"x", "c", "b"}),
-        listItem("Twins", {"a", "a"}),
-        listItem("NoEntries", {}),
+const std::string& Note() {
+    static const std::string items = EncodeItems({
+        TextItem("Form", "rule"),
+        TextItem("Empty", ""),
+        TextItem("Form", "second item of the name"),
+        ListItem("List", {"a", "b"}),
+        ListItem("SameList", {"a", "b"}),
+        ListItem("Longer", {"x", "c", "b"}),
+        ListItem("Twins", {"a", "a"}),
+        ListItem("NoEntries", {}),
         {"Number", TYPE_NUMBER, 0, std::string(8, '\0')},
         {"Time", TYPE_TIME, 0, std::string(8, '\0')},
         {"Numbers", TYPE_NUMBER_RANGE, 0, std::string(4, '\0')},
         {"Times", TYPE_TIME_RANGE, 0, std::string(4, '\0')},
         {"Raw", 1, 0, "rule"},
         {"BadList", TYPE_TEXT_LIST, 0, "\xFF\xFF"},
-        textItem("Größe", "groß"),
-        textItem("Quoted", R"(a "b" \c)"),
-        textItem("\x10\x95\x5C", "\x10\x83\x5C"),
+        TextItem("Größe", "groß"),
+        TextItem("Quoted", R"(a "b" \c)"),
+        TextItem("\x10\x95\x5C", "\x10\x83\x5C"),
     });
     return items;
 }
 
 TEST(Formula, CompilesToTheTreeInPrefixOrder) {
-    EXPECT_EQ(compiled("@All"), "EmF1A");
-    EXPECT_EQ(compiled(R"(SELECT FORM="r")"), "EmF1=F\4\0FORMT\1\0r"s);
-    EXPECT_EQ(compiled(R"(a="1" | b!="" & !@All)"), "EmF1|=F\1\0aT\1\0"
+    EXPECT_EQ(Compiled("@All"), "EmF1A");
+    EXPECT_EQ(Compiled(R"(SELECT FORM="r")"), "EmF1=F\4\0FORMT\1\0r"s);
+    EXPECT_EQ(Compiled(R"(a="1" | b!="" & !@All)"), "EmF1|=F\1\0aT\1\0"
                                                     "1&#F\1\0bT\0\0!A"s);
     const std::string longText(0x1234, 'x');
-    EXPECT_EQ(compiled("a=\"" + longText + "\""), "EmF1=F\1\0aT\x34\x12"s + longText);
+    EXPECT_EQ(Compiled("a=\"" + longText + "\""), "EmF1=F\1\0aT\x34\x12"s + longText);
 }
 
 TEST(Formula, Selects) {
@@ -125,11 +127,12 @@ TEST(Formula, Selects) {
         {R"((!@All & Form="x" | @All) & @All)", true}, // what is passed over holds operands and operators
         {R"((@All | !Form="x" & @All) & Form="x")", false},
     };
-    for (const auto& [text, expected] : table)
-        EXPECT_EQ(formulaSelects(compiled(text), note()), expected) << text;
-    EXPECT_TRUE(formulaSelects(compiled(lmbcsFromUtf8(R"(Größe = "groß")")),
-                               encodeItems({textItem(lmbcsFromUtf8("Größe").c_str(), lmbcsFromUtf8("groß"))})));
-    EXPECT_TRUE(formulaSelects(compiled("@All"), ""));
+    for (const auto& [text, expected] : table) {
+        EXPECT_EQ(FormulaSelects(Compiled(text), Note()), expected) << text;
+    }
+    EXPECT_TRUE(FormulaSelects(Compiled(LmbcsFromUtf8(R"(Größe = "groß")")),
+                               EncodeItems({TextItem(LmbcsFromUtf8("Größe").c_str(), LmbcsFromUtf8("groß"))})));
+    EXPECT_TRUE(FormulaSelects(Compiled("@All"), ""));
 }
 
 TEST(Formula, TextComesBackWithTheFewestParentheses) {
@@ -152,13 +155,13 @@ TEST(Formula, TextComesBackWithTheFewestParentheses) {
     };
     for (const auto& [text, expected] : table) {
         if (!expected) {
-            EXPECT_EQ(errorOf(text).offset, 7u);
+            EXPECT_EQ(ErrorOf(text).offset, 7u);
             continue;
         }
-        const std::string code = compiled(text);
-        EXPECT_TRUE(isFormula(code)) << text;
-        EXPECT_EQ(formulaText(code), "SELECT "s + expected) << text;
-        EXPECT_EQ(compiled(formulaText(code)), code) << text;
+        const std::string code = Compiled(text);
+        EXPECT_TRUE(IsFormula(code)) << text;
+        EXPECT_EQ(FormulaText(code), "SELECT "s + expected) << text;
+        EXPECT_EQ(Compiled(FormulaText(code)), code) << text;
     }
 }
 
@@ -201,7 +204,7 @@ TEST(Formula, ErrorsSayWhatAndWhere) {
     };
     for (const BadFormula& bad : table) {
         SCOPED_TRACE(bad.text);
-        const FormulaError error = errorOf(bad.text);
+        const FormulaError error = ErrorOf(bad.text);
         if (bad.message) {
             EXPECT_EQ(error.message, bad.message);
         }
@@ -213,11 +216,11 @@ TEST(Formula, ErrorsSayWhatAndWhere) {
 }
 
 TEST(Formula, NestingAndSizeAreBounded) {
-    const auto nested = [](size_t depth) { return repeated("(", depth) + "@All" + repeated(")", depth); };
-    EXPECT_EQ(compiled(nested(maxFormulaNesting)), compiled("@All"));
-    EXPECT_EQ(errorOf(nested(maxFormulaNesting + 1)).offset, maxFormulaNesting);
-    EXPECT_EQ(errorOf(repeated("!", maxFormulaNesting + 1) + "@All").offset, maxFormulaNesting);
-    errorOf(repeated("(", 1000000));
+    const auto nested = [](size_t depth) { return Repeated("(", depth) + "@All" + Repeated(")", depth); };
+    EXPECT_EQ(Compiled(nested(maxFormulaNesting)), Compiled("@All"));
+    EXPECT_EQ(ErrorOf(nested(maxFormulaNesting + 1)).offset, maxFormulaNesting);
+    EXPECT_EQ(ErrorOf(Repeated("!", maxFormulaNesting + 1) + "@All").offset, maxFormulaNesting);
+    ErrorOf(Repeated("(", 1000000));
 
     // Trees that are as deep as can be, in each way to be deep.
     struct Shape {
@@ -230,33 +233,34 @@ TEST(Formula, NestingAndSizeAreBounded) {
                                Shape{"&", "&AA", "A", 1}, Shape{"&A|A", "A", "", 1}, Shape{"!|A", "A", "", 2}}) {
         SCOPED_TRACE(shape.outer);
         const auto code = [&shape](size_t depth) {
-            return "EmF1" + repeated(shape.outer, depth) + shape.innermost + repeated(shape.closing, depth);
+            return "EmF1" + Repeated(shape.outer, depth) + shape.innermost + Repeated(shape.closing, depth);
         };
         const std::string deepest = code(maxFormulaNesting / shape.nesting);
-        EXPECT_TRUE(isFormula(deepest));
-        EXPECT_EQ(compiled(formulaText(deepest)), deepest);
-        EXPECT_FALSE(isFormula(code(maxFormulaNesting / shape.nesting + 1)));
+        EXPECT_TRUE(IsFormula(deepest));
+        EXPECT_EQ(Compiled(FormulaText(deepest)), deepest);
+        EXPECT_FALSE(IsFormula(code(maxFormulaNesting / shape.nesting + 1)));
     }
 
     // What stands side by side is not nested.
-    compiled(repeated("(@All) | ", maxFormulaNesting) + "(@All)");
-    compiled(repeated("!@All & ", maxFormulaNesting) + "!@All");
+    Compiled(Repeated("(@All) | ", maxFormulaNesting) + "(@All)");
+    Compiled(Repeated("!@All & ", maxFormulaNesting) + "!@All");
 
     // A chain is not nested, however long it is.
-    const std::string chain = repeated("@All & ", 32000) + "!@All";
-    const std::string code = compiled(chain);
-    EXPECT_TRUE(isFormula(code));
-    EXPECT_FALSE(formulaSelects(code, note()));
-    EXPECT_EQ(formulaText(code), "SELECT " + chain);
-    errorOf(repeated("@All & ", 33000) + "@All");
-    errorOf("a = \"" + std::string(maxFormulaSize - 11, 'x') + "\"");
-    EXPECT_EQ(compiled("a = \"" + std::string(maxFormulaSize - 12, 'x') + "\"").size(), maxFormulaSize);
+    const std::string chain = Repeated("@All & ", 32000) + "!@All";
+    const std::string code = Compiled(chain);
+    EXPECT_TRUE(IsFormula(code));
+    EXPECT_FALSE(FormulaSelects(code, Note()));
+    EXPECT_EQ(FormulaText(code), "SELECT " + chain);
+    ErrorOf(Repeated("@All & ", 33000) + "@All");
+    ErrorOf("a = \"" + std::string(maxFormulaSize - 11, 'x') + "\"");
+    EXPECT_EQ(Compiled("a = \"" + std::string(maxFormulaSize - 12, 'x') + "\"").size(), maxFormulaSize);
 }
 
 TEST(Formula, OnlyWholeCompiledFormulasPass) {
-    const std::string code = compiled(R"(a="1" | (b!="x" | @All) & !@All)");
-    for (size_t size = 0; size < code.size(); ++size)
-        EXPECT_FALSE(isFormula(code.substr(0, size))) << size;
+    const std::string code = Compiled(R"(a="1" | (b!="x" | @All) & !@All)");
+    for (size_t size = 0; size < code.size(); ++size) {
+        EXPECT_FALSE(IsFormula(code.substr(0, size))) << size;
+    }
     const std::string table[]{
         code + "A",
         "EmF0A",
@@ -270,11 +274,12 @@ TEST(Formula, OnlyWholeCompiledFormulasPass) {
         "EmF1=F\1\0aT\1\0\x10"s,              // half a character
         "EmF1=F\1\0aT\2\0x"s,                 // a length beyond the end
         "EmF1=F\1\0aT\0\1x"s,                 //
-        "EmF1" + repeated("|", 60000),        //
-        "EmF1" + repeated("|A", 40000) + "A", // too long
+        "EmF1" + Repeated("|", 60000),        //
+        "EmF1" + Repeated("|A", 40000) + "A", // too long
     };
-    for (const std::string& bytes : table)
-        EXPECT_FALSE(isFormula(bytes)) << testing::PrintToString(bytes.substr(0, 100));
+    for (const std::string& bytes : table) {
+        EXPECT_FALSE(IsFormula(bytes)) << testing::PrintToString(bytes.substr(0, 100));
+    }
 }
 
 } // namespace

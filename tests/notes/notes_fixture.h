@@ -98,9 +98,11 @@ struct SearchRun {
     /** The IDs of the matches. */
     [[nodiscard]] std::vector<NOTEID> Matches() const {
         std::vector<NOTEID> ids;
-        for (const Delivery& delivery : deliveries)
-            if (delivery.match)
+        for (const Delivery& delivery : deliveries) {
+            if (delivery.match) {
                 ids.push_back(delivery.id);
+            }
+        }
         return ids;
     }
 };

@@ -45,8 +45,9 @@ TEST_F(SearchConformance, DeliversByMaskAndFormula) {
     for (const auto& c : cases) {
         const auto run = Search(database_, c.formula, c.mask, nullptr, c.flags);
         Ids delivered;
-        for (const Delivery& delivery : run.deliveries)
+        for (const Delivery& delivery : run.deliveries) {
             delivered.push_back(delivery.id);
+        }
         std::sort(delivered.begin(), delivered.end(),
                   [](NOTEID a, NOTEID b) { return (a & ~RRV_DELETED) < (b & ~RRV_DELETED); });
         EXPECT_EQ(run.status, NOERROR);

@@ -73,8 +73,9 @@ protected:
         EMBSIGNATURES counts{};
         char names[256] = "";
         EXPECT_EQ(EmbSignatures(name, NOTE_CLASS_ALLNONDATA, &counts, names, sizeof names), NOERROR);
-        if (signers)
+        if (signers) {
             *signers = names;
+        }
         return counts;
     }
 };
@@ -90,8 +91,9 @@ TEST_F(ServerCommands, ConvertGivesTheTemplatesDesignAndKeepsWhatIsTheDatabasesO
     EXPECT_EQ(Note(rules, 0x90e).Oid().Sequence, 4U); // as in the template already, so not touched
     EXPECT_EQ(Note(rules, 0x916).Text("$TITLE"), "Mail01");
     std::vector<std::string> views;
-    for (const NOTEID id : Search(rules, nullptr, NOTE_CLASS_VIEW).Matches())
+    for (const NOTEID id : Search(rules, nullptr, NOTE_CLASS_VIEW).Matches()) {
         views.push_back(Note(rules, id).Text("$TITLE"));
+    }
     EXPECT_EQ(views, (std::vector<std::string>{"Same", "Added"}));
     const auto forms = Search(rules, nullptr, NOTE_CLASS_FORM).deliveries;
     ASSERT_EQ(forms.size(), 1U);
@@ -128,8 +130,9 @@ TEST_F(ServerCommands, WhatCannotBeDoneIsSaid) {
         {"load nothing", "unknown command", true},
         {"", "unknown command", true},
     };
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(Send(c.command, c.reply), c.outcome) << c.command;
+    }
     EXPECT_EQ(Send("load convert krx/none.nsf * krx/rules.ntf", true).rfind("failed: File does not exist", 0), 0U);
     EXPECT_EQ(NSFTakeDatabaseOffline("krx/rules.nsf", 0, OFFLINE_NODELETE), NOERROR);
     EXPECT_EQ(Send("load convert krx/rules.nsf * krx/rules.ntf", true), "failed: The database is offline");
@@ -144,13 +147,15 @@ TEST_F(ServerCommands, ARefreshPassesOverTemplatesThatCannotBeOpened) {
 }
 
 TEST_F(ServerCommands, AConversionThatCannotBeStoredIsSaidToHaveFailedAndLeavesTheDesign) {
-    if (!updkrx::test::FileSizeLimit::available)
+    if (!updkrx::test::FileSizeLimit::available) {
         GTEST_SKIP() << "no disk can be made full here";
+    }
     std::string large = designTemplate;
     const std::string views = "<note class='view'><item name='Big' summary='false'><text>" + std::string(60'000, 'x') +
                               "</text></item></note>";
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 50; ++i) {
         large.insert(large.find("<document"), views);
+    }
     Import("krx/large.ntf", large.c_str());
     const std::string before = ExportDatabase("krx/rules.nsf");
     {

@@ -211,8 +211,9 @@ TEST(Exports, EveryListedOperationIsExported) {
     const updkrx::test::Library library(NOTES_LIBRARY);
     ASSERT_EQ(library.Error(), "");
     DWORD count = 0;
-    for (; EmbOperationName(count) != nullptr; ++count)
+    for (; EmbOperationName(count) != nullptr; ++count) {
         EXPECT_NE(library.Find<void()>(EmbOperationName(count)), nullptr) << EmbOperationName(count);
+    }
     EXPECT_EQ(count, 45U);
 }
 

@@ -34,11 +34,11 @@ TEST(Timedate, HasOneDxlFormAndOneOnly) {
         {{{8639999, 0x0051FE2C}}, "99991231T235959,99+00", false},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(dxlFromTimedate(c.time), c.text);
-        EXPECT_EQ(isDaylightSaving(c.time), c.dst) << c.text;
-        const auto back = timedateFromDxl(c.text, c.dst);
+        EXPECT_EQ(DxlFromTimedate(c.time), c.text);
+        EXPECT_EQ(IsDaylightSaving(c.time), c.dst) << c.text;
+        const auto back = TimedateFromDxl(c.text, c.dst);
         ASSERT_TRUE(back) << c.text;
-        EXPECT_EQ(idText(*back), idText(c.time)) << c.text;
+        EXPECT_EQ(IdText(*back), IdText(c.time)) << c.text;
     }
 }
 
@@ -53,16 +53,17 @@ TEST(Timedate, BitsThatMeanNoMomentHaveNoDxlForm) {
         {{0, 0x051A4452}},          // in the year 0, there
         {{8639999, 0x4151FE2C}},    // in the year 10000, there
     };
-    for (const TIMEDATE& time : cases)
-        EXPECT_EQ(dxlFromTimedate(time), std::nullopt) << idText(time);
+    for (const TIMEDATE& time : cases) {
+        EXPECT_EQ(DxlFromTimedate(time), std::nullopt) << IdText(time);
+    }
 }
 
 TEST(Timedate, ReadsShorterForms) {
     const TIMEDATE ten{{0x0036EE80, 0x00258B2F}};
     for (const char* text : {"20240601T100000,00+00", "20240601T100000+0000", "20240601T100000Z", "20240601T100000"}) {
-        const auto time = timedateFromDxl(text, false);
+        const auto time = TimedateFromDxl(text, false);
         ASSERT_TRUE(time) << text;
-        EXPECT_EQ(idText(*time), idText(ten)) << text;
+        EXPECT_EQ(IdText(*time), IdText(ten)) << text;
     }
 }
 
@@ -85,10 +86,11 @@ TEST(Timedate, RefusesWhatIsNoDateOrTime) {
         "00010101T000000,00+01",
         "99991231T235959,99-01",
     };
-    for (const char* text : refused)
-        EXPECT_FALSE(timedateFromDxl(text, false)) << text;
-    EXPECT_FALSE(timedateFromDxl("20240601", true));
-    EXPECT_FALSE(timedateFromDxl("T100000,00", true));
+    for (const char* text : refused) {
+        EXPECT_FALSE(TimedateFromDxl(text, false)) << text;
+    }
+    EXPECT_FALSE(TimedateFromDxl("20240601", true));
+    EXPECT_FALSE(TimedateFromDxl("T100000,00", true));
 }
 
 TEST(Timedate, CountsHundredthsSince1970) {
@@ -105,16 +107,17 @@ TEST(Timedate, CountsHundredthsSince1970) {
     };
     for (const Case& c : cases) {
         const TIMEDATE time{{c.ticks, c.dayWord}};
-        EXPECT_EQ(idText(timedateFromHundredths(c.hundredths)), idText(time)) << c.text;
-        EXPECT_EQ(hundredthsFromTimedate(time), c.hundredths) << c.text;
-        EXPECT_EQ(textFromHundredths(c.hundredths), c.text);
+        EXPECT_EQ(IdText(TimedateFromHundredths(c.hundredths)), IdText(time)) << c.text;
+        EXPECT_EQ(HundredthsFromTimedate(time), c.hundredths) << c.text;
+        EXPECT_EQ(TextFromHundredths(c.hundredths), c.text);
     }
-    EXPECT_EQ(hundredthsFromTimedate({{0, 0xE9253D8C}}), 0) << "the zone does not move the moment";
-    for (const TIMEDATE& none : {wildcard, TIMEDATE{{0xFFFFFFFF, 0x253D8C}}, TIMEDATE{{0, 0xFFFFFFFF}}, TIMEDATE{}})
-        EXPECT_EQ(hundredthsFromTimedate(none), std::nullopt) << idText(none);
+    EXPECT_EQ(HundredthsFromTimedate({{0, 0xE9253D8C}}), 0) << "the zone does not move the moment";
+    for (const TIMEDATE& none : {wildcard, TIMEDATE{{0xFFFFFFFF, 0x253D8C}}, TIMEDATE{{0, 0xFFFFFFFF}}, TIMEDATE{}}) {
+        EXPECT_EQ(HundredthsFromTimedate(none), std::nullopt) << IdText(none);
+    }
     // Beyond what a TIMEDATE holds, the nearest that it does.
-    EXPECT_EQ(textFromHundredths(INT64_MAX), "9999-12-31 23:59:59,99 UTC");
-    EXPECT_EQ(textFromHundredths(INT64_MIN), "0001-01-01 00:00:00,00 UTC");
+    EXPECT_EQ(TextFromHundredths(INT64_MAX), "9999-12-31 23:59:59,99 UTC");
+    EXPECT_EQ(TextFromHundredths(INT64_MIN), "0001-01-01 00:00:00,00 UTC");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Calls are seen through the platform's hooks. Allocations and file operations are seen because the linker puts the
-// functions below in the place of the library's (--wrap), in the module and in the standard library's code that it uses;
-// the platform, a library of its own, keeps the originals.
+// functions below in the place of the library's (--wrap), in the module and in the standard library's code that it
+// uses; the platform, a library of its own, keeps the originals.
 #include "events.h"
 
 #include <cerrno>

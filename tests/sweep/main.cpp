@@ -88,7 +88,8 @@ Disturbances FailingAllocations(std::string_view /*operation*/) {
     return {{allocation, 0, Effect::fails}, {allocation, 0, Effect::everythingFails}};
 }
 
-/** A file operation fails, does half of its work, or is the first one that finds the disk full, the log's among them. */
+/** A file operation fails, does half of its work, or is the first one that finds the disk full, the log's among
+ *  them. */
 Disturbances FailingFiles(std::string_view operation) {
     Disturbances all = {{file, 0, Effect::fails}, {file, 0, Effect::everythingFails}};
     if (operation == "fread" || operation == "fwrite" || operation == "fprintf to the log") {
@@ -119,7 +120,8 @@ Disturbances DeathsInPairs(const Reference& reference, const Options& options) {
     return all;
 }
 
-/** One failing call on a server of a kind, each of them drawn; as they are drawn in turn, the kind changes with every one. */
+/** One failing call on a server of a kind, each of them drawn; as they are drawn in turn, the kind changes with every
+ *  one. */
 struct Draw {
     ServerKind kind;
     size_t place; // of the call, to be taken modulo the calls of its run

@@ -99,8 +99,8 @@ private:
     Outcome& outcome_;
 };
 
-/** Facets that come in more forms than an undisturbed run shows: who signed what and is to replicate it is made anew with
- *  every run, and a document's lists count as part of its content, where references may be repaired or not. */
+/** Facets that come in more forms than an undisturbed run shows: who signed what and is to replicate it is made anew
+ *  with every run, and a document's lists count as part of its content, where references may be repaired or not. */
 bool IsFree(const std::string& facet) {
     return Fits("*/@($Signature|replication|ReferDocs|UseDocs|matchRule)", facet);
 }
@@ -149,7 +149,7 @@ bool LogTells(const Reference& reference) {
 bool IsInServerLog(STATUS status) {
     std::string log(EmbServerLog(nullptr, 0) + 1, '\0');
     (void)EmbServerLog(log.data(), static_cast<DWORD>(log.size()));
-    return log.find("\t" + std::string(embedded::statusText(status)) + "\n") != std::string::npos;
+    return log.find("\t" + std::string(embedded::StatusText(status)) + "\n") != std::string::npos;
 }
 
 } // namespace

@@ -11,14 +11,14 @@
 
 namespace sweep {
 
-/** Lays out the sample server below `work`, and makes of it what the runs start from: a template is installed, the patch
- *  brings a file that is no database, and two databases are in use for a while, so that the ways of the run that these
- *  lead to are gone too. */
+/** Lays out the sample server below `work`, and makes of it what the runs start from: a template is installed, the
+ *  patch brings a file that is no database, and two databases are in use for a while, so that the ways of the run that
+ *  these lead to are gone too. */
 void PrepareServer(const std::filesystem::path& work);
 [[nodiscard]] std::filesystem::path PreparedServer(const std::filesystem::path& work);
 
-/** Makes a copy of the prepared server in which these behaviours are in force, in the form of notes.ini. This process then
- *  stands in it. */
+/** Makes a copy of the prepared server in which these behaviours are in force, in the form of notes.ini. This process
+ *  then stands in it. */
 void EnterServer(const std::filesystem::path& work, const std::string& behaviours, const std::filesystem::path& copy);
 
 /** Makes a copy of a server folder, in which this process then stands. */

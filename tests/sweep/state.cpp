@@ -55,7 +55,7 @@ std::string UnidTextOf(const OID& oid) {
  *  vanished ones. */
 std::string RepairedList(const Items& items, std::string_view name, const Replacements& replacements) {
     std::set<std::string> entries;
-    for (const std::string_view entry : embedded::itemEntries(items, name)) {
+    for (const std::string_view entry : embedded::ItemEntries(items, name)) {
         std::string text(entry);
         for (const auto& [vanished, replacing] : replacements) {
             if (const size_t at = text.find(vanished); name == "matchRule" && at != std::string::npos) {
@@ -77,7 +77,7 @@ std::string RepairedList(const Items& items, std::string_view name, const Replac
 void AddReferences(const Items& items, std::set<std::string>& unids) {
     static const std::regex unid("[0-9A-F]{32}");
     for (const std::string_view name : references) {
-        for (const std::string_view entry : embedded::itemEntries(items, name)) {
+        for (const std::string_view entry : embedded::ItemEntries(items, name)) {
             using Match = std::regex_iterator<std::string_view::const_iterator>;
             for (Match match(entry.begin(), entry.end(), unid); match != Match(); ++match) {
                 unids.insert(match->str());
@@ -91,21 +91,21 @@ using Parts = std::map<std::string, std::multiset<std::string>>;
 
 void AddNote(const embedded::NoteHead& head, Items items, bool isConf, const Replacements& replacements, Parts& parts) {
     if ((head.noteClass & NOTE_CLASS_REPLFORMULA) != 0) {
-        parts["/replication"].insert(items.encoded()); // under UNIDs that are made anew each time
+        parts["/replication"].insert(items.Encoded()); // under UNIDs that are made anew each time
         return;
     }
-    embedded::contractItems(items); // a note that stayed as it was opened to be signed has the same content
+    embedded::ContractItems(items); // a note that stayed as it was opened to be signed has the same content
     const std::string unid = UnidTextOf(head.oid);
     std::string content = unid + std::to_string(head.noteClass);
     std::string place = "/";
     if (isConf && head.noteClass == NOTE_CLASS_DOCUMENT) {
-        place += embedded::itemText(items, "Form") + "/" + unid + "/";
+        place += embedded::ItemText(items, "Form") + "/" + unid + "/";
         for (const std::string_view name : references) {
             content += RepairedList(items, name, replacements);
         }
     }
-    embedded::ItemCursor cursor = items.cursor();
-    for (ItemView item{}; cursor.next(item);) {
+    embedded::ItemCursor cursor = items.Cursor();
+    for (ItemView item{}; cursor.Next(item);) {
         if (Contains(otherItems, item.name) || Contains(references, item.name)) {
             parts[place + std::string(item.name)].insert(unid + TextOf(item));
         } else {
@@ -122,8 +122,8 @@ State ReadDatabase(const fs::path& path, const Replacements& replacements) {
     std::set<std::string> present;
     std::set<std::string> referredTo;
     try {
-        const auto store = embedded::Store::open(path, embedded::StoreAccess::readOnly);
-        for (const auto& [name, value] : store->properties()) {
+        const auto store = embedded::Store::Open(path, embedded::StoreAccess::readOnly);
+        for (const auto& [name, value] : store->Properties()) {
             if (name == embedded::property::replicaInfo) {
                 parts["/replicaid"].insert(value.substr(0, sizeof(DBREPLICAINFO::ID)));
                 parts["/replicaflags"].insert(value.substr(sizeof(DBREPLICAINFO::ID)));
@@ -132,7 +132,7 @@ State ReadDatabase(const fs::path& path, const Replacements& replacements) {
                 parts[attribute ? "/attributes" : "/" + name].insert(name + value);
             }
         }
-        (void)store->scan(0, all, [&](const embedded::NoteHead& head, std::string_view items) {
+        (void)store->Scan(0, all, [&](const embedded::NoteHead& head, std::string_view items) {
             if (!head.deleted) {
                 AddNote(head, Items(std::string(items)), isConf, replacements, parts);
                 present.insert(UnidTextOf(head.oid));
@@ -211,7 +211,7 @@ void RecoverDatabases(const fs::path& server) {
     for (const fs::path& path : FilesOf(server)) {
         if (IsDatabase(path) && fs::exists(server / (path.string() + "-journal"))) {
             try {
-                embedded::Store::open(server / path, embedded::StoreAccess::readWrite)->close();
+                embedded::Store::Open(server / path, embedded::StoreAccess::readWrite)->Close();
             } catch (const embedded::StatusError&) {
                 continue; // reading it will tell
             }

@@ -1,8 +1,8 @@
 // Disturbed runs, each in processes of its own.
 //
-// A walker process carries out an undisturbed run and stops at every checkpoint; for each disturbance up to the next one
-// it starts a judge, which copies the server folder and starts the process that carries on, is disturbed and comes to
-// its end. So a disturbed run costs no more than what comes after its last checkpoint.
+// A walker process carries out an undisturbed run and stops at every checkpoint; for each disturbance up to the next
+// one it starts a judge, which copies the server folder and starts the process that carries on, is disturbed and comes
+// to its end. So a disturbed run costs no more than what comes after its last checkpoint.
 #pragma once
 
 #include <filesystem>
@@ -13,8 +13,8 @@
 
 namespace sweep {
 
-/** Calls `judge` for the numbers below `count` in processes of their own, `jobs` at a time, and reports what they found.
- *  Throws when one does not come to its end. */
+/** Calls `judge` for the numbers below `count` in processes of their own, `jobs` at a time, and reports what they
+ *  found. Throws when one does not come to its end. */
 void ForEachInProcesses(size_t count, size_t jobs, const std::function<void(size_t number, Outcome& outcome)>& judge,
                         const std::function<void(size_t number, const Outcome& outcome)>& report);
 

@@ -57,65 +57,72 @@ constexpr Behaviour table[] = {
     {"search-order", searchOrder, Deviation::searchOrderDescending, "the order of a search: any"},
 };
 
-size_t bitOf(const Behaviour& behaviour, size_t value) {
+size_t BitOf(const Behaviour& behaviour, size_t value) {
     return static_cast<size_t>(behaviour.first) + value - 1;
 }
 
 template<typename Names>
-std::string listed(const Names& names) {
+std::string Listed(const Names& names) {
     std::string list;
-    for (const std::string_view name : names)
+    for (const std::string_view name : names) {
         list.append(list.empty() ? "" : ", ").append(name);
+    }
     return list;
 }
 
 } // namespace
 
-std::span<const Behaviour> behaviours() noexcept {
+std::span<const Behaviour> KnownBehaviours() noexcept {
     return table;
 }
 
-const Behaviour* findBehaviour(std::string_view name) noexcept {
+const Behaviour* FindBehaviour(std::string_view name) noexcept {
     const auto found = std::ranges::find(table, name, &Behaviour::name);
     return found == std::end(table) ? nullptr : found;
 }
 
-void Behaviours::set(std::string_view name, std::optional<std::string_view> value) {
-    const Behaviour* behaviour = findBehaviour(name);
+void Behaviours::Set(std::string_view name, std::optional<std::string_view> value) {
+    const Behaviour* behaviour = FindBehaviour(name);
     if (!behaviour) {
         std::vector<std::string_view> names;
-        for (const Behaviour& row : table)
+        for (const Behaviour& row : table) {
             names.emplace_back(row.name);
+        }
         throw StatusError(EMB_ERR_ARGUMENT,
-                          "no behaviour is named '" + std::string(name) + "'; there are " + listed(names));
+                          "no behaviour is named '" + std::string(name) + "'; there are " + Listed(names));
     }
     const auto& values = behaviour->values;
     const auto found = value
                            ? std::ranges::find(values, *value, [](const char* text) { return std::string_view(text); })
                            : values.begin();
-    if (found == values.end())
+    if (found == values.end()) {
         throw StatusError(EMB_ERR_ARGUMENT,
-                          std::string(name) + " cannot be '" + std::string(*value) + "'; it can be " + listed(values));
-    for (size_t other = 1; other < values.size(); ++other)
-        deviations_[bitOf(*behaviour, other)] = values.begin() + static_cast<std::ptrdiff_t>(other) == found;
-}
-
-void Behaviours::setAll(std::string_view list) {
-    while (!list.empty()) {
-        const size_t end = std::min(list.find(','), list.size());
-        const std::string_view entry = trimmed(list.substr(0, end));
-        list.remove_prefix(std::min(end + 1, list.size()));
-        const size_t equals = entry.find('=');
-        if (equals == std::string_view::npos)
-            throw StatusError(EMB_ERR_ARGUMENT, "'" + std::string(entry) + "' is not of the form name=value");
-        set(trimmed(entry.substr(0, equals)), trimmed(entry.substr(equals + 1)));
+                          std::string(name) + " cannot be '" + std::string(*value) + "'; it can be " + Listed(values));
+    }
+    for (size_t other = 1; other < values.size(); ++other) {
+        deviations_[BitOf(*behaviour, other)] = values.begin() + static_cast<std::ptrdiff_t>(other) == found;
     }
 }
 
-const char* Behaviours::inForce(const Behaviour& behaviour) const noexcept {
-    for (size_t value = 1; value < behaviour.values.size(); ++value)
-        if (deviations_[bitOf(behaviour, value)])
+void Behaviours::SetAll(std::string_view list) {
+    while (!list.empty()) {
+        const size_t end = std::min(list.find(','), list.size());
+        const std::string_view entry = Trimmed(list.substr(0, end));
+        list.remove_prefix(std::min(end + 1, list.size()));
+        const size_t equals = entry.find('=');
+        if (equals == std::string_view::npos) {
+            throw StatusError(EMB_ERR_ARGUMENT, "'" + std::string(entry) + "' is not of the form name=value");
+        }
+        Set(Trimmed(entry.substr(0, equals)), Trimmed(entry.substr(equals + 1)));
+    }
+}
+
+const char* Behaviours::InForce(const Behaviour& behaviour) const noexcept {
+    for (size_t value = 1; value < behaviour.values.size(); ++value) {
+        if (deviations_[BitOf(behaviour, value)]) {
             return behaviour.values[value];
+        }
+    }
     return behaviour.values.front();
 }
 

@@ -1,5 +1,5 @@
-// What a server may do where the platform's reference leaves it open: a table of behaviours, each with the values that it can
-// have. The first value is the default.
+// What a server may do where the platform's reference leaves it open: a table of behaviours, each with the values that
+// it can have. The first value is the default.
 #pragma once
 
 #include <bitset>
@@ -45,21 +45,21 @@ struct Behaviour {
     const char* sources;                 // what is known about it
 };
 
-[[nodiscard]] std::span<const Behaviour> behaviours() noexcept;
+[[nodiscard]] std::span<const Behaviour> KnownBehaviours() noexcept;
 /** NULL for a name that there is not. */
-[[nodiscard]] const Behaviour* findBehaviour(std::string_view name) noexcept;
+[[nodiscard]] const Behaviour* FindBehaviour(std::string_view name) noexcept;
 
 /** The behaviours of one session. */
 class Behaviours {
 public:
-    [[nodiscard]] bool has(Deviation deviation) const noexcept { return deviations_[static_cast<size_t>(deviation)]; }
+    [[nodiscard]] bool Has(Deviation deviation) const noexcept { return deviations_[static_cast<size_t>(deviation)]; }
 
     /** Sets one; nothing as the value is its default. Throws EMB_ERR_ARGUMENT and names what there is not. */
-    void set(std::string_view name, std::optional<std::string_view> value);
-    /** Sets several, "name=value,name=value"; blanks around them do not count. Throws as set() does. */
-    void setAll(std::string_view list);
+    void Set(std::string_view name, std::optional<std::string_view> value);
+    /** Sets several, "name=value,name=value"; blanks around them do not count. Throws as Set() does. */
+    void SetAll(std::string_view list);
 
-    [[nodiscard]] const char* inForce(const Behaviour& behaviour) const noexcept;
+    [[nodiscard]] const char* InForce(const Behaviour& behaviour) const noexcept;
 
 private:
     std::bitset<static_cast<size_t>(Deviation::count)> deviations_;

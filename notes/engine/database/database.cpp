@@ -16,12 +16,12 @@ namespace {
 // How many notes a search looks at before it delivers: enough that reading goes on in one piece.
 constexpr size_t searchChunk = 1024;
 
-DWORD nextSequence(DWORD sequence) noexcept {
+DWORD NextSequence(DWORD sequence) noexcept {
     // The low word counts, the high word holds flags.
     return (sequence & 0xFFFF0000u) | ((sequence + 1) & 0xFFFFu);
 }
 
-WORD searchClass(WORD noteClass) noexcept {
+WORD SearchClass(WORD noteClass) noexcept {
     return noteClass & NOTE_CLASS_ALL;
 }
 
@@ -30,11 +30,11 @@ constexpr STATUS takenOnUpdate = ERR_DUPLICATE_UNID;
 constexpr STATUS takenOnCopy = ERR_NOTE_DELETED;
 
 /** Scatters note IDs, always in the same way. */
-NOTEID scattered(NOTEID id) noexcept {
+NOTEID Scattered(NOTEID id) noexcept {
     return id / 4 * 2654435761u;
 }
 
-bool before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
+bool Before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
     constexpr DWORD dayMask = 0x00FFFFFF;
     const DWORD dayA = a.Innards[1] & dayMask, dayB = b.Innards[1] & dayMask;
     return dayA != dayB ? dayA < dayB : a.Innards[0] < b.Innards[0];
@@ -42,297 +42,340 @@ bool before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
 
 } // namespace
 
-std::shared_ptr<Database> Database::open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
+std::shared_ptr<Database> Database::Open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
                                          const Behaviours& behaviours) {
-    auto lock = FileLock::take(file, FileLock::Kind::shared);
-    if (!lock)
-        throw StatusError(EMB_ERR_BUSY, pathForCaller(file) + ": another process is taking the database offline");
-    return std::make_shared<Database>(file, Store::open(file, access), std::move(*lock), clock, behaviours);
+    auto lock = FileLock::Take(file, FileLock::Kind::shared);
+    if (!lock) {
+        throw StatusError(EMB_ERR_BUSY, PathForCaller(file) + ": another process is taking the database offline");
+    }
+    return std::make_shared<Database>(file, Store::Open(file, access), std::move(*lock), clock, behaviours);
 }
 
 Database::Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock,
                    const Behaviours& behaviours)
     : file_(file), lock_(std::move(lock)), store_(std::move(store)), clock_(clock), behaviours_(behaviours) {}
 
-DBREPLICAINFO Database::replicaInfo() {
+DBREPLICAINFO Database::ReplicaInfo() {
     DBREPLICAINFO info;
-    const std::string bytes = store_->getProperty(property::replicaInfo);
-    if (bytes.size() != sizeof info)
-        throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file_) + ": the replication information is damaged");
+    const std::string bytes = store_->GetProperty(property::replicaInfo);
+    if (bytes.size() != sizeof info) {
+        throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file_) + ": the replication information is damaged");
+    }
     std::memcpy(&info, bytes.data(), sizeof info);
     replicaId_ = info.ID;
     return info;
 }
 
-void Database::setReplicaInfo(const DBREPLICAINFO& info) {
-    store_->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
+void Database::SetReplicaInfo(const DBREPLICAINFO& info) {
+    store_->SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
     replicaId_ = info.ID;
 }
 
-NoteHead Database::liveHead(NOTEID id) {
+NoteHead Database::LiveHead(NOTEID id) {
     NoteHead head;
-    if (id & RRV_DELETED)
+    if (id & RRV_DELETED) {
         throw StatusError(ERR_NOTE_DELETED);
-    if (!store_->readHead(id, head))
+    }
+    if (!store_->ReadHead(id, head)) {
         throw StatusError(ERR_INVALID_NOTE);
-    if (head.deleted)
+    }
+    if (head.deleted) {
         throw StatusError(ERR_NOTE_DELETED);
+    }
     return head;
 }
 
-NOTEID Database::idOfUnid(const UNID& unid) {
-    const NOTEID id = store_->findUnid(unid);
-    if (id == 0)
+NOTEID Database::IdOfUnid(const UNID& unid) {
+    const NOTEID id = store_->FindUnid(unid);
+    if (id == 0) {
         throw StatusError(ERR_NOT_FOUND);
+    }
     return id;
 }
 
-void Database::readNote(NOTEID id, OpenNote& note) {
+void Database::ReadNote(NOTEID id, OpenNote& note) {
     std::string items;
-    if (id & RRV_DELETED)
+    if (id & RRV_DELETED) {
         throw StatusError(ERR_NOTE_DELETED);
-    if (!store_->read(id, note.head, items))
+    }
+    if (!store_->Read(id, note.head, items)) {
         throw StatusError(ERR_INVALID_NOTE);
-    if (note.head.deleted)
+    }
+    if (note.head.deleted) {
         throw StatusError(ERR_NOTE_DELETED);
+    }
     note.storedSequence = note.head.oid.Sequence;
     note.items = Items(std::move(items));
 }
 
-OpenNote Database::newNote() {
+OpenNote Database::NewNote() {
     constexpr size_t usualSize = 2048;
     OpenNote note;
-    note.items.reserve(usualSize);
-    note.head.oid.File = generatedUnidFile(replicaId_ ? *replicaId_ : replicaInfo().ID, store_->takeSerial());
-    note.head.oid.Note = clock_.uniqueMoment();
+    note.items.Reserve(usualSize);
+    note.head.oid.File = GeneratedUnidFile(replicaId_ ? *replicaId_ : ReplicaInfo().ID, store_->TakeSerial());
+    note.head.oid.Note = clock_.UniqueMoment();
     return note;
 }
 
-bool Database::isLive(const UNID& unid) {
+bool Database::IsLive(const UNID& unid) {
     NoteHead head;
-    const NOTEID id = store_->findUnid(unid);
-    return id != 0 && store_->readHead(id, head) && !head.deleted;
+    const NOTEID id = store_->FindUnid(unid);
+    return id != 0 && store_->ReadHead(id, head) && !head.deleted;
 }
 
-void Database::clearWayForUnid(const OID& oid, STATUS stubStatus) {
-    const NOTEID other = store_->findUnid(unidOf(oid));
-    if (other == 0)
+void Database::ClearWayForUnid(const OID& oid, STATUS stubStatus) {
+    const NOTEID other = store_->FindUnid(UnidOf(oid));
+    if (other == 0) {
         return;
+    }
     NoteHead head;
-    if (store_->readHead(other, head) && (!head.deleted || head.soft))
+    if (store_->ReadHead(other, head) && (!head.deleted || head.soft)) {
         throw StatusError(ERR_DUPLICATE_UNID);
-    if (behaviours_.has(Deviation::stubUnidTaken))
+    }
+    if (behaviours_.Has(Deviation::stubUnidTaken)) {
         throw StatusError(stubStatus);
-    store_->remove(other);
+    }
+    store_->Remove(other);
 }
 
-void Database::updateNote(OpenNote& note, bool force) {
-    if (!fitIntoNote(note.items))
+void Database::UpdateNote(OpenNote& note, bool force) {
+    if (!FitIntoNote(note.items)) {
         throw StatusError(ERR_SUMMARY_TOO_BIG);
+    }
     NoteHead head = note.head;
     bool unidChanged = false;
     if (head.id != 0) {
-        const NoteHead stored = liveHead(head.id);
-        if (stored.noteClass != head.noteClass)
+        const NoteHead stored = LiveHead(head.id);
+        if (stored.noteClass != head.noteClass) {
             throw StatusError(ERR_UPDATE_CLASS);
-        if (!force && stored.oid.Sequence != note.storedSequence)
+        }
+        if (!force && stored.oid.Sequence != note.storedSequence) {
             throw StatusError(ERR_CONFLICT);
-        const UNID was = unidOf(stored.oid), is = unidOf(head.oid);
+        }
+        const UNID was = UnidOf(stored.oid), is = UnidOf(head.oid);
         unidChanged = std::memcmp(&was, &is, sizeof was) != 0;
-        if (unidChanged && behaviours_.has(Deviation::unidChangeRefused))
+        if (unidChanged && behaviours_.Has(Deviation::unidChangeRefused)) {
             throw StatusError(ERR_CANT_CHANGE_UNID);
-        if (behaviours_.has(Deviation::unidChangeIgnored)) {
+        }
+        if (behaviours_.Has(Deviation::unidChangeIgnored)) {
             head.oid = stored.oid;
             unidChanged = false;
         }
-        if (unidChanged)
-            clearWayForUnid(head.oid, takenOnUpdate);
+        if (unidChanged) {
+            ClearWayForUnid(head.oid, takenOnUpdate);
+        }
         // A forced save on top of somebody else's is still the newer version.
-        if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu))
+        if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu)) {
             head.oid.Sequence = stored.oid.Sequence;
+        }
     }
-    head.oid.Sequence = nextSequence(head.oid.Sequence);
-    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
-    if (head.id != 0)
-        store_->replace(head, note.items.encoded(), unidChanged);
-    else
-        head.id = insertNew(head, note.items.encoded(), takenOnUpdate);
+    head.oid.Sequence = NextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.NowTimedate();
+    if (head.id != 0) {
+        store_->Replace(head, note.items.Encoded(), unidChanged);
+    } else {
+        head.id = InsertNew(head, note.items.Encoded(), takenOnUpdate);
+    }
     note.head = head;
     note.storedSequence = head.oid.Sequence;
 }
 
-NOTEID Database::insertNew(const NoteHead& head, std::string_view items, STATUS stubStatus) {
+NOTEID Database::InsertNew(const NoteHead& head, std::string_view items, STATUS stubStatus) {
     try {
-        return store_->insert(head, items);
+        return store_->Insert(head, items);
     } catch (const StatusError& error) {
         // Rarely: a UNID that a stub still has, or another note.
-        if (error.status() != ERR_DUPLICATE_UNID)
+        if (error.Status() != ERR_DUPLICATE_UNID) {
             throw;
-        clearWayForUnid(head.oid, stubStatus);
-        return store_->insert(head, items);
+        }
+        ClearWayForUnid(head.oid, stubStatus);
+        return store_->Insert(head, items);
     }
 }
 
-void Database::deleteNote(NOTEID id, bool leaveStub) {
+void Database::DeleteNote(NOTEID id, bool leaveStub) {
     NoteHead head;
     std::string items;
-    if (!leaveStub && store_->readHead(id, head))
-        return store_->remove(id);
-    head = liveHead(id);
+    if (!leaveStub && store_->ReadHead(id, head)) {
+        return store_->Remove(id);
+    }
+    head = LiveHead(id);
     head.deleted = true;
-    head.oid.Sequence = nextSequence(head.oid.Sequence);
-    head.oid.SequenceTime = head.modified = clock_.nowTimedate();
-    head.soft = behaviours_.has(Deviation::softDeletionOn) && searchClass(head.noteClass) == NOTE_CLASS_DOCUMENT;
-    if (NoteHead stored; head.soft)
-        store_->read(id, stored, items);
-    store_->replace(head, items, false);
+    head.oid.Sequence = NextSequence(head.oid.Sequence);
+    head.oid.SequenceTime = head.modified = clock_.NowTimedate();
+    head.soft = behaviours_.Has(Deviation::softDeletionOn) && SearchClass(head.noteClass) == NOTE_CLASS_DOCUMENT;
+    if (NoteHead stored; head.soft) {
+        store_->Read(id, stored, items);
+    }
+    store_->Replace(head, items, false);
 }
 
-OID Database::oidOfCopy(const OID& oid) {
-    if (behaviours_.has(Deviation::copyUnidHalf)) {
+OID Database::OidOfCopy(const OID& oid) {
+    if (behaviours_.Has(Deviation::copyUnidHalf)) {
         OID half = oid;
-        const TIMEDATE own = replicaId_ ? *replicaId_ : replicaInfo().ID;
+        const TIMEDATE own = replicaId_ ? *replicaId_ : ReplicaInfo().ID;
         half.File.Innards[0] ^= own.Innards[1];
         half.File.Innards[1] ^= own.Innards[0];
         NoteHead other;
-        const NOTEID id = store_->findUnid(unidOf(half));
-        const bool taken = id != 0 && store_->readHead(id, other) &&
-                           (!other.deleted || other.soft || behaviours_.has(Deviation::stubUnidTaken));
-        if (!taken)
+        const NOTEID id = store_->FindUnid(UnidOf(half));
+        const bool taken = id != 0 && store_->ReadHead(id, other) &&
+                           (!other.deleted || other.soft || behaviours_.Has(Deviation::stubUnidTaken));
+        if (!taken) {
             return half;
-    } else if (!behaviours_.has(Deviation::copyUnidNew) &&
-               !(behaviours_.has(Deviation::copyUnidKeptIfFree) && isLive(unidOf(oid)))) {
+        }
+    } else if (!behaviours_.Has(Deviation::copyUnidNew) &&
+               !(behaviours_.Has(Deviation::copyUnidKeptIfFree) && IsLive(UnidOf(oid)))) {
         return oid;
     }
-    OID own = newNote().head.oid;
+    OID own = NewNote().head.oid;
     own.Sequence = 1;
-    own.SequenceTime = clock_.nowTimedate();
+    own.SequenceTime = clock_.NowTimedate();
     return own;
 }
 
-NOTEID Database::adoptNote(NoteHead head, std::string_view items, bool replicas) {
+NOTEID Database::AdoptNote(NoteHead head, std::string_view items, bool replicas) {
     head.id = 0;
-    if (!replicas)
-        head.oid = oidOfCopy(head.oid);
-    return insertNew(head, items, takenOnCopy);
+    if (!replicas) {
+        head.oid = OidOfCopy(head.oid);
+    }
+    return InsertNew(head, items, takenOnCopy);
 }
 
-std::optional<Database::Match> Database::examine(const SearchRequest& request, const NoteHead& head,
+std::optional<Database::Match> Database::Examine(const SearchRequest& request, const NoteHead& head,
                                                  std::string_view items) const {
-    if (!(searchClass(head.noteClass) & request.classMask) || (head.deleted && !request.stubs))
+    if (!(SearchClass(head.noteClass) & request.classMask) || (head.deleted && !request.stubs)) {
         return std::nullopt;
-    if (request.since && before(head.modified, *request.since))
+    }
+    if (request.since && Before(head.modified, *request.since)) {
         return std::nullopt;
-    const bool selected = !head.deleted && (request.formula.empty() || formulaSelects(request.formula, items));
+    }
+    const bool selected = !head.deleted && (request.formula.empty() || FormulaSelects(request.formula, items));
     return Match{head, selected};
 }
 
-STATUS Database::deliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
+STATUS Database::DeliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
                               const Deliver& deliver, std::vector<NOTEID>* saved) {
     std::string items;
     for (const Match& match : chunk) {
         std::optional<Match> current = match;
-        if (store_->changes() != changesAtRead) {
+        if (store_->Changes() != changesAtRead) {
             // The step has written since this chunk was read: deliver the note as it is now.
             NoteHead head;
-            current = store_->read(match.head.id, head, items) && head.deleted == match.head.deleted
-                          ? examine(request, head, items)
+            current = store_->Read(match.head.id, head, items) && head.deleted == match.head.deleted
+                          ? Examine(request, head, items)
                           : std::nullopt;
         }
-        if (!current || (request.onlyMatches && !current->selected))
+        if (!current || (request.onlyMatches && !current->selected)) {
             continue;
-        if (const STATUS status = deliver(*current); status != NOERROR)
+        }
+        if (const STATUS status = deliver(*current); status != NOERROR) {
             return status;
+        }
         NoteHead after;
-        if (saved && store_->readHead(match.head.id, after) && !after.deleted &&
-            after.oid.Sequence != current->head.oid.Sequence)
+        if (saved && store_->ReadHead(match.head.id, after) && !after.deleted &&
+            after.oid.Sequence != current->head.oid.Sequence) {
             saved->push_back(match.head.id);
+        }
     }
     return NOERROR;
 }
 
-STATUS Database::search(const SearchRequest& request, const Deliver& deliver) {
-    const NOTEID end = store_->nextId();
-    const bool descending = behaviours_.has(Deviation::searchOrderDescending);
-    const bool shuffled = behaviours_.has(Deviation::searchOrderShuffled);
+STATUS Database::Search(const SearchRequest& request, const Deliver& deliver) {
+    const NOTEID end = store_->NextId();
+    const bool descending = behaviours_.Has(Deviation::searchOrderDescending);
+    const bool shuffled = behaviours_.Has(Deviation::searchOrderShuffled);
     std::vector<Match> chunk;
     std::vector<NOTEID> saved;
-    std::vector<NOTEID>* redelivered = behaviours_.has(Deviation::updatedNoteAgain) ? &saved : nullptr;
+    std::vector<NOTEID>* redelivered = behaviours_.Has(Deviation::updatedNoteAgain) ? &saved : nullptr;
     NOTEID last = 0;
     for (bool more = true; more;) {
-        const uint64_t changesAtRead = store_->changes();
+        const uint64_t changesAtRead = store_->Changes();
         size_t seen = 0;
         const auto visit = [&](const NoteHead& head, std::string_view value) {
             ++seen;
-            if (head.id >= end)
+            if (head.id >= end) {
                 return;
-            if (auto match = examine(request, head, value))
+            }
+            if (auto match = Examine(request, head, value)) {
                 chunk.push_back(*match);
+            }
         };
-        const NOTEID reached = store_->scan(last, searchChunk, visit, searchClass(request.classMask));
+        const NOTEID reached = store_->Scan(last, searchChunk, visit, SearchClass(request.classMask));
         more = seen == searchChunk && reached < end;
         last = reached;
         if (descending || shuffled) {
-            if (more)
+            if (more) {
                 continue; // another order than that of the file: all have to be known first
+            }
             std::ranges::sort(chunk, std::greater{},
-                              [&](const Match& match) { return shuffled ? scattered(match.head.id) : match.head.id; });
+                              [&](const Match& match) { return shuffled ? Scattered(match.head.id) : match.head.id; });
         }
-        if (const STATUS status = deliverChunk(request, chunk, changesAtRead, deliver, redelivered); status != NOERROR)
+        if (const STATUS status = DeliverChunk(request, chunk, changesAtRead, deliver, redelivered);
+            status != NOERROR) {
             return status;
+        }
         chunk.clear();
     }
     std::string items;
     for (const NOTEID id : saved) {
         NoteHead head;
-        if (!store_->read(id, head, items))
+        if (!store_->Read(id, head, items)) {
             continue;
-        const auto match = examine(request, head, items);
-        if (!match || (request.onlyMatches && !match->selected))
+        }
+        const auto match = Examine(request, head, items);
+        if (!match || (request.onlyMatches && !match->selected)) {
             continue;
-        if (const STATUS status = deliver(*match); status != NOERROR)
+        }
+        if (const STATUS status = deliver(*match); status != NOERROR) {
             return status;
+        }
     }
     return NOERROR;
 }
 
 namespace {
 
-void copyContent(Database& source, Store& copy, WORD classMask, bool replica) {
+void CopyContent(Database& source, Store& copy, WORD classMask, bool replica) {
     constexpr size_t copyChunk = 256;
-    Store& from = source.store();
-    for (const auto& [name, value] : from.properties())
-        if (name != property::replicaInfo)
-            copy.setProperty(name, value);
-    copy.skipSerials(from.lastSerial());
+    Store& from = source.GetStore();
+    for (const auto& [name, value] : from.Properties()) {
+        if (name != property::replicaInfo) {
+            copy.SetProperty(name, value);
+        }
+    }
+    copy.SkipSerials(from.LastSerial());
     for (NOTEID last = 0;;) {
         const auto visit = [&](const NoteHead& head, std::string_view items) {
             const bool foreign = (head.noteClass & NOTE_CLASS_PRIVATE) && !(classMask & NOTE_CLASS_PRIVATE);
-            if (!foreign && (replica || !head.deleted))
-                copy.insert(head, items);
+            if (!foreign && (replica || !head.deleted)) {
+                copy.Insert(head, items);
+            }
         };
-        const NOTEID reached = from.scan(last, copyChunk, visit, searchClass(classMask));
-        if (reached == 0)
+        const NOTEID reached = from.Scan(last, copyChunk, visit, SearchClass(classMask));
+        if (reached == 0) {
             return;
+        }
         last = reached;
     }
 }
 
 } // namespace
 
-void copyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
+void CopyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
                   std::optional<TIMEDATE> newReplicaId) {
     std::error_code failed;
-    if (std::filesystem::exists(std::filesystem::symlink_status(destination, failed)))
-        throw StatusError(ERR_EXISTS, pathForCaller(destination) + ": the file exists");
-    DBREPLICAINFO info = source.replicaInfo();
-    if (newReplicaId)
+    if (std::filesystem::exists(std::filesystem::symlink_status(destination, failed))) {
+        throw StatusError(ERR_EXISTS, PathForCaller(destination) + ": the file exists");
+    }
+    DBREPLICAINFO info = source.ReplicaInfo();
+    if (newReplicaId) {
         info.ID = *newReplicaId;
+    }
     ReplacementFile unfinished(destination, ".unfinished");
-    const std::unique_ptr<Store> copy = Store::create(unfinished.path(), info);
-    copyContent(source, *copy, classMask, !newReplicaId);
-    copy->close();
-    unfinished.commit();
+    const std::unique_ptr<Store> copy = Store::Create(unfinished.Path(), info);
+    CopyContent(source, *copy, classMask, !newReplicaId);
+    copy->Close();
+    unfinished.Commit();
 }
 
 } // namespace embedded

@@ -16,7 +16,7 @@
 
 namespace embedded {
 
-/** A note in memory; nothing in it is stored before updateNote(). */
+/** A note in memory; nothing in it is stored before UpdateNote(). */
 class Database;
 struct OpenNote {
     std::shared_ptr<Database> database;
@@ -28,37 +28,37 @@ struct OpenNote {
 
 class Database {
 public:
-    /** Throws as Store::open does, or EMB_ERR_BUSY when another process is about to take the file offline. */
-    static std::shared_ptr<Database> open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
+    /** Throws as Store::Open does, or EMB_ERR_BUSY when another process is about to take the file offline. */
+    static std::shared_ptr<Database> Open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
                                           const Behaviours& behaviours);
     /** Takes over a store whose file is at its place. */
     Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock,
              const Behaviours& behaviours);
 
-    [[nodiscard]] const std::filesystem::path& file() const noexcept { return file_; }
-    Store& store() noexcept { return *store_; }
+    [[nodiscard]] const std::filesystem::path& File() const noexcept { return file_; }
+    Store& GetStore() noexcept { return *store_; }
 
-    DBREPLICAINFO replicaInfo();
-    void setReplicaInfo(const DBREPLICAINFO& info);
+    DBREPLICAINFO ReplicaInfo();
+    void SetReplicaInfo(const DBREPLICAINFO& info);
 
     // ---- Notes. IDs that no live note has throw ERR_NOTE_DELETED or ERR_INVALID_NOTE.
 
-    NoteHead liveHead(NOTEID id);
-    NOTEID idOfUnid(const UNID& unid);
-    void readNote(NOTEID id, OpenNote& note);
+    NoteHead LiveHead(NOTEID id);
+    NOTEID IdOfUnid(const UNID& unid);
+    void ReadNote(NOTEID id, OpenNote& note);
     /** An empty document with a UNID of its own. */
-    OpenNote newNote();
+    OpenNote NewNote();
     /**
      * Stores the note and gives it its next sequence number and the present time. A note without an ID is created
      * under its UNID: over a deletion stub, unless those keep their UNIDs, but not beside another note
      * (ERR_DUPLICATE_UNID). Without `force` a note that somebody else has saved meanwhile is ERR_CONFLICT.
      */
-    void updateNote(OpenNote& note, bool force);
+    void UpdateNote(OpenNote& note, bool force);
     /** Without `leaveStub`, of a stub too. */
-    void deleteNote(NOTEID id, bool leaveStub);
+    void DeleteNote(NOTEID id, bool leaveStub);
     /** Adds a note as it stands in another database, sequence and times included; returns its new ID. In a replica of
      *  that database it keeps its UNID, in another one that is a behaviour. */
-    NOTEID adoptNote(NoteHead head, std::string_view items, bool replicas);
+    NOTEID AdoptNote(NoteHead head, std::string_view items, bool replicas);
 
     /** What a search delivers. */
     struct Match {
@@ -77,21 +77,21 @@ public:
     };
     /** The notes that exist when the search begins, in ID order unless another is a behaviour in force. Notes may be
      *  saved and deleted meanwhile; a deleted one is not delivered any more. */
-    STATUS search(const SearchRequest& request, const Deliver& deliver);
+    STATUS Search(const SearchRequest& request, const Deliver& deliver);
 
 private:
     /** Nothing for a note that the request does not concern, whatever its formula says. */
-    std::optional<Match> examine(const SearchRequest& request, const NoteHead& head, std::string_view items) const;
+    std::optional<Match> Examine(const SearchRequest& request, const NoteHead& head, std::string_view items) const;
     /** Delivers matches, as their notes are by then. Adds those that the step has saved to `saved`, if there is one. */
-    STATUS deliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
+    STATUS DeliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
                         const Deliver& deliver, std::vector<NOTEID>* saved);
-    [[nodiscard]] bool isLive(const UNID& unid);
-    /** Makes a stub of this UNID go away. Throws ERR_DUPLICATE_UNID when it is a note, `stubStatus` when stubs keep their
-     *  UNIDs. */
-    void clearWayForUnid(const OID& oid, STATUS stubStatus);
-    NOTEID insertNew(const NoteHead& head, std::string_view items, STATUS stubStatus);
+    [[nodiscard]] bool IsLive(const UNID& unid);
+    /** Makes a stub of this UNID go away. Throws ERR_DUPLICATE_UNID when it is a note, `stubStatus` when stubs keep
+     *  their UNIDs. */
+    void ClearWayForUnid(const OID& oid, STATUS stubStatus);
+    NOTEID InsertNew(const NoteHead& head, std::string_view items, STATUS stubStatus);
     /** The identity of a note that comes from a database which is no replica of this one. */
-    OID oidOfCopy(const OID& oid);
+    OID OidOfCopy(const OID& oid);
 
     std::filesystem::path file_;
     // Declared before the store: SQLite's locks on the file end when the process closes any descriptor of it, so
@@ -108,7 +108,7 @@ private:
  * and settings; deletion stubs go only into a replica. A copy that is no replica gets `newReplicaId`. The file
  * takes its place whole or not at all. Throws ERR_EXISTS when there is one.
  */
-void copyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
+void CopyDatabase(Database& source, const std::filesystem::path& destination, WORD classMask,
                   std::optional<TIMEDATE> newReplicaId);
 
 } // namespace embedded

@@ -10,12 +10,12 @@ namespace embedded {
 
 /** Whether a note is part of the design. Access control list, replication formulas and private notes are the
  *  database's own. */
-bool isDesignNote(const NoteHead& head) noexcept;
+bool IsDesignNote(const NoteHead& head) noexcept;
 
 /** The name under which a template is known, empty when the database is none. UTF-8, as are all names here. */
-std::string templateName(Database& database);
+std::string TemplateName(Database& database);
 /** The name of the template that the database's design comes from, empty when it has none. */
-std::string inheritedTemplate(Database& database);
+std::string InheritedTemplate(Database& database);
 
 struct DesignExchange {
     size_t added = 0;
@@ -30,6 +30,6 @@ struct DesignExchange {
  * note's UNID, or else its class and title; it then keeps its own identity. Notes that are as the template has them
  * are not touched. All of it is stored, or, with an exception, nothing.
  */
-DesignExchange exchangeDesign(Database& database, Database& designTemplate);
+DesignExchange ExchangeDesign(Database& database, Database& designTemplate);
 
 } // namespace embedded

@@ -14,69 +14,75 @@ constexpr size_t headSize = 4 + sizeof(uint64_t);
 
 class Digest {
 public:
-    void add(std::string_view bytes) {
-        addWord(bytes.size());
-        hash_.add(bytes);
+    void Add(std::string_view bytes) {
+        AddWord(bytes.size());
+        hash_.Add(bytes);
     }
-    void addWord(uint64_t word) {
+    void AddWord(uint64_t word) {
         std::string bytes;
-        appendValue(bytes, word);
-        hash_.add(bytes);
+        AppendValue(bytes, word);
+        hash_.Add(bytes);
     }
-    [[nodiscard]] uint64_t value() const noexcept { return hash_.value(); }
+    [[nodiscard]] uint64_t Value() const noexcept { return hash_.Value(); }
 
 private:
     Hash hash_;
 };
 
-uint64_t digestOf(Items items, WORD noteClass) {
-    contractItems(items);
+uint64_t DigestOf(Items items, WORD noteClass) {
+    ContractItems(items);
     Digest digest;
-    digest.addWord(noteClass);
-    ItemCursor cursor = items.cursor();
-    for (ItemView item{}; cursor.next(item);) {
-        if (sameItemName(item.name, signatureItem))
+    digest.AddWord(noteClass);
+    ItemCursor cursor = items.Cursor();
+    for (ItemView item{}; cursor.Next(item);) {
+        if (SameItemName(item.name, signatureItem)) {
             continue;
-        digest.add(item.name);
-        digest.addWord(item.type);
-        digest.addWord(item.flags);
-        digest.add(item.value);
+        }
+        digest.Add(item.name);
+        digest.AddWord(item.type);
+        digest.AddWord(item.flags);
+        digest.Add(item.value);
     }
-    return digest.value();
+    return digest.Value();
 }
 
 /** Of several signatures the last one made counts. */
-std::optional<ItemView> lastSignature(const Items& items) {
+std::optional<ItemView> LastSignature(const Items& items) {
     std::optional<ItemView> last;
-    ItemCursor cursor = items.cursor();
-    for (ItemView item{}; cursor.next(item);)
-        if (sameItemName(item.name, signatureItem))
+    ItemCursor cursor = items.Cursor();
+    for (ItemView item{}; cursor.Next(item);) {
+        if (SameItemName(item.name, signatureItem)) {
             last = item;
+        }
+    }
     return last;
 }
 
 } // namespace
 
-void signItems(Items& items, WORD noteClass, std::string_view signer, bool beside) {
-    const uint64_t digest = digestOf(items, noteClass);
+void SignItems(Items& items, WORD noteClass, std::string_view signer, bool beside) {
+    const uint64_t digest = DigestOf(items, noteClass);
     std::string value(magic);
     value.append(reinterpret_cast<const char*>(&digest), sizeof digest);
     value += signer;
-    if (!beside)
-        items.erase(signatureItem);
+    if (!beside) {
+        items.Erase(signatureItem);
+    }
     items.append({signatureItem, TYPE_SIGNATURE, ITEM_SIGN | ITEM_SEAL, value});
 }
 
-SignatureState signatureState(const Items& items, WORD noteClass) {
+SignatureState CheckSignature(const Items& items, WORD noteClass) {
     SignatureState state;
-    const auto item = lastSignature(items);
-    if (!item)
+    const auto item = LastSignature(items);
+    if (!item) {
         return state;
+    }
     state.present = true;
-    if (item->type != TYPE_SIGNATURE || item->value.size() < headSize || !item->value.starts_with(magic))
+    if (item->type != TYPE_SIGNATURE || item->value.size() < headSize || !item->value.starts_with(magic)) {
         return state;
-    const auto digest = valueAt<uint64_t>(item->value.data() + magic.size());
-    state.valid = digest == digestOf(items, noteClass);
+    }
+    const auto digest = ValueAt<uint64_t>(item->value.data() + magic.size());
+    state.valid = digest == DigestOf(items, noteClass);
     state.signer = item->value.substr(headSize);
     return state;
 }

@@ -12,7 +12,7 @@ namespace embedded {
 constexpr const char* signatureItem = "$Signature";
 
 /** Puts the signature of `signer` (LMBCS) in the place of an earlier one, or beside it. */
-void signItems(Items& items, WORD noteClass, std::string_view signer, bool beside = false);
+void SignItems(Items& items, WORD noteClass, std::string_view signer, bool beside = false);
 
 struct SignatureState {
     bool present = false;
@@ -20,6 +20,6 @@ struct SignatureState {
     std::string signer; // LMBCS
 };
 
-SignatureState signatureState(const Items& items, WORD noteClass);
+SignatureState CheckSignature(const Items& items, WORD noteClass);
 
 } // namespace embedded

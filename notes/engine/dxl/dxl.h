@@ -10,7 +10,7 @@ namespace embedded {
 /** Makes the database file from DXL in UTF-8. Throws StatusError: EMB_ERR_DXL with "FILE:LINE: cause" for DXL that
  *  it does not take, ERR_EXISTS, EMB_ERR_BUSY for an existing database that somebody has open, or another status
  *  with the file and the cause; the database file is then as it was, and nothing is left beside it. */
-void importDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile, bool replaceExisting);
+void ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile, bool replaceExisting);
 
 struct DxlExportOptions {
     /**
@@ -22,7 +22,7 @@ struct DxlExportOptions {
 };
 
 /** Writes the database as DXL into the file, whole or not at all. Leaves the database as it is. */
-void exportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
+void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                const DxlExportOptions& options);
 
 } // namespace embedded

@@ -35,7 +35,7 @@ struct Element {
     std::vector<Element> children;
 };
 
-std::string escaped(std::string_view text, bool inAttribute) {
+std::string Escaped(std::string_view text, bool inAttribute) {
     std::string out;
     out.reserve(text.size());
     for (const char c : text) {
@@ -71,36 +71,39 @@ std::string escaped(std::string_view text, bool inAttribute) {
     return out;
 }
 
-std::string attribute(std::string_view name, std::string_view value) {
-    return " " + std::string(name) + "='" + escaped(value, true) + "'";
+std::string AttributeText(std::string_view name, std::string_view value) {
+    return " " + std::string(name) + "='" + Escaped(value, true) + "'";
 }
 
 /** An element that holds one element that holds one element ... stands in one line. */
-bool isChain(const Element& element) {
-    return element.children.empty() || (element.children.size() == 1 && isChain(element.children.front()));
+bool IsChain(const Element& element) {
+    return element.children.empty() || (element.children.size() == 1 && IsChain(element.children.front()));
 }
 
-void print(std::string& out, const Element& element, size_t depth) {
+void Print(std::string& out, const Element& element, size_t depth) {
     out += "<" + std::string(element.name);
-    for (const auto& [name, value] : element.attributes)
-        out += attribute(name, value);
+    for (const auto& [name, value] : element.attributes) {
+        out += AttributeText(name, value);
+    }
     if (element.text.empty() && element.children.empty()) {
         out += "/>";
         return;
     }
-    out += ">" + escaped(element.text, false);
-    const bool lines = !isChain(element);
+    out += ">" + Escaped(element.text, false);
+    const bool lines = !IsChain(element);
     for (const Element& child : element.children) {
-        if (lines)
+        if (lines) {
             out += "\n" + std::string(2 * (depth + 1), ' ');
-        print(out, child, depth + 1);
+        }
+        Print(out, child, depth + 1);
     }
-    if (lines)
+    if (lines) {
         out += "\n" + std::string(2 * depth, ' ');
+    }
     out += "</" + std::string(element.name) + ">";
 }
 
-std::string hex(uint32_t value, size_t digits) {
+std::string Hex(uint32_t value, size_t digits) {
     char text[9];
     std::snprintf(text, sizeof text, "%0*x", static_cast<int>(digits), value);
     return text;
@@ -109,106 +112,119 @@ std::string hex(uint32_t value, size_t digits) {
 // ---- Values
 
 /** The UTF-8 of a text, when import makes the same bytes of it. */
-std::optional<std::string> readable(std::string_view lmbcs) {
-    std::string text = utf8FromLmbcs(lmbcs);
+std::optional<std::string> Readable(std::string_view lmbcs) {
+    std::string text = Utf8FromLmbcs(lmbcs);
     std::string withoutBreaks = text;
     std::erase(withoutBreaks, '\0');
-    if (!isXmlText(withoutBreaks) || lmbcsFromUtf8(text) != lmbcs)
+    if (!IsXmlText(withoutBreaks) || LmbcsFromUtf8(text) != lmbcs) {
         return std::nullopt;
+    }
     return text;
 }
 
 using Form = std::optional<Element>;
 
-Form textForm(std::string_view value) {
-    auto text = readable(value);
-    if (!text)
+Form TextForm(std::string_view value) {
+    auto text = Readable(value);
+    if (!text) {
         return std::nullopt;
+    }
     return Element{"text", {}, *std::move(text), {}};
 }
 
-Form textListForm(std::string_view value) {
-    const auto entries = textEntries(TYPE_TEXT_LIST, value);
-    if (!entries || encodeTextList(*entries) != value)
+Form TextListForm(std::string_view value) {
+    const auto entries = TextEntries(TYPE_TEXT_LIST, value);
+    if (!entries || EncodeTextList(*entries) != value) {
         return std::nullopt;
+    }
     Element list{"textlist", {}, {}, {}};
     for (const std::string_view entry : *entries) {
-        auto text = textForm(entry);
-        if (!text)
+        auto text = TextForm(entry);
+        if (!text) {
             return std::nullopt;
+        }
         list.children.push_back(*std::move(text));
     }
     return list;
 }
 
-Form numberForm(std::string_view value) {
-    if (value.size() != sizeof(double) || !std::isfinite(valueAt<double>(value.data() + 0)))
+Form NumberForm(std::string_view value) {
+    if (value.size() != sizeof(double) || !std::isfinite(ValueAt<double>(value.data() + 0))) {
         return std::nullopt;
+    }
     char digits[32];
-    const auto [end, error] = std::to_chars(digits, digits + sizeof digits, valueAt<double>(value.data() + 0));
+    const auto [end, error] = std::to_chars(digits, digits + sizeof digits, ValueAt<double>(value.data() + 0));
     return Element{"number", {}, std::string(digits, end), {}};
 }
 
-Form timeForm(std::string_view value) {
-    if (value.size() != sizeof(TIMEDATE))
+Form TimeForm(std::string_view value) {
+    if (value.size() != sizeof(TIMEDATE)) {
         return std::nullopt;
-    const auto time = valueAt<TIMEDATE>(value.data() + 0);
-    auto text = dxlFromTimedate(time);
-    if (!text)
+    }
+    const auto time = ValueAt<TIMEDATE>(value.data() + 0);
+    auto text = DxlFromTimedate(time);
+    if (!text) {
         return std::nullopt;
+    }
     Element element{"datetime", {}, *std::move(text), {}};
-    if (isDaylightSaving(time))
+    if (IsDaylightSaving(time)) {
         element.attributes.emplace_back("dst", "true");
+    }
     return element;
 }
 
 /** A range of single values; pairs stay raw. */
-Form rangeForm(std::string_view value, std::string_view name, Form (*form)(std::string_view)) {
+Form RangeForm(std::string_view value, std::string_view name, Form (*form)(std::string_view)) {
     constexpr size_t headSize = 2 * sizeof(WORD);
     constexpr size_t entrySize = 8;
-    if (value.size() < headSize || valueAt<WORD>(value.data() + sizeof(WORD)) != 0 ||
-        value.size() != headSize + entrySize * valueAt<WORD>(value.data() + 0))
+    if (value.size() < headSize || ValueAt<WORD>(value.data() + sizeof(WORD)) != 0 ||
+        value.size() != headSize + entrySize * ValueAt<WORD>(value.data() + 0)) {
         return std::nullopt;
+    }
     Element list{name, {}, {}, {}};
     for (size_t at = headSize; at < value.size(); at += entrySize) {
         auto entry = form(value.substr(at, entrySize));
-        if (!entry)
+        if (!entry) {
             return std::nullopt;
+        }
         list.children.push_back(*std::move(entry));
     }
     return list;
 }
 
-Form numberListForm(std::string_view value) {
-    return rangeForm(value, "numberlist", numberForm);
+Form NumberListForm(std::string_view value) {
+    return RangeForm(value, "numberlist", NumberForm);
 }
 
-Form timeListForm(std::string_view value) {
-    return rangeForm(value, "datetimelist", timeForm);
+Form TimeListForm(std::string_view value) {
+    return RangeForm(value, "datetimelist", TimeForm);
 }
 
 /** Base64, in lines when it is long. */
-std::string base64Text(std::string_view bytes) {
+std::string Base64Text(std::string_view bytes) {
     constexpr size_t lineSize = 76;
-    std::string digits = base64FromBytes(bytes);
-    if (digits.size() <= lineSize)
+    std::string digits = Base64FromBytes(bytes);
+    if (digits.size() <= lineSize) {
         return digits;
+    }
     std::string lines = "\n";
-    for (size_t at = 0; at < digits.size(); at += lineSize)
+    for (size_t at = 0; at < digits.size(); at += lineSize) {
         lines += digits.substr(at, lineSize) + "\n";
+    }
     return lines;
 }
 
-Form formulaForm(std::string_view value) {
-    if (isFormula(value)) {
-        const std::string source = formulaText(value);
-        auto text = readable(source);
-        const auto compiled = compileFormula(source);
+Form FormulaForm(std::string_view value) {
+    if (IsFormula(value)) {
+        const std::string source = FormulaText(value);
+        auto text = Readable(source);
+        const auto compiled = CompileFormula(source);
         const auto* bytes = std::get_if<std::string>(&compiled);
-        if (text && text->find('\0') == std::string::npos && bytes && *bytes == value)
+        if (text && text->find('\0') == std::string::npos && bytes && *bytes == value) {
             return Element{"formula", {}, *std::move(text), {}};
+        }
     }
-    return Element{"formula", {{"compiled", "true"}}, base64Text(value), {}};
+    return Element{"formula", {{"compiled", "true"}}, Base64Text(value), {}};
 }
 
 struct TypeForm {
@@ -216,19 +232,19 @@ struct TypeForm {
     Form (*form)(std::string_view value);
 };
 constexpr TypeForm typeForms[] = {
-    {TYPE_TEXT, textForm},       {TYPE_TEXT_LIST, textListForm},
-    {TYPE_NUMBER, numberForm},   {TYPE_NUMBER_RANGE, numberListForm},
-    {TYPE_TIME, timeForm},       {TYPE_TIME_RANGE, timeListForm},
-    {TYPE_FORMULA, formulaForm},
+    {TYPE_TEXT, TextForm},       {TYPE_TEXT_LIST, TextListForm},
+    {TYPE_NUMBER, NumberForm},   {TYPE_NUMBER_RANGE, NumberListForm},
+    {TYPE_TIME, TimeForm},       {TYPE_TIME_RANGE, TimeListForm},
+    {TYPE_FORMULA, FormulaForm},
 };
 
-Form typedForm(WORD type, std::string_view value) {
+Form TypedForm(WORD type, std::string_view value) {
     const auto* found = std::ranges::find(typeForms, type, &TypeForm::type);
     return found == std::end(typeForms) ? std::nullopt : found->form(value);
 }
 
-Element rawForm(WORD type, std::string_view value) {
-    return {"rawitemdata", {{"type", hex(type, 1)}}, base64Text(value), {}};
+Element RawForm(WORD type, std::string_view value) {
+    return {"rawitemdata", {{"type", Hex(type, 1)}}, Base64Text(value), {}};
 }
 
 // ---- Notes
@@ -236,196 +252,227 @@ Element rawForm(WORD type, std::string_view value) {
 class Exporter {
 public:
     Exporter(Store& store, const std::string& file, bool stable) : store_(store), file_(file), stable_(stable) {
-        const std::string bytes = store.getProperty(property::replicaInfo);
-        if (bytes.size() != sizeof replicaInfo_)
+        const std::string bytes = store.GetProperty(property::replicaInfo);
+        if (bytes.size() != sizeof replicaInfo_) {
             throw StatusError(EMB_ERR_DAMAGED, file_ + ": the replica information is damaged");
-        replicaInfo_ = valueAt<DBREPLICAINFO>(bytes.data() + 0);
+        }
+        replicaInfo_ = ValueAt<DBREPLICAINFO>(bytes.data() + 0);
     }
 
-    void run(std::ostream& out) {
+    void Run(std::ostream& out) {
         out << "<?xml version='1.0' encoding='utf-8'?>\n" << databaseTag() << "\n";
-        printElement(out, acl());
-        if (stable_)
-            printSorted(out);
-        else
-            scan([&](const NoteHead& head, std::string_view items) { printElement(out, note(head, items)); });
+        PrintElement(out, AclElement());
+        if (stable_) {
+            PrintSorted(out);
+        } else {
+            Scan([&](const NoteHead& head, std::string_view items) { PrintElement(out, NoteElement(head, items)); });
+        }
         out << "</database>\n";
     }
 
 private:
-    std::string checked(const std::string& text, const std::string& what) const {
-        if (!isXmlText(text))
+    std::string Checked(const std::string& text, const std::string& what) const {
+        if (!IsXmlText(text)) {
             throw StatusError(EMB_ERR_DXL, file_ + ": " + what + " has characters that XML does not have");
+        }
         return text;
     }
 
     std::string databaseTag() {
         std::string tag =
-            "<database" + attribute("xmlns", dxl::namespaceUri) + attribute("xmlns:krx", dxl::extensionUri);
-        const auto properties = store_.properties();
+            "<database" + AttributeText("xmlns", dxl::namespaceUri) + AttributeText("xmlns:krx", dxl::extensionUri);
+        const auto properties = store_.Properties();
         constexpr std::string_view prefix = property::attributePrefix;
-        for (const auto& [name, value] : properties)
-            if (name.starts_with(prefix))
-                tag += attribute(name.substr(prefix.size()), checked(value, "'" + name + "'"));
-        if (const auto title = properties.find(property::title); title != properties.end())
-            tag += attribute("title", checked(title->second, "the title"));
-        tag += attribute("replicaid", idText(replicaInfo_.ID));
-        if (replicaInfo_.Flags != 0)
-            tag += attribute("krx:replicationflags", hex(replicaInfo_.Flags, 4));
-        if (replicaInfo_.CutoffInterval != 0)
-            tag += attribute("krx:cutoffinterval", std::to_string(replicaInfo_.CutoffInterval));
-        if (!stable_ && !(replicaInfo_.Cutoff == TIMEDATE{}))
-            tag += attribute("krx:cutoff", idText(replicaInfo_.Cutoff));
+        for (const auto& [name, value] : properties) {
+            if (name.starts_with(prefix)) {
+                tag += AttributeText(name.substr(prefix.size()), Checked(value, "'" + name + "'"));
+            }
+        }
+        if (const auto title = properties.find(property::title); title != properties.end()) {
+            tag += AttributeText("title", Checked(title->second, "the title"));
+        }
+        tag += AttributeText("replicaid", IdText(replicaInfo_.ID));
+        if (replicaInfo_.Flags != 0) {
+            tag += AttributeText("krx:replicationflags", Hex(replicaInfo_.Flags, 4));
+        }
+        if (replicaInfo_.CutoffInterval != 0) {
+            tag += AttributeText("krx:cutoffinterval", std::to_string(replicaInfo_.CutoffInterval));
+        }
+        if (!stable_ && !(replicaInfo_.Cutoff == TIMEDATE{})) {
+            tag += AttributeText("krx:cutoff", IdText(replicaInfo_.Cutoff));
+        }
         return tag + ">";
     }
 
-    void printElement(std::ostream& out, const Element& element) {
+    void PrintElement(std::ostream& out, const Element& element) {
         line_ = "  ";
-        print(line_, element, 1);
+        Print(line_, element, 1);
         out << line_ << '\n';
     }
 
     // ---- The access control list
 
     template<size_t N>
-    void addAclAttributes(Element& element, const std::map<std::string, std::string>& values,
+    void AddAclAttributes(Element& element, const std::map<std::string, std::string>& values,
                           const dxl::AclAttribute (&known)[N]) const {
         size_t found = 0;
         for (const auto& [name, kind] : known) {
             const auto value = values.find(std::string(name));
-            if (value == values.end())
+            if (value == values.end()) {
                 continue;
-            element.attributes.emplace_back(name, checked(value->second, aclName));
+            }
+            element.attributes.emplace_back(name, Checked(value->second, aclName));
             ++found;
         }
-        if (found != values.size())
+        if (found != values.size()) {
             throw StatusError(EMB_ERR_DXL, file_ + ": " + aclName + " has attributes that DXL does not have");
+        }
     }
 
-    void addTexts(Element& element, std::string_view name, const std::vector<std::string>& texts) const {
-        for (const std::string& text : texts)
-            element.children.push_back({name, {}, checked(text, aclName), {}});
+    void AddTexts(Element& element, std::string_view name, const std::vector<std::string>& texts) const {
+        for (const std::string& text : texts) {
+            element.children.push_back({name, {}, Checked(text, aclName), {}});
+        }
     }
 
-    Element acl() {
-        const std::string bytes = store_.getProperty(property::acl);
-        const Acl list = bytes.empty() ? defaultAcl() : decodeAcl(bytes);
+    Element AclElement() {
+        const std::string bytes = store_.GetProperty(property::acl);
+        const Acl list = bytes.empty() ? DefaultAcl() : DecodeAcl(bytes);
         Element element{"acl", {}, {}, {}};
-        addAclAttributes(element, list.attributes, dxl::aclAttributes);
-        addTexts(element, "role", list.roles);
+        AddAclAttributes(element, list.attributes, dxl::aclAttributes);
+        AddTexts(element, "role", list.roles);
         for (const AclEntry& entry : list.entries) {
-            Element child{"aclentry", {{"name", checked(entry.name, aclName)}}, {}, {}};
-            addAclAttributes(child, entry.attributes, dxl::aclEntryAttributes);
-            addTexts(child, "role", entry.roles);
+            Element child{"aclentry", {{"name", Checked(entry.name, aclName)}}, {}, {}};
+            AddAclAttributes(child, entry.attributes, dxl::aclEntryAttributes);
+            AddTexts(child, "role", entry.roles);
             element.children.push_back(std::move(child));
         }
-        addTexts(element, "logentry", list.log);
+        AddTexts(element, "logentry", list.log);
         return element;
     }
 
     // ---- Notes
 
     template<typename Visit>
-    void scan(const Visit& visit) {
-        for (NOTEID last = 0; (last = store_.scan(last, notesPerScan, visit)) != 0;) {
+    void Scan(const Visit& visit) {
+        for (NOTEID last = 0; (last = store_.Scan(last, notesPerScan, visit)) != 0;) {
         }
     }
 
-    void printSorted(std::ostream& out) {
+    void PrintSorted(std::ostream& out) {
         std::vector<std::tuple<WORD, std::string, NOTEID>> order;
-        scan([&](const NoteHead& head, std::string_view) {
-            order.emplace_back(head.noteClass, unidText(shown(unidOf(head.oid))), head.id);
+        Scan([&](const NoteHead& head, std::string_view) {
+            order.emplace_back(head.noteClass, UnidText(Shown(UnidOf(head.oid))), head.id);
         });
         std::ranges::sort(order);
         NoteHead head;
         std::string items;
-        for (const auto& [noteClass, unid, id] : order)
-            if (store_.read(id, head, items))
-                printElement(out, note(head, items));
+        for (const auto& [noteClass, unid, id] : order) {
+            if (store_.Read(id, head, items)) {
+                PrintElement(out, NoteElement(head, items));
+            }
+        }
     }
 
     /** A UNID that this database or a replica of it generated holds the moment; the stable form has none. */
-    UNID shown(UNID unid) const {
-        if (stable_ && isGeneratedUnid(unid, replicaInfo_.ID))
+    UNID Shown(UNID unid) const {
+        if (stable_ && IsGeneratedUnid(unid, replicaInfo_.ID)) {
             unid.Note = TIMEDATE{};
+        }
         return unid;
     }
 
-    Element note(const NoteHead& head, std::string_view items) const {
+    Element NoteElement(const NoteHead& head, std::string_view items) const {
         const char* name = head.soft ? "krx:deleted" : head.deleted ? "krx:stub" : "note";
-        Element element{name, {}, {}, {noteInfo(head)}};
+        Element element{name, {}, {}, {NoteInfo(head)}};
         const auto base = static_cast<WORD>(head.noteClass & ~dxl::classModifiers);
         const auto* found = std::ranges::find(dxl::classNames, base, &dxl::ClassName::noteClass);
-        if (found != std::end(dxl::classNames))
+        if (found != std::end(dxl::classNames)) {
             element.attributes.emplace_back("class", found->name);
-        else
-            element.attributes.emplace_back("krx:class", hex(base, 4));
-        if (head.noteClass & NOTE_CLASS_DEFAULT)
+        } else {
+            element.attributes.emplace_back("krx:class", Hex(base, 4));
+        }
+        if (head.noteClass & NOTE_CLASS_DEFAULT) {
             element.attributes.emplace_back("default", "true");
-        if (head.noteClass & NOTE_CLASS_PRIVATE)
+        }
+        if (head.noteClass & NOTE_CLASS_PRIVATE) {
             element.attributes.emplace_back("private", "true");
+        }
         ItemCursor cursor(items);
-        for (ItemView view{}; cursor.next(view);)
-            if (!stable_ || !sameItemName(view.name, "$Revisions"))
-                element.children.push_back(item(view));
+        for (ItemView view{}; cursor.Next(view);) {
+            if (!stable_ || !SameItemName(view.name, "$Revisions")) {
+                element.children.push_back(ItemElement(view));
+            }
+        }
         return element;
     }
 
-    Element noteInfo(const NoteHead& head) const {
+    Element NoteInfo(const NoteHead& head) const {
         Element info{"noteinfo", {}, {}, {}};
-        if (!stable_)
-            info.attributes.emplace_back("noteid", hex(head.id, 1));
-        info.attributes.emplace_back("unid", unidText(shown(unidOf(head.oid))));
-        if (stable_)
+        if (!stable_) {
+            info.attributes.emplace_back("noteid", Hex(head.id, 1));
+        }
+        info.attributes.emplace_back("unid", UnidText(Shown(UnidOf(head.oid))));
+        if (stable_) {
             return info;
+        }
         info.attributes.emplace_back("sequence", std::to_string(head.oid.Sequence & 0xFFFF));
-        if (head.oid.Sequence >> 16 != 0)
-            info.attributes.emplace_back("krx:sequenceflags", hex(head.oid.Sequence >> 16, 4));
-        info.children.push_back(noteTime("modified", head.modified));
-        info.children.push_back(noteTime("revised", head.oid.SequenceTime));
+        if (head.oid.Sequence >> 16 != 0) {
+            info.attributes.emplace_back("krx:sequenceflags", Hex(head.oid.Sequence >> 16, 4));
+        }
+        info.children.push_back(NoteTime("modified", head.modified));
+        info.children.push_back(NoteTime("revised", head.oid.SequenceTime));
         return info;
     }
 
-    static Element noteTime(std::string_view name, const TIMEDATE& time) {
-        auto form = timeForm({reinterpret_cast<const char*>(&time), sizeof time});
-        if (!form)
-            form = Element{"krx:time", {}, idText(time), {}};
+    static Element NoteTime(std::string_view name, const TIMEDATE& time) {
+        auto form = TimeForm({reinterpret_cast<const char*>(&time), sizeof time});
+        if (!form) {
+            form = Element{"krx:time", {}, IdText(time), {}};
+        }
         return {name, {}, {}, {*std::move(form)}};
     }
 
-    Element item(const ItemView& view) const {
+    Element ItemElement(const ItemView& view) const {
         Element element{"item", {}, {}, {}};
-        if (auto name = readable(view.name); name && name->find('\0') == std::string::npos)
+        if (auto name = Readable(view.name); name && name->find('\0') == std::string::npos) {
             element.attributes.emplace_back("name", *std::move(name));
-        else
-            element.attributes.emplace_back("krx:name", base64FromBytes(view.name));
+        } else {
+            element.attributes.emplace_back("krx:name", Base64FromBytes(view.name));
+        }
         WORD unnamed = view.flags & static_cast<WORD>(~ITEM_SUMMARY);
         for (const dxl::FlagName& flag : dxl::flagNames) {
-            if (view.flags & flag.flag)
+            if (view.flags & flag.flag) {
                 element.attributes.emplace_back(flag.name, "true");
+            }
             unnamed &= static_cast<WORD>(~flag.flag);
         }
-        auto form = typedForm(view.type, view.value);
-        if (const bool summary = (view.flags & ITEM_SUMMARY) != 0; summary != form.has_value())
+        auto form = TypedForm(view.type, view.value);
+        if (const bool summary = (view.flags & ITEM_SUMMARY) != 0; summary != form.has_value()) {
             element.attributes.emplace_back("summary", summary ? "true" : "false");
-        if (unnamed != 0)
-            element.attributes.emplace_back("krx:flags", hex(unnamed, 4));
-        element.children.push_back(form ? *std::move(form) : rawForm(view.type, shownValue(view)));
+        }
+        if (unnamed != 0) {
+            element.attributes.emplace_back("krx:flags", Hex(unnamed, 4));
+        }
+        element.children.push_back(form ? *std::move(form) : RawForm(view.type, ShownValue(view)));
         return element;
     }
 
     /** The stable form shows that a note is signed, and no more of it; and no moment of a generated UNID. */
-    std::string shownValue(const ItemView& view) const {
+    std::string ShownValue(const ItemView& view) const {
         std::string value(view.value);
-        if (!stable_)
+        if (!stable_) {
             return value;
-        if (view.type == TYPE_SIGNATURE)
+        }
+        if (view.type == TYPE_SIGNATURE) {
             return {};
-        if (view.type == TYPE_NOTEREF_LIST)
+        }
+        if (view.type == TYPE_NOTEREF_LIST) {
             for (size_t at = sizeof(WORD); at + sizeof(UNID) <= value.size(); at += sizeof(UNID)) {
-                const UNID unid = shown(valueAt<UNID>(value.data() + at));
+                const UNID unid = Shown(ValueAt<UNID>(value.data() + at));
                 value.replace(at, sizeof unid, reinterpret_cast<const char*>(&unid), sizeof unid);
             }
+        }
         return value;
     }
 
@@ -438,28 +485,31 @@ private:
     std::string line_;
 };
 
-void expectOther(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile) {
+void ExpectOther(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile) {
     std::error_code ignored;
-    if (std::filesystem::equivalent(databaseFile, dxlFile, ignored))
+    if (std::filesystem::equivalent(databaseFile, dxlFile, ignored)) {
         throw StatusError(EMB_ERR_ARGUMENT,
-                          pathForCaller(dxlFile) + ": the DXL would take the place of its own database");
+                          PathForCaller(dxlFile) + ": the DXL would take the place of its own database");
+    }
 }
 
 } // namespace
 
-void exportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
+void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                const DxlExportOptions& options) {
-    expectOther(databaseFile, dxlFile);
-    const std::string name = pathForCaller(databaseFile);
-    const auto store = Store::open(databaseFile, StoreAccess::readOnly);
+    ExpectOther(databaseFile, dxlFile);
+    const std::string name = PathForCaller(databaseFile);
+    const auto store = Store::Open(databaseFile, StoreAccess::readOnly);
     ReplacementFile replacement(dxlFile);
-    std::ofstream out(replacement.path(), std::ios::binary);
-    if (out)
-        Exporter(*store, name, options.stable).run(out);
+    std::ofstream out(replacement.Path(), std::ios::binary);
+    if (out) {
+        Exporter(*store, name, options.stable).Run(out);
+    }
     out.close();
-    if (!out)
-        throw StatusError(EMB_ERR_DISK, pathForCaller(dxlFile) + ": cannot be written");
-    replacement.commit();
+    if (!out) {
+        throw StatusError(EMB_ERR_DISK, PathForCaller(dxlFile) + ": cannot be written");
+    }
+    replacement.Commit();
 }
 
 } // namespace embedded

@@ -23,7 +23,7 @@ constexpr size_t maxAttributes = 100;
 
 constexpr std::string_view space = " \t\r\n";
 
-std::string quoted(std::string_view name) {
+std::string Quoted(std::string_view name) {
     return "<" + std::string(name) + ">";
 }
 
@@ -34,19 +34,22 @@ std::string quoted(std::string_view name) {
  */
 class Cutter {
 public:
-    explicit Cutter(const DxlSource& source) : source_(source), text_(source.text()) {}
+    explicit Cutter(const DxlSource& source) : source_(source), text_(source.Text()) {}
 
-    void run() {
+    void Run() {
         while (at_ < text_.size()) {
-            if (text_[at_] != '<')
-                content();
-            else if (!skip("<!--", "-->") && !skip("<?", "?>") && !cdata() && !documentType() && !endTag())
-                startTag();
+            if (text_[at_] != '<') {
+                Content();
+            } else if (!Skip("<!--", "-->") && !Skip("<?", "?>") && !cdata() && !DocumentType() && !endTag()) {
+                StartTag();
+            }
         }
-        if (!open_.empty())
-            source_.fail(open_.back().offset, quoted(open_.back().name) + " is not closed");
-        if (!root)
-            source_.fail(text_.size(), "there is no element");
+        if (!open_.empty()) {
+            source_.Fail(open_.back().offset, Quoted(open_.back().name) + " is not closed");
+        }
+        if (!root) {
+            source_.Fail(text_.size(), "there is no element");
+        }
     }
 
     std::optional<DxlSource::Piece> root;
@@ -58,179 +61,206 @@ private:
         size_t offset;
     };
 
-    bool startsWith(std::string_view mark) const { return text_.substr(at_).starts_with(mark); }
+    bool StartsWith(std::string_view mark) const { return text_.substr(at_).starts_with(mark); }
 
-    size_t find(std::string_view mark, std::string_view what) const {
+    size_t Find(std::string_view mark, std::string_view what) const {
         const size_t found = text_.find(mark, at_);
-        if (found == std::string_view::npos)
-            source_.fail(at_, quoted(what) + " has no end");
+        if (found == std::string_view::npos) {
+            source_.Fail(at_, Quoted(what) + " has no end");
+        }
         return found;
     }
 
-    bool skip(std::string_view start, std::string_view end) {
-        if (!startsWith(start))
+    bool Skip(std::string_view start, std::string_view end) {
+        if (!StartsWith(start)) {
             return false;
-        if (start == "<?")
-            declaration();
+        }
+        if (start == "<?") {
+            Declaration();
+        }
         at_ += start.size();
-        at_ = find(end, start.substr(1)) + end.size();
+        at_ = Find(end, start.substr(1)) + end.size();
         return true;
     }
 
     /** Only UTF-8 is read, so another encoding must not be taken for it. */
-    void declaration() const {
-        if (!startsWith("<?xml "))
+    void Declaration() const {
+        if (!StartsWith("<?xml ")) {
             return;
-        const std::string_view words = text_.substr(at_, find("?>", "?xml") - at_);
+        }
+        const std::string_view words = text_.substr(at_, Find("?>", "?xml") - at_);
         const size_t key = words.find("encoding");
-        if (key == std::string_view::npos)
+        if (key == std::string_view::npos) {
             return;
+        }
         const size_t quote = words.find_first_of("'\"", key);
         std::string name(quote == std::string_view::npos ? std::string_view() : words.substr(quote + 1));
         name.resize(std::min(name.size(), name.find_first_of("'\"")));
-        if (lowerAscii(name) != "utf-8" && lowerAscii(name) != "us-ascii")
-            source_.fail(at_, "the encoding '" + name + "' is not UTF-8");
+        if (LowerAscii(name) != "utf-8" && LowerAscii(name) != "us-ascii") {
+            source_.Fail(at_, "the encoding '" + name + "' is not UTF-8");
+        }
     }
 
     bool cdata() {
-        if (!startsWith("<![CDATA["))
+        if (!StartsWith("<![CDATA[")) {
             return false;
-        if (open_.size() < 2)
-            source_.fail(at_, "text has no place here");
-        const size_t end = find("]]>", "![CDATA[");
+        }
+        if (open_.size() < 2) {
+            source_.Fail(at_, "text has no place here");
+        }
+        const size_t end = Find("]]>", "![CDATA[");
         at_ = end + 3;
         return true;
     }
 
-    bool documentType() {
-        if (!startsWith("<!"))
+    bool DocumentType() {
+        if (!StartsWith("<!")) {
             return false;
-        if (!startsWith("<!DOCTYPE") || root)
-            source_.fail(at_, "a declaration has no place here");
+        }
+        if (!StartsWith("<!DOCTYPE") || root) {
+            source_.Fail(at_, "a declaration has no place here");
+        }
         const size_t start = at_;
         for (char quote = 0; at_ < text_.size(); ++at_) {
             const char c = text_[at_];
-            if (quote ? c == quote : c == '\'' || c == '"')
+            if (quote ? c == quote : c == '\'' || c == '"') {
                 quote = quote ? 0 : c;
-            else if (!quote && c == '[')
-                source_.fail(at_, "<!DOCTYPE> with declarations of its own is not taken");
-            else if (!quote && c == '>') {
+            } else if (!quote && c == '[') {
+                source_.Fail(at_, "<!DOCTYPE> with declarations of its own is not taken");
+            } else if (!quote && c == '>') {
                 ++at_;
                 return true;
             }
         }
-        source_.fail(start, "<!DOCTYPE> has no end");
+        source_.Fail(start, "<!DOCTYPE> has no end");
     }
 
     /** Text up to the next tag. */
-    void content() {
+    void Content() {
         const size_t end = std::min(text_.find('<', at_), text_.size());
         for (; at_ < end; ++at_) {
-            if (open_.size() < 2 && space.find(text_[at_]) == std::string_view::npos)
-                source_.fail(at_, open_.empty() ? "text outside the root element"
-                                                : quoted(open_.back().name) + ": text has no place here");
-            if (text_[at_] == '&')
-                reference();
+            if (open_.size() < 2 && space.find(text_[at_]) == std::string_view::npos) {
+                source_.Fail(at_, open_.empty() ? "text outside the root element"
+                                                : Quoted(open_.back().name) + ": text has no place here");
+            }
+            if (text_[at_] == '&') {
+                Reference();
+            }
         }
     }
 
-    void reference() const {
+    void Reference() const {
         const std::string_view all = text_.substr(at_ + 1, 32);
         const std::string_view name = all.substr(0, all.find(';'));
         const bool predefined = std::ranges::find(predefined_, name) != std::end(predefined_);
-        if (name.size() == all.size() || (!predefined && !(name.starts_with('#') && isCharacter(name.substr(1)))))
-            source_.fail(at_, "the reference '&" + std::string(cutUtf8(name, 16)) + "' is not taken");
+        if (name.size() == all.size() || (!predefined && !(name.starts_with('#') && IsCharacter(name.substr(1))))) {
+            source_.Fail(at_, "the reference '&" + std::string(CutUtf8(name, 16)) + "' is not taken");
+        }
     }
 
-    static bool isCharacter(std::string_view number) {
+    static bool IsCharacter(std::string_view number) {
         const bool hex = number.starts_with('x');
         number.remove_prefix(hex ? 1 : 0);
         uint32_t c = 0;
         const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), c, hex ? 16 : 10);
-        return error == std::errc() && end == number.data() + number.size() && isXmlCharacter(c);
+        return error == std::errc() && end == number.data() + number.size() && IsXmlCharacter(c);
     }
 
-    std::string_view tagName() {
+    std::string_view TagName() {
         const size_t end = std::min(text_.find_first_of(" \t\r\n/>='\"<&", at_), text_.size());
         const std::string_view name = text_.substr(at_, end - at_);
-        if (name.empty())
-            source_.fail(at_, "'<' without the name of an element");
+        if (name.empty()) {
+            source_.Fail(at_, "'<' without the name of an element");
+        }
         at_ = end;
         return name;
     }
 
     bool endTag() {
-        if (!startsWith("</"))
+        if (!StartsWith("</")) {
             return false;
+        }
         const size_t start = at_;
         at_ += 2;
-        const std::string_view name = tagName();
+        const std::string_view name = TagName();
         at_ = std::min(text_.find_first_not_of(space, at_), text_.size());
-        if (!startsWith(">") || open_.empty() || open_.back().name != name)
-            source_.fail(start, open_.empty() ? quoted(name) + " is closed and was not open"
-                                              : quoted(open_.back().name) + " is closed by " + quoted(name));
+        if (!StartsWith(">") || open_.empty() || open_.back().name != name) {
+            source_.Fail(start, open_.empty() ? Quoted(name) + " is closed and was not open"
+                                              : Quoted(open_.back().name) + " is closed by " + Quoted(name));
+        }
         ++at_;
         const size_t opened = open_.back().offset;
         open_.pop_back();
-        closed(opened);
+        Closed(opened);
         return true;
     }
 
-    void startTag() {
+    void StartTag() {
         const size_t start = at_++;
-        const std::string_view name = tagName();
-        if (open_.empty() && root)
-            source_.fail(start, quoted(name) + ": there is a second root element");
-        if (open_.size() >= maxDepth)
-            source_.fail(start, quoted(name) + ": elements are nested too deep");
+        const std::string_view name = TagName();
+        if (open_.empty() && root) {
+            source_.Fail(start, Quoted(name) + ": there is a second root element");
+        }
+        if (open_.size() >= maxDepth) {
+            source_.Fail(start, Quoted(name) + ": elements are nested too deep");
+        }
         markup_ = open_.size() < 2 ? 0 : markup_ + 1;
-        const bool empty = attributes(start, name);
-        if (markup_ > maxMarkup)
-            source_.fail(start, quoted(name) + ": too many elements in one");
-        if (open_.empty())
-            root = place(start);
-        if (empty)
-            closed(start);
-        else
+        const bool empty = Attributes(start, name);
+        if (markup_ > maxMarkup) {
+            source_.Fail(start, Quoted(name) + ": too many elements in one");
+        }
+        if (open_.empty()) {
+            root = Place(start);
+        }
+        if (empty) {
+            Closed(start);
+        } else {
             open_.push_back({name, start});
+        }
     }
 
     /** Up to the end of the tag; true when it closes the element too. */
-    bool attributes(size_t start, std::string_view name) {
+    bool Attributes(size_t start, std::string_view name) {
         for (size_t count = 0; at_ < text_.size(); ++at_) {
             const char c = text_[at_];
             if (c == '\'' || c == '"') {
-                if (++count > maxAttributes)
-                    source_.fail(start, quoted(name) + ": too many attributes");
-                attributeValue(c);
-            } else if (c == '<')
+                if (++count > maxAttributes) {
+                    source_.Fail(start, Quoted(name) + ": too many attributes");
+                }
+                AttributeValue(c);
+            } else if (c == '<') {
                 break;
-            else if (c == '>')
+            } else if (c == '>') {
                 return text_[at_++ - 1] == '/';
+            }
         }
-        source_.fail(start, quoted(name) + ": the tag has no end");
+        source_.Fail(start, Quoted(name) + ": the tag has no end");
     }
 
-    void attributeValue(char quote) {
+    void AttributeValue(char quote) {
         ++markup_;
         const size_t start = at_++;
         for (; at_ < text_.size() && text_[at_] != quote; ++at_) {
-            if (text_[at_] == '<')
+            if (text_[at_] == '<') {
                 break;
-            if (text_[at_] == '&')
-                reference();
+            }
+            if (text_[at_] == '&') {
+                Reference();
+            }
         }
-        if (!startsWith({&quote, 1}))
-            source_.fail(start, "an attribute's value has no end");
+        if (!StartsWith({&quote, 1})) {
+            source_.Fail(start, "an attribute's value has no end");
+        }
     }
 
     /** An element ends here. */
-    void closed(size_t start) {
-        if (open_.size() == 1)
-            pieces.push_back(place(start));
+    void Closed(size_t start) {
+        if (open_.size() == 1) {
+            pieces.push_back(Place(start));
+        }
     }
 
-    DxlSource::Piece place(size_t start) const {
+    DxlSource::Piece Place(size_t start) const {
         return {static_cast<uint32_t>(start), static_cast<uint32_t>(at_ - start)};
     }
 
@@ -245,21 +275,25 @@ private:
 
 } // namespace
 
-DxlSource::DxlSource(const std::filesystem::path& file) : name_(pathForCaller(file)) {
-    read(file);
-    if (text_.size() > maxFileSize)
+DxlSource::DxlSource(const std::filesystem::path& file) : name_(PathForCaller(file)) {
+    Read(file);
+    if (text_.size() > maxFileSize) {
         throw StatusError(EMB_ERR_DXL, name_ + ": the file is larger than 64 MiB");
-    if (text_.starts_with("\xEF\xBB\xBF"))
+    }
+    if (text_.starts_with("\xEF\xBB\xBF")) {
         text_.erase(0, 3);
-    if (const size_t bad = findNonXml(text_); bad != std::string::npos)
-        fail(bad, "a character that is not XML in UTF-8");
-    cut();
+    }
+    if (const size_t bad = FindNonXml(text_); bad != std::string::npos) {
+        Fail(bad, "a character that is not XML in UTF-8");
+    }
+    Cut();
 }
 
-void DxlSource::read(const std::filesystem::path& file) {
+void DxlSource::Read(const std::filesystem::path& file) {
     std::error_code ignored;
-    if (!std::filesystem::exists(file, ignored))
+    if (!std::filesystem::exists(file, ignored)) {
         throw StatusError(ERR_NOEXIST, name_ + ": no such file");
+    }
     std::ifstream in(file, std::ios::binary);
     // In blocks up to just beyond the limit: the size of a pipe is not known before.
     constexpr size_t block = size_t{1} << 16;
@@ -269,106 +303,116 @@ void DxlSource::read(const std::filesystem::path& file) {
         in.read(text_.data() + before, block);
         text_.resize(before + static_cast<size_t>(in.gcount()));
     }
-    if (std::filesystem::is_directory(file, ignored) || in.bad() || (!in.eof() && text_.size() <= maxFileSize))
+    if (std::filesystem::is_directory(file, ignored) || in.bad() || (!in.eof() && text_.size() <= maxFileSize)) {
         throw StatusError(EMB_ERR_DISK, name_ + ": cannot be read");
+    }
 }
 
-void DxlSource::cut() {
+void DxlSource::Cut() {
     Cutter cutter(*this);
-    cutter.run();
+    cutter.Run();
     root_ = *cutter.root;
     pieces_ = std::move(cutter.pieces);
 }
 
-void DxlSource::fail(size_t offset, const std::string& cause) const {
+void DxlSource::Fail(size_t offset, const std::string& cause) const {
     const std::string_view before = std::string_view(text_).substr(0, offset);
     const auto line = 1 + std::ranges::count(before, '\n');
     throw StatusError(EMB_ERR_DXL, name_ + ":" + std::to_string(line) + ": " + cause);
 }
 
-DxlTree::DxlTree(const DxlSource& source) : source_(source), offset_(source.root().offset), root_(nullptr) {
-    std::string tag(source.text().substr(source.root().offset, source.root().size));
-    if (!tag.ends_with("/>"))
+DxlTree::DxlTree(const DxlSource& source) : source_(source), offset_(source.Root().offset), root_(nullptr) {
+    std::string tag(source.Text().substr(source.Root().offset, source.Root().size));
+    if (!tag.ends_with("/>")) {
         tag.replace(tag.size() - 1, 1, "/>");
-    parse(tag);
+    }
+    Parse(tag);
 }
 
 DxlTree::DxlTree(const DxlSource& source, DxlSource::Piece piece, const DxlTree& root)
     : source_(source), offset_(piece.offset), root_(&root) {
-    parse(source.text().substr(piece.offset, piece.size));
+    Parse(source.Text().substr(piece.offset, piece.size));
 }
 
-void DxlTree::parse(std::string_view text) {
+void DxlTree::Parse(std::string_view text) {
     // White space is text until an element is known to have none.
     constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
     // cppcheck-suppress invalidLifetime; load_buffer() copies the text
     const auto result = document_.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
-    if (!result)
-        source_.fail(offset_ + static_cast<size_t>(result.offset), result.description());
+    if (!result) {
+        source_.Fail(offset_ + static_cast<size_t>(result.offset), result.description());
+    }
 }
 
-void DxlElement::fail(const std::string& cause) const {
-    tree_->source_.fail(tree_->offset_ + static_cast<size_t>(node_.offset_debug()),
-                        quoted(node_.name()) + ": " + cause);
+void DxlElement::Fail(const std::string& cause) const {
+    tree_->source_.Fail(tree_->offset_ + static_cast<size_t>(node_.offset_debug()),
+                        Quoted(node_.name()) + ": " + cause);
 }
 
-void DxlElement::failUnknown() const {
-    fail("the element has no place here");
+void DxlElement::FailUnknown() const {
+    Fail("the element has no place here");
 }
 
-std::string_view DxlElement::namespaceOf(std::string_view prefix) const {
+std::string_view DxlElement::NamespaceOf(std::string_view prefix) const {
     const std::string declaration = prefix.empty() ? "xmlns" : "xmlns:" + std::string(prefix);
-    for (pugi::xml_node node = node_; node; node = node.parent())
-        if (const pugi::xml_attribute found = node.attribute(declaration.c_str()))
+    for (pugi::xml_node node = node_; node; node = node.parent()) {
+        if (const pugi::xml_attribute found = node.attribute(declaration.c_str())) {
             return found.value();
-    return tree_->root_ ? tree_->root_->element().namespaceOf(prefix) : std::string_view();
+        }
+    }
+    return tree_->root_ ? tree_->root_->Element().NamespaceOf(prefix) : std::string_view();
 }
 
-std::string DxlElement::nameOf(std::string_view qualified, bool isElement) const {
+std::string DxlElement::NameOf(std::string_view qualified, bool isElement) const {
     const size_t colon = qualified.find(':');
-    if (colon == std::string_view::npos && !isElement)
+    if (colon == std::string_view::npos && !isElement) {
         return std::string(qualified); // an attribute without a prefix belongs to its element
+    }
     const bool prefixed = colon != std::string_view::npos;
-    const std::string_view uri = namespaceOf(prefixed ? qualified.substr(0, colon) : std::string_view());
+    const std::string_view uri = NamespaceOf(prefixed ? qualified.substr(0, colon) : std::string_view());
     std::string local(prefixed ? qualified.substr(colon + 1) : qualified);
-    if (uri == dxl::namespaceUri && isElement)
+    if (uri == dxl::namespaceUri && isElement) {
         return local;
+    }
     return uri == dxl::extensionUri ? "krx:" + local : "{" + std::string(uri) + "}" + local;
 }
 
-std::vector<DxlElement> DxlElement::children() const {
+std::vector<DxlElement> DxlElement::Children() const {
     std::vector<DxlElement> elements;
     for (const pugi::xml_node node : node_.children()) {
-        if (node.type() == pugi::node_element)
+        if (node.type() == pugi::node_element) {
             elements.emplace_back(*tree_, node);
-        else if (!trimmed(node.value()).empty())
-            fail("text has no place here");
+        } else if (!Trimmed(node.value()).empty()) {
+            Fail("text has no place here");
+        }
     }
     return elements;
 }
 
-DxlElement DxlElement::child() const {
-    const auto all = children();
-    if (all.size() != 1)
-        fail("needs one element below it");
+DxlElement DxlElement::Child() const {
+    const auto all = Children();
+    if (all.size() != 1) {
+        Fail("needs one element below it");
+    }
     return all.front();
 }
 
-std::string DxlElement::text() const {
+std::string DxlElement::Text() const {
     std::string text;
     for (const pugi::xml_node node : node_.children()) {
-        if (node.type() == pugi::node_element)
-            DxlElement(*tree_, node).failUnknown();
+        if (node.type() == pugi::node_element) {
+            DxlElement(*tree_, node).FailUnknown();
+        }
         text += node.value();
     }
     return text;
 }
 
-std::string DxlElement::trimmedText() const {
-    return std::string(trimmed(text()));
+std::string DxlElement::TrimmedText() const {
+    return std::string(Trimmed(Text()));
 }
 
-std::string DxlElement::textWithBreaks() const {
+std::string DxlElement::TextWithBreaks() const {
     std::string text;
     for (const pugi::xml_node node : node_.children()) {
         if (node.type() != pugi::node_element) {
@@ -376,74 +420,85 @@ std::string DxlElement::textWithBreaks() const {
             continue;
         }
         const DxlElement element(*tree_, node);
-        if (element.name() != "break")
-            element.failUnknown();
-        DxlAttributes(element).finish();
-        element.expectEmpty();
+        if (element.Name() != "break") {
+            element.FailUnknown();
+        }
+        DxlAttributes(element).Finish();
+        element.ExpectEmpty();
         text += '\0';
     }
     return text;
 }
 
-void DxlElement::expectEmpty() const {
-    if (const auto below = children(); !below.empty())
-        below.front().failUnknown();
+void DxlElement::ExpectEmpty() const {
+    if (const auto below = Children(); !below.empty()) {
+        below.front().FailUnknown();
+    }
 }
 
 DxlAttributes::DxlAttributes(const DxlElement& element) : element_(element) {
     for (const pugi::xml_attribute attribute : element.node_.attributes()) {
         const std::string_view written = attribute.name();
-        if (element.node_.attribute(attribute.name()) != attribute) // gives the first of that name
-            element.fail("the attribute '" + std::string(written) + "' stands twice");
-        if (written != "xmlns" && !written.starts_with("xmlns:"))
-            left_.push_back({element.nameOf(written, false), attribute.value(), std::string(written)});
+        if (element.node_.attribute(attribute.name()) != attribute) { // gives the first of that name
+            element.Fail("the attribute '" + std::string(written) + "' stands twice");
+        }
+        if (written != "xmlns" && !written.starts_with("xmlns:")) {
+            left_.push_back({element.NameOf(written, false), attribute.value(), std::string(written)});
+        }
     }
 }
 
-std::optional<std::string> DxlAttributes::take(std::string_view name) {
+std::optional<std::string> DxlAttributes::Take(std::string_view name) {
     const auto found = std::ranges::find(left_, name, &Attribute::name);
-    if (found == left_.end())
+    if (found == left_.end()) {
         return std::nullopt;
+    }
     std::string value = std::move(found->value);
     left_.erase(found);
     return value;
 }
 
-std::string DxlAttributes::require(std::string_view name) {
-    auto value = take(name);
-    if (!value)
-        element_.fail("the attribute '" + std::string(name) + "' is missing");
+std::string DxlAttributes::Require(std::string_view name) {
+    auto value = Take(name);
+    if (!value) {
+        element_.Fail("the attribute '" + std::string(name) + "' is missing");
+    }
     return *std::move(value);
 }
 
-std::optional<bool> DxlAttributes::takeBoolean(std::string_view name) {
-    const auto value = take(name);
-    if (!value)
+std::optional<bool> DxlAttributes::TakeBoolean(std::string_view name) {
+    const auto value = Take(name);
+    if (!value) {
         return std::nullopt;
-    if (*value != "true" && *value != "false")
-        failValue(name, *value);
+    }
+    if (*value != "true" && *value != "false") {
+        FailValue(name, *value);
+    }
     return *value == "true";
 }
 
-std::optional<uint32_t> DxlAttributes::takeNumber(std::string_view name, int base, uint32_t most) {
-    const auto value = take(name);
-    if (!value)
+std::optional<uint32_t> DxlAttributes::TakeNumber(std::string_view name, int base, uint32_t most) {
+    const auto value = Take(name);
+    if (!value) {
         return std::nullopt;
+    }
     uint32_t number = 0;
     const char* end = value->data() + value->size();
     const auto [stop, error] = std::from_chars(value->data(), end, number, base);
-    if (error != std::errc() || stop != end || number > most)
-        failValue(name, *value);
+    if (error != std::errc() || stop != end || number > most) {
+        FailValue(name, *value);
+    }
     return number;
 }
 
-void DxlAttributes::finish() const {
-    if (!left_.empty())
-        element_.fail("the attribute '" + left_.front().written + "' has no place here");
+void DxlAttributes::Finish() const {
+    if (!left_.empty()) {
+        element_.Fail("the attribute '" + left_.front().written + "' has no place here");
+    }
 }
 
-void DxlAttributes::failValue(std::string_view name, const std::string& value) const {
-    element_.fail("the attribute '" + std::string(name) + "' cannot be '" + value + "'");
+void DxlAttributes::FailValue(std::string_view name, const std::string& value) const {
+    element_.Fail("the attribute '" + std::string(name) + "' cannot be '" + value + "'");
 }
 
 } // namespace embedded

@@ -24,18 +24,18 @@ public:
     /** Reads and checks the file. Throws StatusError: ERR_NOEXIST, EMB_ERR_DISK, EMB_ERR_DXL. */
     explicit DxlSource(const std::filesystem::path& file);
 
-    [[nodiscard]] std::string_view text() const noexcept { return text_; }
+    [[nodiscard]] std::string_view Text() const noexcept { return text_; }
     /** The root element's start tag. */
-    [[nodiscard]] Piece root() const noexcept { return root_; }
+    [[nodiscard]] Piece Root() const noexcept { return root_; }
     /** The elements below the root. */
-    [[nodiscard]] const std::vector<Piece>& pieces() const noexcept { return pieces_; }
+    [[nodiscard]] const std::vector<Piece>& Pieces() const noexcept { return pieces_; }
 
     /** Throws EMB_ERR_DXL with the file, the line of that place in the text, and the cause. */
-    [[noreturn]] void fail(size_t offset, const std::string& cause) const;
+    [[noreturn]] void Fail(size_t offset, const std::string& cause) const;
 
 private:
-    void read(const std::filesystem::path& file);
-    void cut();
+    void Read(const std::filesystem::path& file);
+    void Cut();
 
     std::string name_;
     std::string text_;
@@ -53,35 +53,35 @@ class DxlElement {
 public:
     DxlElement(const DxlTree& tree, pugi::xml_node node) : tree_(&tree), node_(node) {}
 
-    [[nodiscard]] std::string name() const { return nameOf(node_.name(), true); }
+    [[nodiscard]] std::string Name() const { return NameOf(node_.name(), true); }
     /** The elements below this one; text between them is refused. */
-    [[nodiscard]] std::vector<DxlElement> children() const;
+    [[nodiscard]] std::vector<DxlElement> Children() const;
     /** The one element below this one. */
-    [[nodiscard]] DxlElement child() const;
+    [[nodiscard]] DxlElement Child() const;
     /** The text of an element that holds nothing else. */
-    [[nodiscard]] std::string text() const;
+    [[nodiscard]] std::string Text() const;
     /** The same without the white space around it. */
-    [[nodiscard]] std::string trimmedText() const;
+    [[nodiscard]] std::string TrimmedText() const;
     /** The text of an element that holds text and breaks; these become zero bytes. */
-    [[nodiscard]] std::string textWithBreaks() const;
+    [[nodiscard]] std::string TextWithBreaks() const;
     /** Refuses content. */
-    void expectEmpty() const;
+    void ExpectEmpty() const;
 
     /** Throws EMB_ERR_DXL with the line and name of this element. */
-    [[noreturn]] void fail(const std::string& cause) const;
+    [[noreturn]] void Fail(const std::string& cause) const;
     /** Refuses this element as one that has no place here. */
-    [[noreturn]] void failUnknown() const;
+    [[noreturn]] void FailUnknown() const;
 
 private:
     friend class DxlAttributes;
-    [[nodiscard]] std::string nameOf(std::string_view qualified, bool isElement) const;
-    [[nodiscard]] std::string_view namespaceOf(std::string_view prefix) const;
+    [[nodiscard]] std::string NameOf(std::string_view qualified, bool isElement) const;
+    [[nodiscard]] std::string_view NamespaceOf(std::string_view prefix) const;
 
     const DxlTree* tree_;
     pugi::xml_node node_;
 };
 
-/** The attributes of an element. Each is taken once; finish() refuses what is left. */
+/** The attributes of an element. Each is taken once; Finish() refuses what is left. */
 class DxlAttributes {
 public:
     struct Attribute {
@@ -93,18 +93,18 @@ public:
     /** Refuses an attribute that stands twice. */
     explicit DxlAttributes(const DxlElement& element);
 
-    std::optional<std::string> take(std::string_view name);
-    std::string require(std::string_view name);
+    std::optional<std::string> Take(std::string_view name);
+    std::string Require(std::string_view name);
     /** "true" or "false". */
-    std::optional<bool> takeBoolean(std::string_view name);
+    std::optional<bool> TakeBoolean(std::string_view name);
     /** Whole and in the given base, at most `most`. */
-    std::optional<uint32_t> takeNumber(std::string_view name, int base, uint32_t most);
+    std::optional<uint32_t> TakeNumber(std::string_view name, int base, uint32_t most);
     /** What was not taken. */
-    [[nodiscard]] const std::vector<Attribute>& left() const noexcept { return left_; }
-    void finish() const;
+    [[nodiscard]] const std::vector<Attribute>& Left() const noexcept { return left_; }
+    void Finish() const;
 
 private:
-    [[noreturn]] void failValue(std::string_view name, const std::string& value) const;
+    [[noreturn]] void FailValue(std::string_view name, const std::string& value) const;
 
     const DxlElement& element_;
     std::vector<Attribute> left_;
@@ -119,11 +119,11 @@ public:
     DxlTree(const DxlTree&) = delete;
     DxlTree& operator=(const DxlTree&) = delete;
 
-    [[nodiscard]] DxlElement element() const { return {*this, document_.document_element()}; }
+    [[nodiscard]] DxlElement Element() const { return {*this, document_.document_element()}; }
 
 private:
     friend class DxlElement;
-    void parse(std::string_view text);
+    void Parse(std::string_view text);
 
     const DxlSource& source_;
     size_t offset_;

@@ -85,7 +85,7 @@ constexpr std::string_view accessLevels[] = {"noaccess", "depositor", "reader", 
 constexpr std::string_view entryTypes[] = {"unspecified", "person",      "server",
                                            "mixedgroup",  "persongroup", "servergroup"};
 
-inline bool isAclValue(AclValue kind, std::string_view value) {
+inline bool IsAclValue(AclValue kind, std::string_view value) {
     const auto in = [value](const auto& words) { return std::ranges::find(words, value) != std::end(words); };
     switch (kind) {
     case AclValue::boolean:

@@ -45,16 +45,16 @@ struct FormulaError {
 };
 
 /** Compiles an LMBCS text; the result is the compiled bytes or the error. */
-std::variant<std::string, FormulaError> compileFormula(std::string_view text);
+std::variant<std::string, FormulaError> CompileFormula(std::string_view text);
 
 /** Whether bytes are a whole compiled formula of this platform. */
-bool isFormula(std::string_view compiled) noexcept;
+bool IsFormula(std::string_view compiled) noexcept;
 
 /** The text (LMBCS) of a compiled formula, beginning with "SELECT "; compiling it gives the same bytes. `compiled`
  *  must pass isFormula. */
-std::string formulaText(std::string_view compiled);
+std::string FormulaText(std::string_view compiled);
 
 /** Whether the formula selects a note of these encoded items. `compiled` must pass isFormula. Throws as findItem. */
-bool formulaSelects(std::string_view compiled, std::string_view encodedItems);
+bool FormulaSelects(std::string_view compiled, std::string_view encodedItems);
 
 } // namespace embedded

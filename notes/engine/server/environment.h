@@ -14,10 +14,10 @@ class Environment {
 public:
     /** Reads NAME=VALUE lines; the first of two equal names counts. Throws ERR_NOEXIST or EMB_ERR_ARGUMENT with
      *  the file's name and the cause. */
-    static Environment load(const std::filesystem::path& file);
+    static Environment Load(const std::filesystem::path& file);
 
-    [[nodiscard]] std::optional<std::string> find(std::string_view name) const;
-    void set(std::string_view name, std::optional<std::string> value);
+    [[nodiscard]] std::optional<std::string> Find(std::string_view name) const;
+    void Set(std::string_view name, std::optional<std::string> value);
 
 private:
     std::map<std::string, std::string, std::less<>> values_; // by lower-case name

@@ -22,21 +22,21 @@ constexpr std::array operationNames = {
 #undef NOTES_OPERATION
 };
 
-std::optional<Operation> findOperation(std::string_view name) noexcept;
+std::optional<Operation> FindOperation(std::string_view name) noexcept;
 
 class CallLedger {
 public:
     /** Notes a call; the status that it is to fail with, if it is to fail. A call that cannot fail uses a fault's
      *  turn up without firing it. */
-    std::optional<STATUS> record(Operation operation, bool canFail);
+    std::optional<STATUS> Record(Operation operation, bool canFail);
 
     /** See EmbFaultArm; no operation means any. */
-    void arm(std::optional<Operation> operation, DWORD n, STATUS status, bool forever);
-    void clearFaults();
-    [[nodiscard]] DWORD fired() const noexcept { return fired_; }
+    void Arm(std::optional<Operation> operation, DWORD n, STATUS status, bool forever);
+    void ClearFaults();
+    [[nodiscard]] DWORD Fired() const noexcept { return fired_; }
 
-    [[nodiscard]] DWORD count(std::optional<Operation> operation) const noexcept;
-    void resetCounts() noexcept { counts_.fill(0); }
+    [[nodiscard]] DWORD Count(std::optional<Operation> operation) const noexcept;
+    void ResetCounts() noexcept { counts_.fill(0); }
 
 private:
     struct Fault {

@@ -17,39 +17,43 @@ public:
     explicit HandleTable(DHANDLE kind) : kind_(kind << kindShift) {}
 
     /** Throws ERR_MEMORY when no slot is left. */
-    DHANDLE add(std::shared_ptr<T> object) {
+    DHANDLE Add(std::shared_ptr<T> object) {
         if (free_.empty()) {
-            if (slots_.size() > slotMask)
+            if (slots_.size() > slotMask) {
                 throw StatusError(ERR_MEMORY, "too many open handles");
+            }
             slots_.push_back({nullptr, 0});
             free_.push_back(static_cast<DHANDLE>(slots_.size() - 1));
         }
         const DHANDLE slot = free_.back();
         free_.pop_back();
         slots_[slot].object = std::move(object);
-        return handleAt(slot);
+        return HandleAt(slot);
     }
 
     /** NULL for a handle that is not open; what it points to lives until the handle is closed. */
-    [[nodiscard]] T* find(DHANDLE handle) const noexcept {
-        const Slot* slot = slotOf(handle);
+    [[nodiscard]] T* Find(DHANDLE handle) const noexcept {
+        const Slot* slot = SlotOf(handle);
         return slot ? slot->object.get() : nullptr;
     }
 
     /** The first open handle whose object fits, NULLHANDLE when none does. */
     template<typename Predicate>
-    [[nodiscard]] DHANDLE findHandle(Predicate&& fits) const {
-        for (size_t slot = 0; slot < slots_.size(); ++slot)
-            if (slots_[slot].object && fits(*slots_[slot].object))
-                return handleAt(static_cast<DHANDLE>(slot));
+    [[nodiscard]] DHANDLE FindHandle(Predicate&& fits) const {
+        for (size_t slot = 0; slot < slots_.size(); ++slot) {
+            if (slots_[slot].object && fits(*slots_[slot].object)) {
+                return HandleAt(static_cast<DHANDLE>(slot));
+            }
+        }
         return NULLHANDLE;
     }
 
     /** Closes the handle and gives its object, NULL for a handle that is not open. */
-    std::shared_ptr<T> take(DHANDLE handle) {
-        Slot* slot = const_cast<Slot*>(slotOf(handle));
-        if (!slot)
+    std::shared_ptr<T> Take(DHANDLE handle) {
+        Slot* slot = const_cast<Slot*>(SlotOf(handle));
+        if (!slot) {
             return nullptr;
+        }
         slot->generation = (slot->generation + 1) & generationMask;
         free_.push_back(handle & slotMask);
         return std::exchange(slot->object, nullptr);
@@ -58,10 +62,12 @@ public:
     [[nodiscard]] size_t size() const noexcept { return slots_.size() - free_.size(); }
 
     template<typename Visitor>
-    void forEach(Visitor&& visitor) const {
-        for (const Slot& slot : slots_)
-            if (slot.object)
+    void ForEach(Visitor&& visitor) const {
+        for (const Slot& slot : slots_) {
+            if (slot.object) {
                 visitor(*slot.object);
+            }
+        }
     }
 
 private:
@@ -75,15 +81,16 @@ private:
         DHANDLE generation;
     };
 
-    [[nodiscard]] DHANDLE handleAt(DHANDLE slot) const noexcept {
+    [[nodiscard]] DHANDLE HandleAt(DHANDLE slot) const noexcept {
         return kind_ | slots_[slot].generation << generationShift | slot;
     }
 
-    const Slot* slotOf(DHANDLE handle) const noexcept {
+    const Slot* SlotOf(DHANDLE handle) const noexcept {
         const size_t slot = handle & slotMask;
         if ((handle & ~(generationMask << generationShift | slotMask)) != kind_ || slot >= slots_.size() ||
-            slots_[slot].generation != (handle >> generationShift & generationMask) || !slots_[slot].object)
+            slots_[slot].generation != (handle >> generationShift & generationMask) || !slots_[slot].object) {
             return nullptr;
+        }
         return &slots_[slot];
     }
 

@@ -8,47 +8,54 @@
 
 namespace embedded {
 
-std::set<std::string> OfflineRegistry::read() const {
+std::set<std::string> OfflineRegistry::Read() const {
     std::set<std::string> databases;
     std::ifstream in(file_);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty()) {
             databases.insert(line);
+        }
+    }
     return databases;
 }
 
-void OfflineRegistry::write(const std::set<std::string>& databases) const {
+void OfflineRegistry::Write(const std::set<std::string>& databases) const {
     if (databases.empty()) {
         std::error_code failed;
         std::filesystem::remove(file_, failed);
-        if (failed)
-            throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": cannot be removed: " + failed.message());
+        if (failed) {
+            throw StatusError(EMB_ERR_DISK, PathForCaller(file_) + ": cannot be removed: " + failed.message());
+        }
         return;
     }
     ReplacementFile next(file_, ".new");
-    std::ofstream out(next.path(), std::ios::trunc);
-    for (const std::string& database : databases)
+    std::ofstream out(next.Path(), std::ios::trunc);
+    for (const std::string& database : databases) {
         out << database << '\n';
+    }
     out.close();
-    if (!out)
-        throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": cannot be written");
-    next.commit();
+    if (!out) {
+        throw StatusError(EMB_ERR_DISK, PathForCaller(file_) + ": cannot be written");
+    }
+    next.Commit();
 }
 
-bool OfflineRegistry::contains(const std::filesystem::path& database) const {
-    return read().contains(database.string());
+bool OfflineRegistry::Contains(const std::filesystem::path& database) const {
+    return Read().contains(database.string());
 }
 
-void OfflineRegistry::add(const std::filesystem::path& database) {
-    auto databases = read();
-    if (databases.insert(database.string()).second)
-        write(databases);
+void OfflineRegistry::Add(const std::filesystem::path& database) {
+    auto databases = Read();
+    if (databases.insert(database.string()).second) {
+        Write(databases);
+    }
 }
 
-void OfflineRegistry::remove(const std::filesystem::path& database) {
-    auto databases = read();
-    if (databases.erase(database.string()) != 0)
-        write(databases);
+void OfflineRegistry::Remove(const std::filesystem::path& database) {
+    auto databases = Read();
+    if (databases.erase(database.string()) != 0) {
+        Write(databases);
+    }
 }
 
 } // namespace embedded

@@ -12,14 +12,14 @@ class OfflineRegistry {
 public:
     explicit OfflineRegistry(std::filesystem::path file) : file_(std::move(file)) {}
 
-    [[nodiscard]] bool contains(const std::filesystem::path& database) const;
+    [[nodiscard]] bool Contains(const std::filesystem::path& database) const;
     /** Both throw EMB_ERR_DISK, and the registry is then as it was. */
-    void add(const std::filesystem::path& database);
-    void remove(const std::filesystem::path& database);
+    void Add(const std::filesystem::path& database);
+    void Remove(const std::filesystem::path& database);
 
 private:
-    [[nodiscard]] std::set<std::string> read() const;
-    void write(const std::set<std::string>& databases) const;
+    [[nodiscard]] std::set<std::string> Read() const;
+    void Write(const std::set<std::string>& databases) const;
 
     std::filesystem::path file_;
 };

@@ -13,98 +13,108 @@ constexpr const char* offlineFile = "offline.lst";
 constexpr const char* defaultIdName = "CN=Local/O=Embedded";
 
 /** Both separators separate in the paths of the Notes API. */
-std::filesystem::path fromNotes(std::string text) {
+std::filesystem::path FromNotes(std::string text) {
     std::replace(text.begin(), text.end(), '\\', '/');
-    return pathFromCaller(text);
+    return PathFromCaller(text);
 }
 
-std::filesystem::path folderOf(const std::filesystem::path& file) {
+std::filesystem::path FolderOf(const std::filesystem::path& file) {
     return std::filesystem::absolute(file).lexically_normal().parent_path();
 }
 
 } // namespace
 
 Session::Session(const std::filesystem::path& iniFile, bool readOnly)
-    : environment(Environment::load(iniFile)), readOnly_(readOnly), folder_(folderOf(iniFile)),
+    : environment(Environment::Load(iniFile)), readOnly_(readOnly), folder_(FolderOf(iniFile)),
       offline_(folder_ / offlineFile) {
-    const auto directory = environment.find("Directory");
-    if (!directory || directory->empty())
-        throw StatusError(EMB_ERR_ARGUMENT, pathForCaller(iniFile) + ": no line Directory=");
-    if (directory->size() >= MAXPATH)
-        throw StatusError(EMB_ERR_TOO_LONG, pathForCaller(iniFile) + ": the path in Directory= is longer than " +
+    const auto directory = environment.Find("Directory");
+    if (!directory || directory->empty()) {
+        throw StatusError(EMB_ERR_ARGUMENT, PathForCaller(iniFile) + ": no line Directory=");
+    }
+    if (directory->size() >= MAXPATH) {
+        throw StatusError(EMB_ERR_TOO_LONG, PathForCaller(iniFile) + ": the path in Directory= is longer than " +
                                                 std::to_string(MAXPATH - 1) + " bytes");
+    }
     dataDirectory_ = *directory;
     try {
-        behaviours.setAll(environment.find("EmbeddedBehaviour").value_or(""));
+        behaviours.SetAll(environment.Find("EmbeddedBehaviour").value_or(""));
     } catch (const StatusError& error) {
-        throw StatusError(error.status(), pathForCaller(iniFile) + ": EmbeddedBehaviour=: " + error.what());
+        throw StatusError(error.Status(), PathForCaller(iniFile) + ": EmbeddedBehaviour=: " + error.what());
     }
-    if (std::error_code ignored; !std::filesystem::is_directory(hostPath({}), ignored))
+    if (std::error_code ignored; !std::filesystem::is_directory(HostPath({}), ignored)) {
         throw StatusError(ERR_NOEXIST,
-                          pathForCaller(iniFile) + ": the data directory " + dataDirectory_ + " does not exist");
+                          PathForCaller(iniFile) + ": the data directory " + dataDirectory_ + " does not exist");
+    }
 }
 
 Session::~Session() {
     // Open notes hold their databases; what was saved is stored as the databases close.
 }
 
-std::string Session::idName() const {
-    return environment.find("EmbeddedIDName").value_or(defaultIdName);
+std::string Session::IdName() const {
+    return environment.Find("EmbeddedIDName").value_or(defaultIdName);
 }
 
-std::filesystem::path Session::hostPath(std::string_view notesPath) const {
+std::filesystem::path Session::HostPath(std::string_view notesPath) const {
     std::string text(notesPath);
     if (const size_t server = text.find("!!"); server != std::string::npos) {
-        if (server != 0 && text.substr(0, server) != idName())
+        if (server != 0 && text.substr(0, server) != IdName()) {
             throw StatusError(EMB_ERR_NO_SERVER, text + ": no such server");
+        }
         text.erase(0, server + 2);
     }
-    std::filesystem::path path = (folder_ / fromNotes(dataDirectory_) / fromNotes(std::move(text))).lexically_normal();
+    std::filesystem::path path = (folder_ / FromNotes(dataDirectory_) / FromNotes(std::move(text))).lexically_normal();
     return path.has_filename() ? path : path.parent_path();
 }
 
-std::filesystem::path Session::databasePath(std::string_view notesPath) const {
-    std::filesystem::path path = hostPath(notesPath);
+std::filesystem::path Session::DatabasePath(std::string_view notesPath) const {
+    std::filesystem::path path = HostPath(notesPath);
     std::error_code ignored;
-    if (path.has_extension() || std::filesystem::exists(path, ignored))
+    if (path.has_extension() || std::filesystem::exists(path, ignored)) {
         return path;
+    }
     std::filesystem::path withExtension = path;
     withExtension += ".nsf";
     return withExtension;
 }
 
-std::filesystem::path Session::fullPathOnly(std::string_view notesPath) const {
-    if (behaviours.has(Deviation::offlinePathFull) && !fromNotes(std::string(notesPath)).is_absolute())
+std::filesystem::path Session::FullPathOnly(std::string_view notesPath) const {
+    if (behaviours.Has(Deviation::offlinePathFull) && !FromNotes(std::string(notesPath)).is_absolute()) {
         throw StatusError(ERR_NOEXIST);
-    return databasePath(notesPath);
+    }
+    return DatabasePath(notesPath);
 }
 
-std::shared_ptr<Database> Session::openDatabase(const std::filesystem::path& file) {
-    if (auto database = open_[file].lock())
+std::shared_ptr<Database> Session::Open(const std::filesystem::path& file) {
+    if (auto database = open_[file].lock()) {
         return database;
-    if (isOffline(file))
+    }
+    if (IsOffline(file)) {
         throw StatusError(ERR_DBOFFLINE);
-    auto database = Database::open(file, readOnly_ ? StoreAccess::readOnly : StoreAccess::readWrite, clock, behaviours);
+    }
+    auto database = Database::Open(file, readOnly_ ? StoreAccess::readOnly : StoreAccess::readWrite, clock, behaviours);
     open_[file] = database;
     return database;
 }
 
-void Session::closeDatabase(const std::shared_ptr<OpenDatabase>& entry) {
-    if (!entry->database)
+void Session::Close(const std::shared_ptr<OpenDatabase>& entry) {
+    if (!entry->database) {
         return;
+    }
     bool lastHandle = true;
-    databases.forEach([&](const OpenDatabase& other) { lastHandle &= other.database != entry->database; });
-    if (lastHandle)
-        entry->database->store().commit();
+    databases.ForEach([&](const OpenDatabase& other) { lastHandle &= other.database != entry->database; });
+    if (lastHandle) {
+        entry->database->GetStore().Commit();
+    }
 }
 
-DHANDLE Session::allocate(std::string_view bytes, bool ownedByNote) {
+DHANDLE Session::Allocate(std::string_view bytes, bool ownedByNote) {
     auto block = std::make_shared<MemoryBlock>();
     block->bytes = std::make_unique<char[]>(bytes.size() + 1);
     std::copy(bytes.begin(), bytes.end(), block->bytes.get());
     block->size = bytes.size();
     block->ownedByNote = ownedByNote;
-    return memory.add(std::move(block));
+    return memory.Add(std::move(block));
 }
 
 } // namespace embedded

@@ -53,43 +53,43 @@ public:
     HandleTable<MemoryBlock> memory{EMB_HANDLE_MEMORY};
     DWORD misuses = 0;
 
-    [[nodiscard]] bool readOnly() const noexcept { return readOnly_; }
+    [[nodiscard]] bool ReadOnly() const noexcept { return readOnly_; }
     [[nodiscard]] const std::string& dataDirectory() const noexcept { return dataDirectory_; } // UTF-8
     /** The name of the ID in use, UTF-8. */
-    [[nodiscard]] std::string idName() const;
+    [[nodiscard]] std::string IdName() const;
 
     /** The host path of a path as the Notes API takes it (UTF-8): "\" and "/" separate, a "server!!" of our own
      *  is taken off (another one throws EMB_ERR_NO_SERVER), and a relative path stands below the data directory. */
-    [[nodiscard]] std::filesystem::path hostPath(std::string_view notesPath) const;
-    /** As hostPath, for a database that is there or is to be there: ".nsf" may be left out. */
-    [[nodiscard]] std::filesystem::path databasePath(std::string_view notesPath) const;
-    /** As databasePath, for an operation that may want full paths: throws ERR_NOEXIST for another one then. */
-    [[nodiscard]] std::filesystem::path fullPathOnly(std::string_view notesPath) const;
+    [[nodiscard]] std::filesystem::path HostPath(std::string_view notesPath) const;
+    /** As HostPath, for a database that is there or is to be there: ".nsf" may be left out. */
+    [[nodiscard]] std::filesystem::path DatabasePath(std::string_view notesPath) const;
+    /** As DatabasePath, for an operation that may want full paths: throws ERR_NOEXIST for another one then. */
+    [[nodiscard]] std::filesystem::path FullPathOnly(std::string_view notesPath) const;
 
-    /** Throws ERR_DBOFFLINE besides what Database::open throws. */
-    std::shared_ptr<Database> openDatabase(const std::filesystem::path& file);
+    /** Throws ERR_DBOFFLINE besides what Database::Open throws. */
+    std::shared_ptr<Database> Open(const std::filesystem::path& file);
     /** Writes are stored when the last handle is closed, whatever notes are still open. */
-    void closeDatabase(const std::shared_ptr<OpenDatabase>& entry);
+    void Close(const std::shared_ptr<OpenDatabase>& entry);
 
-    DHANDLE allocate(std::string_view bytes, bool ownedByNote = false);
+    DHANDLE Allocate(std::string_view bytes, bool ownedByNote = false);
 
     // ---- Server
 
     /** Waits up to `waitMs` for the database's users. Throws ERR_DBINUSE when there still are some, ERR_NOEXIST. */
-    void takeOffline(const std::filesystem::path& file, DWORD waitMs, bool deleteIt);
-    void bringOnline(const std::filesystem::path& file);
-    [[nodiscard]] bool isOffline(const std::filesystem::path& file) const { return offline_.contains(file); }
-    void setInUse(const std::filesystem::path& file, DWORD attempts) { inUse_[file] = attempts; }
+    void TakeOffline(const std::filesystem::path& file, DWORD waitMs, bool deleteIt);
+    void BringOnline(const std::filesystem::path& file);
+    [[nodiscard]] bool IsOffline(const std::filesystem::path& file) const { return offline_.Contains(file); }
+    void SetInUse(const std::filesystem::path& file, DWORD attempts) { inUse_[file] = attempts; }
 
     /** Carries out a console command (UTF-8); the reply, which may be empty. */
-    std::string console(std::string_view command);
+    std::string Console(std::string_view command);
     /** Adds a line (UTF-8) to the server's log. */
-    void log(std::string_view text);
-    [[nodiscard]] const std::string& transcript() const noexcept { return transcript_; }
-    [[nodiscard]] const std::string& serverLog() const noexcept { return serverLog_; }
+    void Log(std::string_view text);
+    [[nodiscard]] const std::string& Transcript() const noexcept { return transcript_; }
+    [[nodiscard]] const std::string& ServerLog() const noexcept { return serverLog_; }
 
 private:
-    [[nodiscard]] bool hasUsers(const std::filesystem::path& file) const;
+    [[nodiscard]] bool HasUsers(const std::filesystem::path& file) const;
     void appendToConsoleFile(std::string_view line) const;
 
     bool readOnly_;

@@ -24,7 +24,7 @@ constexpr int formatVersion = 1;
 constexpr size_t pendingLimit = size_t{64} << 20;
 constexpr NOTEID firstNoteId = 0x8F6;
 constexpr NOTEID noteIdStep = 4;
-// The store's own properties, kept out of properties().
+// The store's own properties, kept out of Properties().
 constexpr std::string_view counterPrefix = "counter:";
 constexpr const char* nextIdProperty = "counter:noteid";
 constexpr const char* nextSerialProperty = "counter:serial";
@@ -35,7 +35,7 @@ constexpr const char* schema = "CREATE TABLE note ("
                                " deleted INTEGER NOT NULL, items BLOB NOT NULL);"
                                "CREATE TABLE property (name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;";
 
-STATUS statusOf(int code) noexcept {
+STATUS StatusOf(int code) noexcept {
     switch (code & 0xFF) {
     case SQLITE_NOMEM:
         return ERR_MEMORY;
@@ -56,22 +56,23 @@ STATUS statusOf(int code) noexcept {
     }
 }
 
-[[noreturn]] void fail(sqlite3* database, const std::filesystem::path& file) {
-    throw StatusError(statusOf(sqlite3_extended_errcode(database)),
-                      pathForCaller(file) + ": " + sqlite3_errmsg(database));
+[[noreturn]] void Fail(sqlite3* database, const std::filesystem::path& file) {
+    throw StatusError(StatusOf(sqlite3_extended_errcode(database)),
+                      PathForCaller(file) + ": " + sqlite3_errmsg(database));
 }
 
-std::string_view blobOf(sqlite3_stmt* row, int column) {
+std::string_view BlobOf(sqlite3_stmt* row, int column) {
     const void* bytes = sqlite3_column_blob(row, column);
     return {static_cast<const char*>(bytes), static_cast<size_t>(sqlite3_column_bytes(row, column))};
 }
 
 template<typename T>
-void copyBlob(sqlite3_stmt* row, int column, T& value) {
-    const std::string_view blob = blobOf(row, column);
-    if (blob.size() != sizeof(T))
+void CopyBlob(sqlite3_stmt* row, int column, T& value) {
+    const std::string_view blob = BlobOf(row, column);
+    if (blob.size() != sizeof(T)) {
         throw StatusError(EMB_ERR_DAMAGED, "a note's row is damaged");
-    value = valueAt<T>(blob.data());
+    }
+    value = ValueAt<T>(blob.data());
 }
 
 // In the order of the table; the first seven are the head.
@@ -79,16 +80,16 @@ constexpr const char* allColumns = "id, class, unid, sequence, sequencetime, mod
 constexpr int itemsColumn = 7;
 constexpr int softlyDeleted = 2; // in the column "deleted", beside 0 and 1
 
-void readHeadColumns(sqlite3_stmt* row, NoteHead& head) {
+void ReadHeadColumns(sqlite3_stmt* row, NoteHead& head) {
     UNID unid;
     head.id = static_cast<NOTEID>(sqlite3_column_int64(row, 0));
     head.noteClass = static_cast<WORD>(sqlite3_column_int(row, 1));
-    copyBlob(row, 2, unid);
+    CopyBlob(row, 2, unid);
     head.oid.File = unid.File;
     head.oid.Note = unid.Note;
     head.oid.Sequence = static_cast<DWORD>(sqlite3_column_int64(row, 3));
-    copyBlob(row, 4, head.oid.SequenceTime);
-    copyBlob(row, 5, head.modified);
+    CopyBlob(row, 4, head.oid.SequenceTime);
+    CopyBlob(row, 5, head.modified);
     const int deleted = sqlite3_column_int(row, 6);
     head.deleted = deleted != 0;
     head.soft = deleted == softlyDeleted;
@@ -109,7 +110,7 @@ private:
     sqlite3_stmt* statement_;
 };
 
-bool isRegularFile(const std::filesystem::path& file) {
+bool IsRegularFile(const std::filesystem::path& file) {
     std::error_code ignored;
     return std::filesystem::is_regular_file(file, ignored);
 }
@@ -130,8 +131,9 @@ struct Store::Statements {
 
     ~Statements() {
         for (sqlite3_stmt* statement :
-             {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty})
+             {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty}) {
             sqlite3_finalize(statement);
+        }
     }
 };
 
@@ -141,7 +143,7 @@ Store::Store(sqlite3* database, std::filesystem::path file, StoreAccess access)
 namespace {
 
 /** Opens the file with the settings that every database has. Closes it again when that fails. */
-sqlite3* openFile(const std::filesystem::path& file, int flags) {
+sqlite3* OpenFile(const std::filesystem::path& file, int flags) {
     sqlite3* database = nullptr;
     const auto text = file.u8string();
     const int code = sqlite3_open_v2(reinterpret_cast<const char*>(text.c_str()), &database,
@@ -150,74 +152,81 @@ sqlite3* openFile(const std::filesystem::path& file, int flags) {
         sqlite3_busy_timeout(database, 2000);
         return database;
     }
-    const StatusError error(statusOf(code), pathForCaller(file) + ": " + sqlite3_errstr(code));
+    const StatusError error(StatusOf(code), PathForCaller(file) + ": " + sqlite3_errstr(code));
     sqlite3_close(database);
     throw error;
 }
 
-void execute(sqlite3* database, const std::filesystem::path& file, const char* sql) {
-    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
-        fail(database, file);
+void Execute(sqlite3* database, const std::filesystem::path& file, const char* sql) {
+    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        Fail(database, file);
+    }
 }
 
-int pragmaValue(sqlite3* database, const std::filesystem::path& file, const char* pragma) {
+int PragmaValue(sqlite3* database, const std::filesystem::path& file, const char* pragma) {
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr) != SQLITE_OK ||
         sqlite3_step(statement) != SQLITE_ROW) {
         sqlite3_finalize(statement);
-        fail(database, file);
+        Fail(database, file);
     }
     const int value = sqlite3_column_int(statement, 0);
     sqlite3_finalize(statement);
     return value;
 }
 
-void settings(sqlite3* database, const std::filesystem::path& file) {
+void Settings(sqlite3* database, const std::filesystem::path& file) {
     // A rollback journal and not a write-ahead log: nothing may stand beside a closed database. By way of TRUNCATE,
     // because SQLite restores what a dead writer's journal holds but leaves a journal with nothing in it lying about;
     // the change of mode removes it.
-    execute(database, file,
+    Execute(database, file,
             "PRAGMA journal_mode=TRUNCATE; PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL; "
             "PRAGMA temp_store=MEMORY;");
 }
 
 } // namespace
 
-std::unique_ptr<Store> Store::create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
-    if (std::error_code ignored; std::filesystem::exists(std::filesystem::symlink_status(file, ignored)))
-        throw StatusError(ERR_EXISTS, pathForCaller(file) + ": the file exists");
-    sqlite3* database = openFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
+    if (std::error_code ignored; std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
+        throw StatusError(ERR_EXISTS, PathForCaller(file) + ": the file exists");
+    }
+    sqlite3* database = OpenFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
-    settings(database, file);
+    Settings(database, file);
     store->begin();
-    execute(database, file, schema);
-    execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
-    execute(database, file, ("PRAGMA user_version=" + std::to_string(formatVersion)).c_str());
+    Execute(database, file, schema);
+    Execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
+    Execute(database, file, ("PRAGMA user_version=" + std::to_string(formatVersion)).c_str());
     store->nextId_ = firstNoteId;
     store->nextSerial_ = 1;
-    store->prepare();
-    store->setProperty(property::replicaInfo, {reinterpret_cast<const char*>(&replicaInfo), sizeof replicaInfo});
+    store->Prepare();
+    store->SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&replicaInfo), sizeof replicaInfo});
     return store;
 }
 
-std::unique_ptr<Store> Store::open(const std::filesystem::path& file, StoreAccess access) {
-    if (!isRegularFile(file))
-        throw StatusError(ERR_NOEXIST, pathForCaller(file) + ": no such file");
+std::unique_ptr<Store> Store::Open(const std::filesystem::path& file, StoreAccess access) {
+    if (!IsRegularFile(file)) {
+        throw StatusError(ERR_NOEXIST, PathForCaller(file) + ": no such file");
+    }
     const bool readOnly = access == StoreAccess::readOnly;
-    sqlite3* database = openFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
+    sqlite3* database = OpenFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
     std::unique_ptr<Store> store(new Store(database, file, access));
-    if (pragmaValue(database, file, "PRAGMA application_id") != applicationId)
-        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": not a database");
-    if (const int version = pragmaValue(database, file, "PRAGMA user_version"); version != formatVersion)
-        throw StatusError(ERR_NOT_NSF, pathForCaller(file) + ": database format " + std::to_string(version) +
+    if (PragmaValue(database, file, "PRAGMA application_id") != applicationId) {
+        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": not a database");
+    }
+    if (const int version = PragmaValue(database, file, "PRAGMA user_version"); version != formatVersion) {
+        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": database format " + std::to_string(version) +
                                            " is not " + std::to_string(formatVersion));
-    if (!readOnly)
-        settings(database, file);
-    store->prepare();
+    }
+    if (!readOnly) {
+        Settings(database, file);
+    }
+    store->Prepare();
     const auto counter = [&](const char* name) {
-        const std::string text = store->getProperty(name);
-        if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos)
-            throw StatusError(EMB_ERR_DAMAGED, pathForCaller(file) + ": the property " + name + " is damaged");
+        const std::string text = store->GetProperty(name);
+        if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) {
+            throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file) + ": the property " + name + " is damaged");
+        }
         return static_cast<uint32_t>(std::stoull(text));
     };
     store->nextId_ = counter(nextIdProperty);
@@ -225,10 +234,12 @@ std::unique_ptr<Store> Store::open(const std::filesystem::path& file, StoreAcces
     return store;
 }
 
-void Store::prepare() {
+void Store::Prepare() {
     const auto prepare = [&](sqlite3_stmt*& statement, const std::string& sql) {
-        if (sqlite3_prepare_v3(database_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK)
-            fail(database_, file_);
+        if (sqlite3_prepare_v3(database_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
+            SQLITE_OK) {
+            Fail(database_, file_);
+        }
     };
     const std::string columns = allColumns;
     prepare(statements_->readHead, "SELECT id, class, unid, sequence, sequencetime, modified, deleted FROM note "
@@ -250,62 +261,68 @@ void Store::prepare() {
 
 Store::~Store() {
     try {
-        close();
+        Close();
     } catch (const std::exception&) {
-        // The owner had the chance to call close() and learn of it; the file keeps its last committed state.
+        // The owner had the chance to call Close() and learn of it; the file keeps its last committed state.
     }
 }
 
-void Store::close() {
-    if (!database_)
+void Store::Close() {
+    if (!database_) {
         return;
+    }
     std::exception_ptr failure;
     try {
-        commit();
+        Commit();
     } catch (...) {
         failure = std::current_exception();
     }
     statements_.reset();
     sqlite3_close(database_);
     database_ = nullptr;
-    if (failure)
+    if (failure) {
         std::rethrow_exception(failure);
+    }
 }
 
-void Store::requireTransaction() const {
+void Store::RequireTransaction() const {
     // After some failures SQLite takes a whole transaction back by itself. Writes that were answered with success
     // are gone then, and everybody who still counts on them must hear of it.
-    if (sqlite3_get_autocommit(database_))
-        throw StatusError(EMB_ERR_DISK, pathForCaller(file_) + ": earlier writes were lost when the disk failed");
+    if (sqlite3_get_autocommit(database_)) {
+        throw StatusError(EMB_ERR_DISK, PathForCaller(file_) + ": earlier writes were lost when the disk failed");
+    }
 }
 
 void Store::begin() {
-    if (pending_)
-        return requireTransaction();
-    if (readOnly())
-        throw StatusError(EMB_ERR_READ_ONLY, pathForCaller(file_) + ": opened for reading only");
+    if (pending_) {
+        return RequireTransaction();
+    }
+    if (ReadOnly()) {
+        throw StatusError(EMB_ERR_READ_ONLY, PathForCaller(file_) + ": opened for reading only");
+    }
     // IMMEDIATE: a second writer is turned away here, before it has done anything.
-    execute(database_, file_, "BEGIN IMMEDIATE");
+    Execute(database_, file_, "BEGIN IMMEDIATE");
     pending_ = true;
 }
 
-void Store::commit() {
-    if (!pending_)
+void Store::Commit() {
+    if (!pending_) {
         return;
+    }
     try {
-        requireTransaction();
-        setCounter(nextIdProperty, nextId_);
-        setCounter(nextSerialProperty, nextSerial_);
-        execute(database_, file_, "COMMIT");
+        RequireTransaction();
+        SetCounter(nextIdProperty, nextId_);
+        SetCounter(nextSerialProperty, nextSerial_);
+        Execute(database_, file_, "COMMIT");
     } catch (...) {
-        rollback();
+        Rollback();
         throw;
     }
     pending_ = false;
     pendingBytes_ = 0;
 }
 
-void Store::rollback() noexcept {
+void Store::Rollback() noexcept {
     sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr); // fails only when there is nothing to take back
     // After a failed write the journal is played back by the next one who reads, which had better not be a session that
     // may only read. A disk that is still failing leaves it to a later one.
@@ -315,57 +332,62 @@ void Store::rollback() noexcept {
     ++changes_;
 }
 
-void Store::changed(size_t bytes) {
+void Store::Changed(size_t bytes) {
     ++changes_;
     pendingBytes_ += bytes;
-    if (pendingBytes_ > pendingLimit)
-        commit();
+    if (pendingBytes_ > pendingLimit) {
+        Commit();
+    }
 }
 
-void Store::run(sqlite3_stmt* statement) {
-    if (sqlite3_step(statement) != SQLITE_DONE)
-        fail(database_, file_);
+void Store::Run(sqlite3_stmt* statement) {
+    if (sqlite3_step(statement) != SQLITE_DONE) {
+        Fail(database_, file_);
+    }
 }
 
-bool Store::fetch(sqlite3_stmt* statement) {
+bool Store::Fetch(sqlite3_stmt* statement) {
     const int code = sqlite3_step(statement);
-    if (code != SQLITE_ROW && code != SQLITE_DONE)
-        fail(database_, file_);
+    if (code != SQLITE_ROW && code != SQLITE_DONE) {
+        Fail(database_, file_);
+    }
     return code == SQLITE_ROW;
 }
 
-bool Store::readHead(NOTEID id, NoteHead& head) {
+bool Store::ReadHead(NOTEID id, NoteHead& head) {
     const StatementUse use(statements_->readHead);
     sqlite3_bind_int64(statements_->readHead, 1, id);
-    if (!fetch(statements_->readHead))
+    if (!Fetch(statements_->readHead)) {
         return false;
-    readHeadColumns(statements_->readHead, head);
+    }
+    ReadHeadColumns(statements_->readHead, head);
     return true;
 }
 
-bool Store::read(NOTEID id, NoteHead& head, std::string& items) {
+bool Store::Read(NOTEID id, NoteHead& head, std::string& items) {
     const StatementUse use(statements_->read);
     sqlite3_bind_int64(statements_->read, 1, id);
-    if (!fetch(statements_->read))
+    if (!Fetch(statements_->read)) {
         return false;
-    readHeadColumns(statements_->read, head);
-    items = blobOf(statements_->read, itemsColumn);
+    }
+    ReadHeadColumns(statements_->read, head);
+    items = BlobOf(statements_->read, itemsColumn);
     return true;
 }
 
-NOTEID Store::findUnid(const UNID& unid) {
+NOTEID Store::FindUnid(const UNID& unid) {
     const StatementUse use(statements_->findUnid);
     sqlite3_bind_blob(statements_->findUnid, 1, &unid, sizeof unid, SQLITE_STATIC);
-    return fetch(statements_->findUnid) ? static_cast<NOTEID>(sqlite3_column_int64(statements_->findUnid, 0)) : 0;
+    return Fetch(statements_->findUnid) ? static_cast<NOTEID>(sqlite3_column_int64(statements_->findUnid, 0)) : 0;
 }
 
-uint32_t Store::takeSerial() {
+uint32_t Store::TakeSerial() {
     return nextSerial_++;
 }
 
 namespace {
 
-void bindRow(sqlite3_stmt* statement, NOTEID id, const NoteHead& head, const UNID& unid, std::string_view items) {
+void BindRow(sqlite3_stmt* statement, NOTEID id, const NoteHead& head, const UNID& unid, std::string_view items) {
     sqlite3_bind_int64(statement, 1, id);
     sqlite3_bind_int(statement, 2, head.noteClass);
     sqlite3_bind_blob(statement, 3, &unid, sizeof unid, SQLITE_STATIC);
@@ -379,84 +401,87 @@ void bindRow(sqlite3_stmt* statement, NOTEID id, const NoteHead& head, const UNI
 
 } // namespace
 
-NOTEID Store::insert(const NoteHead& head, std::string_view items) {
+NOTEID Store::Insert(const NoteHead& head, std::string_view items) {
     begin();
     const NOTEID id = head.id != 0 ? head.id : nextId_;
-    const UNID unid = unidOf(head.oid);
+    const UNID unid = UnidOf(head.oid);
     const StatementUse use(statements_->insert);
-    bindRow(statements_->insert, id, head, unid, items);
-    run(statements_->insert);
-    if (id >= nextId_)
+    BindRow(statements_->insert, id, head, unid, items);
+    Run(statements_->insert);
+    if (id >= nextId_) {
         nextId_ = id + noteIdStep;
-    changed(items.size());
+    }
+    Changed(items.size());
     return id;
 }
 
-void Store::replace(const NoteHead& head, std::string_view items, bool unidChanged) {
+void Store::Replace(const NoteHead& head, std::string_view items, bool unidChanged) {
     begin();
-    const UNID unid = unidOf(head.oid);
+    const UNID unid = UnidOf(head.oid);
     sqlite3_stmt* statement = unidChanged ? statements_->replaceUnid : statements_->replace;
     const StatementUse use(statement);
-    bindRow(statement, head.id, head, unid, items);
-    run(statement);
-    changed(items.size());
+    BindRow(statement, head.id, head, unid, items);
+    Run(statement);
+    Changed(items.size());
 }
 
-void Store::remove(NOTEID id) {
+void Store::Remove(NOTEID id) {
     begin();
     const StatementUse use(statements_->remove);
     sqlite3_bind_int64(statements_->remove, 1, id);
-    run(statements_->remove);
-    changed(0);
+    Run(statements_->remove);
+    Changed(0);
 }
 
-NOTEID Store::scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes) {
+NOTEID Store::Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes) {
     const StatementUse use(statements_->scan);
     sqlite3_bind_int64(statements_->scan, 1, after);
     sqlite3_bind_int64(statements_->scan, 2, static_cast<sqlite3_int64>(limit));
     sqlite3_bind_int(statements_->scan, 3, classes);
     NOTEID last = 0;
     NoteHead head;
-    while (fetch(statements_->scan)) {
-        readHeadColumns(statements_->scan, head);
+    while (Fetch(statements_->scan)) {
+        ReadHeadColumns(statements_->scan, head);
         last = head.id;
-        visitor(head, blobOf(statements_->scan, itemsColumn));
+        visitor(head, BlobOf(statements_->scan, itemsColumn));
     }
     return last;
 }
 
-std::string Store::getProperty(const std::string& name) {
+std::string Store::GetProperty(const std::string& name) {
     const StatementUse use(statements_->getProperty);
     sqlite3_bind_text(statements_->getProperty, 1, name.c_str(), -1, SQLITE_STATIC);
-    return fetch(statements_->getProperty) ? std::string(blobOf(statements_->getProperty, 0)) : std::string();
+    return Fetch(statements_->getProperty) ? std::string(BlobOf(statements_->getProperty, 0)) : std::string();
 }
 
-void Store::writeProperty(const std::string& name, std::string_view value) {
+void Store::WriteProperty(const std::string& name, std::string_view value) {
     const StatementUse use(statements_->setProperty);
     sqlite3_bind_text(statements_->setProperty, 1, name.c_str(), -1, SQLITE_STATIC);
     sqlite3_bind_blob64(statements_->setProperty, 2, value.data() ? value.data() : "", value.size(), SQLITE_STATIC);
-    run(statements_->setProperty);
+    Run(statements_->setProperty);
 }
 
-void Store::setCounter(const char* name, uint32_t value) {
-    writeProperty(name, std::to_string(value));
+void Store::SetCounter(const char* name, uint32_t value) {
+    WriteProperty(name, std::to_string(value));
 }
 
-void Store::setProperty(const std::string& name, std::string_view value) {
+void Store::SetProperty(const std::string& name, std::string_view value) {
     begin();
-    writeProperty(name, value);
+    WriteProperty(name, value);
 }
 
-std::map<std::string, std::string> Store::properties() {
+std::map<std::string, std::string> Store::Properties() {
     sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(database_, "SELECT name, value FROM property", -1, &statement, nullptr) != SQLITE_OK)
-        fail(database_, file_);
+    if (sqlite3_prepare_v2(database_, "SELECT name, value FROM property", -1, &statement, nullptr) != SQLITE_OK) {
+        Fail(database_, file_);
+    }
     const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(statement, sqlite3_finalize);
     std::map<std::string, std::string> all;
-    while (fetch(statement)) {
-        const std::string name(blobOf(statement, 0));
-        if (!name.starts_with(counterPrefix))
-            all[name] = blobOf(statement, 1);
+    while (Fetch(statement)) {
+        const std::string name(BlobOf(statement, 0));
+        if (!name.starts_with(counterPrefix)) {
+            all[name] = BlobOf(statement, 1);
+        }
     }
     return all;
 }

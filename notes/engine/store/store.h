@@ -1,6 +1,6 @@
 // One database file: an SQLite file of notes and properties. The store knows rows; what a note means is above it.
 //
-// All writes of one store stand in one open transaction, which commit() or close ends (and the store itself now
+// All writes of one store stand in one open transaction, which Commit() or close ends (and the store itself now
 // and then, to bound the journal). A process that dies leaves the last committed state, which the next writing
 // store restores; a closed database has no other file beside it.
 #pragma once
@@ -38,79 +38,79 @@ enum class StoreAccess { readOnly, readWrite };
 namespace property {
 constexpr const char* title = "title";                // UTF-8
 constexpr const char* replicaInfo = "replicainfo";    // DBREPLICAINFO
-constexpr const char* acl = "acl";                    // encodeAcl() of acl.h
+constexpr const char* acl = "acl";                    // EncodeAcl() of acl.h
 constexpr const char* attributePrefix = "attribute:"; // further attributes of DXL's <database>, UTF-8
 } // namespace property
 
 class Store {
 public:
     /** Makes an empty database. Throws ERR_EXISTS when the file exists. */
-    static std::unique_ptr<Store> create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo);
+    static std::unique_ptr<Store> Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo);
     /** Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer died). */
-    static std::unique_ptr<Store> open(const std::filesystem::path& file, StoreAccess access);
+    static std::unique_ptr<Store> Open(const std::filesystem::path& file, StoreAccess access);
 
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
-    /** Commits what it can; use close() to learn of a failure. */
+    /** Commits what it can; use Close() to learn of a failure. */
     ~Store();
 
     /** Commits and closes; throws when that failed, and is closed all the same. */
-    void close();
-    void commit();
+    void Close();
+    void Commit();
     /** Takes back what has been written since the last commit. */
-    void rollback() noexcept;
+    void Rollback() noexcept;
 
     // ---- Notes. All throw EMB_ERR_DISK, EMB_ERR_BUSY, EMB_ERR_DAMAGED or EMB_ERR_READ_ONLY.
 
     /** False when there is no such note. Stubs are found too. */
-    bool readHead(NOTEID id, NoteHead& head);
+    bool ReadHead(NOTEID id, NoteHead& head);
     /** Reads the head and the encoded items. */
-    bool read(NOTEID id, NoteHead& head, std::string& items);
+    bool Read(NOTEID id, NoteHead& head, std::string& items);
     /** The note or stub that has this UNID, or 0. */
-    NOTEID findUnid(const UNID& unid);
+    NOTEID FindUnid(const UNID& unid);
     /** Above the ID of every note. */
-    [[nodiscard]] NOTEID nextId() const noexcept { return nextId_; }
-    /** A number that this database gives out once, for generatedUnidFile(). */
-    uint32_t takeSerial();
+    [[nodiscard]] NOTEID NextId() const noexcept { return nextId_; }
+    /** A number that this database gives out once, for GeneratedUnidFile(). */
+    uint32_t TakeSerial();
     /** Keeps numbers up to this one from being given out. */
-    void skipSerials(uint32_t last) noexcept { nextSerial_ = std::max(nextSerial_, last + 1); }
-    [[nodiscard]] uint32_t lastSerial() const noexcept { return nextSerial_ - 1; }
+    void SkipSerials(uint32_t last) noexcept { nextSerial_ = std::max(nextSerial_, last + 1); }
+    [[nodiscard]] uint32_t LastSerial() const noexcept { return nextSerial_ - 1; }
     /** Adds the note under head.id, or under the next free ID when that is 0; returns the ID. */
-    NOTEID insert(const NoteHead& head, std::string_view items);
+    NOTEID Insert(const NoteHead& head, std::string_view items);
     /** Without `unidChanged` the stored UNID stays, and its index need not be written. */
-    void replace(const NoteHead& head, std::string_view items, bool unidChanged);
-    void remove(NOTEID id);
+    void Replace(const NoteHead& head, std::string_view items, bool unidChanged);
+    void Remove(NOTEID id);
 
     /** A note seen during a scan; `items` is valid until the visitor returns. */
     using Visitor = std::function<void(const NoteHead& head, std::string_view items)>;
     /** Visits up to `limit` notes (stubs included) with IDs above `after`, in ID order; returns the last ID
      *  visited, or 0 when there was none. The visitor must not use this store. */
-    NOTEID scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes = 0xFFFF);
+    NOTEID Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes = 0xFFFF);
 
     // ---- Properties
 
-    std::string getProperty(const std::string& name);
-    void setProperty(const std::string& name, std::string_view value);
-    std::map<std::string, std::string> properties();
+    std::string GetProperty(const std::string& name);
+    void SetProperty(const std::string& name, std::string_view value);
+    std::map<std::string, std::string> Properties();
 
-    [[nodiscard]] bool readOnly() const noexcept { return access_ == StoreAccess::readOnly; }
+    [[nodiscard]] bool ReadOnly() const noexcept { return access_ == StoreAccess::readOnly; }
     /** Grows with every change to a note; a scan in progress sees from it that rows may have changed. */
-    [[nodiscard]] uint64_t changes() const noexcept { return changes_; }
+    [[nodiscard]] uint64_t Changes() const noexcept { return changes_; }
 
 private:
     struct Statements;
 
     Store(sqlite3* database, std::filesystem::path file, StoreAccess access);
-    void prepare();
+    void Prepare();
     void begin();
-    void requireTransaction() const;
-    void changed(size_t bytes);
+    void RequireTransaction() const;
+    void Changed(size_t bytes);
     /** Runs a statement that gives no row. */
-    void run(sqlite3_stmt* statement);
+    void Run(sqlite3_stmt* statement);
     /** True when the statement has a (further) row. */
-    bool fetch(sqlite3_stmt* statement);
-    void writeProperty(const std::string& name, std::string_view value);
-    void setCounter(const char* name, uint32_t value);
+    bool Fetch(sqlite3_stmt* statement);
+    void WriteProperty(const std::string& name, std::string_view value);
+    void SetCounter(const char* name, uint32_t value);
 
     sqlite3* database_;
     std::filesystem::path file_;

@@ -4,20 +4,20 @@
 
 namespace embedded {
 
-std::filesystem::path pathFromCaller(std::string_view path) {
+std::filesystem::path PathFromCaller(std::string_view path) {
     return std::u8string(path.begin(), path.end());
 }
 
-std::string pathForCaller(const std::filesystem::path& path) {
+std::string PathForCaller(const std::filesystem::path& path) {
     return path.string();
 }
 
-std::string utf8FromNative(std::string_view text) {
+std::string Utf8FromNative(std::string_view text) {
     return std::string(text); // UTF-8 is the native set
 }
 
-std::string nativeFromUtf8(std::string_view text, size_t size) {
-    return std::string(cutUtf8(text, size));
+std::string NativeFromUtf8(std::string_view text, size_t size) {
+    return std::string(CutUtf8(text, size));
 }
 
 } // namespace embedded

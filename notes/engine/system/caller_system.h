@@ -10,14 +10,14 @@
 namespace embedded {
 
 /** The host's path for one that a caller gave, in UTF-8. */
-std::filesystem::path pathFromCaller(std::string_view path);
+std::filesystem::path PathFromCaller(std::string_view path);
 /** A path of the host as callers write it, in UTF-8. */
-std::string pathForCaller(const std::filesystem::path& path);
+std::string PathForCaller(const std::filesystem::path& path);
 
 /** Text in the native character set; what is not of that set becomes U+FFFD. */
-std::string utf8FromNative(std::string_view text);
+std::string Utf8FromNative(std::string_view text);
 /** As much of a text as fits into `size` bytes of the native character set without cutting a character. What the set
  *  lacks becomes its replacement character. */
-std::string nativeFromUtf8(std::string_view text, size_t size);
+std::string NativeFromUtf8(std::string_view text, size_t size);
 
 } // namespace embedded

@@ -26,39 +26,42 @@ namespace {
 constexpr unsigned ansiCodePage = 0;
 
 /** Where a drive's root lies. Wine keeps a link for each drive. */
-std::filesystem::path driveRoot(char letter) {
+std::filesystem::path DriveRoot(char letter) {
     const char* prefix = std::getenv("WINEPREFIX");
     const char* home = std::getenv("HOME");
     const std::filesystem::path wine =
         prefix ? std::filesystem::path(prefix) : std::filesystem::path(home ? home : "/") / ".wine";
-    const std::string drive = {lowerAscii(letter), ':'};
+    const std::string drive = {LowerAscii(letter), ':'};
     std::error_code failed;
     std::filesystem::path root = std::filesystem::canonical(wine / "dosdevices" / drive, failed);
-    if (failed)
+    if (failed) {
         throw StatusError(ERR_NOEXIST, drive + ": there is no such drive");
+    }
     return root;
 }
 
 } // namespace
 
-std::filesystem::path pathFromCaller(std::string_view path) {
+std::filesystem::path PathFromCaller(std::string_view path) {
     std::u8string text(path.begin(), path.end());
     std::replace(text.begin(), text.end(), u8'\\', u8'/');
-    if (text.size() < 2 || text[1] != u8':')
+    if (text.size() < 2 || text[1] != u8':') {
         return text;
+    }
     const size_t rest = text.find_first_not_of(u8'/', 2);
-    return driveRoot(path.front()) / (rest == std::u8string::npos ? std::u8string() : text.substr(rest));
+    return DriveRoot(path.front()) / (rest == std::u8string::npos ? std::u8string() : text.substr(rest));
 }
 
-std::string pathForCaller(const std::filesystem::path& path) {
+std::string PathForCaller(const std::filesystem::path& path) {
     std::string text = path.string();
-    if (path.is_absolute())
+    if (path.is_absolute()) {
         text.insert(0, "Z:"); // the drive that Wine gives the host's root
-    std::replace(text.begin(), text.end(), '/', '\\');
+        std::replace(text.begin(), text.end(), '/', '\\');
+    }
     return text;
 }
 
-std::string utf8FromNative(std::string_view text) {
+std::string Utf8FromNative(std::string_view text) {
     std::u16string units(text.size(), u'\0');
     const int unitCount = text.empty()
                               ? 0
@@ -73,17 +76,18 @@ std::string utf8FromNative(std::string_view text) {
     return result;
 }
 
-std::string nativeFromUtf8(std::string_view text, size_t size) {
+std::string NativeFromUtf8(std::string_view text, size_t size) {
     constexpr uint32_t noBestFit = 0x400; // "?" rather than a letter that only looks alike
-    const std::u16string units = utf16FromUtf8(text);
+    const std::u16string units = Utf16FromUtf8(text);
     std::string result;
     for (size_t i = 0; i < units.size();) {
         const int count = U16_IS_LEAD(units[i]) && i + 1 < units.size() ? 2 : 1;
         char bytes[8];
         const int length = WideCharToMultiByte(ansiCodePage, noBestFit, units.data() + i, count, bytes,
                                                static_cast<int>(sizeof bytes), nullptr, nullptr);
-        if (result.size() + static_cast<size_t>(length) > size)
+        if (result.size() + static_cast<size_t>(length) > size) {
             break;
+        }
         result.append(bytes, static_cast<size_t>(length));
         i += static_cast<size_t>(count);
     }

@@ -15,14 +15,16 @@ namespace embedded {
 
 // flock and not fcntl: SQLite locks the same file with fcntl, and those locks of a process end when it closes any
 // descriptor of the file.
-std::optional<FileLock> FileLock::take(const std::filesystem::path& file, Kind kind) {
+std::optional<FileLock> FileLock::Take(const std::filesystem::path& file, Kind kind) {
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    if (descriptor < 0)
+    if (descriptor < 0) {
         throw StatusError(errno == ENOENT ? ERR_NOEXIST : EMB_ERR_DISK,
-                          pathForCaller(file) + ": " + std::strerror(errno));
+                          PathForCaller(file) + ": " + std::strerror(errno));
+    }
     FileLock lock(descriptor);
-    if (::flock(descriptor, (kind == Kind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0)
+    if (::flock(descriptor, (kind == Kind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) != 0) {
         return std::nullopt;
+    }
     return lock;
 }
 
@@ -34,8 +36,9 @@ FileLock& FileLock::operator=(FileLock&& other) noexcept {
 }
 
 FileLock::~FileLock() {
-    if (descriptor_ >= 0)
+    if (descriptor_ >= 0) {
         ::close(descriptor_);
+    }
 }
 
 } // namespace embedded

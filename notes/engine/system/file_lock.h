@@ -12,7 +12,7 @@ public:
 
     /** Nothing when another process holds a lock that does not go with this one. Throws ERR_NOEXIST or
      *  EMB_ERR_DISK when the file cannot be opened. Never waits. */
-    static std::optional<FileLock> take(const std::filesystem::path& file, Kind kind);
+    static std::optional<FileLock> Take(const std::filesystem::path& file, Kind kind);
 
     FileLock(FileLock&& other) noexcept;
     FileLock& operator=(FileLock&& other) noexcept;

@@ -7,9 +7,9 @@
 namespace embedded {
 
 /** The name of a database's rollback journal, which stands beside it while a transaction is open. */
-[[nodiscard]] std::filesystem::path journalOf(std::filesystem::path database);
+[[nodiscard]] std::filesystem::path JournalOf(std::filesystem::path database);
 
-/** A name of our own in the target's folder. What stands under it is removed, with its journal, unless commit() made
+/** A name of our own in the target's folder. What stands under it is removed, with its journal, unless Commit() made
  *  it the target. */
 class ReplacementFile {
 public:
@@ -20,15 +20,15 @@ public:
     ReplacementFile(std::filesystem::path target, std::string_view suffix);
     ReplacementFile(const ReplacementFile&) = delete;
     ReplacementFile& operator=(const ReplacementFile&) = delete;
-    ~ReplacementFile() { remove(); }
+    ~ReplacementFile() { Remove(); }
 
-    [[nodiscard]] const std::filesystem::path& path() const noexcept { return file_; }
+    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return file_; }
 
     /** Puts the file, which nobody has open, into the target's place; the disk has it then. Throws StatusError. */
-    void commit();
+    void Commit();
 
 private:
-    void remove() noexcept;
+    void Remove() noexcept;
 
     std::filesystem::path target_;
     std::filesystem::path file_;

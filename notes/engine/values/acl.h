@@ -26,11 +26,11 @@ struct Acl {
     bool operator==(const Acl&) const = default;
 };
 
-std::string encodeAcl(const Acl& acl);
+std::string EncodeAcl(const Acl& acl);
 /** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeAcl cannot have made. */
-Acl decodeAcl(std::string_view encoded);
+Acl DecodeAcl(std::string_view encoded);
 
 /** The list of a database that is made without one: -Default- with manager access. */
-Acl defaultAcl();
+Acl DefaultAcl();
 
 } // namespace embedded

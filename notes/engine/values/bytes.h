@@ -10,14 +10,14 @@ namespace embedded {
 
 /** The value that begins at `bytes`. */
 template<typename T>
-T valueAt(const char* bytes) noexcept {
+T ValueAt(const char* bytes) noexcept {
     T value;
     std::memcpy(&value, bytes, sizeof(T));
     return value;
 }
 
 template<typename T>
-void appendValue(std::string& out, const T& value) {
+void AppendValue(std::string& out, const T& value) {
     char bytes[sizeof(T)];
     std::memcpy(bytes, &value, sizeof(T));
     out.append(bytes, sizeof(T));
@@ -26,11 +26,12 @@ void appendValue(std::string& out, const T& value) {
 /** FNV-1a of 64 bits: no protection against intent, and the same on every machine. */
 class Hash {
 public:
-    void add(std::string_view bytes) noexcept {
-        for (const char c : bytes)
+    void Add(std::string_view bytes) noexcept {
+        for (const char c : bytes) {
             hash_ = (hash_ ^ static_cast<unsigned char>(c)) * 1099511628211u;
+        }
     }
-    [[nodiscard]] uint64_t value() const noexcept { return hash_; }
+    [[nodiscard]] uint64_t Value() const noexcept { return hash_; }
 
 private:
     uint64_t hash_ = 14695981039346656037u;

@@ -22,46 +22,48 @@ struct ConverterCloser {
     void operator()(UConverter* converter) const { ucnv_close(converter); }
 };
 
-UConverter* lmbcsConverter() {
+UConverter* LmbcsConverter() {
     thread_local std::unique_ptr<UConverter, ConverterCloser> converter; // opening one costs more than most texts
     if (!converter) {
         UErrorCode error = U_ZERO_ERROR;
         converter.reset(ucnv_open("LMBCS-1", &error));
-        if (!converter)
+        if (!converter) {
             throw StatusError(EMB_ERR_UNSUPPORTED, std::string("no LMBCS converter: ") + u_errorName(error));
+        }
     }
     return converter.get();
 }
 
 /** ASCII, line ends and the zero that stands for a line break in a text item. */
-bool sameInBothSets(char byte) {
+bool SameInBothSets(char byte) {
     const bool printable = static_cast<unsigned char>(byte) >= 0x20 && static_cast<unsigned char>(byte) < 0x80;
     return printable || byte == '\0' || byte == '\t' || byte == '\n' || byte == '\r';
 }
 
 /** Takes the bytes at the start of `text` off it that are the same in both sets, or that are not. */
-std::string_view takeStart(std::string_view& text, bool same) {
-    const auto end = std::find_if(text.begin(), text.end(), [same](char byte) { return sameInBothSets(byte) != same; });
+std::string_view TakeStart(std::string_view& text, bool same) {
+    const auto end = std::find_if(text.begin(), text.end(), [same](char byte) { return SameInBothSets(byte) != same; });
     const std::string_view start = text.substr(0, static_cast<size_t>(end - text.begin()));
     text.remove_prefix(start.size());
     return start;
 }
 
 /** LMBCS writes a code point of two units as two, each in its own group 0x14 character. */
-std::string lmbcsFromUnit(char16_t unit) {
+std::string LmbcsFromUnit(char16_t unit) {
     char bytes[16];
     UErrorCode error = U_ZERO_ERROR;
-    const int32_t length = ucnv_fromUChars(lmbcsConverter(), bytes, sizeof bytes, &unit, 1, &error);
-    if (U_FAILURE(error))
+    const int32_t length = ucnv_fromUChars(LmbcsConverter(), bytes, sizeof bytes, &unit, 1, &error);
+    if (U_FAILURE(error)) {
         throw StatusError(EMB_ERR_UNSUPPORTED, std::string("no LMBCS for a character: ") + u_errorName(error));
+    }
     return std::string(bytes, static_cast<size_t>(length));
 }
 
 /** `character` is one whole character by its length; what ICU does not find in its group becomes U+FFFD. */
-std::string utf8FromCharacter(std::string_view character) {
+std::string Utf8FromCharacter(std::string_view character) {
     UChar units[8];
     UErrorCode error = U_ZERO_ERROR;
-    const int32_t unitCount = ucnv_toUChars(lmbcsConverter(), units, static_cast<int32_t>(std::size(units)),
+    const int32_t unitCount = ucnv_toUChars(LmbcsConverter(), units, static_cast<int32_t>(std::size(units)),
                                             character.data(), static_cast<int32_t>(character.size()), &error);
     char bytes[std::size(units) * 3];
     int32_t length = 0;
@@ -69,12 +71,12 @@ std::string utf8FromCharacter(std::string_view character) {
     return U_SUCCESS(error) ? std::string(bytes, static_cast<size_t>(length)) : std::string(utf8Replacement);
 }
 
-unsigned byteAt(std::string_view text, size_t index) {
+unsigned ByteAt(std::string_view text, size_t index) {
     return static_cast<unsigned char>(text[index]);
 }
 
 /** The bytes of a character with this lead byte, or 0 when no group has it. */
-size_t sizeByLead(unsigned lead) {
+size_t SizeByLead(unsigned lead) {
     switch (lead) {
     case 0x00:
     case 0x09:
@@ -92,31 +94,33 @@ size_t sizeByLead(unsigned lead) {
 }
 
 /** The UTF-16 unit of a 0x14 character; a low byte of zero is written as 0xF6 in front of the high one. */
-unsigned utf16Unit(std::string_view character) {
-    const unsigned first = byteAt(character, 1);
-    const unsigned second = byteAt(character, 2);
+unsigned Utf16Unit(std::string_view character) {
+    const unsigned first = ByteAt(character, 1);
+    const unsigned second = ByteAt(character, 2);
     return first == 0xF6 ? second << 8 : first << 8 | second;
 }
 
 /** 0x0F escapes control characters only, those below 0x20 moved up by 0x20. */
-bool isEscapedControl(unsigned trail) {
+bool IsEscapedControl(unsigned trail) {
     return (trail >= 0x20 && trail < 0x40) || (trail >= 0x80 && trail < 0xA0);
 }
 
 /** lmbcsCharacterLength without regard to characters of two UTF-16 units. */
-size_t unitLength(std::string_view text) {
-    const size_t length = text.empty() ? 0 : sizeByLead(byteAt(text, 0));
-    if (length <= 1)
+size_t UnitLength(std::string_view text) {
+    const size_t length = text.empty() ? 0 : SizeByLead(ByteAt(text, 0));
+    if (length <= 1) {
         return length;
+    }
     // No character has a zero among its trail bytes: it is the line break after a damaged one.
-    if (length > text.size() || text.substr(0, length).find('\0') != std::string_view::npos)
+    if (length > text.size() || text.substr(0, length).find('\0') != std::string_view::npos) {
         return 0;
-    return byteAt(text, 0) == 0x0F && !isEscapedControl(byteAt(text, 1)) ? 0 : length;
+    }
+    return ByteAt(text, 0) == 0x0F && !IsEscapedControl(ByteAt(text, 1)) ? 0 : length;
 }
 
 } // namespace
 
-std::u16string utf16FromUtf8(std::string_view text) {
+std::u16string Utf16FromUtf8(std::string_view text) {
     std::u16string units(text.size(), u'\0');
     int32_t length = 0;
     UErrorCode error = U_ZERO_ERROR;
@@ -126,25 +130,26 @@ std::u16string utf16FromUtf8(std::string_view text) {
     return units;
 }
 
-std::string lmbcsFromUtf8(std::string_view text) {
+std::string LmbcsFromUtf8(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        result += takeStart(text, true);
-        for (const char16_t unit : utf16FromUtf8(takeStart(text, false)))
-            result += lmbcsFromUnit(unit);
+        result += TakeStart(text, true);
+        for (const char16_t unit : Utf16FromUtf8(TakeStart(text, false))) {
+            result += LmbcsFromUnit(unit);
+        }
     }
     return result;
 }
 
-std::string utf8FromLmbcs(std::string_view text) {
+std::string Utf8FromLmbcs(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        if (sameInBothSets(text.front())) {
-            result += takeStart(text, true);
-        } else if (const size_t length = lmbcsCharacterLength(text); length > 0) {
-            result += utf8FromCharacter(text.substr(0, length));
+        if (SameInBothSets(text.front())) {
+            result += TakeStart(text, true);
+        } else if (const size_t length = LmbcsCharacterLength(text); length > 0) {
+            result += Utf8FromCharacter(text.substr(0, length));
             text.remove_prefix(length);
         } else {
             result += utf8Replacement;
@@ -154,31 +159,35 @@ std::string utf8FromLmbcs(std::string_view text) {
     return result;
 }
 
-size_t lmbcsCharacterLength(std::string_view text) noexcept {
-    const size_t length = unitLength(text);
-    if (length == 0 || byteAt(text, 0) != 0x14 || !U16_IS_LEAD(utf16Unit(text)))
+size_t LmbcsCharacterLength(std::string_view text) noexcept {
+    const size_t length = UnitLength(text);
+    if (length == 0 || ByteAt(text, 0) != 0x14 || !U16_IS_LEAD(Utf16Unit(text))) {
         return length;
+    }
     const std::string_view rest = text.substr(length);
-    const bool pair = unitLength(rest) == length && byteAt(rest, 0) == 0x14 && U16_IS_TRAIL(utf16Unit(rest));
+    const bool pair = UnitLength(rest) == length && ByteAt(rest, 0) == 0x14 && U16_IS_TRAIL(Utf16Unit(rest));
     return pair ? 2 * length : length;
 }
 
-std::string_view cutUtf8(std::string_view text, size_t size) {
-    if (size >= text.size())
+std::string_view CutUtf8(std::string_view text, size_t size) {
+    if (size >= text.size()) {
         return text;
+    }
     size_t start = size; // of the character that the cut may go through
-    while (start > 0 && size - start < 3 && U8_IS_TRAIL(byteAt(text, start)))
+    while (start > 0 && size - start < 3 && U8_IS_TRAIL(ByteAt(text, start))) {
         --start;
-    const auto end = start + 1 + static_cast<size_t>(U8_COUNT_TRAIL_BYTES(byteAt(text, start)));
+    }
+    const auto end = start + 1 + static_cast<size_t>(U8_COUNT_TRAIL_BYTES(ByteAt(text, start)));
     return text.substr(0, end > size ? start : size);
 }
 
-std::string_view cutLmbcs(std::string_view text, size_t size) {
+std::string_view CutLmbcs(std::string_view text, size_t size) {
     size_t end = 0;
     while (end < text.size()) {
-        const size_t next = end + std::max<size_t>(lmbcsCharacterLength(text.substr(end)), 1);
-        if (next > size)
+        const size_t next = end + std::max<size_t>(LmbcsCharacterLength(text.substr(end)), 1);
+        if (next > size) {
             break;
+        }
         end = next;
     }
     return text.substr(0, end);

@@ -7,16 +7,16 @@
 namespace embedded {
 
 /** Bytes that are not UTF-8 become U+FFFD. */
-std::u16string utf16FromUtf8(std::string_view text);
+std::u16string Utf16FromUtf8(std::string_view text);
 /** Bytes that are not UTF-8 become U+FFFD. Zero bytes stay. A character has the same bytes wherever it stands, so
  *  that equal texts are equal bytes and parts of a text can be looked for. */
-std::string lmbcsFromUtf8(std::string_view text);
+std::string LmbcsFromUtf8(std::string_view text);
 /** Bytes that are not LMBCS become U+FFFD. Zero bytes stay. */
-std::string utf8FromLmbcs(std::string_view text);
+std::string Utf8FromLmbcs(std::string_view text);
 /** The bytes of the first character of `text`; 0 when there is none or its bytes are not LMBCS. */
-size_t lmbcsCharacterLength(std::string_view text) noexcept;
+size_t LmbcsCharacterLength(std::string_view text) noexcept;
 /** The longest start of `text` that fits into `size` bytes without cutting a character. */
-std::string_view cutUtf8(std::string_view text, size_t size);
-std::string_view cutLmbcs(std::string_view text, size_t size);
+std::string_view CutUtf8(std::string_view text, size_t size);
+std::string_view CutLmbcs(std::string_view text, size_t size);
 
 } // namespace embedded

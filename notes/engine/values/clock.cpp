@@ -8,31 +8,33 @@
 
 namespace embedded {
 
-int64_t Clock::now() const noexcept {
+int64_t Clock::Now() const noexcept {
     using namespace std::chrono;
     return virtual_ ? *virtual_ : duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count() / 10;
 }
 
-TIMEDATE Clock::nowTimedate() const noexcept {
-    return timedateFromHundredths(now());
+TIMEDATE Clock::NowTimedate() const noexcept {
+    return TimedateFromHundredths(Now());
 }
 
-TIMEDATE Clock::uniqueMoment() noexcept {
-    lastMoment_ = std::max(now(), lastMoment_ + 1);
-    return timedateFromHundredths(lastMoment_);
+TIMEDATE Clock::UniqueMoment() noexcept {
+    lastMoment_ = std::max(Now(), lastMoment_ + 1);
+    return TimedateFromHundredths(lastMoment_);
 }
 
-void Clock::advance(int64_t hundredths) noexcept {
-    if (virtual_)
+void Clock::Advance(int64_t hundredths) noexcept {
+    if (virtual_) {
         *virtual_ += hundredths;
+    }
 }
 
-void Clock::wait(uint32_t milliseconds) {
+void Clock::Wait(uint32_t milliseconds) {
     waited_ += milliseconds;
-    if (virtual_)
-        advance((int64_t{milliseconds} + 9) / 10);
-    else
+    if (virtual_) {
+        Advance((int64_t{milliseconds} + 9) / 10);
+    } else {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    }
 }
 
 } // namespace embedded

@@ -11,19 +11,19 @@ namespace embedded {
 /** Times are hundredths of a second since 1970-01-01 00:00:00 UTC, the platform's own resolution. */
 class Clock {
 public:
-    [[nodiscard]] int64_t now() const noexcept;
-    [[nodiscard]] TIMEDATE nowTimedate() const noexcept;
+    [[nodiscard]] int64_t Now() const noexcept;
+    [[nodiscard]] TIMEDATE NowTimedate() const noexcept;
     /** A moment that this clock gives out once: now, or a little later. For identifiers. */
-    TIMEDATE uniqueMoment() noexcept;
+    TIMEDATE UniqueMoment() noexcept;
 
-    void setVirtual(int64_t now) noexcept { virtual_ = now; }
-    void setReal() noexcept { virtual_.reset(); }
-    void advance(int64_t hundredths) noexcept;
+    void SetVirtual(int64_t now) noexcept { virtual_ = now; }
+    void SetReal() noexcept { virtual_.reset(); }
+    void Advance(int64_t hundredths) noexcept;
 
     /** Sleeps, or moves the virtual clock. */
-    void wait(uint32_t milliseconds);
+    void Wait(uint32_t milliseconds);
     /** All milliseconds waited. */
-    [[nodiscard]] int64_t waited() const noexcept { return waited_; }
+    [[nodiscard]] int64_t Waited() const noexcept { return waited_; }
 
 private:
     std::optional<int64_t> virtual_;

@@ -5,11 +5,11 @@
 
 namespace embedded {
 
-void ItemCursor::damaged() {
+void ItemCursor::Damaged() {
     throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
 }
 
-void appendEncoded(std::string& encoded, const ItemView& item) {
+void AppendEncoded(std::string& encoded, const ItemView& item) {
     const auto nameSize = static_cast<WORD>(item.name.size());
     const auto valueSize = static_cast<DWORD>(item.value.size());
     char head[itemHeadSize];
@@ -20,49 +20,58 @@ void appendEncoded(std::string& encoded, const ItemView& item) {
     encoded.append(head, sizeof head).append(item.name).append(item.value);
 }
 
-std::string encodeItems(const std::vector<Item>& items) {
+std::string EncodeItems(const std::vector<Item>& items) {
     std::string encoded;
-    for (const Item& item : items)
-        appendEncoded(encoded, {item.name, item.type, item.flags, item.value});
+    for (const Item& item : items) {
+        AppendEncoded(encoded, {item.name, item.type, item.flags, item.value});
+    }
     return encoded;
 }
 
-std::optional<ItemView> findItem(std::string_view encoded, std::string_view name) {
+std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name) {
     ItemCursor cursor(encoded);
-    for (ItemView view{}; cursor.next(view);)
-        if (sameItemName(view.name, name))
+    for (ItemView view{}; cursor.Next(view);) {
+        if (SameItemName(view.name, name)) {
             return view;
+        }
+    }
     return std::nullopt;
 }
 
-std::optional<std::vector<std::string_view>> textEntries(WORD type, std::string_view value) {
-    if (type == TYPE_TEXT)
+std::optional<std::vector<std::string_view>> TextEntries(WORD type, std::string_view value) {
+    if (type == TYPE_TEXT) {
         return std::vector{value};
-    if (type != TYPE_TEXT_LIST || value.size() < sizeof(WORD))
+    }
+    if (type != TYPE_TEXT_LIST || value.size() < sizeof(WORD)) {
         return std::nullopt;
-    const size_t count = valueAt<WORD>(value.data());
+    }
+    const size_t count = ValueAt<WORD>(value.data());
     size_t at = sizeof(WORD) * (1 + count);
-    if (value.size() < at)
+    if (value.size() < at) {
         return std::nullopt;
+    }
     std::vector<std::string_view> entries;
     entries.reserve(count);
     for (size_t i = 0; i < count; ++i) {
-        const size_t length = valueAt<WORD>(value.data() + sizeof(WORD) * (1 + i));
-        if (value.size() - at < length)
+        const size_t length = ValueAt<WORD>(value.data() + sizeof(WORD) * (1 + i));
+        if (value.size() - at < length) {
             return std::nullopt;
+        }
         entries.push_back(value.substr(at, length));
         at += length;
     }
     return entries;
 }
 
-std::string encodeTextList(const std::vector<std::string_view>& entries) {
+std::string EncodeTextList(const std::vector<std::string_view>& entries) {
     std::string out;
-    appendValue(out, static_cast<WORD>(entries.size()));
-    for (const std::string_view entry : entries)
-        appendValue(out, static_cast<WORD>(entry.size()));
-    for (const std::string_view entry : entries)
+    AppendValue(out, static_cast<WORD>(entries.size()));
+    for (const std::string_view entry : entries) {
+        AppendValue(out, static_cast<WORD>(entry.size()));
+    }
+    for (const std::string_view entry : entries) {
         out += entry;
+    }
     return out;
 }
 

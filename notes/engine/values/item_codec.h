@@ -30,17 +30,22 @@ constexpr size_t maxSummaryValue = 0x7FFF;
 // Walking items and comparing their names is what a search and every change of an item consist of, hence inline.
 
 /** Item names are equal without regard to the case of ASCII letters. */
-inline bool sameItemName(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size())
+inline bool SameItemName(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) {
         return false;
+    }
     // From the end: the names of a note's items mostly begin alike.
-    for (size_t i = a.size(); i-- > 0;)
-        if (a[i] != b[i] && lowerAscii(a[i]) != lowerAscii(b[i]))
+    for (size_t i = a.size(); i-- > 0;) {
+        if (a[i] != b[i] && LowerAscii(a[i]) != LowerAscii(b[i])) {
             return false;
+        }
+    }
     return true;
 }
 
-/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name, value. */
+/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name,
+
+ *  value. */
 constexpr size_t itemHeadSize = 10;
 
 /** An item seen inside encoded items, without a copy. */
@@ -52,8 +57,8 @@ struct ItemView {
 };
 
 /** Adds an item at the end of encoded items. */
-void appendEncoded(std::string& encoded, const ItemView& item);
-std::string encodeItems(const std::vector<Item>& items);
+void AppendEncoded(std::string& encoded, const ItemView& item);
+std::string EncodeItems(const std::vector<Item>& items);
 
 /** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have
  *  made. */
@@ -61,39 +66,42 @@ class ItemCursor {
 public:
     explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
     /** False at the end. */
-    bool next(ItemView& item) {
-        if (rest_.empty())
+    bool Next(ItemView& item) {
+        if (rest_.empty()) {
             return false;
-        if (rest_.size() < itemHeadSize)
-            damaged();
+        }
+        if (rest_.size() < itemHeadSize) {
+            Damaged();
+        }
         const char* head = rest_.data();
-        item.flags = valueAt<WORD>(head);
-        item.type = valueAt<WORD>(head + 2);
-        const size_t nameSize = valueAt<WORD>(head + 4);
-        const size_t valueSize = valueAt<DWORD>(head + 6);
+        item.flags = ValueAt<WORD>(head);
+        item.type = ValueAt<WORD>(head + 2);
+        const size_t nameSize = ValueAt<WORD>(head + 4);
+        const size_t valueSize = ValueAt<DWORD>(head + 6);
         const size_t size = itemHeadSize + nameSize + valueSize;
-        if (rest_.size() < size)
-            damaged();
+        if (rest_.size() < size) {
+            Damaged();
+        }
         item.name = {head + itemHeadSize, nameSize};
         item.value = {head + itemHeadSize + nameSize, valueSize};
         rest_.remove_prefix(size);
         return true;
     }
-    /** The bytes behind the item that next() gave last. */
-    [[nodiscard]] std::string_view rest() const noexcept { return rest_; }
+    /** The bytes behind the item that Next() gave last. */
+    [[nodiscard]] std::string_view Rest() const noexcept { return rest_; }
 
 private:
-    [[noreturn]] static void damaged();
+    [[noreturn]] static void Damaged();
 
     std::string_view rest_;
 };
 
 /** The first item of that name in encoded items. */
-std::optional<ItemView> findItem(std::string_view encoded, std::string_view name);
+std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name);
 
 /** The entries of a TYPE_TEXT (one entry) or TYPE_TEXT_LIST value; nothing for other types or lying lengths. */
-std::optional<std::vector<std::string_view>> textEntries(WORD type, std::string_view value);
+std::optional<std::vector<std::string_view>> TextEntries(WORD type, std::string_view value);
 /** The TYPE_TEXT_LIST value of the entries, each of at most 0xFFFF bytes. */
-std::string encodeTextList(const std::vector<std::string_view>& entries);
+std::string EncodeTextList(const std::vector<std::string_view>& entries);
 
 } // namespace embedded

@@ -14,14 +14,14 @@ public:
     /** Throws EMB_ERR_DAMAGED for bytes that are no encoded items. */
     explicit Items(std::string encoded);
 
-    [[nodiscard]] const std::string& encoded() const noexcept { return encoded_; }
+    [[nodiscard]] const std::string& Encoded() const noexcept { return encoded_; }
     [[nodiscard]] bool empty() const noexcept { return encoded_.empty(); }
-    [[nodiscard]] ItemCursor cursor() const noexcept { return ItemCursor(encoded_); }
+    [[nodiscard]] ItemCursor Cursor() const noexcept { return ItemCursor(encoded_); }
     /** The first item of that name. What it points to is valid until a change. */
-    [[nodiscard]] std::optional<ItemView> find(std::string_view name) const { return findItem(encoded_, name); }
+    [[nodiscard]] std::optional<ItemView> Find(std::string_view name) const { return FindItem(encoded_, name); }
 
     /** Makes room for further items of this many bytes. */
-    void reserve(size_t bytes) { encoded_.reserve(encoded_.size() + bytes); }
+    void Reserve(size_t bytes) { encoded_.reserve(encoded_.size() + bytes); }
 
     // What is added must not point into these items. Names beyond the platform's limits throw EMB_ERR_ARGUMENT or
     // EMB_ERR_TOO_LONG, lists whose lengths lie EMB_ERR_ITEM_TYPE; nothing is changed then. Values may be of any length
@@ -30,11 +30,11 @@ public:
     /** Adds an item, also beside one of the same name. */
     void append(const ItemView& item);
     /** Puts the item in the place of all of its name. */
-    void set(const ItemView& item);
+    void Set(const ItemView& item);
     /** Changes the first item of the name where it stands. There must be one. */
-    void change(const ItemView& item);
+    void Change(const ItemView& item);
     /** Deletes all items of that name, or only the first; false when there is none. */
-    bool erase(std::string_view name, bool onlyFirst = false);
+    bool Erase(std::string_view name, bool onlyFirst = false);
 
     bool operator==(const Items&) const = default;
 
@@ -43,20 +43,20 @@ private:
 };
 
 /** A text item as one text, lists joined with "; "; empty for absent items and other types. */
-std::string itemText(const Items& items, std::string_view name);
+std::string ItemText(const Items& items, std::string_view name);
 /** The entries of a text item, valid until a change; none for absent items and other types. */
-std::vector<std::string_view> itemEntries(const Items& items, std::string_view name);
+std::vector<std::string_view> ItemEntries(const Items& items, std::string_view name);
 
 /** Adds an entry at the end of a text list; an absent item is created, a text becomes a list.
  *  Throws as append() does. */
-void appendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates);
+void AppendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates);
 
 /** Texts, numbers and times become lists of one. */
-void expandItems(Items& items);
+void ExpandItems(Items& items);
 /** Lists of one become single values. */
-void contractItems(Items& items);
+void ContractItems(Items& items);
 
 /** Whether a note can be stored: no value is beyond the platform's limit, nor the summary items together. */
-[[nodiscard]] bool fitIntoNote(const Items& items);
+[[nodiscard]] bool FitIntoNote(const Items& items);
 
 } // namespace embedded

@@ -13,7 +13,7 @@ public:
     /** `detail` (UTF-8) is for a person: what was attempted, on which file. */
     explicit StatusError(STATUS status, const std::string& detail = {}) : std::runtime_error(detail), status_(status) {}
 
-    [[nodiscard]] STATUS status() const noexcept { return status_; }
+    [[nodiscard]] STATUS Status() const noexcept { return status_; }
 
 private:
     STATUS status_;

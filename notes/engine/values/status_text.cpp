@@ -5,12 +5,12 @@
 namespace embedded {
 namespace {
 
-struct StatusText {
+struct KnownStatus {
     STATUS code;
     std::string_view text;
 };
 
-constexpr StatusText texts[] = {
+constexpr KnownStatus texts[] = {
     {ERR_UNKNOWN, "Unknown error"},
     {ERR_NOEXIST, "File does not exist"},
     {ERR_EXISTS, "File already exists"},
@@ -48,10 +48,12 @@ constexpr StatusText texts[] = {
 
 } // namespace
 
-std::string_view statusText(STATUS code) noexcept {
-    for (const StatusText& entry : texts)
-        if (entry.code == code)
+std::string_view StatusText(STATUS code) noexcept {
+    for (const KnownStatus& entry : texts) {
+        if (entry.code == code) {
             return entry.text;
+        }
+    }
     return {};
 }
 

@@ -8,6 +8,6 @@
 namespace embedded {
 
 /** Empty for a code that has no text. `code` is masked with ERR_MASK by the caller. */
-std::string_view statusText(STATUS code) noexcept;
+std::string_view StatusText(STATUS code) noexcept;
 
 } // namespace embedded

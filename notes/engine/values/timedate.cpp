@@ -28,35 +28,37 @@ constexpr int hourShift = 24;
 constexpr DWORD maxZoneHours = 15;
 
 /** Days since 1970-01-01 of a day word, whatever its zone. */
-std::optional<int64_t> dayOf(DWORD dayWord) noexcept {
+std::optional<int64_t> DayOf(DWORD dayWord) noexcept {
     const int64_t day = static_cast<int64_t>(dayWord & dayMask) - julianDayOfEpoch;
-    if (day < firstDay || day > lastDay)
+    if (day < firstDay || day > lastDay) {
         return std::nullopt;
+    }
     return day;
 }
 
-DWORD dayWordOf(int64_t day) noexcept {
+DWORD DayWordOf(int64_t day) noexcept {
     return static_cast<DWORD>(day + julianDayOfEpoch);
 }
 
 /** The zone's distance from Greenwich in minutes, daylight saving included. */
-int zoneOffset(DWORD dayWord) noexcept {
+int ZoneOffset(DWORD dayWord) noexcept {
     const int quarters = static_cast<int>((dayWord >> quarterShift) & 3);
     const int hours = static_cast<int>((dayWord >> hourShift) & 15);
     const int base = hours * 60 + quarters * 15;
     return (dayWord & eastBit ? base : -base) + (dayWord & dstBit ? 60 : 0);
 }
 
-std::optional<DWORD> zoneBits(int offset, bool dst) noexcept {
+std::optional<DWORD> ZoneBits(int offset, bool dst) noexcept {
     const int base = offset - (dst ? 60 : 0);
     const auto distance = static_cast<DWORD>(base < 0 ? -base : base);
-    if (distance % 15 != 0 || distance / 60 > maxZoneHours)
+    if (distance % 15 != 0 || distance / 60 > maxZoneHours) {
         return std::nullopt;
+    }
     return (dst ? dstBit : 0) | (base > 0 ? eastBit : 0) | (distance % 60 / 15) << quarterShift |
            (distance / 60) << hourShift;
 }
 
-std::string dateText(int64_t day) {
+std::string DateText(int64_t day) {
     const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{day}}};
     char text[32];
     std::snprintf(text, sizeof text, "%04d%02u%02u", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
@@ -64,7 +66,7 @@ std::string dateText(int64_t day) {
     return text;
 }
 
-std::string timeText(int64_t ticks) {
+std::string TimeText(int64_t ticks) {
     const int64_t seconds = ticks / ticksPerSecond;
     char text[32];
     std::snprintf(text, sizeof text, "T%02d%02d%02d,%02d", static_cast<int>(seconds / 3600),
@@ -73,13 +75,14 @@ std::string timeText(int64_t ticks) {
     return text;
 }
 
-std::string offsetText(int offset) {
+std::string OffsetText(int offset) {
     const int distance = offset < 0 ? -offset : offset;
     char text[32];
-    if (distance % 60 == 0)
+    if (distance % 60 == 0) {
         std::snprintf(text, sizeof text, "%c%02d", offset < 0 ? '-' : '+', distance / 60);
-    else
+    } else {
         std::snprintf(text, sizeof text, "%c%02d%02d", offset < 0 ? '-' : '+', distance / 60, distance % 60);
+    }
     return text;
 }
 
@@ -88,7 +91,7 @@ class Reader {
 public:
     explicit Reader(std::string_view text) : rest_(text) {}
 
-    int number(size_t digits) noexcept {
+    int Number(size_t digits) noexcept {
         int value = 0;
         for (size_t i = 0; i < digits; ++i) {
             if (i >= rest_.size() || rest_[i] < '0' || rest_[i] > '9') {
@@ -100,127 +103,141 @@ public:
         rest_.remove_prefix(digits);
         return value;
     }
-    bool sign(char wanted) noexcept {
-        if (!rest_.starts_with(wanted))
+    bool Sign(char wanted) noexcept {
+        if (!rest_.starts_with(wanted)) {
             return false;
+        }
         rest_.remove_prefix(1);
         return true;
     }
-    [[nodiscard]] size_t left() const noexcept { return rest_.size(); }
-    [[nodiscard]] bool done() const noexcept { return good_ && rest_.empty(); }
-    void fail() noexcept { good_ = false; }
+    [[nodiscard]] size_t Left() const noexcept { return rest_.size(); }
+    [[nodiscard]] bool Done() const noexcept { return good_ && rest_.empty(); }
+    void Fail() noexcept { good_ = false; }
 
 private:
     std::string_view rest_;
     bool good_ = true;
 };
 
-int64_t readDate(Reader& reader) noexcept {
-    const int year = reader.number(4);
-    const auto month = static_cast<unsigned>(reader.number(2));
-    const auto day = static_cast<unsigned>(reader.number(2));
+int64_t ReadDate(Reader& reader) noexcept {
+    const int year = reader.Number(4);
+    const auto month = static_cast<unsigned>(reader.Number(2));
+    const auto day = static_cast<unsigned>(reader.Number(2));
     const std::chrono::year_month_day date{std::chrono::year{year}, std::chrono::month{month}, std::chrono::day{day}};
-    if (year < 1 || !date.ok())
-        reader.fail();
+    if (year < 1 || !date.ok()) {
+        reader.Fail();
+    }
     return date.ok() ? std::chrono::sys_days{date}.time_since_epoch().count() : 0;
 }
 
-int64_t readTime(Reader& reader) noexcept {
-    const int hours = reader.number(2);
-    const int minutes = reader.number(2);
-    const int seconds = reader.number(2);
-    const int hundredths = reader.sign(',') ? reader.number(2) : 0;
-    if (hours > 23 || minutes > 59 || seconds > 59)
-        reader.fail();
+int64_t ReadTime(Reader& reader) noexcept {
+    const int hours = reader.Number(2);
+    const int minutes = reader.Number(2);
+    const int seconds = reader.Number(2);
+    const int hundredths = reader.Sign(',') ? reader.Number(2) : 0;
+    if (hours > 23 || minutes > 59 || seconds > 59) {
+        reader.Fail();
+    }
     return ((int64_t{hours} * 60 + minutes) * 60 + seconds) * ticksPerSecond + hundredths;
 }
 
 /** Minutes east of Greenwich; none given is Greenwich. */
-int readOffset(Reader& reader) noexcept {
-    if (reader.left() == 0 || reader.sign('Z'))
+int ReadOffset(Reader& reader) noexcept {
+    if (reader.Left() == 0 || reader.Sign('Z')) {
         return 0;
-    const bool west = reader.sign('-');
-    if (!west && !reader.sign('+'))
-        reader.fail();
-    const int hours = reader.number(2);
-    const int minutes = reader.left() > 0 ? reader.number(2) : 0;
-    if (minutes > 59)
-        reader.fail();
+    }
+    const bool west = reader.Sign('-');
+    if (!west && !reader.Sign('+')) {
+        reader.Fail();
+    }
+    const int hours = reader.Number(2);
+    const int minutes = reader.Left() > 0 ? reader.Number(2) : 0;
+    if (minutes > 59) {
+        reader.Fail();
+    }
     return west ? -(hours * 60 + minutes) : hours * 60 + minutes;
 }
 
 } // namespace
 
-TIMEDATE timedateFromHundredths(int64_t hundredths) noexcept {
+TIMEDATE TimedateFromHundredths(int64_t hundredths) noexcept {
     hundredths = std::clamp(hundredths, firstDay * ticksPerDay, (lastDay + 1) * ticksPerDay - 1);
     const int64_t ticks = (hundredths % ticksPerDay + ticksPerDay) % ticksPerDay;
-    return TIMEDATE{{static_cast<DWORD>(ticks), dayWordOf((hundredths - ticks) / ticksPerDay)}};
+    return TIMEDATE{{static_cast<DWORD>(ticks), DayWordOf((hundredths - ticks) / ticksPerDay)}};
 }
 
-std::optional<int64_t> hundredthsFromTimedate(const TIMEDATE& time) noexcept {
-    const auto day = dayOf(time.Innards[1]);
-    if (!day || time.Innards[0] >= ticksPerDay)
+std::optional<int64_t> HundredthsFromTimedate(const TIMEDATE& time) noexcept {
+    const auto day = DayOf(time.Innards[1]);
+    if (!day || time.Innards[0] >= ticksPerDay) {
         return std::nullopt;
+    }
     return *day * ticksPerDay + time.Innards[0];
 }
 
-bool isDaylightSaving(const TIMEDATE& time) noexcept {
+bool IsDaylightSaving(const TIMEDATE& time) noexcept {
     return time.Innards[0] != anyTime && time.Innards[1] != anyDay && (time.Innards[1] & dstBit) != 0;
 }
 
-std::optional<std::string> dxlFromTimedate(const TIMEDATE& time) {
+std::optional<std::string> DxlFromTimedate(const TIMEDATE& time) {
     if (time.Innards[1] == anyDay) {
-        if (time.Innards[0] >= ticksPerDay)
+        if (time.Innards[0] >= ticksPerDay) {
             return std::nullopt;
-        return timeText(time.Innards[0]);
+        }
+        return TimeText(time.Innards[0]);
     }
     if (time.Innards[0] == anyTime) {
-        const auto day = dayOf(time.Innards[1]);
-        if (!day || dayWordOf(*day) != time.Innards[1])
+        const auto day = DayOf(time.Innards[1]);
+        if (!day || DayWordOf(*day) != time.Innards[1]) {
             return std::nullopt; // a zone has no place in a date alone
-        return dateText(*day);
+        }
+        return DateText(*day);
     }
-    const auto hundredths = hundredthsFromTimedate(time);
-    const int offset = zoneOffset(time.Innards[1]);
-    if (!hundredths || zoneBits(offset, isDaylightSaving(time)) != (time.Innards[1] & ~dayMask))
+    const auto hundredths = HundredthsFromTimedate(time);
+    const int offset = ZoneOffset(time.Innards[1]);
+    if (!hundredths || ZoneBits(offset, IsDaylightSaving(time)) != (time.Innards[1] & ~dayMask)) {
         return std::nullopt; // "east of Greenwich" by nothing, for one
+    }
     const int64_t local = *hundredths + offset * ticksPerMinute;
     const int64_t ticks = (local % ticksPerDay + ticksPerDay) % ticksPerDay;
     const int64_t day = (local - ticks) / ticksPerDay;
-    if (day < firstDay || day > lastDay)
+    if (day < firstDay || day > lastDay) {
         return std::nullopt;
-    return dateText(day) + timeText(ticks) + offsetText(offset);
+    }
+    return DateText(day) + TimeText(ticks) + OffsetText(offset);
 }
 
-std::optional<TIMEDATE> timedateFromDxl(std::string_view text, bool dst) {
+std::optional<TIMEDATE> TimedateFromDxl(std::string_view text, bool dst) {
     Reader reader(text);
-    if (reader.sign('T')) {
-        const int64_t ticks = readTime(reader);
-        if (!reader.done() || dst)
+    if (reader.Sign('T')) {
+        const int64_t ticks = ReadTime(reader);
+        if (!reader.Done() || dst) {
             return std::nullopt;
+        }
         return TIMEDATE{{static_cast<DWORD>(ticks), anyDay}};
     }
-    const int64_t localDay = readDate(reader);
-    if (!reader.sign('T')) {
-        if (!reader.done() || dst)
+    const int64_t localDay = ReadDate(reader);
+    if (!reader.Sign('T')) {
+        if (!reader.Done() || dst) {
             return std::nullopt;
-        return TIMEDATE{{anyTime, dayWordOf(localDay)}};
+        }
+        return TIMEDATE{{anyTime, DayWordOf(localDay)}};
     }
-    const int64_t localTicks = readTime(reader);
-    const int offset = readOffset(reader);
-    const auto zone = zoneBits(offset, dst);
+    const int64_t localTicks = ReadTime(reader);
+    const int offset = ReadOffset(reader);
+    const auto zone = ZoneBits(offset, dst);
     const int64_t hundredths = localDay * ticksPerDay + localTicks - offset * ticksPerMinute;
-    if (!reader.done() || !zone || hundredths < firstDay * ticksPerDay || hundredths >= (lastDay + 1) * ticksPerDay)
+    if (!reader.Done() || !zone || hundredths < firstDay * ticksPerDay || hundredths >= (lastDay + 1) * ticksPerDay) {
         return std::nullopt;
-    TIMEDATE time = timedateFromHundredths(hundredths);
+    }
+    TIMEDATE time = TimedateFromHundredths(hundredths);
     time.Innards[1] |= *zone;
     return time;
 }
 
-std::string textFromHundredths(int64_t hundredths) {
-    const auto time = *hundredthsFromTimedate(timedateFromHundredths(hundredths));
+std::string TextFromHundredths(int64_t hundredths) {
+    const auto time = *HundredthsFromTimedate(TimedateFromHundredths(hundredths));
     const int64_t ticks = (time % ticksPerDay + ticksPerDay) % ticksPerDay;
-    std::string text = dateText((time - ticks) / ticksPerDay) + timeText(ticks);
+    std::string text = DateText((time - ticks) / ticksPerDay) + TimeText(ticks);
     text.replace(8, 1, " "); // yyyymmddThhmmss,hh
     text.insert(13, ":").insert(11, ":");
     text.insert(6, "-").insert(4, "-");

@@ -11,18 +11,18 @@
 namespace embedded {
 
 /** Hundredths of a second since 1970-01-01 00:00:00 UTC, to a TIMEDATE in zone GMT and back. */
-TIMEDATE timedateFromHundredths(int64_t hundredths) noexcept;
+TIMEDATE TimedateFromHundredths(int64_t hundredths) noexcept;
 /** Nothing for a wildcard (date only, time only, all bits set) or a day out of range. */
-std::optional<int64_t> hundredthsFromTimedate(const TIMEDATE& time) noexcept;
+std::optional<int64_t> HundredthsFromTimedate(const TIMEDATE& time) noexcept;
 
 /** DXL's form: "20010522T103636,81-04"; a date or a time alone too. Nothing when it has none (bad bits); with
- *  isDaylightSaving() it gives the same bits again. */
-std::optional<std::string> dxlFromTimedate(const TIMEDATE& time);
+ *  IsDaylightSaving() it gives the same bits again. */
+std::optional<std::string> DxlFromTimedate(const TIMEDATE& time);
 /** `dst`: DXL's attribute of that name. Hundredths may be left out; a moment without zone is in GMT. */
-std::optional<TIMEDATE> timedateFromDxl(std::string_view text, bool dst);
-bool isDaylightSaving(const TIMEDATE& time) noexcept;
+std::optional<TIMEDATE> TimedateFromDxl(std::string_view text, bool dst);
+bool IsDaylightSaving(const TIMEDATE& time) noexcept;
 
 /** "2026-11-22 20:33:00,12 UTC" for a person. */
-std::string textFromHundredths(int64_t hundredths);
+std::string TextFromHundredths(int64_t hundredths);
 
 } // namespace embedded

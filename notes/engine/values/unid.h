@@ -14,21 +14,21 @@ inline bool operator==(const TIMEDATE& a, const TIMEDATE& b) noexcept {
 }
 
 /** 32 upper-case hexadecimal digits. */
-std::string unidText(const UNID& unid);
-std::optional<UNID> parseUnid(std::string_view text);
+std::string UnidText(const UNID& unid);
+std::optional<UNID> ParseUnid(std::string_view text);
 /** 16 upper-case hexadecimal digits, high word first. */
-std::string idText(const TIMEDATE& id);
-std::optional<TIMEDATE> parseId(std::string_view text);
+std::string IdText(const TIMEDATE& id);
+std::optional<TIMEDATE> ParseId(std::string_view text);
 
 /**
  * The File half of a UNID that the platform generates itself: the serial number and a hash of it and the replica
  * ID. Replicas of one database that give out the same serial still differ in the other half, the moment.
  */
-DBID generatedUnidFile(const TIMEDATE& replicaId, uint32_t serial) noexcept;
+DBID GeneratedUnidFile(const TIMEDATE& replicaId, uint32_t serial) noexcept;
 /** Whether the UNID was generated in a database of this replica ID. */
-bool isGeneratedUnid(const UNID& unid, const TIMEDATE& replicaId) noexcept;
+bool IsGeneratedUnid(const UNID& unid, const TIMEDATE& replicaId) noexcept;
 
-inline UNID unidOf(const OID& oid) noexcept {
+inline UNID UnidOf(const OID& oid) noexcept {
     return UNID{oid.File, oid.Note};
 }
 
