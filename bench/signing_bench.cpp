@@ -49,7 +49,7 @@ private:
 };
 
 template<class Operation, class... Arguments>
-auto callPlatform(Operation operation, Arguments... arguments) {
+auto CallPlatform(Operation operation, Arguments... arguments) {
     const OnSide side(platform);
     ++account.calls;
     return operation(arguments...);
@@ -74,7 +74,7 @@ STATUS LNCALLBACK CallModule(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* s
     extern "C" Result __real_##operation parameters;                                                                   \
     extern "C" Result __wrap_##operation parameters;                                                                   \
     Result __wrap_##operation parameters {                                                                             \
-        return callPlatform arguments;                                                                                 \
+        return CallPlatform arguments;                                                                                 \
     }
 
 PLATFORM_CALL(STATUS, NSFDbOpen, (const char* path, DBHANDLE* database), (__real_NSFDbOpen, path, database))
@@ -101,7 +101,7 @@ extern "C" STATUS __wrap_NSFSearch(DBHANDLE, FORMULAHANDLE, char*, WORD, WORD, T
 STATUS __wrap_NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* view, WORD flags, WORD classMask,
                         TIMEDATE* since, NSFSEARCHPROC step, void* parameter, TIMEDATE* until) {
     Step inModule = {step, parameter};
-    return callPlatform(__real_NSFSearch, database, formula, view, flags, classMask, since, CallModule, &inModule,
+    return CallPlatform(__real_NSFSearch, database, formula, view, flags, classMask, since, CallModule, &inModule,
                         until);
 }
 

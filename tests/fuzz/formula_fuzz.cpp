@@ -72,12 +72,14 @@ void formula(std::string_view input) {
     const auto result = CompileFormula(input);
     if (const auto* code = std::get_if<std::string>(&result)) {
         ExpectSound(*code);
-    } else
+    } else {
         ExpectPlace(std::get<FormulaError>(result), input);
-    for (const std::string& bytes : {std::string(input), "EmF1" + std::string(input)})
+    }
+    for (const std::string& bytes : {std::string(input), "EmF1" + std::string(input)}) {
         if (IsFormula(bytes)) {
             ExpectSound(bytes);
         }
+    }
 }
 
 } // namespace fuzz
