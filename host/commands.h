@@ -9,11 +9,22 @@ namespace krxpatch {
 
 struct SandboxOptions {
     std::filesystem::path folder;
-    std::filesystem::path samples; // what is laid out
+    std::filesystem::path from; // what is laid out: a tree in which NAME.dxl stands for the database NAME
+    bool sample = true;         // it is the sample server
 };
 
-/** Lays out the sample server in a folder that is new or empty. The folder takes its place whole or not at all. */
+/** Lays out a server in a folder that is new or empty. The folder takes its place whole or not at all. Fails when what is
+ *  laid out lacks what an upgrade needs; it stays then, for what is missing to be added. */
 [[nodiscard]] ExitCode Sandbox(const SandboxOptions& options);
+
+struct RehearseOptions {
+    std::filesystem::path server;
+    std::filesystem::path folder; // the copy
+};
+
+/** Copies a server folder into one that is new or empty, for an upgrade to be rehearsed there. Links are resolved, and
+ *  nothing of the original is written or shared. The copy takes its place whole or not at all. */
+[[nodiscard]] ExitCode Rehearse(const RehearseOptions& options);
 
 struct RunOptions {
     std::filesystem::path server;

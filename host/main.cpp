@@ -62,10 +62,17 @@ ExitCode ParseAndRun(std::vector<std::string> arguments) {
     program.footer("Exit codes: 0 done, 1 not done or not wholly, 2 could not start.\n"
                    "krxpatch COMMAND --help tells more about a command.");
 
-    SandboxOptions sandboxOptions{.folder = {}, .samples = PathOf(KRXPATCH_SAMPLES)};
+    SandboxOptions sandboxOptions{.folder = {}, .from = PathOf(KRXPATCH_SAMPLES), .sample = true};
     CLI::App* sandbox = AddCommand(program, "sandbox", "Lay out the sample server in a new or empty folder");
     AddPath(sandbox, "DIR", sandboxOptions.folder, "", "The folder")->required();
-    AddPath(sandbox, "--samples", sandboxOptions.samples, "FOLDER", "What to lay out instead of the sample server");
+    CLI::Option* from =
+        AddPath(sandbox, "--from", sandboxOptions.from, "TREE", "A tree of exports, instead of the sample server");
+
+    RehearseOptions rehearseOptions;
+    CLI::App* rehearse = AddCommand(program, "rehearse", "Copy a server folder, for an upgrade to be rehearsed there");
+    AddPath(rehearse, "--server", rehearseOptions.server, "DIR", "The server folder, which holds notes.ini")
+        ->required();
+    AddPath(rehearse, "NEW", rehearseOptions.folder, "", "The copy: a new or empty folder")->required();
 
     RunOptions runOptions{.server = {}, .module = platform::ExecutableFolder() / platform::moduleFile};
     CLI::App* run = AddCommand(program, "run", "Upgrade a server, and show each step and the outcome");
@@ -104,7 +111,11 @@ ExitCode ParseAndRun(std::vector<std::string> arguments) {
         throw Failure(notStarted, "a command is missing (krxpatch --help tells more)");
     }
     if (sandbox->parsed()) {
+        sandboxOptions.sample = from->count() == 0;
         return Sandbox(sandboxOptions);
+    }
+    if (rehearse->parsed()) {
+        return Rehearse(rehearseOptions);
     }
     if (run->parsed()) {
         return Run(runOptions);

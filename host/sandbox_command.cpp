@@ -4,24 +4,21 @@
 
 #include "commands.h"
 #include "embedded_notes.h"
+#include "new_folder.h"
 #include "path_checks.h"
-#include "temporary_folder.h"
+#include "server_folder.h"
+#include "server_settings.h"
 
 namespace krxpatch {
 namespace {
 
-constexpr std::string_view serverMark = "@SERVER@";
-
-/** notes.ini with the server's folder in place of each mark. */
-void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::path& target, const std::string& server) {
+/** notes.ini with the folders of the server that is made. */
+void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::path& target,
+                  const std::filesystem::path& server) {
     std::ostringstream text;
     text << std::ifstream(sample, std::ios::binary).rdbuf();
-    std::string ini = text.str();
-    for (size_t at = 0; (at = ini.find(serverMark, at)) != std::string::npos; at += server.size()) {
-        ini.replace(at, serverMark.size(), server);
-    }
     std::ofstream stream(target, std::ios::binary);
-    stream << ini << std::flush;
+    stream << WithFolders(text.str(), server) << std::flush;
     if (!text || !stream) {
         throw Failure(failed, (text ? target : sample).string() + ": cannot be copied");
     }
@@ -35,7 +32,8 @@ void ImportDatabase(const std::filesystem::path& dxl, const std::filesystem::pat
 }
 
 /** Puts one file of the samples into a folder; `server` is where the whole is going to stand. */
-void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path& folder, const std::string& server) {
+void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path& folder,
+                const std::filesystem::path& server) {
     if (sample.filename() == ".keep") {
         return; // it only makes version control keep its folder
     }
@@ -48,7 +46,8 @@ void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path
     }
 }
 
-void LayOut(const std::filesystem::path& samples, const std::filesystem::path& target, const std::string& server) {
+void LayOut(const std::filesystem::path& samples, const std::filesystem::path& target,
+            const std::filesystem::path& server) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(samples)) {
         const std::filesystem::path copy = target / entry.path().lexically_relative(samples);
         if (entry.is_directory()) {
@@ -59,38 +58,30 @@ void LayOut(const std::filesystem::path& samples, const std::filesystem::path& t
     }
 }
 
-/** The folder by its own name, without links, "." and an ending separator. */
-std::filesystem::path TargetOf(const std::filesystem::path& folder) {
-    const std::filesystem::path target = std::filesystem::weakly_canonical(std::filesystem::absolute(folder));
-    return target.has_filename() ? target : target.parent_path();
-}
-
-void RequireNewOrEmpty(const std::filesystem::path& target) {
-    RequireFolder(target.parent_path(), failed);
-    if (!std::filesystem::exists(target)) {
-        return;
+/** What `run` would refuse. */
+void RequireUpgradable(const std::filesystem::path& folder) {
+    const ServerFolder server(folder, ServerFolder::Access::readOnly);
+    const PatchFacts facts = ReadPatchFacts(server);
+    if (!facts.patchBuild) {
+        throw Failure(failed, facts.problem);
     }
-    if (!std::filesystem::is_directory(target)) {
-        throw Failure(failed, target.string() + ": is a file; the sandbox needs a new or empty folder");
-    }
-    if (!std::filesystem::is_empty(target)) {
-        throw Failure(failed, target.string() + ": is not empty; the sandbox needs a new or empty folder");
+    if (!facts.undelivered.empty()) {
+        throw Failure(failed, DescribeUndelivered(facts));
     }
 }
 
 } // namespace
 
 ExitCode Sandbox(const SandboxOptions& options) {
-    const std::filesystem::path target = TargetOf(options.folder);
-    RequireNewOrEmpty(target);
-    const TemporaryFolder made(target);
-    const std::filesystem::path content = made.Path() / target.filename();
-    std::filesystem::create_directory(content); // with the permissions that the user's folders have
-    LayOut(options.samples, content, target.string());
-    std::filesystem::remove(target); // an empty folder; if it is not empty any more, this throws
-    std::filesystem::rename(content, target);
-    std::cout << "The sample server is in " << target.string() << ". To upgrade it: krxpatch run --server "
-              << target.string() << '\n';
+    RequireFolder(options.from, failed);
+    NewFolder made(options.folder);
+    LayOut(options.from, made.Content(), made.Target());
+    made.PutIntoPlace();
+    std::cout << (options.sample ? "The sample server" : "The server") << " is in " << made.Target().string()
+              << ". To upgrade it: krxpatch run --server " << made.Target().string() << std::endl;
+    if (!options.sample) {
+        RequireUpgradable(made.Target());
+    }
     return succeeded;
 }
 

@@ -42,13 +42,14 @@ TEST_F(KrxpatchTest, HelpAndVersionAreNoErrors) {
 class SandboxTest : public KrxpatchTest {
 protected:
     void SetUp() override {
-        WriteFile(Samples() / "notes.ini", "Directory=@SERVER@/data\r\nVarnholtInstallPath=@SERVER@/install\r\n");
+        WriteFile(Samples() / "notes.ini", "\xEF\xBB\xBF;directory=no\r\ndirectory = C:\\D\r\nX=1\r\nDirectory=D");
         WriteFile(Samples() / "data/krx/krmsg.nsf.dxl", "<database xmlns='http://www.lotus.com/dxl' title='Texts'/>");
         WriteFile(Samples() / "data/krxtemp/.keep", "");
-        WriteFile(Samples() / "install/policy.dat", std::string("\0\r\n@SERVER@\xff", 12));
+        WriteFile(Samples() / "install/program/V5.8.0.7/krxpatch.ini", "[Config]\nBuildNumber=7\n");
+        WriteFile(Samples() / "install/policy.dat", std::string("\0\r\nDirectory=\xff", 14));
     }
     [[nodiscard]] fs::path Samples() const { return Folder() / "samples"; }
-    Outcome Sandbox(const std::string& folder) const { return Krxpatch({"sandbox", folder, "--samples", "samples/"}); }
+    Outcome Sandbox(const std::string& folder) const { return Krxpatch({"sandbox", folder, "--from", "samples/"}); }
 };
 
 TEST_F(SandboxTest, LaysOutTheSamplesInANewOrEmptyFolder) {
@@ -63,8 +64,9 @@ TEST_F(SandboxTest, LaysOutTheSamplesInANewOrEmptyFolder) {
     for (const auto& [argument, folder] : cases) {
         ASSERT_TRUE(Exits(Sandbox(argument), 0)) << argument;
         const std::string name = fs::canonical(folder).string();
-        EXPECT_EQ(ReadFile(folder / "notes.ini"),
-                  "Directory=" + name + "/data\r\nVarnholtInstallPath=" + name + "/install\r\n");
+        EXPECT_EQ(ReadFile(folder / "notes.ini"), "\xEF\xBB\xBF;directory=no\r\ndirectory = " + name +
+                                                      "/data\r\nX=1\r\nDirectory=D\nVarnholtInstallPath=" + name +
+                                                      "/install\n");
         EXPECT_EQ(NamesIn(folder), (std::vector<std::string>{"data", "install", "notes.ini"}));
         EXPECT_EQ(NamesIn(folder / "data/krx"), std::vector<std::string>{"krmsg.nsf"});
         EXPECT_EQ(NamesIn(folder / "data/krxtemp"), std::vector<std::string>{});
@@ -85,6 +87,11 @@ TEST_F(SandboxTest, RefusesAnyOtherFolderAndLeavesNothingHalfMade) {
     }
     EXPECT_TRUE(Snapshot(Folder()) == before);
 
+    WriteFile(Samples() / "install/program/V5.8.0.8/.keep", "");
+    EXPECT_TRUE(Fails(Sandbox("lacking"), 1, "V5.8.0.8/krxpatch.ini: cannot be read"));
+    EXPECT_TRUE(fs::exists(Folder() / "lacking/data/krx/krmsg.nsf"));
+    fs::remove_all(Folder() / "lacking");
+
     WriteFile(Samples() / "data/krx/broken.nsf.dxl", "<database xmlns='http://www.lotus.com/dxl'>");
     const std::vector<std::string> names = NamesIn(Folder());
     for (const char* folder : {"new", "empty"}) {
@@ -92,6 +99,39 @@ TEST_F(SandboxTest, RefusesAnyOtherFolderAndLeavesNothingHalfMade) {
     }
     EXPECT_EQ(NamesIn(Folder()), names);
     EXPECT_TRUE(fs::is_empty(Folder() / "empty"));
+}
+
+TEST_F(KrxpatchTest, ARehearsalSharesNothingWithTheServer) {
+    MakeSandbox();
+    TakeOffline("krx/krtime.nsf");
+    WriteFile(Databases() / "krx.recovery.tmp", "of the server's own");
+    fs::rename(Databases() / "krhelp.nsf", Folder() / "elsewhere.nsf");
+    fs::create_hard_link(Folder() / "elsewhere.nsf", Databases() / "krhelp.nsf");
+    std::error_code unsupported; // by some systems' libraries
+    fs::rename(Server() / "install", Folder() / "programs");
+    fs::create_directory_symlink(Folder() / "programs", Server() / "install", unsupported);
+    if (unsupported) {
+        fs::rename(Folder() / "programs", Server() / "install");
+    }
+    const auto before = Snapshot(Folder());
+    ASSERT_TRUE(Exits(Krxpatch({"rehearse", "--server", "server", "copy"}), 0));
+    const fs::path copy = Folder() / "copy";
+    EXPECT_EQ(NamesIn(copy), (std::vector<std::string>{"data", "install", "notes.ini", "offline.lst"}));
+    EXPECT_FALSE(fs::is_symlink(copy / "install"));
+    EXPECT_FALSE(fs::exists(copy / "data/krx/krx.recovery.tmp"));
+    EXPECT_TRUE(fs::last_write_time(copy / "data/krx/krmsg.nsf") == fs::last_write_time(Databases() / "krmsg.nsf"));
+
+    EXPECT_TRUE(Fails(Krxpatch({"run", "--server", "copy"}), 1, "krtime.nsf (The database is offline)"));
+    EXPECT_NE(ReadFile(copy / "data/krx/krhelp.nsf"), ReadFile(Databases() / "krhelp.nsf"));
+    fs::remove_all(copy);
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+
+    fs::create_directory_symlink(Server() / "data", Databases() / "round", unsupported);
+    if (!unsupported) {
+        EXPECT_TRUE(
+            Fails(Krxpatch({"rehearse", "--server", "server", "copy"}), 1, "is a link to a folder that it lies"));
+        EXPECT_FALSE(fs::exists(copy));
+    }
 }
 
 TEST_F(KrxpatchTest, RunUpgradesTheSampleServerOnce) {

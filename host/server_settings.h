@@ -1,0 +1,18 @@
+// The settings in a notes.ini that say where a server stands.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace krxpatch {
+
+/** The value of a setting in the text of a notes.ini, empty without one. Of equal names the first counts, and the case of
+ *  letters does not. */
+[[nodiscard]] std::string SettingIn(std::string_view ini, std::string_view name);
+
+/** The text with the folders of a server that stands in `server`: its data directory and its installed program. Every
+ *  other byte stays. */
+[[nodiscard]] std::string WithFolders(std::string ini, const std::filesystem::path& server);
+
+} // namespace krxpatch
