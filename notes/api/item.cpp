@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <optional>
 
 #include "api/call.h"
@@ -47,6 +48,7 @@ std::vector<std::string_view> EntriesOf(Session& session, NOTEHANDLE note, std::
 
 /** A copy of the item, with its type word, in memory that belongs to the note. */
 BLOCKID Lend(Session& session, NoteEntry& note, const ItemView& item) {
+    RequireInline(item);
     std::string bytes(reinterpret_cast<const char*>(&item.type), sizeof item.type);
     bytes += item.value;
     const DHANDLE block = session.Allocate(bytes, true);
@@ -92,7 +94,8 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
             *type = found->type;
         }
         if (length) {
-            *length = static_cast<DWORD>(sizeof(WORD) + found->value.size());
+            const uint64_t size = sizeof(WORD) + (found->object ? found->object->size : found->value.size());
+            *length = static_cast<DWORD>(std::min<uint64_t>(size, std::numeric_limits<DWORD>::max()));
         }
         if (item || value) {
             const BLOCKID lent = Lend(session, entry, *found);

@@ -162,7 +162,7 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sou
         OpenNote note;
         from->ReadNote(noteId, note);
         const bool replicas = from->ReplicaInfo().ID == to->ReplicaInfo().ID;
-        const NOTEID id = to->AdoptNote(note.head, note.items.Encoded(), replicas);
+        const NOTEID id = to->AdoptNote(note, replicas);
         if (newNoteId) {
             *newNoteId = id;
         }

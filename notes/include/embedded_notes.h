@@ -31,6 +31,7 @@ extern "C" {
 #define EMB_ERR_DXL ((STATUS)0x3E11)         /* DXL that cannot be imported; the message says why */
 #define EMB_ERR_UNSUPPORTED ((STATUS)0x3E12) /* the embedded platform does not do this */
 #define EMB_ERR_RECOVERY ((STATUS)0x3E13)    /* a writer died; only a session that may write can repair it */
+#define EMB_ERR_NEWER ((STATUS)0x3E14)       /* the database was made by a newer version of this platform */
 
 /* ---- Session -------------------------------------------------------------------------------------------- */
 

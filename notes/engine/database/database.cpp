@@ -106,6 +106,8 @@ void Database::ReadNote(NOTEID id, OpenNote& note) {
     }
     note.storedSequence = note.head.oid.Sequence;
     note.items = Items(std::move(items));
+    note.objectsIn = ObjectsOf(note.items.Encoded()).empty() ? nullptr : shared_from_this();
+    note.objectsOf = id;
 }
 
 OpenNote Database::NewNote() {
@@ -171,13 +173,27 @@ void Database::UpdateNote(OpenNote& note, bool force) {
     }
     head.oid.Sequence = NextSequence(head.oid.Sequence);
     head.oid.SequenceTime = head.modified = clock_.NowTimedate();
+    const std::optional<std::string> copied = CopyObjects(note, head.id != 0 ? head.id : store_->NextId());
+    const std::string& items = copied ? *copied : note.items.Encoded();
     if (head.id != 0) {
-        store_->Replace(head, note.items.Encoded(), unidChanged);
+        store_->Replace(head, items, unidChanged);
     } else {
-        head.id = InsertNew(head, note.items.Encoded(), takenOnUpdate);
+        head.id = InsertNew(head, items, takenOnUpdate);
+    }
+    if (copied) {
+        note.items = Items(*copied);
+        note.objectsIn = shared_from_this();
+        note.objectsOf = head.id;
     }
     note.head = head;
     note.storedSequence = head.oid.Sequence;
+}
+
+std::optional<std::string> Database::CopyObjects(const OpenNote& note, NOTEID id) {
+    if (!note.objectsIn || (note.objectsIn.get() == this && note.objectsOf == id)) {
+        return std::nullopt;
+    }
+    return store_->CopyObjects(note.objectsIn->GetStore(), note.items.Encoded(), id);
 }
 
 NOTEID Database::InsertNew(const NoteHead& head, std::string_view items, STATUS stubStatus) {
@@ -233,12 +249,14 @@ OID Database::OidOfCopy(const OID& oid) {
     return own;
 }
 
-NOTEID Database::AdoptNote(NoteHead head, std::string_view items, bool replicas) {
+NOTEID Database::AdoptNote(const OpenNote& note, bool replicas) {
+    NoteHead head = note.head;
     head.id = 0;
     if (!replicas) {
         head.oid = OidOfCopy(head.oid);
     }
-    return InsertNew(head, items, takenOnCopy);
+    const std::optional<std::string> copied = CopyObjects(note, store_->NextId());
+    return InsertNew(head, copied ? *copied : note.items.Encoded(), takenOnCopy);
 }
 
 std::optional<Database::Match> Database::Examine(const SearchRequest& request, const NoteHead& head,
@@ -347,8 +365,13 @@ void CopyContent(Database& source, Store& copy, WORD classMask, bool replica) {
     for (NOTEID last = 0;;) {
         const auto visit = [&](const NoteHead& head, std::string_view items) {
             const bool foreign = (head.noteClass & NOTE_CLASS_PRIVATE) && !(classMask & NOTE_CLASS_PRIVATE);
-            if (!foreign && (replica || !head.deleted)) {
+            if (foreign || (head.deleted && !replica)) {
+                return;
+            }
+            if (ObjectsOf(items).empty()) {
                 copy.Insert(head, items);
+            } else {
+                copy.Insert(head, copy.CopyObjects(from, items, head.id));
             }
         };
         const NOTEID reached = from.Scan(last, copyChunk, visit, SearchClass(classMask));

@@ -24,9 +24,13 @@ struct OpenNote {
     /** The stored sequence when the note was read: a different one later means that somebody else has saved it. */
     DWORD storedSequence = 0;
     Items items;
+    /** Where the objects stand that the items refer to: a note that is saved elsewhere gets copies of them. NULL when
+     *  there are none, so that no note keeps a database open for nothing. */
+    std::shared_ptr<Database> objectsIn;
+    NOTEID objectsOf = 0;
 };
 
-class Database {
+class Database : public std::enable_shared_from_this<Database> {
 public:
     /** Throws as Store::Open does, or EMB_ERR_BUSY when another process is about to take the file offline. */
     static std::shared_ptr<Database> Open(const std::filesystem::path& file, StoreAccess access, Clock& clock,
@@ -56,9 +60,9 @@ public:
     void UpdateNote(OpenNote& note, bool force);
     /** Without `leaveStub`, of a stub too. */
     void DeleteNote(NOTEID id, bool leaveStub);
-    /** Adds a note as it stands in another database, sequence and times included; returns its new ID. In a replica of
-     *  that database it keeps its UNID, in another one that is a behaviour. */
-    NOTEID AdoptNote(NoteHead head, std::string_view items, bool replicas);
+    /** Adds a note as it stands in another database, sequence, times and objects included; returns its new ID. In a
+     *  replica of that database it keeps its UNID, in another one that is a behaviour. */
+    NOTEID AdoptNote(const OpenNote& note, bool replicas);
 
     /** What a search delivers. */
     struct Match {
@@ -90,6 +94,8 @@ private:
      *  their UNIDs. */
     void ClearWayForUnid(const OID& oid, STATUS stubStatus);
     NOTEID InsertNew(const NoteHead& head, std::string_view items, STATUS stubStatus);
+    /** The note's items with copies of their objects, put for the note `id`; nothing when the objects are its own. */
+    std::optional<std::string> CopyObjects(const OpenNote& note, NOTEID id);
     /** The identity of a note that comes from a database which is no replica of this one. */
     OID OidOfCopy(const OID& oid);
 

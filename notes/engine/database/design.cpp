@@ -21,12 +21,7 @@ std::string Attribute(const char* name) {
     return std::string(property::attributePrefix) + name;
 }
 
-struct DesignNote {
-    NoteHead head;
-    Items items;
-};
-
-std::vector<DesignNote> ReadDesign(Database& database) {
+std::vector<OpenNote> ReadDesign(Database& database) {
     std::vector<NOTEID> ids;
     Database::SearchRequest request;
     request.classMask = designClasses;
@@ -36,29 +31,29 @@ std::vector<DesignNote> ReadDesign(Database& database) {
         }
         return NOERROR;
     });
-    std::vector<DesignNote> design;
+    std::vector<OpenNote> design;
     for (const NOTEID id : ids) {
         OpenNote note;
         database.ReadNote(id, note);
-        design.push_back({note.head, std::move(note.items)});
+        design.push_back(std::move(note));
     }
     return design;
 }
 
-bool SameUnid(const DesignNote& a, const DesignNote& b) {
+bool SameUnid(const OpenNote& a, const OpenNote& b) {
     return a.head.oid.File == b.head.oid.File && a.head.oid.Note == b.head.oid.Note;
 }
 
-bool SameElement(const DesignNote& a, const DesignNote& b) {
+bool SameElement(const OpenNote& a, const OpenNote& b) {
     const WORD classA = a.head.noteClass & NOTE_CLASS_ALL, classB = b.head.noteClass & NOTE_CLASS_ALL;
     return classA == classB &&
            ((classA & singleClasses) || ItemText(a.items, titleItem) == ItemText(b.items, titleItem));
 }
 
 /** The counterpart of a template's note among those that have none yet, or NULL. */
-DesignNote* Counterpart(std::vector<DesignNote>& own, const std::set<NOTEID>& taken, const DesignNote& wanted) {
+OpenNote* Counterpart(std::vector<OpenNote>& own, const std::set<NOTEID>& taken, const OpenNote& wanted) {
     for (const auto same : {SameUnid, SameElement}) {
-        for (DesignNote& note : own) {
+        for (OpenNote& note : own) {
             if (!taken.contains(note.head.id) && same(note, wanted)) {
                 return &note;
             }
@@ -68,7 +63,7 @@ DesignNote* Counterpart(std::vector<DesignNote>& own, const std::set<NOTEID>& ta
 }
 
 /** The icon note carries the title and the template's name, which are the database's own. */
-Items ItemsFor(Database& database, const DesignNote& from, const std::string& inherits) {
+Items ItemsFor(Database& database, const OpenNote& from, const std::string& inherits) {
     Items items = from.items;
     const auto titled = items.Find(titleItem);
     if ((from.head.noteClass & NOTE_CLASS_ICON) && titled) {
@@ -82,25 +77,34 @@ Items ItemsFor(Database& database, const DesignNote& from, const std::string& in
     return items;
 }
 
-/** Equal but for the signature, which each database's own server makes. */
-bool SameContent(const DesignNote& own, WORD noteClass, Items wanted) {
-    Items items = own.items;
+/** Without the signature, which each database's own server makes, and the names of objects in their database. */
+std::string Comparable(Items items) {
     items.Erase(signatureItem);
-    wanted.Erase(signatureItem);
-    return own.head.noteClass == noteClass && items == wanted;
+    return WithObjects(items.Encoded(), [](const ObjectRef& object) { return ObjectRef{0, object.size, object.hash}; });
 }
 
-void AddNote(Database& database, const DesignNote& from, Items items) {
+bool SameContent(const OpenNote& own, WORD noteClass, const Items& wanted) {
+    return own.head.noteClass == noteClass && Comparable(own.items) == Comparable(wanted);
+}
+
+/** Saves the note with these items, which are those of `from` or made from them. */
+void SaveWith(Database& database, OpenNote& note, const OpenNote& from, Items items) {
+    note.items = std::move(items);
+    note.objectsIn = from.objectsIn;
+    note.objectsOf = from.objectsOf;
+    database.UpdateNote(note, true);
+}
+
+void AddNote(Database& database, const OpenNote& from, Items items) {
     OpenNote note = database.NewNote();
     note.head.noteClass = from.head.noteClass;
     if (database.GetStore().FindUnid(UnidOf(from.head.oid)) == 0) {
         note.head.oid = from.head.oid;
     }
-    note.items = std::move(items);
-    database.UpdateNote(note, true);
+    SaveWith(database, note, from, std::move(items));
 }
 
-void ChangeNote(Database& database, const DesignNote& own, const DesignNote& from, Items items) {
+void ChangeNote(Database& database, const OpenNote& own, const OpenNote& from, Items items) {
     if (own.head.noteClass != from.head.noteClass) {
         // The class of a stored note stays, so that one that became the default form, say, is made anew.
         database.DeleteNote(own.head.id, false);
@@ -108,13 +112,11 @@ void ChangeNote(Database& database, const DesignNote& own, const DesignNote& fro
         note.head = own.head;
         note.head.id = 0;
         note.head.noteClass = from.head.noteClass;
-        note.items = std::move(items);
-        return database.UpdateNote(note, true);
+        return SaveWith(database, note, from, std::move(items));
     }
     OpenNote note;
     database.ReadNote(own.head.id, note);
-    note.items = std::move(items);
-    database.UpdateNote(note, true);
+    SaveWith(database, note, from, std::move(items));
 }
 
 } // namespace
@@ -136,11 +138,11 @@ namespace {
 DesignExchange Exchange(Database& database, Database& designTemplate) {
     DesignExchange result;
     const std::string inherits = TemplateName(designTemplate);
-    std::vector<DesignNote> own = ReadDesign(database);
+    std::vector<OpenNote> own = ReadDesign(database);
     std::set<NOTEID> taken;
-    for (const DesignNote& wanted : ReadDesign(designTemplate)) {
+    for (const OpenNote& wanted : ReadDesign(designTemplate)) {
         Items items = ItemsFor(database, wanted, inherits);
-        const DesignNote* existing = Counterpart(own, taken, wanted);
+        const OpenNote* existing = Counterpart(own, taken, wanted);
         if (!existing) {
             AddNote(database, wanted, std::move(items));
             ++result.added;
@@ -154,7 +156,7 @@ DesignExchange Exchange(Database& database, Database& designTemplate) {
         ChangeNote(database, *existing, wanted, std::move(items));
         ++result.changed;
     }
-    for (const DesignNote& note : own) {
+    for (const OpenNote& note : own) {
         if (taken.contains(note.head.id)) {
             continue;
         }

@@ -42,6 +42,10 @@ uint64_t DigestOf(Items items, WORD noteClass) {
         digest.AddWord(item.type);
         digest.AddWord(item.flags);
         digest.Add(item.value);
+        if (item.object) {
+            digest.AddWord(item.object->size);
+            digest.AddWord(item.object->hash);
+        }
     }
     return digest.Value();
 }

@@ -1,6 +1,7 @@
 // The database file's tables:
 //
 //   note      one row a note or deletion stub: identifiers, class, times, and all items in one field
+//   object    values that are too long for an item, in parts: the object, the part's number, the note that owns it
 //   property  title, replica information, access control list, counters
 //
 // A note is one row, so that saving it is one write and reading it one read; the UNID has an index of its own.
@@ -19,7 +20,6 @@ namespace embedded {
 namespace {
 
 constexpr int applicationId = 0x4E534644; // "NSFD" in the file's head tells a database of ours
-constexpr int formatVersion = 1;
 // One commit costs a flush to disk, one long transaction a long journal: this bounds the journal.
 constexpr size_t pendingLimit = size_t{64} << 20;
 constexpr NOTEID firstNoteId = 0x8F6;
@@ -29,11 +29,7 @@ constexpr std::string_view counterPrefix = "counter:";
 constexpr const char* nextIdProperty = "counter:noteid";
 constexpr const char* nextSerialProperty = "counter:serial";
 
-constexpr const char* schema = "CREATE TABLE note ("
-                               " id INTEGER PRIMARY KEY, unid BLOB NOT NULL UNIQUE, class INTEGER NOT NULL,"
-                               " sequence INTEGER NOT NULL, sequencetime BLOB NOT NULL, modified BLOB NOT NULL,"
-                               " deleted INTEGER NOT NULL, items BLOB NOT NULL);"
-                               "CREATE TABLE property (name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;";
+constexpr size_t objectPartSize = size_t{64} << 10;
 
 STATUS StatusOf(int code) noexcept {
     switch (code & 0xFF) {
@@ -128,10 +124,15 @@ struct Store::Statements {
     sqlite3_stmt* scan = nullptr;
     sqlite3_stmt* getProperty = nullptr;
     sqlite3_stmt* setProperty = nullptr;
+    // Only a file of an old format that is read as it is has none of these.
+    sqlite3_stmt* putPart = nullptr;
+    sqlite3_stmt* readObject = nullptr;
+    sqlite3_stmt* objectsOfNote = nullptr;
+    sqlite3_stmt* removeObject = nullptr;
 
     ~Statements() {
-        for (sqlite3_stmt* statement :
-             {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty}) {
+        for (sqlite3_stmt* statement : {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan,
+                                        getProperty, setProperty, putPart, readObject, objectsOfNote, removeObject}) {
             sqlite3_finalize(statement);
         }
     }
@@ -184,6 +185,64 @@ void Settings(sqlite3* database, const std::filesystem::path& file) {
             "PRAGMA temp_store=MEMORY;");
 }
 
+// ---- The format and its upgrades
+
+// The file says in user_version which format it has. A change of the tables is a new format: raise currentFormat and add
+// the step to it. Give up a format by raising oldestFormat and joining its step into MakeOldestFormat().
+constexpr int oldestFormat = 1;
+constexpr int currentFormat = 2;
+constexpr int objectsFormat = 2; // since which there are objects
+
+void MakeOldestFormat(sqlite3* database, const std::filesystem::path& file) {
+    Execute(database, file,
+            "CREATE TABLE note ("
+            " id INTEGER PRIMARY KEY, unid BLOB NOT NULL UNIQUE, class INTEGER NOT NULL,"
+            " sequence INTEGER NOT NULL, sequencetime BLOB NOT NULL, modified BLOB NOT NULL,"
+            " deleted INTEGER NOT NULL, items BLOB NOT NULL);"
+            "CREATE TABLE property (name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;");
+}
+
+void AddObjects(sqlite3* database, const std::filesystem::path& file) {
+    Execute(database, file,
+            "CREATE TABLE object ("
+            " id INTEGER NOT NULL, part INTEGER NOT NULL, note INTEGER NOT NULL, bytes BLOB NOT NULL,"
+            " PRIMARY KEY (id, part));"
+            "CREATE INDEX objectnote ON object (note, id);");
+}
+
+/** The first makes format oldestFormat + 1 of oldestFormat, and so on. */
+constexpr void (*upgrades[])(sqlite3* database, const std::filesystem::path& file) = {AddObjects};
+static_assert(oldestFormat + std::size(upgrades) == currentFormat);
+
+int FormatOf(sqlite3* database, const std::filesystem::path& file) {
+    if (PragmaValue(database, file, "PRAGMA application_id") != applicationId) {
+        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": not a database");
+    }
+    const int format = PragmaValue(database, file, "PRAGMA user_version");
+    if (format < oldestFormat || format > currentFormat) {
+        throw StatusError(format < oldestFormat ? ERR_NOT_NSF : EMB_ERR_NEWER,
+                          PathForCaller(file) + ": has database format " + std::to_string(format) +
+                              ", this version reads formats " + std::to_string(oldestFormat) + " to " +
+                              std::to_string(currentFormat));
+    }
+    return format;
+}
+
+/** Takes all steps from `format` on, inside a transaction of the caller's. */
+void Upgrade(sqlite3* database, const std::filesystem::path& file, int format) {
+    for (; format < currentFormat; ++format) {
+        upgrades[format - oldestFormat](database, file);
+    }
+    Execute(database, file, ("PRAGMA user_version=" + std::to_string(currentFormat)).c_str());
+}
+
+/** Brings a file to the current format; with an exception it is as it was once it is closed. */
+void UpgradeFile(sqlite3* database, const std::filesystem::path& file) {
+    Execute(database, file, "BEGIN IMMEDIATE");
+    Upgrade(database, file, FormatOf(database, file)); // asked again: another process may have upgraded it meanwhile
+    Execute(database, file, "COMMIT");
+}
+
 } // namespace
 
 std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
@@ -194,12 +253,12 @@ std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DB
     std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
     Settings(database, file);
     store->begin();
-    Execute(database, file, schema);
     Execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
-    Execute(database, file, ("PRAGMA user_version=" + std::to_string(formatVersion)).c_str());
+    MakeOldestFormat(database, file);
+    Upgrade(database, file, oldestFormat);
     store->nextId_ = firstNoteId;
     store->nextSerial_ = 1;
-    store->Prepare();
+    store->Prepare(currentFormat);
     store->SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&replicaInfo), sizeof replicaInfo});
     return store;
 }
@@ -211,17 +270,15 @@ std::unique_ptr<Store> Store::Open(const std::filesystem::path& file, StoreAcces
     const bool readOnly = access == StoreAccess::readOnly;
     sqlite3* database = OpenFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
     std::unique_ptr<Store> store(new Store(database, file, access));
-    if (PragmaValue(database, file, "PRAGMA application_id") != applicationId) {
-        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": not a database");
-    }
-    if (const int version = PragmaValue(database, file, "PRAGMA user_version"); version != formatVersion) {
-        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": database format " + std::to_string(version) +
-                                           " is not " + std::to_string(formatVersion));
-    }
+    int format = FormatOf(database, file);
     if (!readOnly) {
         Settings(database, file);
+        if (format != currentFormat) {
+            UpgradeFile(database, file);
+            format = currentFormat;
+        }
     }
-    store->Prepare();
+    store->Prepare(format);
     const auto counter = [&](const char* name) {
         const std::string text = store->GetProperty(name);
         if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) {
@@ -234,7 +291,7 @@ std::unique_ptr<Store> Store::Open(const std::filesystem::path& file, StoreAcces
     return store;
 }
 
-void Store::Prepare() {
+void Store::Prepare(int format) {
     const auto prepare = [&](sqlite3_stmt*& statement, const std::string& sql) {
         if (sqlite3_prepare_v3(database_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
             SQLITE_OK) {
@@ -257,6 +314,12 @@ void Store::Prepare() {
                                    "LIMIT ?2");
     prepare(statements_->getProperty, "SELECT value FROM property WHERE name=?1");
     prepare(statements_->setProperty, "INSERT OR REPLACE INTO property (name, value) VALUES (?1,?2)");
+    if (format >= objectsFormat) {
+        prepare(statements_->putPart, "INSERT INTO object (id, part, note, bytes) VALUES (?1,?2,?3,?4)");
+        prepare(statements_->readObject, "SELECT bytes FROM object WHERE id=?1 ORDER BY part");
+        prepare(statements_->objectsOfNote, "SELECT DISTINCT id FROM object WHERE note=?1");
+        prepare(statements_->removeObject, "DELETE FROM object WHERE id=?1");
+    }
 }
 
 Store::~Store() {
@@ -411,6 +474,7 @@ NOTEID Store::Insert(const NoteHead& head, std::string_view items) {
     if (id >= nextId_) {
         nextId_ = id + noteIdStep;
     }
+    KeepObjects(id, items);
     Changed(items.size());
     return id;
 }
@@ -422,6 +486,7 @@ void Store::Replace(const NoteHead& head, std::string_view items, bool unidChang
     const StatementUse use(statement);
     BindRow(statement, head.id, head, unid, items);
     Run(statement);
+    KeepObjects(head.id, items);
     Changed(items.size());
 }
 
@@ -430,7 +495,92 @@ void Store::Remove(NOTEID id) {
     const StatementUse use(statements_->remove);
     sqlite3_bind_int64(statements_->remove, 1, id);
     Run(statements_->remove);
+    KeepObjects(id, {});
     Changed(0);
+}
+
+void Store::PutPart(uint32_t object, int part, NOTEID note, std::string_view bytes) {
+    const StatementUse use(statements_->putPart);
+    sqlite3_bind_int64(statements_->putPart, 1, object);
+    sqlite3_bind_int(statements_->putPart, 2, part);
+    sqlite3_bind_int64(statements_->putPart, 3, note);
+    sqlite3_bind_blob64(statements_->putPart, 4, bytes.data(), bytes.size(), SQLITE_STATIC);
+    Run(statements_->putPart);
+    pendingBytes_ += bytes.size(); // without a commit, which would store an object without its note
+}
+
+ObjectRef Store::PutObject(NOTEID note, const std::function<void(const ObjectSink& sink)>& write) {
+    begin();
+    ObjectRef object{TakeSerial(), 0, 0};
+    Hash hash;
+    std::string part;
+    int parts = 0;
+    const auto flush = [&] {
+        PutPart(object.id, parts++, note, part);
+        part.clear();
+    };
+    write([&](std::string_view bytes) {
+        hash.Add(bytes);
+        object.size += bytes.size();
+        while (!bytes.empty()) {
+            const std::string_view piece = bytes.substr(0, objectPartSize - part.size());
+            part += piece;
+            bytes.remove_prefix(piece.size());
+            if (part.size() == objectPartSize) {
+                flush();
+            }
+        }
+    });
+    if (!part.empty()) {
+        flush();
+    }
+    object.hash = hash.Value();
+    return object;
+}
+
+void Store::ReadObject(const ObjectRef& object, const ObjectSink& sink) {
+    uint64_t size = 0;
+    if (statements_->readObject) {
+        const StatementUse use(statements_->readObject);
+        sqlite3_bind_int64(statements_->readObject, 1, object.id);
+        while (Fetch(statements_->readObject)) {
+            const std::string_view bytes = BlobOf(statements_->readObject, 0);
+            size += bytes.size();
+            sink(bytes);
+        }
+    }
+    if (size != object.size) {
+        throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file_) + ": of the " + std::to_string(object.size) +
+                                               " bytes of a large value " + std::to_string(size) + " are there");
+    }
+}
+
+std::string Store::CopyObjects(Store& from, std::string_view items, NOTEID note) {
+    return WithObjects(items, [&](const ObjectRef& object) {
+        return PutObject(note, [&](const ObjectSink& sink) { from.ReadObject(object, sink); });
+    });
+}
+
+void Store::KeepObjects(NOTEID note, std::string_view items) {
+    std::vector<uint32_t> owned;
+    {
+        const StatementUse use(statements_->objectsOfNote);
+        sqlite3_bind_int64(statements_->objectsOfNote, 1, note);
+        while (Fetch(statements_->objectsOfNote)) {
+            owned.push_back(static_cast<uint32_t>(sqlite3_column_int64(statements_->objectsOfNote, 0)));
+        }
+    }
+    if (owned.empty()) {
+        return;
+    }
+    const std::vector<ObjectRef> kept = ObjectsOf(items);
+    for (const uint32_t id : owned) {
+        if (std::ranges::find(kept, id, &ObjectRef::id) == kept.end()) {
+            const StatementUse use(statements_->removeObject);
+            sqlite3_bind_int64(statements_->removeObject, 1, id);
+            Run(statements_->removeObject);
+        }
+    }
 }
 
 NOTEID Store::Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes) {

@@ -1,4 +1,5 @@
-// One database file: an SQLite file of notes and properties. The store knows rows; what a note means is above it.
+// One database file: an SQLite file of notes, objects and properties. The store knows rows; what a note means is above
+// it.
 //
 // All writes of one store stand in one open transaction, which Commit() or close ends (and the store itself now
 // and then, to bound the journal). A process that dies leaves the last committed state, which the next writing
@@ -13,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "engine/values/item_codec.h"
 #include "engine/values/unid.h"
@@ -46,7 +48,9 @@ class Store {
 public:
     /** Makes an empty database. Throws ERR_EXISTS when the file exists. */
     static std::unique_ptr<Store> Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo);
-    /** Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer died). */
+    /** A file of an older format is read as it is, and upgraded before it is written: whole, or it stays as it was.
+     *  Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_NEWER, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer died).
+     */
     static std::unique_ptr<Store> Open(const std::filesystem::path& file, StoreAccess access);
 
     Store(const Store&) = delete;
@@ -81,10 +85,28 @@ public:
     void Replace(const NoteHead& head, std::string_view items, bool unidChanged);
     void Remove(NOTEID id);
 
+    // ---- Objects: values that are too long for an item. Nothing but these two operations reads their bytes.
+    //
+    // A note owns the objects that its items refer to. Put them first, under the ID that the note has or is going to
+    // have (NextId()), then store the note with the references that putting gave: Insert and Replace keep the objects
+    // that the items refer to and delete the note's others, Remove deletes them all. An object and its note are stored
+    // by the same commit.
+
+    /** Takes the next bytes of an object, however many. */
+    using ObjectSink = std::function<void(std::string_view bytes)>;
+    /** Puts the bytes that `write` gives to its sink, a piece at a time. At most one part of them is in memory.
+     *  `write` must not put another object; what it throws leaves an object that goes with the note's next change. */
+    ObjectRef PutObject(NOTEID note, const std::function<void(const ObjectSink& sink)>& write);
+    /** Gives the object's bytes to the sink in pieces of at most 64 KiB, none for an empty object. The sink must not
+     *  read another object of this store. Throws EMB_ERR_DAMAGED when the object is not there whole, at the end. */
+    void ReadObject(const ObjectRef& object, const ObjectSink& sink);
+    /** The items with a copy of each of their objects, which stand in `from`, put for the note in this store. */
+    std::string CopyObjects(Store& from, std::string_view items, NOTEID note);
+
     /** A note seen during a scan; `items` is valid until the visitor returns. */
     using Visitor = std::function<void(const NoteHead& head, std::string_view items)>;
     /** Visits up to `limit` notes (stubs included) with IDs above `after`, in ID order; returns the last ID
-     *  visited, or 0 when there was none. The visitor must not use this store. */
+     *  visited, or 0 when there was none. The visitor may read objects of this store, and use it for nothing else. */
     NOTEID Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes = 0xFFFF);
 
     // ---- Properties
@@ -101,7 +123,10 @@ private:
     struct Statements;
 
     Store(sqlite3* database, std::filesystem::path file, StoreAccess access);
-    void Prepare();
+    void Prepare(int format);
+    void PutPart(uint32_t object, int part, NOTEID note, std::string_view bytes);
+    /** Deletes the note's objects that the items do not refer to. */
+    void KeepObjects(NOTEID note, std::string_view items);
     void begin();
     void RequireTransaction() const;
     void Changed(size_t bytes);

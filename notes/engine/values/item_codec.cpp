@@ -4,20 +4,41 @@
 #include "engine/values/status_error.h"
 
 namespace embedded {
+namespace {
+
+constexpr DWORD objectRefSize = sizeof(uint32_t) + 2 * sizeof(uint64_t);
+
+} // namespace
 
 void ItemCursor::Damaged() {
     throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
 }
 
+void ItemCursor::ReadObjectRef(ItemView& item) {
+    if (item.value.size() != objectRefSize) {
+        Damaged();
+    }
+    const char* bytes = item.value.data();
+    item.object = {ValueAt<uint32_t>(bytes), ValueAt<uint64_t>(bytes + 4), ValueAt<uint64_t>(bytes + 12)};
+    item.value = {};
+}
+
 void AppendEncoded(std::string& encoded, const ItemView& item) {
     const auto nameSize = static_cast<WORD>(item.name.size());
-    const auto valueSize = static_cast<DWORD>(item.value.size());
+    const DWORD valueSize = item.object ? objectRefSize | objectBit : static_cast<DWORD>(item.value.size());
     char head[itemHeadSize];
     std::memcpy(head, &item.flags, sizeof item.flags);
     std::memcpy(head + 2, &item.type, sizeof item.type);
     std::memcpy(head + 4, &nameSize, sizeof nameSize);
     std::memcpy(head + 6, &valueSize, sizeof valueSize);
-    encoded.append(head, sizeof head).append(item.name).append(item.value);
+    encoded.append(head, sizeof head).append(item.name);
+    if (!item.object) {
+        encoded.append(item.value);
+        return;
+    }
+    AppendValue(encoded, item.object->id);
+    AppendValue(encoded, item.object->size);
+    AppendValue(encoded, item.object->hash);
 }
 
 std::string EncodeItems(const std::vector<Item>& items) {
@@ -36,6 +57,30 @@ std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name
         }
     }
     return std::nullopt;
+}
+
+std::vector<ObjectRef> ObjectsOf(std::string_view encoded) {
+    std::vector<ObjectRef> objects;
+    ItemCursor cursor(encoded);
+    for (ItemView view{}; cursor.Next(view);) {
+        if (view.object) {
+            objects.push_back(*view.object);
+        }
+    }
+    return objects;
+}
+
+std::string WithObjects(std::string_view encoded, const std::function<ObjectRef(const ObjectRef&)>& replace) {
+    std::string replaced;
+    replaced.reserve(encoded.size());
+    ItemCursor cursor(encoded);
+    for (ItemView view{}; cursor.Next(view);) {
+        if (view.object) {
+            view.object = replace(*view.object);
+        }
+        AppendEncoded(replaced, view);
+    }
+    return replaced;
 }
 
 std::optional<std::vector<std::string_view>> TextEntries(WORD type, std::string_view value) {

@@ -1,6 +1,7 @@
 // Items in the platform's own byte forms, and the form in which a note's items stand together in one database field.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,17 +44,27 @@ inline bool SameItemName(std::string_view a, std::string_view b) noexcept {
     return true;
 }
 
-/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name,
+/** A value of any length that stands outside its note, in an object of the same database. */
+struct ObjectRef {
+    uint32_t id = 0;   // names the object in its database
+    uint64_t size = 0; // in bytes
+    uint64_t hash = 0; // Hash of the bytes: tells equal values without reading them
 
- *  value. */
+    bool operator==(const ObjectRef&) const = default;
+};
+
+/** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name,
+ *  value. With objectBit in the value length the value is an encoded ObjectRef: id, size, hash. */
 constexpr size_t itemHeadSize = 10;
+constexpr DWORD objectBit = 0x80000000u;
 
 /** An item seen inside encoded items, without a copy. */
 struct ItemView {
     std::string_view name;
     WORD type;
     WORD flags;
-    std::string_view value;
+    std::string_view value;               // empty when the value stands in an object
+    std::optional<ObjectRef> object = {}; // type and flags are those of its bytes
 };
 
 /** Adds an item at the end of encoded items. */
@@ -77,13 +88,18 @@ public:
         item.flags = ValueAt<WORD>(head);
         item.type = ValueAt<WORD>(head + 2);
         const size_t nameSize = ValueAt<WORD>(head + 4);
-        const size_t valueSize = ValueAt<DWORD>(head + 6);
+        const auto length = ValueAt<DWORD>(head + 6);
+        const size_t valueSize = length & ~objectBit;
         const size_t size = itemHeadSize + nameSize + valueSize;
         if (rest_.size() < size) {
             Damaged();
         }
         item.name = {head + itemHeadSize, nameSize};
         item.value = {head + itemHeadSize + nameSize, valueSize};
+        item.object.reset();
+        if (length & objectBit) {
+            ReadObjectRef(item);
+        }
         rest_.remove_prefix(size);
         return true;
     }
@@ -92,12 +108,18 @@ public:
 
 private:
     [[noreturn]] static void Damaged();
+    static void ReadObjectRef(ItemView& item);
 
     std::string_view rest_;
 };
 
 /** The first item of that name in encoded items. */
 std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name);
+
+/** The objects that the items refer to. */
+std::vector<ObjectRef> ObjectsOf(std::string_view encoded);
+/** The items with each reference to an object replaced by what `replace` makes of it. */
+std::string WithObjects(std::string_view encoded, const std::function<ObjectRef(const ObjectRef&)>& replace);
 
 /** The entries of a TYPE_TEXT (one entry) or TYPE_TEXT_LIST value; nothing for other types or lying lengths. */
 std::optional<std::vector<std::string_view>> TextEntries(WORD type, std::string_view value);

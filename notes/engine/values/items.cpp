@@ -14,7 +14,7 @@ void Check(const ItemView& item) {
     if (item.name.size() > maxItemName) {
         throw StatusError(EMB_ERR_TOO_LONG);
     }
-    if (item.type == TYPE_TEXT_LIST && !TextEntries(item.type, item.value)) {
+    if (item.type == TYPE_TEXT_LIST && !item.object && !TextEntries(item.type, item.value)) {
         throw StatusError(EMB_ERR_ITEM_TYPE);
     }
 }
@@ -43,8 +43,10 @@ Items Changed(const Items& items, Change&& change) {
     for (ItemView view{}; cursor.Next(view);) {
         WORD type = view.type;
         std::string value(view.value);
-        change(type, value);
-        AppendEncoded(encoded, {view.name, type, view.flags, value});
+        if (!view.object) {
+            change(type, value);
+        }
+        AppendEncoded(encoded, {view.name, type, view.flags, value, view.object});
     }
     return Items(std::move(encoded));
 }
@@ -133,8 +135,18 @@ bool Items::Erase(std::string_view name, bool onlyFirst) {
     return erased;
 }
 
+void RequireInline(const ItemView& item) {
+    if (item.object) {
+        throw StatusError(ERR_SEGMENT_TOO_BIG, "an item's value of " + std::to_string(item.object->size) +
+                                                   " bytes is too large to be read at once");
+    }
+}
+
 std::vector<std::string_view> ItemEntries(const Items& items, std::string_view name) {
     const auto item = items.Find(name);
+    if (item) {
+        RequireInline(*item);
+    }
     return item ? TextEntries(item->type, item->value).value_or(std::vector<std::string_view>{})
                 : std::vector<std::string_view>{};
 }
@@ -157,6 +169,7 @@ void AppendTextListEntry(Items& items, std::string_view name, std::string_view e
     if (!existing) {
         return items.append({name, TYPE_TEXT_LIST, ITEM_SUMMARY, EncodeTextList({entry})});
     }
+    RequireInline(*existing);
     auto entries = TextEntries(existing->type, existing->value);
     if (!entries) {
         throw StatusError(EMB_ERR_ITEM_TYPE);

@@ -42,6 +42,11 @@ private:
     std::string encoded_;
 };
 
+/** Throws ERR_SEGMENT_TOO_BIG for a value that stands in an object. */
+void RequireInline(const ItemView& item);
+
+// Of a value that stands in an object these throw ERR_SEGMENT_TOO_BIG.
+
 /** A text item as one text, lists joined with "; "; empty for absent items and other types. */
 std::string ItemText(const Items& items, std::string_view name);
 /** The entries of a text item, valid until a change; none for absent items and other types. */
