@@ -44,7 +44,7 @@ void AppendEncoded(std::string& encoded, const ItemView& item) {
 std::string EncodeItems(const std::vector<Item>& items) {
     std::string encoded;
     for (const Item& item : items) {
-        AppendEncoded(encoded, {item.name, item.type, item.flags, item.value});
+        AppendEncoded(encoded, {item.name, item.type, item.flags, item.value, item.object});
     }
     return encoded;
 }

@@ -13,12 +13,22 @@
 
 namespace embedded {
 
+/** A value of any length that stands outside its note, in an object of the same database. */
+struct ObjectRef {
+    uint32_t id = 0;   // names the object in its database
+    uint64_t size = 0; // in bytes
+    uint64_t hash = 0; // Hash of the bytes: tells equal values without reading them
+
+    bool operator==(const ObjectRef&) const = default;
+};
+
 /** One item. `name` is LMBCS and keeps its letter case; `value` is the platform's byte form without type word. */
 struct Item {
     std::string name;
     WORD type = TYPE_INVALID_OR_UNKNOWN;
     WORD flags = 0;
-    std::string value;
+    std::string value;                    // empty when the value stands in an object
+    std::optional<ObjectRef> object = {}; // type and flags are those of its bytes
 
     bool operator==(const Item&) const = default;
 };
@@ -44,15 +54,6 @@ inline bool SameItemName(std::string_view a, std::string_view b) noexcept {
     return true;
 }
 
-/** A value of any length that stands outside its note, in an object of the same database. */
-struct ObjectRef {
-    uint32_t id = 0;   // names the object in its database
-    uint64_t size = 0; // in bytes
-    uint64_t hash = 0; // Hash of the bytes: tells equal values without reading them
-
-    bool operator==(const ObjectRef&) const = default;
-};
-
 /** Encoded items stand one behind the other: WORD flags, WORD type, WORD name length, DWORD value length, name,
  *  value. With objectBit in the value length the value is an encoded ObjectRef: id, size, hash. */
 constexpr size_t itemHeadSize = 10;
@@ -63,8 +64,8 @@ struct ItemView {
     std::string_view name;
     WORD type;
     WORD flags;
-    std::string_view value;               // empty when the value stands in an object
-    std::optional<ObjectRef> object = {}; // type and flags are those of its bytes
+    std::string_view value;
+    std::optional<ObjectRef> object = {};
 };
 
 /** Adds an item at the end of encoded items. */
