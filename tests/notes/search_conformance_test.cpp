@@ -85,6 +85,19 @@ TEST_F(SearchConformance, AStepMaySaveDeleteAndCreateNotes) {
     EXPECT_EQ(Search(database_, nullptr, NOTE_CLASS_DOCUMENT).deliveries.size(), 1U);
 }
 
+TEST_F(SearchConformance, NotesThatAStepCreatesAreNoneOfTheSearch) {
+    for (int i = 0; i < 1100; ++i) { // more than a search looks at before it delivers
+        EXPECT_EQ(Note::Create(database_).Update(), NOERROR);
+    }
+    size_t created = 0;
+    const auto run = Search(database_, nullptr, NOTE_CLASS_DOCUMENT, [&](const Delivery&) -> STATUS {
+        EXPECT_EQ(Note::Create(database_).Update(), NOERROR);
+        return ++created < 3000 ? NOERROR : 0x4777; // or it would never end
+    });
+    EXPECT_EQ(run.status, NOERROR);
+    EXPECT_EQ(run.deliveries.size(), 1103U);
+}
+
 TEST_F(SearchConformance, ANoteIsExaminedAsItIsWhenItIsDelivered) {
     const auto run = Search(database_, "Kind=\"x\"", NOTE_CLASS_DOCUMENT, [&](const Delivery& delivery) -> STATUS {
         if (delivery.id == 0x906) {
