@@ -24,36 +24,24 @@ constexpr WORD designClasses = NOTE_CLASS_ALLNONDATA & ~NOTE_CLASS_REPLFORMULA;
 
 using NoteVisitor = std::function<void(NOTEHANDLE note, WORD noteClass)>;
 
-struct Visit {
-    DBHANDLE database;
-    const NoteVisitor& visitor;
-    std::exception_ptr exception; // none may cross the search
-};
-
-STATUS LNCALLBACK VisitNote(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    Visit& visit = *static_cast<Visit*>(parameter);
-    const SEARCH_MATCH found = updkrx::CopyMatch(match);
-    if (!updkrx::IsMatch(found)) {
-        return NOERROR;
-    }
-    updkrx::ScopedNote note;
-    if (const STATUS status = updkrx::OpenNote(note, visit.database, found.ID.NoteID); status != NOERROR) {
-        return status;
-    }
-    try {
-        visit.visitor(note.Get(), found.NoteClass);
-        return NOERROR;
-    } catch (...) {
-        visit.exception = std::current_exception();
-        return ERR_MEMORY; // ends the search
-    }
-}
-
 STATUS VisitNotes(DBHANDLE database, WORD classMask, const NoteVisitor& visitor) {
-    Visit visit = {database, visitor, nullptr};
-    const STATUS status = updkrx::SearchNotes(database, NULLHANDLE, classMask, VisitNote, &visit);
-    if (visit.exception) {
-        std::rethrow_exception(visit.exception);
+    std::exception_ptr exception; // none may cross the search
+    const auto visit = [&](const SEARCH_MATCH& found) -> STATUS {
+        updkrx::ScopedNote note;
+        if (const STATUS status = updkrx::OpenNote(note, database, found.ID.NoteID); status != NOERROR) {
+            return status;
+        }
+        try {
+            visitor(note.Get(), found.NoteClass);
+            return NOERROR;
+        } catch (...) {
+            exception = std::current_exception();
+            return ERR_MEMORY; // ends the search
+        }
+    };
+    const STATUS status = updkrx::SearchNotes({"VisitNotes", database, NULLHANDLE, classMask}, visit);
+    if (exception) {
+        std::rethrow_exception(exception);
     }
     return status;
 }

@@ -12,15 +12,8 @@ namespace updkrx {
 namespace {
 
 constexpr size_t bufferSize = 262144;
-/** How many buffers are written between two nudges to the disk: it works while the copy goes on, not all at the end. */
 constexpr int buffersPerFlush = 32;
 constexpr const char* separators = "/\\";
-
-/** Closes a file whose last bytes do not matter: it was only read, or writing it has failed. */
-struct CloseFile {
-    void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
-};
-using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
 
 /** The bytes that are to take a file's place, in a file beside it. They go away unless they have taken it. */
 class Successor {
@@ -32,30 +25,25 @@ public:
     Successor(const Successor&) = delete;
     Successor& operator=(const Successor&) = delete;
     ~Successor() {
-        (void)Close();
+        file_.reset(); // some systems remove no open file
         os::RemoveFile(path_.c_str());
     }
 
     /** Null when there is no place for it beside the target. */
-    [[nodiscard]] std::FILE* File() const noexcept { return file_; }
+    [[nodiscard]] std::FILE* File() const noexcept { return file_.get(); }
 
     [[nodiscard]] CopyResult TakePlace() noexcept {
-        const bool onDisk = os::FlushToDisk(file_);
-        if (!Close() || !onDisk) {
+        const bool onDisk = os::FlushToDisk(file_.get());
+        if (!os::Close(std::move(file_)) || !onDisk) {
             return copyWriteFailed;
         }
         return os::MoveOver(path_.c_str(), target_.c_str()) ? copied : copyTargetUnwritable;
     }
 
 private:
-    bool Close() noexcept {
-        std::FILE* closing = std::exchange(file_, nullptr);
-        return closing == nullptr || std::fclose(closing) == 0;
-    }
-
     std::string target_;
     std::string path_;
-    std::FILE* file_ = nullptr;
+    os::OwnedFile file_;
 };
 
 bool IsFile(const std::string& source) {
@@ -104,7 +92,7 @@ CopyResult CopyOver(const std::string& source, const std::string& destination, b
     if (!overwrite && os::KindOf(destination.c_str()) == os::PathKind::file) {
         return copyTargetExists;
     }
-    const OpenFile from(os::OpenForReading(source.c_str()));
+    const os::OwnedFile from = os::OpenForReading(source.c_str());
     if (!from) {
         return copySourceUnreadable;
     }
@@ -121,17 +109,17 @@ CopyResult CopyOver(const std::string& source, const std::string& destination, b
 
 /** Puts the bytes of a file into another one, without making a new one of it. */
 CopyResult WriteInPlace(const std::string& source, const std::string& destination) {
-    const OpenFile from(os::OpenForReading(source.c_str()));
+    const os::OwnedFile from = os::OpenForReading(source.c_str());
     if (!from) {
         return copySourceUnreadable;
     }
-    OpenFile to(os::OpenToOverwrite(destination.c_str()));
+    os::OwnedFile to = os::OpenToOverwrite(destination.c_str());
     if (!to) {
         return copyTargetUnwritable;
     }
     const CopyResult result = CopyBytes(from.get(), to.get());
     const bool onDisk = result == copied && os::FlushToDisk(to.get());
-    const bool closed = std::fclose(to.release()) == 0;
+    const bool closed = os::Close(std::move(to));
     return result != copied ? result : onDisk && closed ? copied : copyWriteFailed;
 }
 

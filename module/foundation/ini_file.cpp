@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <utility>
 
 #include "common/ascii_text.h"
@@ -99,8 +98,7 @@ int IniFile::Load(const char* path) {
     if (path == nullptr) {
         return IDD_ERR_NULL_ARGUMENT;
     }
-    const auto close = [](std::FILE* file) { (void)std::fclose(file); }; // only read: nothing can be lost
-    const std::unique_ptr<std::FILE, decltype(close)> file(os::OpenForReading(path), close);
+    const os::OwnedFile file = os::OpenForReading(path);
     if (!file) {
         return IDD_ERR_INIFILE_OPENFAILED;
     }

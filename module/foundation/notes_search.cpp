@@ -11,10 +11,11 @@
 namespace updkrx {
 namespace {
 
-/** A search and the notes that it has delivered: a server may deliver one again that a step has saved. */
+/** A search under way, and the notes that it has delivered: a server may deliver one again that a step has saved. */
 struct Visits {
-    NSFSEARCHPROC step;
-    void* parameter;
+    const NoteSearch& search;
+    STATUS (*step)(void* context, const SEARCH_MATCH& match);
+    void* context;
     std::vector<NOTEID> visited; // ascending, as most searches deliver
 
     /** False for a note that was there before. */
@@ -28,13 +29,21 @@ struct Visits {
     }
 };
 
-STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept {
+STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
     Visits& visits = *static_cast<Visits*>(parameter);
+    const NoteSearch& search = visits.search;
     const SEARCH_MATCH found = CopyMatch(match);
+    if (!IsMatch(found)) {
+        if (search.logsUnselected) {
+            DebugLog(level::progress, "ERR: %s:SearchMatch->SERetFlags & SE_FMATCH", search.step);
+        }
+        return NOERROR;
+    }
     // Without the memory to remember a note, it had better be visited twice than not at all.
-    const bool isNew =
-        !IsMatch(found) || WithoutExceptions("SearchNotes", true, [&] { return visits.Add(found.ID.NoteID); });
-    return isNew ? visits.step(visits.parameter, match, summary) : NOERROR;
+    const bool isNew = WithoutExceptions("SearchNotes", true, [&] { return visits.Add(found.ID.NoteID); });
+    return isNew ? WithoutExceptions(search.step, search.whenBrokenOff,
+                                     [&] { return visits.step(visits.context, found); })
+                 : NOERROR;
 }
 
 } // namespace
@@ -60,15 +69,22 @@ STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formu
     return status;
 }
 
-void LogCompileFailure(const char* operation, STATUS status, int line) noexcept {
-    constexpr char sourceName[] = "PatchKRX";
-    DebugLog(level::retry, "[%s:%d]%s Cannot compile the formula! error[%d]\n", sourceName, line, operation, status);
+STATUS CompileOrLog(const char* operation, const char* native, WORD maxLength, ScopedFormula& formula,
+                    int line) noexcept {
+    const STATUS status = CompileSelection(native, maxLength, formula);
+    if (status != NOERROR) {
+        constexpr char sourceName[] = "PatchKRX";
+        DebugLog(level::retry, "[%s:%d]%s Cannot compile the formula! error[%d]\n", sourceName, line, operation,
+                 status);
+    }
+    return status;
 }
 
-STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
-                   void* parameter) noexcept {
-    Visits visits = {step, parameter, {}};
-    return NSFSearch(database, formula, nullptr, 0, classMask, nullptr, VisitOnce, &visits, nullptr);
+STATUS SearchNotes(const NoteSearch& search, STATUS (*step)(void* context, const SEARCH_MATCH& match),
+                   void* context) noexcept {
+    Visits visits = {search, step, context, {}};
+    return NSFSearch(search.database, search.formula, nullptr, 0, search.classMask, nullptr, VisitOnce, &visits,
+                     nullptr);
 }
 
 SEARCH_MATCH CopyMatch(const SEARCH_MATCH* match) noexcept {

@@ -1,8 +1,7 @@
 // Visiting the notes of a database.
-//
-// A step has the platform's signature and is given the caller's record, whose first field is the database's handle.
-// It passes over a match that IsMatch denies, works on the note, and returns 0 so that the search goes on.
 #pragma once
+
+#include <type_traits>
 
 #include "foundation/notes_scoped.h"
 #include "notes_api.h"
@@ -17,18 +16,45 @@ inline constexpr WORD maxSelectionLength = 1023;
 [[nodiscard]] STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formula,
                                       WORD* compiledLength = nullptr) noexcept;
 
-/** Reports, from the calling line, a selection formula that does not compile. */
-void LogCompileFailure(const char* operation, STATUS status, int line = __builtin_LINE()) noexcept;
+/** As CompileSelection; a formula that does not compile is logged, with the operation's name and the calling line. */
+[[nodiscard]] STATUS CompileOrLog(const char* operation, const char* native, WORD maxLength, ScopedFormula& formula,
+                                  int line = __builtin_LINE()) noexcept;
+
+struct NoteSearch {
+    const char* step; // its name in the log
+    DBHANDLE database;
+    FORMULAHANDLE formula; // compiled; NULLHANDLE selects every note
+    WORD classMask;
+    bool logsUnselected = false;    // notes that the search delivers although its formula does not select them
+    STATUS whenBrokenOff = NOERROR; // counts as the status of a step that throws
+};
+
+/** SearchNotes for a step and its context as a plain function takes them. */
+[[nodiscard]] STATUS SearchNotes(const NoteSearch& search, STATUS (*step)(void* context, const SEARCH_MATCH& match),
+                                 void* context) noexcept;
 
 /**
- * Calls `step` once for every note of `classMask` that the compiled formula selects, or for all of them when `formula`
- * is NULLHANDLE; also for notes that it does not select, which IsMatch tells apart. Returns the search's status, or the
- * first status other than 0 of a step, which ends the search.
+ * Calls `step` with the match of every note that the search selects, once each. Returns the search's status, or the
+ * first status other than 0 of a step, which ends the search; a step without a result never ends it. An exception of a
+ * step is logged and goes no further.
  */
-[[nodiscard]] STATUS SearchNotes(DBHANDLE database, FORMULAHANDLE formula, WORD classMask, NSFSEARCHPROC step,
-                                 void* parameter) noexcept;
+template<class Step>
+[[nodiscard]] STATUS SearchNotes(const NoteSearch& search, Step step) noexcept {
+    return SearchNotes(
+        search,
+        [](void* context, const SEARCH_MATCH& match) -> STATUS {
+            Step& call = *static_cast<Step*>(context);
+            if constexpr (std::is_void_v<std::invoke_result_t<Step&, const SEARCH_MATCH&>>) {
+                call(match);
+                return NOERROR;
+            } else {
+                return call(match);
+            }
+        },
+        &step);
+}
 
-/** A copy of what a step was given, which may stand at an unaligned address. */
+/** A copy of what the platform calls a step with, which may stand at an unaligned address. */
 [[nodiscard]] SEARCH_MATCH CopyMatch(const SEARCH_MATCH* match) noexcept;
 
 /** False for a note that a search delivers although its formula does not select it. */

@@ -1,6 +1,5 @@
 #include "maintenance/encyclopedia.h"
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -38,6 +37,12 @@ bool HasOldVersion(NOTEHANDLE note) noexcept {
     return length && std::string_view(text, *length).find('.') == std::string_view::npos;
 }
 
+/** Whether a pattern file's version is of the old form. A document that cannot be opened tells nothing. */
+bool CheckPatternVersionCallback(DBHANDLE database, NOTEID noteId) noexcept {
+    ScopedNote note;
+    return OpenNote(note, database, noteId) == NOERROR && HasOldVersion(note.Get());
+}
+
 /** Finds out about the format and, if it is the old one, keeps the access control list. Returns the status of
  *  compiling the formula. */
 STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcept {
@@ -46,15 +51,15 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
         return NOERROR;
     }
     ScopedFormula formula;
-    const STATUS status = CompileSelection("FORM=\"Patternfile\"", selectionLength, formula);
+    const STATUS status = CompileOrLog("UpdateKrency", "FORM=\"Patternfile\"", selectionLength, formula);
     if (status != NOERROR) {
-        LogCompileFailure("UpdateKrency", status);
         return status;
     }
-    PatternVersionSearch search = {database.Get(), 0};
     // What a search saw before it was broken off counts.
-    (void)SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, CheckPatternVersionCallback, &search);
-    oldFormat = search.oldFormat != 0;
+    (void)SearchNotes({"CheckPatternVersionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
+                      [&](const SEARCH_MATCH& found) {
+                          oldFormat = CheckPatternVersionCallback(database.Get(), found.ID.NoteID) || oldFormat;
+                      });
     if (oldFormat) {
         (void)WithSecondTry(
             [&] { return accessControlList.Open(NSFDbReadACL, database.Get()); }); // else the template's stays
@@ -85,9 +90,8 @@ public:
 
     /** Marks that the database is going to be offline. False, which is logged, when there is no place for a file. */
     [[nodiscard]] bool MarkOffline() noexcept {
-        std::FILE* file = IsThere(offline_) ? nullptr : os::OpenNew(offline_.c_str());
-        if (file != nullptr) {
-            (void)std::fclose(file); // nothing was written
+        if (!IsThere(offline_)) {
+            (void)os::OpenNew(offline_.c_str()); // is there or not, which is asked next
         }
         return IsThere(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
     }
@@ -293,19 +297,6 @@ DWORD UpdateKrency() noexcept {
     }
     DebugLog(level::retry, "krency.nsf is old format, recreate it");
     return WithoutExceptions("UpdateKrency", STATUS{ERR_MEMORY}, [&] { return RecreateDatabase(accessControlList); });
-}
-
-STATUS LNCALLBACK CheckPatternVersionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("CheckPatternVersionCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        PatternVersionSearch& search = *static_cast<PatternVersionSearch*>(parameter);
-        ScopedNote note;
-        if (IsMatch(found) && OpenNote(note, search.database, found.ID.NoteID) == NOERROR &&
-            HasOldVersion(note.Get())) {
-            search.oldFormat = 1;
-        }
-        return NOERROR;
-    });
 }
 
 } // namespace updkrx

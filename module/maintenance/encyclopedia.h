@@ -24,14 +24,4 @@ DWORD UpdateKrency() noexcept;
  *  be called before anything looks at the database, whatever else there is to do. What fails is logged. */
 void FinishKrencyOfDeadRun() noexcept;
 
-/** The parameter of CheckPatternVersionCallback. */
-struct PatternVersionSearch {
-    DBHANDLE database;
-    DWORD oldFormat; // starts as 0, becomes 1
-};
-
-/** Search step: sets oldFormat when a pattern file's version is of the old form. Always 0; a document that has no
- *  version, or of which it cannot be read, tells nothing. */
-STATUS LNCALLBACK CheckPatternVersionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-
 } // namespace updkrx

@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -46,17 +45,6 @@ void AddReference(NOTEHANDLE note, std::span<const DefaultExpression> table) noe
     }
 }
 
-void MigrateDocument(const ExpressionSearch& search, NOTEID noteId) noexcept {
-    ScopedNote note;
-    if (const STATUS status = OpenNote(note, search.database, noteId); status != NOERROR) {
-        DebugLog(level::detail, "NSFNoteOpen error %d", status);
-        return;
-    }
-    CorrectDocId(note.Get());
-    AddReference(note.Get(), search.table);
-    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one that cannot be saved stays as it was
-}
-
 /** Returns the status of compiling the formula. */
 STATUS MigrateDocuments() noexcept {
     ScopedDatabase database;
@@ -64,14 +52,14 @@ STATUS MigrateDocuments() noexcept {
         return NOERROR;
     }
     ScopedFormula formula;
-    const STATUS status = CompileSelection("FORM=\"Expression\"", selectionLength, formula);
+    const STATUS status = CompileOrLog("UpdateKrency", "FORM=\"Expression\"", selectionLength, formula);
     if (status != NOERROR) {
-        LogCompileFailure("UpdateKrency", status);
         return status;
     }
-    ExpressionSearch search = {database.Get(), DefaultExpressionTable};
+    const ExpressionSearch search = {database.Get(), DefaultExpressionTable};
     // A search that is broken off leaves the rest as it was.
-    (void)SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, MigrateExpressionCallback, &search);
+    (void)SearchNotes({"MigrateExpressionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
+                      [&](const SEARCH_MATCH& found) { MigrateExpressionCallback(search, found.ID.NoteID); });
     return NOERROR;
 }
 
@@ -91,14 +79,15 @@ DWORD MigrateContentFilterExpressions() noexcept {
     return status;
 }
 
-STATUS LNCALLBACK MigrateExpressionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("MigrateExpressionCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (IsMatch(found)) {
-            MigrateDocument(*static_cast<const ExpressionSearch*>(parameter), found.ID.NoteID);
-        }
-        return NOERROR;
-    });
+void MigrateExpressionCallback(const ExpressionSearch& search, NOTEID noteId) noexcept {
+    ScopedNote note;
+    if (const STATUS status = OpenNote(note, search.database, noteId); status != NOERROR) {
+        DebugLog(level::detail, "NSFNoteOpen error %d", status);
+        return;
+    }
+    CorrectDocId(note.Get());
+    AddReference(note.Get(), search.table);
+    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one that cannot be saved stays as it was
 }
 
 } // namespace updkrx

@@ -16,7 +16,7 @@ namespace updkrx {
  */
 DWORD MigrateContentFilterExpressions() noexcept;
 
-/** The parameter of MigrateExpressionCallback. */
+/** What MigrateExpressionCallback works on. */
 struct ExpressionSearch {
     DBHANDLE database;
     std::span<const DefaultExpression> table; // in ascending byte order of the expressions
@@ -24,9 +24,9 @@ struct ExpressionSearch {
 
 /**
  * Search step: makes DocID of an expression document its own UNID, adds to RefContent what the table has for its
- * Expression, unless that is there already, and saves it. Always 0. A document that cannot be opened is logged;
- * a change that fails is left out, and a document that cannot be saved stays as it was stored.
+ * Expression, unless that is there already, and saves it. A document that cannot be opened is logged; a change that
+ * fails is left out, and a document that cannot be saved stays as it was stored.
  */
-STATUS LNCALLBACK MigrateExpressionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
+void MigrateExpressionCallback(const ExpressionSearch& search, NOTEID noteId) noexcept;
 
 } // namespace updkrx

@@ -2,7 +2,6 @@
 
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -18,27 +17,18 @@ constexpr STATUS signDatabaseFailed = 0x9728;
 /** What a client verifies as lists even where a value is single, so that it must be signed as lists. */
 constexpr WORD expandedClasses = NOTE_CLASS_INFO | NOTE_CLASS_FORM | NOTE_CLASS_HELP | NOTE_CLASS_FIELD;
 
-/** A status's text, which is added to the server's log at once. */
-class ReportedStatus {
-public:
-    explicit ReportedStatus(STATUS status) noexcept {
-        GetStatusText(status, text_, sizeof text_);
-        AddServerLogLine(text_);
-    }
-    [[nodiscard]] const char* Text() const noexcept { return text_; }
-
-private:
-    char text_[MAXSPRINTF];
-};
+/** Adds a status's text to the server's log, and tells the debug log which step failed with it on which database. */
+void ReportFailure(const char* step, const char* database, STATUS status, const char* lineEnd) noexcept {
+    char text[MAXSPRINTF];
+    GetStatusText(status, text, sizeof text);
+    AddServerLogLine(text);
+    DebugLog(level::progress, "Failed to %s %s - %s%s", step, database, text, lineEnd);
+}
 
 WORD ClassOf(NOTEHANDLE note) noexcept {
     WORD noteClass = 0;
     NSFNoteGetInfo(note, _NOTE_CLASS, &noteClass);
     return noteClass;
-}
-
-STATUS SearchDesign(DBHANDLE database, NSFSEARCHPROC step) noexcept {
-    return SearchNotes(database, NULLHANDLE, NOTE_CLASS_ALLNONDATA, step, &database);
 }
 
 STATUS OpenToSign(DBHANDLE database, NOTEID noteId, WORD flags, ScopedNote& note) noexcept {
@@ -55,7 +45,8 @@ STATUS Sign(NOTEHANDLE note) noexcept {
     return NSFNoteSign(note);
 }
 
-STATUS SignNote(DBHANDLE database, NOTEID noteId) noexcept {
+/** Signs a note and saves it. Returns the status of opening the note when that failed, else of closing it. */
+STATUS SignNoteCallback(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     if (const STATUS status = OpenToSign(database, noteId, 0, note); status != NOERROR) {
         return status;
@@ -81,7 +72,9 @@ STATUS SignNote(DBHANDLE database, NOTEID noteId) noexcept {
     return note.Close();
 }
 
-STATUS RemoveReplFormula(DBHANDLE database, NOTEID noteId) noexcept {
+/** Deletes a note if it is a replication formula. Returns the status of opening the note when that failed, else of
+ *  closing it. */
+STATUS RemoveReplFormulaCallback(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {
         return status;
@@ -93,6 +86,16 @@ STATUS RemoveReplFormula(DBHANDLE database, NOTEID noteId) noexcept {
     }
     (void)NSFNoteDelete(database, noteId, UPDATE_FORCE); // the new one is written all the same
     return status;
+}
+
+STATUS SignDesign(DBHANDLE database) noexcept {
+    return SearchNotes({"SignNoteCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA},
+                       [&](const SEARCH_MATCH& found) { return SignNoteCallback(database, found.ID.NoteID); });
+}
+
+STATUS RemoveReplFormulas(DBHANDLE database) noexcept {
+    return SearchNotes({"RemoveReplFormulaCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA},
+                       [&](const SEARCH_MATCH& found) { return RemoveReplFormulaCallback(database, found.ID.NoteID); });
 }
 
 void HideDesign(DBHANDLE database) noexcept {
@@ -109,17 +112,17 @@ void SignProductDatabase(const char* path) {
     ScopedDatabase database;
     if (const STATUS status = database.Open(NSFDbOpen, path); status != NOERROR) {
         AddServerLogLine(path);
-        DebugLog(level::progress, "Failed to open %s - %s", path, ReportedStatus(status).Text());
+        ReportFailure("open", path, status, "");
         return;
     }
     DebugLog(level::progress, "Start to sign - %s", path);
-    if (const STATUS status = SearchDesign(database.Get(), SignNoteCallback); status != NOERROR) {
-        DebugLog(level::progress, "Failed to sign %s - %s", path, ReportedStatus(status).Text());
+    if (const STATUS status = SignDesign(database.Get()); status != NOERROR) {
+        ReportFailure("sign", path, status, "");
     } else {
         DebugLog(level::progress, "Succeeded to sign - %s", path);
     }
-    (void)SearchDesign(database.Get(), RemoveReplFormulaCallback); // what is left does not keep the new one out
-    (void)CreateReplicationSettings(database.Get());               // a database without them still works
+    (void)RemoveReplFormulas(database.Get());        // what is left does not keep the new one out
+    (void)CreateReplicationSettings(database.Get()); // a database without them still works
 }
 
 } // namespace
@@ -130,18 +133,18 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
     ScopedDatabase database;
     if (const STATUS status = database.Open(NSFDbOpen, path.c_str()); status != NOERROR) {
         AddServerLogLine(path.c_str());
-        DebugLog(level::progress, "Failed to open %s - %s\n", name, ReportedStatus(status).Text());
+        ReportFailure("open", name, status, "\n");
         return notSigned;
     }
     if (context.skipDbSign == 0) {
         DebugLog(level::progress, "Info: Start to sign - %s\n", name);
-        const STATUS status = SearchDesign(database.Get(), SignNoteCallback);
+        const STATUS status = SignDesign(database.Get());
         if (status == signDatabaseFailed) {
             DebugLog(level::progress, "Error: Sign database failed - %s. The error number is %d\n", name, status);
             return notSigned;
         }
         if (status != NOERROR) {
-            DebugLog(level::progress, "Failed to sign %s - %s\n", name, ReportedStatus(status).Text());
+            ReportFailure("sign", name, status, "\n");
             return notSigned;
         }
         DebugLog(level::progress, "Info: Succeeded to sign - %s\n", name);
@@ -164,20 +167,6 @@ void SignDatabase(const char* folder) {
         SignProductDatabase(path);
     }
     DebugLog(level::progress, "SignDatabase Leave");
-}
-
-STATUS SignNoteCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("SignNoteCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        return IsMatch(found) ? SignNote(*static_cast<DBHANDLE*>(parameter), found.ID.NoteID) : NOERROR;
-    });
-}
-
-STATUS RemoveReplFormulaCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("RemoveReplFormulaCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        return IsMatch(found) ? RemoveReplFormula(*static_cast<DBHANDLE*>(parameter), found.ID.NoteID) : NOERROR;
-    });
 }
 
 } // namespace updkrx

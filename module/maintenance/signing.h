@@ -8,7 +8,6 @@
 #include <string>
 
 #include "foundation/patch_run_context.h"
-#include "notes_api.h"
 
 namespace updkrx {
 
@@ -22,13 +21,5 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
 /** Signs every product database and gives it new replication settings. `folder` is the name of the product's folder,
  *  in the Notes character set. Failures are logged, and the next step or database follows. */
 void SignDatabase(const char* folder);
-
-/** Search step: signs a note and saves it; the parameter is the database's handle. Returns the status of opening the
- *  note when that failed, else of closing it. */
-STATUS LNCALLBACK SignNoteCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-
-/** Search step: deletes a note if it is a replication formula; the parameter is the database's handle. Returns the
- *  status of opening the note when that failed, else of closing it. */
-STATUS LNCALLBACK RemoveReplFormulaCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

@@ -1,6 +1,5 @@
 #include "migrations/conflict_action.h"
 
-#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -20,7 +19,8 @@ bool MayMergeConflicts(NOTEHANDLE note) noexcept {
     return !length || (*length > 0 && action[0] == mergeConflicts[0]);
 }
 
-void MergeConflicts(DBHANDLE database, NOTEID noteId) noexcept {
+/** A document that cannot be opened is passed over. */
+void ChangeConflictActionCallback(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     if (OpenNote(note, database, noteId) != NOERROR || MayMergeConflicts(note.Get())) {
         return;
@@ -34,22 +34,13 @@ void MergeConflicts(DBHANDLE database, NOTEID noteId) noexcept {
 
 int32_t ChangeConflictAction(DBHANDLE database) noexcept {
     ScopedFormula formula;
-    if (const STATUS status = CompileSelection("FORM=\"Register\"", selectionLength, formula); status != NOERROR) {
-        LogCompileFailure("ChangeConflictAction", status);
+    const STATUS status = CompileOrLog("ChangeConflictAction", "FORM=\"Register\"", selectionLength, formula);
+    if (status != NOERROR) {
         return status;
     }
-    return SearchNotes(database, formula.Get(), NOTE_CLASS_DOCUMENT, ChangeConflictActionCallback, &database) ==
+    return SearchNotes({"ChangeConflictActionCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
+                       [&](const SEARCH_MATCH& found) { ChangeConflictActionCallback(database, found.ID.NoteID); }) ==
            NOERROR;
-}
-
-STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("ChangeConflictActionCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (IsMatch(found)) {
-            MergeConflicts(*static_cast<const DBHANDLE*>(parameter), found.ID.NoteID);
-        }
-        return NOERROR;
-    });
 }
 
 } // namespace updkrx

@@ -8,10 +8,8 @@
 namespace updkrx {
 
 /** Gives every "Register" document of the open configuration database the conflict action "3". Returns 1, 0 when the
- *  search failed, or the status of compiling its formula, which is logged. */
+ *  search failed, or the status of compiling its formula, which is logged. A document that cannot be opened is passed
+ *  over. */
 int32_t ChangeConflictAction(DBHANDLE database) noexcept;
-
-/** Search step; the parameter is the database's handle. Always 0; a document that cannot be opened is passed over. */
-STATUS LNCALLBACK ChangeConflictActionCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "common/ascii_text.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -27,7 +26,8 @@ bool IsKept(NOTEHANDLE note) noexcept {
     });
 }
 
-void ClearRule(DBHANDLE database, NOTEID noteId) noexcept {
+/** A document that cannot be opened is passed over. */
+void ClearDefaultRuleCallback(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     if (OpenNote(note, database, noteId) != NOERROR || IsKept(note.Get())) {
         return;
@@ -41,21 +41,12 @@ void ClearRule(DBHANDLE database, NOTEID noteId) noexcept {
 
 STATUS ClearDefaultRule(DBHANDLE database) noexcept {
     ScopedFormula formula;
-    if (const STATUS status = CompileSelection("DefaultRule=\"1\"", selectionLength, formula); status != NOERROR) {
-        LogCompileFailure("ChangeConflictAction", status);
+    const STATUS status = CompileOrLog("ChangeConflictAction", "DefaultRule=\"1\"", selectionLength, formula);
+    if (status != NOERROR) {
         return status;
     }
-    return SearchNotes(database, formula.Get(), NOTE_CLASS_DOCUMENT, ClearDefaultRuleCallback, &database);
-}
-
-STATUS LNCALLBACK ClearDefaultRuleCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("ClearDefaultRuleCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (IsMatch(found)) {
-            ClearRule(*static_cast<const DBHANDLE*>(parameter), found.ID.NoteID);
-        }
-        return NOERROR;
-    });
+    return SearchNotes({"ClearDefaultRuleCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
+                       [&](const SEARCH_MATCH& found) { ClearDefaultRuleCallback(database, found.ID.NoteID); });
 }
 
 } // namespace updkrx

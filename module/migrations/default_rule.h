@@ -20,10 +20,8 @@ inline constexpr DefaultDocument KeptDefaultDocuments[] = {
 };
 
 /** Removes the item DefaultRule from the documents of the open configuration database that have it at "1", but for the
- *  kept ones. Returns the search's status, or that of compiling its formula, which is logged. */
+ *  kept ones. Returns the search's status, or that of compiling its formula, which is logged. A document that cannot
+ *  be opened is passed over. */
 STATUS ClearDefaultRule(DBHANDLE database) noexcept;
-
-/** Search step; the parameter is the database's handle. Always 0; a document that cannot be opened is passed over. */
-STATUS LNCALLBACK ClearDefaultRuleCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

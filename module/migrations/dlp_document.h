@@ -1,13 +1,31 @@
 // One document of the template on its way into the configuration database.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 
-#include "migrations/dlp_upgrade.h"
 #include "notes_api.h"
 
 namespace updkrx {
+
+/** A form's documents in the database. */
+struct DocumentMap {
+    /** UNID texts by name, in the native character set. Of several documents with one name the first that was found
+     *  counts. */
+    std::map<std::string, std::string> unids;
+    /** False when the name of some document could not be read. A document of the template without a partner may have
+     *  that one, and would be its double: none is added then. */
+    bool complete = true;
+};
+
+/** What the search for the documents of a form works on. */
+struct SearchDLPDocParam {
+    DBHANDLE hTemplate; // 0 in the search over the database
+    DBHANDLE hDatabase;
+    DocumentMap* docMap;
+    std::string identifiedField; // the item that holds the name
+};
 
 /** How the work on a document ended: at its end, or early. The log tells the two apart. */
 enum class Ending { finished, stopped };

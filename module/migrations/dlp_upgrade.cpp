@@ -1,10 +1,10 @@
 #include "migrations/dlp_upgrade.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "migrations/dlp_document.h"
@@ -15,24 +15,6 @@ namespace updkrx {
 namespace {
 
 constexpr WORD selectionSize = 512;
-
-/** One search over the documents of a form; false when it failed, which is logged. */
-bool SearchForm(const char* operation, DBHANDLE searched, const std::string& form, NSFSEARCHPROC step,
-                SearchDLPDocParam& parameter) noexcept {
-    DebugLog(level::progress, "%s IN", operation);
-    char selection[selectionSize];
-    bq_snprintf(selection, sizeof selection, "Form=\"%s\"", form.c_str());
-    ScopedFormula formula;
-    if (CompileSelection(selection, selectionSize, formula) != NOERROR) {
-        DebugLog(level::progress, "Fail to compile %s", operation);
-        return false;
-    }
-    if (SearchNotes(searched, formula.Get(), NOTE_CLASS_DOCUMENT, step, &parameter) != NOERROR) {
-        DebugLog(level::progress, "NSFSearch failed for SearchFormDocByDatabase");
-        return false;
-    }
-    return true;
-}
 
 /** Adds a document to the map; false when its name cannot be read. */
 bool MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
@@ -49,7 +31,18 @@ bool MapDocument(const SearchDLPDocParam& search, NOTEID noteId) {
     return name.has_value();
 }
 
-void UpgradeDocument(const SearchDLPDocParam& search, NOTEID noteId) {
+void SearchFormDocumentCallback(const SearchDLPDocParam& search, NOTEID noteId) {
+    DebugLog(level::progress, "SearchFormDocumentCallback IN");
+    if (search.docMap == nullptr) {
+        DebugLog(level::progress, "SearchDLPDocParam's set is null");
+        return;
+    }
+    // For want of memory a name is unknown just as well.
+    const bool complete = std::exchange(search.docMap->complete, false);
+    search.docMap->complete = MapDocument(search, noteId) && complete;
+}
+
+void UpgradeFormDocumentsWithIdentifiedFiledCallBack(const SearchDLPDocParam& search, NOTEID noteId) {
     DebugLog(level::progress, "UpgradeFormDocumentsWithIdentifiedFiledCallBack IN");
     if (search.docMap == nullptr) {
         DebugLog(level::progress, "SearchDLPDocParam's map is null");
@@ -58,6 +51,36 @@ void UpgradeDocument(const SearchDLPDocParam& search, NOTEID noteId) {
     if (UpgradeDlpDocument(search, noteId) == Ending::finished) {
         DebugLog(level::progress, "SearchFormDocumentCallback OUT");
     }
+}
+
+/** A pass over the documents of a form, what it does to one, and what the two are called in the log. */
+struct Pass {
+    const char* operation;
+    const char* stepName;
+    void (*step)(const SearchDLPDocParam& search, NOTEID noteId);
+};
+
+constexpr Pass mapping = {"SearchFormDocByDatabase", "SearchFormDocumentCallback", SearchFormDocumentCallback};
+constexpr Pass upgrade = {"UpgradeFormDocumentsWithIdentifiedFiled", "UpgradeFormDocumentsWithIdentifiedFiledCallBack",
+                          UpgradeFormDocumentsWithIdentifiedFiledCallBack};
+
+/** False when the search failed, which is logged. */
+bool SearchForm(const Pass& pass, DBHANDLE searched, const std::string& form,
+                const SearchDLPDocParam& parameter) noexcept {
+    DebugLog(level::progress, "%s IN", pass.operation);
+    char selection[selectionSize];
+    bq_snprintf(selection, sizeof selection, "Form=\"%s\"", form.c_str());
+    ScopedFormula formula;
+    if (CompileSelection(selection, selectionSize, formula) != NOERROR) {
+        DebugLog(level::progress, "Fail to compile %s", pass.operation);
+        return false;
+    }
+    const STATUS status = SearchNotes({pass.stepName, searched, formula.Get(), NOTE_CLASS_DOCUMENT},
+                                      [&](const SEARCH_MATCH& found) { pass.step(parameter, found.ID.NoteID); });
+    if (status != NOERROR) {
+        DebugLog(level::progress, "NSFSearch failed for SearchFormDocByDatabase");
+    }
+    return status == NOERROR;
 }
 
 } // namespace
@@ -96,8 +119,7 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
 
 STATUS SearchFormDocByDatabase(DBHANDLE hDatabase, const std::string& form, const std::string& field,
                                DocumentMap& docMap) {
-    SearchDLPDocParam parameter = {NULLHANDLE, hDatabase, &docMap, field};
-    if (!SearchForm("SearchFormDocByDatabase", hDatabase, form, SearchFormDocumentCallback, parameter)) {
+    if (!SearchForm(mapping, hDatabase, form, {NULLHANDLE, hDatabase, &docMap, field})) {
         return dlpUpgradeFailed;
     }
     DebugLog(level::progress, "NSFSearch success to get form: %s documents with size: %d ", form.c_str(),
@@ -107,42 +129,11 @@ STATUS SearchFormDocByDatabase(DBHANDLE hDatabase, const std::string& form, cons
 
 STATUS UpgradeFormDocumentsWithIdentifiedFiled(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string& form,
                                                const std::string& field, DocumentMap& docMap) {
-    SearchDLPDocParam parameter = {hTemplate, hDatabase, &docMap, field};
-    if (!SearchForm("UpgradeFormDocumentsWithIdentifiedFiled", hTemplate, form,
-                    UpgradeFormDocumentsWithIdentifiedFiledCallBack, parameter)) {
+    if (!SearchForm(upgrade, hTemplate, form, {hTemplate, hDatabase, &docMap, field})) {
         return dlpUpgradeFailed;
     }
     DebugLog(level::progress, "Update form documents: %s  success ", form.c_str());
     return NOERROR;
-}
-
-STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    const SEARCH_MATCH found = CopyMatch(match);
-    if (!IsMatch(found)) {
-        return NOERROR;
-    }
-    const SearchDLPDocParam& search = *static_cast<const SearchDLPDocParam*>(parameter);
-    DebugLog(level::progress, "SearchFormDocumentCallback IN");
-    if (search.docMap == nullptr) {
-        DebugLog(level::progress, "SearchDLPDocParam's set is null");
-        return NOERROR;
-    }
-    // For want of memory a name is unknown just as well.
-    const bool known =
-        WithoutExceptions("SearchFormDocumentCallback", false, [&] { return MapDocument(search, found.ID.NoteID); });
-    search.docMap->complete = search.docMap->complete && known;
-    return NOERROR;
-}
-
-STATUS LNCALLBACK UpgradeFormDocumentsWithIdentifiedFiledCallBack(void* parameter, SEARCH_MATCH* match,
-                                                                  ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("UpgradeFormDocumentsWithIdentifiedFiledCallBack", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (IsMatch(found)) {
-            UpgradeDocument(*static_cast<const SearchDLPDocParam*>(parameter), found.ID.NoteID);
-        }
-        return NOERROR;
-    });
 }
 
 } // namespace updkrx

@@ -5,9 +5,9 @@
 // alone.
 #pragma once
 
-#include <map>
 #include <string>
 
+#include "migrations/dlp_document.h"
 #include "notes_api.h"
 
 namespace updkrx {
@@ -15,24 +15,6 @@ namespace updkrx {
 /** The DLP forms, in the order in which they are upgraded. */
 inline constexpr const char* DlpForms[] = {
     "dictionary", "entity", "template", "dictionary_type", "entity_type", "industry", "region", "validator",
-};
-
-/** A form's documents in the database. */
-struct DocumentMap {
-    /** UNID texts by name, in the native character set. Of several documents with one name the first that was found
-     *  counts. */
-    std::map<std::string, std::string> unids;
-    /** False when the name of some document could not be read. A document of the template without a partner may have
-     *  that one, and would be its double: none is added then. */
-    bool complete = true;
-};
-
-/** The parameter of the two search steps. */
-struct SearchDLPDocParam {
-    DBHANDLE hTemplate; // 0 in the search over the database
-    DBHANDLE hDatabase;
-    DocumentMap* docMap;
-    std::string identifiedField; // the item that holds the name
 };
 
 /** What a function of this file returns when it failed; UpgradeDLPForm returns it masked. */
@@ -52,10 +34,5 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
 [[nodiscard]] STATUS UpgradeFormDocumentsWithIdentifiedFiled(DBHANDLE hTemplate, DBHANDLE hDatabase,
                                                              const std::string& form, const std::string& field,
                                                              DocumentMap& docMap);
-
-/** Search steps of these two. 0, whatever happens to one document, so that the others get their turn. */
-STATUS LNCALLBACK SearchFormDocumentCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-STATUS LNCALLBACK UpgradeFormDocumentsWithIdentifiedFiledCallBack(void* parameter, SEARCH_MATCH* match,
-                                                                  ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

@@ -8,7 +8,6 @@
 
 #include "common/startup.h"
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -137,18 +136,15 @@ STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, c
     return NoteCopies(kept, keptId, copies);
 }
 
-struct KeptSearch {
-    DBHANDLE database;
-    std::vector<KeptNote>& found;
-};
-
-STATUS LNCALLBACK CollectKept(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("CollectKept", STATUS{ERR_MEMORY}, [&] {
-        if (const SEARCH_MATCH found = CopyMatch(match); IsMatch(found)) {
-            static_cast<KeptSearch*>(parameter)->found.push_back(
-                {found.ID.NoteID, {found.OriginatorID.File, found.OriginatorID.Note}});
-        }
-        return NOERROR;
+/** Adds every note; not all of them are kept documents. */
+STATUS CollectKept(DBHANDLE kept, std::vector<KeptNote>& notes) noexcept {
+    const NoteSearch search = {.step = "CollectKept",
+                               .database = kept,
+                               .formula = NULLHANDLE,
+                               .classMask = NOTE_CLASS_DOCUMENT,
+                               .whenBrokenOff = ERR_MEMORY};
+    return SearchNotes(search, [&](const SEARCH_MATCH& found) {
+        notes.push_back({found.ID.NoteID, {found.OriginatorID.File, found.OriginatorID.Note}});
     });
 }
 
@@ -166,8 +162,7 @@ bool VisitKept(Visit visit) {
     std::vector<KeptNote> found;
     STATUS status = kept.Open(NSFDbOpen, keptPath);
     if (status == NOERROR) {
-        KeptSearch search = {kept.Get(), found};
-        status = SearchNotes(kept.Get(), NULLHANDLE, NOTE_CLASS_DOCUMENT, CollectKept, &search);
+        status = CollectKept(kept.Get(), found);
     }
     if (status != NOERROR) {
         DebugLog(level::progress, "Error: The kept documents cannot be read. (%s):(%x)", keptPath, status);

@@ -10,7 +10,6 @@
 #include "common/ascii_text.h"
 #include "common/startup.h"
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -22,29 +21,35 @@
 namespace updkrx {
 namespace {
 
-/** A pass over the documents of a database, and what it is called in the log. */
+/** A pass over the documents of a database, and what it and its step are called in the log. */
 struct Pass {
     const char* operation;
+    const char* step;
     const char* selection;
-    NSFSEARCHPROC step;
     const char* separator; // in the message about a search that failed
 };
 
 constexpr Pass removal = {
-    "RemoveObsoleteUNID",
+    "RemoveObsoleteUNID", "RemoveObsoleteUNIDCallback",
     "Form=\"dictionary\" | Form=\"entity\" | Form=\"template\" | Form=\"dictionary_type\" | Form=\"entity_type\" | "
     "Form=\"industry\" | Form=\"region\" | Form=\"validator\"",
-    RemoveObsoleteUNIDCallback, ""};
-constexpr Pass replacement = {"ReplaceObsoleteUNID", "Form=\"template\"", ReplaceObsoleteUNIDCallback, " "};
+    ""};
+constexpr Pass replacement = {"ReplaceObsoleteUNID", "ReplaceObsoleteUNIDCallback", "Form=\"template\"", " "};
 
-STATUS RunPass(const Pass& pass, DBHANDLE database, void* parameter) noexcept {
+/** Calls `step` with the ID of each note that the pass selects. */
+template<class Step>
+STATUS RunPass(const Pass& pass, DBHANDLE database, Step step) noexcept {
     ScopedFormula formula;
-    STATUS status = CompileSelection(pass.selection, maxSelectionLength, formula);
+    STATUS status = CompileOrLog(pass.operation, pass.selection, maxSelectionLength, formula);
     if (status != NOERROR) {
-        LogCompileFailure(pass.operation, status);
         return status;
     }
-    status = SearchNotes(database, formula.Get(), NOTE_CLASS_DOCUMENT, pass.step, parameter);
+    const NoteSearch search = {.step = pass.step,
+                               .database = database,
+                               .formula = formula.Get(),
+                               .classMask = NOTE_CLASS_DOCUMENT,
+                               .logsUnselected = true};
+    status = SearchNotes(search, [&](const SEARCH_MATCH& found) { step(found.ID.NoteID); });
     if (status != NOERROR) {
         DebugLog(level::detail, "%s: NSFSearch failed,%serror[%d],error message[%s]\n", pass.operation, pass.separator,
                  status, StatusText(status).Text());
@@ -80,21 +85,6 @@ void RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<
                      step, UnidTextOf(note.Get()).c_str(), status, StatusText(status).Text());
         }
     }
-}
-
-/** The step of both searches. */
-template<class Rewrite>
-STATUS RewriteDocument(const char* step, DBHANDLE database, const SEARCH_MATCH* match,
-                       std::span<const char* const> items, Rewrite rewrite) noexcept {
-    return WithoutExceptions(step, NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (!IsMatch(found)) {
-            DebugLog(level::progress, "ERR: %s:SearchMatch->SERetFlags & SE_FMATCH", step);
-            return NOERROR;
-        }
-        RewriteItems(step, database, found.ID.NoteID, items, rewrite);
-        return NOERROR;
-    });
 }
 
 /** A text list that is being rewritten, and who does so. */
@@ -200,16 +190,6 @@ void LogObsoleteUnids() {
     DebugLog(level::progress, "===========ObsoleteUNIDSet end==============");
 }
 
-STATUS RemoveObsoleteUNID(DBHANDLE database) {
-    return RunPass(removal, database, &database);
-}
-
-STATUS ReplaceObsoleteUNID(DBHANDLE database) {
-    const TextReplacements replacements(gMap);
-    ReplaceSearch search = {database, replacements};
-    return RunPass(replacement, database, &search);
-}
-
 bool RemoveTextListfield(NOTEHANDLE note, const char* item) {
     const std::string unid = UnidTextOf(note);
     const ListField field = {"RemoveTextListfield", note, item, unid};
@@ -249,18 +229,29 @@ bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplaceme
            });
 }
 
-STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+namespace {
+
+void RemoveObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId) {
     static constexpr const char* items[] = {"ReferDocs", "UseDocs"};
-    return RewriteDocument("RemoveObsoleteUNIDCallback", *static_cast<const DBHANDLE*>(parameter), match, items,
-                           RemoveTextListfield);
+    RewriteItems(removal.step, database, noteId, items, RemoveTextListfield);
 }
 
-STATUS LNCALLBACK ReplaceObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
+void ReplaceObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId, const TextReplacements& replacements) {
     static constexpr const char* items[] = {"matchRule"};
-    const ReplaceSearch& search = *static_cast<const ReplaceSearch*>(parameter);
-    return RewriteDocument(
-        "ReplaceObsoleteUNIDCallback", search.database, match, items,
-        [&](NOTEHANDLE note, const char* item) { return ReplaceTextListfield(note, item, search.replacements); });
+    RewriteItems(replacement.step, database, noteId, items,
+                 [&](NOTEHANDLE note, const char* item) { return ReplaceTextListfield(note, item, replacements); });
+}
+
+} // namespace
+
+STATUS RemoveObsoleteUNID(DBHANDLE database) {
+    return RunPass(removal, database, [&](NOTEID noteId) { RemoveObsoleteUNIDCallback(database, noteId); });
+}
+
+STATUS ReplaceObsoleteUNID(DBHANDLE database) {
+    const TextReplacements replacements(gMap);
+    return RunPass(replacement, database,
+                   [&](NOTEID noteId) { ReplaceObsoleteUNIDCallback(database, noteId, replacements); });
 }
 
 } // namespace updkrx

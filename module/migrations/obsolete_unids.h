@@ -46,14 +46,4 @@ STATUS ReplaceObsoleteUNID(DBHANDLE database);
 [[nodiscard]] bool RemoveTextListfield(NOTEHANDLE note, const char* item);
 [[nodiscard]] bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplacements& replacements);
 
-/** The parameter of ReplaceObsoleteUNIDCallback. */
-struct ReplaceSearch {
-    DBHANDLE database;
-    const TextReplacements& replacements; // those of gMap
-};
-
-/** Search steps; the parameter of the first is the database's handle. Always 0; failures are logged. */
-STATUS LNCALLBACK RemoveObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-STATUS LNCALLBACK ReplaceObsoleteUNIDCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-
 } // namespace updkrx

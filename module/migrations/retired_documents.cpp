@@ -1,6 +1,7 @@
 #include "migrations/retired_documents.h"
 
 #include <iterator>
+#include <vector>
 
 #include "common/startup.h"
 #include "foundation/debug_log.h"
@@ -26,15 +27,17 @@ bool MayBeReferredTo(NOTEHANDLE note) noexcept {
     return !LacksItem(note, "ReferDocs") && ReadItemText(note, "ReferDocs", text, sizeof text) != WORD{0};
 }
 
-STATUS CollectIfRetired(const RetiredSearch& search, NOTEID noteId) {
+/** Adds a document that is to go to the list. Returns 0, or the masked status of a document that cannot be opened, which
+ *  ends the search. */
+STATUS MigrateCFDLPDeleteAttachmentActionCallback(DBHANDLE database, NOTEID noteId, std::vector<NOTEID>& deleteList) {
     ScopedNote note;
-    if (const STATUS status = OpenNote(note, search.database, noteId); status != NOERROR) {
+    if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {
         DebugLog(level::detail, "MigrateCFDLPDeleteAttachmentActionCallback, open note failed.");
         return status & ERR_MASK;
     }
     if (!MayBePredefined(note.Get()) && !MayBeReferredTo(note.Get()) &&
         RetiredDocumentUNIDSet.contains(UnidTextOf(note.Get()))) {
-        search.deleteList.push_back(noteId);
+        deleteList.push_back(noteId);
     }
     return NOERROR;
 }
@@ -56,15 +59,16 @@ int32_t DeleteRetiredDocuments() {
         return status;
     }
     ScopedFormula formula;
-    status = CompileSelection("Form=\"dictionary\" | Form=\"entity\"", maxSelectionLength, formula);
+    status = CompileOrLog("UpdateKrency", "Form=\"dictionary\" | Form=\"entity\"", maxSelectionLength, formula);
     if (status != NOERROR) {
-        LogCompileFailure("UpdateKrency", status);
         return status;
     }
-    std::vector<NOTEID> deleteList;
-    RetiredSearch search = {database.Get(), deleteList};
-    status =
-        SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_ALL, MigrateCFDLPDeleteAttachmentActionCallback, &search);
+    std::vector<NOTEID> deleteList; // deleted after the search, so as not to disturb it
+    const NoteSearch search = {"MigrateCFDLPDeleteAttachmentActionCallback", database.Get(), formula.Get(),
+                               NOTE_CLASS_ALL};
+    status = SearchNotes(search, [&](const SEARCH_MATCH& found) {
+        return MigrateCFDLPDeleteAttachmentActionCallback(database.Get(), found.ID.NoteID, deleteList);
+    });
     if (status != NOERROR) {
         DebugLog(level::detail, "NSFSearch failed for template");
     }
@@ -80,15 +84,6 @@ int32_t DeleteRetiredDocuments() {
 
 int32_t MigrateCFDLPDeleteAttachmentAction() {
     return WithoutExceptions("MigrateCFDLPDeleteAttachmentAction", int32_t{ERR_MEMORY}, DeleteRetiredDocuments);
-}
-
-STATUS LNCALLBACK MigrateCFDLPDeleteAttachmentActionCallback(void* parameter, SEARCH_MATCH* match,
-                                                             ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("MigrateCFDLPDeleteAttachmentActionCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        return IsMatch(found) ? CollectIfRetired(*static_cast<const RetiredSearch*>(parameter), found.ID.NoteID)
-                              : NOERROR;
-    });
 }
 
 } // namespace updkrx

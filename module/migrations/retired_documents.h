@@ -3,9 +3,6 @@
 
 #include <cstdint>
 #include <string_view>
-#include <vector>
-
-#include "notes_api.h"
 
 namespace updkrx {
 
@@ -38,16 +35,5 @@ void InitRetiredDocumentUNIDSet();
  * the formula or of the search; what fails is logged, but for the first.
  */
 int32_t MigrateCFDLPDeleteAttachmentAction();
-
-/** The parameter of MigrateCFDLPDeleteAttachmentActionCallback. */
-struct RetiredSearch {
-    DBHANDLE database;
-    std::vector<NOTEID>& deleteList; // deleted after the search, so as not to disturb it
-};
-
-/** Search step: adds a document that is to go to the list. Returns 0, or the masked status of a document that cannot be
- *  opened, which ends the search. */
-STATUS LNCALLBACK MigrateCFDLPDeleteAttachmentActionCallback(void* parameter, SEARCH_MATCH* match,
-                                                             ITEM_TABLE* summary) noexcept;
 
 } // namespace updkrx

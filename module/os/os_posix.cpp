@@ -78,21 +78,21 @@ std::vector<DirectoryEntry> ListDirectory(const std::string& directory) {
     return entries;
 }
 
-std::FILE* OpenForAppend(const char* path) noexcept {
-    return std::fopen(HostPath(path).Text(), "a");
+OwnedFile OpenForAppend(const char* path) noexcept {
+    return OwnedFile(std::fopen(HostPath(path).Text(), "a"));
 }
 
-std::FILE* OpenForReading(const char* path) noexcept {
-    return std::fopen(HostPath(path).Text(), "r");
+OwnedFile OpenForReading(const char* path) noexcept {
+    return OwnedFile(std::fopen(HostPath(path).Text(), "r"));
 }
 
-std::FILE* OpenNew(const char* path) noexcept {
-    return std::fopen(HostPath(path).Text(), "wx");
+OwnedFile OpenNew(const char* path) noexcept {
+    return OwnedFile(std::fopen(HostPath(path).Text(), "wx"));
 }
 
-std::FILE* OpenToOverwrite(const char* path) noexcept {
+OwnedFile OpenToOverwrite(const char* path) noexcept {
     const HostPath host(path);
-    return access(host.Text(), F_OK) == 0 ? std::fopen(host.Text(), "w") : nullptr;
+    return OwnedFile(access(host.Text(), F_OK) == 0 ? std::fopen(host.Text(), "w") : nullptr);
 }
 
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {

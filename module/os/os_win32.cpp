@@ -71,7 +71,7 @@ HANDLE Open(const char* path, DWORD access, DWORD share, DWORD disposition) noex
 }
 
 /** The file as the C library knows files, which closes the handle. Null, with the handle closed, when that fails. */
-std::FILE* AsFile(HANDLE handle, int flags, const char* mode) noexcept {
+OwnedFile AsFile(HANDLE handle, int flags, const char* mode) noexcept {
     if (handle == INVALID_HANDLE_VALUE) {
         return nullptr;
     }
@@ -80,7 +80,7 @@ std::FILE* AsFile(HANDLE handle, int flags, const char* mode) noexcept {
         CloseHandle(handle);
         return nullptr;
     }
-    std::FILE* file = _fdopen(descriptor, mode);
+    OwnedFile file(_fdopen(descriptor, mode));
     if (file == nullptr) {
         (void)_close(descriptor); // nothing was written
     }
@@ -134,28 +134,27 @@ std::vector<DirectoryEntry> ListDirectory(const std::string& directory) {
     return entries;
 }
 
-std::FILE* OpenForAppend(const char* path) noexcept {
+OwnedFile OpenForAppend(const char* path) noexcept {
     // With this access alone the system itself adds to the end, also while another process does.
     return AsFile(Open(path, FILE_APPEND_DATA | SYNCHRONIZE, everyShare, OPEN_ALWAYS), _O_APPEND | _O_TEXT, "a");
 }
 
-std::FILE* OpenForReading(const char* path) noexcept {
+OwnedFile OpenForReading(const char* path) noexcept {
     return AsFile(Open(path, GENERIC_READ, everyShare, OPEN_EXISTING), _O_RDONLY | _O_BINARY, "rb");
 }
 
-std::FILE* OpenNew(const char* path) noexcept {
+OwnedFile OpenNew(const char* path) noexcept {
     const HANDLE handle = Open(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW);
-    std::FILE* file = AsFile(handle, _O_WRONLY | _O_BINARY, "wb");
+    OwnedFile file = AsFile(handle, _O_WRONLY | _O_BINARY, "wb");
     if (file == nullptr && handle != INVALID_HANDLE_VALUE) {
         RemoveFile(path);
     }
     return file;
 }
 
-std::FILE* OpenToOverwrite(const char* path) noexcept {
-    std::FILE* file = AsFile(Open(path, GENERIC_WRITE, everyShare, OPEN_EXISTING), _O_WRONLY | _O_BINARY, "wb");
-    if (file != nullptr && _chsize(_fileno(file), 0) != 0) {
-        (void)std::fclose(file); // nothing was written
+OwnedFile OpenToOverwrite(const char* path) noexcept {
+    OwnedFile file = AsFile(Open(path, GENERIC_WRITE, everyShare, OPEN_EXISTING), _O_WRONLY | _O_BINARY, "wb");
+    if (file != nullptr && _chsize(_fileno(file.get()), 0) != 0) {
         return nullptr;
     }
     return file;
@@ -172,7 +171,7 @@ void ReserveSpace(std::FILE* file, std::FILE* content) noexcept {
 }
 
 void StartFlush(std::FILE* /*file*/) noexcept {
-    // The system has no such hint: it only flushes while one waits.
+    // The system has no means: it only flushes while one waits.
 }
 
 bool FlushToDisk(std::FILE* file) noexcept {
@@ -227,7 +226,7 @@ bool MoveOver(const char* file, const char* target) noexcept {
     TakeAccessRights(from, to);
     // A virus scanner or a backup may have one of the two open for a moment.
     constexpr int attempts = 20;
-    constexpr DWORD pause = 100; // ms
+    constexpr DWORD pause = 100; // milliseconds
     for (int attempt = 1;; ++attempt) {
         if (MoveFileExW(from.Text(), to.Text(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE) {
             return true;

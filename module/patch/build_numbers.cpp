@@ -5,7 +5,6 @@
 #include "common/ascii_text.h"
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
-#include "foundation/exception_barrier.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -27,35 +26,39 @@ bool NumberAfterLastDot(const char* text, int32_t& number) {
     return dot != nullptr;
 }
 
+/** Reads a note's build text, if it has one, into `buildText`. A note that cannot be opened is reported to the server's
+ *  log. */
+void GetBuildNumberCallback(DBHANDLE database, NOTEID noteId, char (&buildText)[itemTextSize]) noexcept {
+    ScopedNote note;
+    if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {
+        AddServerLogStatus(status);
+        return;
+    }
+    char text[itemTextSize];
+    if (GetItemText(note.Get(), "BuildNumber", text, sizeof text) > 0) {
+        bq_snprintf(buildText, sizeof buildText, "%s", text);
+    }
+}
+
 int32_t ReadDatabaseBuild() {
     ScopedDatabase database;
     if (database.Open(NSFDbOpen, "krx/krmsg.nsf") != NOERROR) {
         return 0;
     }
-    BuildNumberSearch search = {database.Get(), {}};
-    if (SearchNotes(database.Get(), NULLHANDLE, NOTE_CLASS_HELP, GetBuildNumberCallback, &search) != NOERROR) {
+    char text[itemTextSize] = "";
+    const NoteSearch search = {"GetBuildNumberCallback", database.Get(), NULLHANDLE, NOTE_CLASS_HELP};
+    if (SearchNotes(search, [&](const SEARCH_MATCH& found) {
+            GetBuildNumberCallback(database.Get(), found.ID.NoteID, text);
+        }) != NOERROR) {
         DebugLog(level::progress, "Error: Get build number failed");
         return 0;
     }
     int32_t build = 0;
-    (void)NumberAfterLastDot(search.text, build); // a text without a "." carries no build
+    (void)NumberAfterLastDot(text, build); // a text without a "." carries no build
     return build;
 }
 
-STATUS ReadBuildText(BuildNumberSearch& search, NOTEID noteId) {
-    ScopedNote note;
-    const STATUS status = OpenNote(note, search.database, noteId);
-    if (status != NOERROR) {
-        return status;
-    }
-    char text[itemTextSize];
-    if (GetItemText(note.Get(), "BuildNumber", text, sizeof text) > 0) {
-        bq_snprintf(search.text, sizeof search.text, "%s", text);
-    }
-    return NOERROR;
-}
-
-STATUS WriteBuildText(DBHANDLE database, NOTEID noteId) {
+STATUS WriteBuildText(DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     STATUS status = OpenNote(note, database, noteId);
     if (status == NOERROR) {
@@ -65,6 +68,14 @@ STATUS WriteBuildText(DBHANDLE database, NOTEID noteId) {
         status = NSFNoteUpdate(note.Get(), UPDATE_FORCE);
     }
     return status;
+}
+
+/** Writes gBuildNumber into a note; a failure is reported to the server's log. */
+void SetBuildNumberCallback(DBHANDLE database, NOTEID noteId) noexcept {
+    DebugLog(level::progress, "Set the build number to '%s'", gBuildNumber);
+    if (const STATUS status = WriteBuildText(database, noteId); status != NOERROR) {
+        AddServerLogStatus(status);
+    }
 }
 
 } // namespace
@@ -90,43 +101,16 @@ STATUS GetRunningBuild(PatchRunContext& context) {
     return 0;
 }
 
-STATUS GetBuildNumberCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("GetBuildNumberCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (!IsMatch(found)) {
-            return NOERROR;
-        }
-        const STATUS status = ReadBuildText(*static_cast<BuildNumberSearch*>(parameter), found.ID.NoteID);
-        if (status != NOERROR) {
-            AddServerLogStatus(status);
-        }
-        return NOERROR;
-    });
-}
-
-STATUS SetBuildNumberCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
-    return WithoutExceptions("SetBuildNumberCallback", NOERROR, [&] {
-        const SEARCH_MATCH found = CopyMatch(match);
-        if (!IsMatch(found)) {
-            return NOERROR;
-        }
-        DebugLog(level::progress, "Set the build number to '%s'", gBuildNumber);
-        const STATUS status = WriteBuildText(*static_cast<DBHANDLE*>(parameter), found.ID.NoteID);
-        if (status != NOERROR) {
-            AddServerLogStatus(status);
-        }
-        return NOERROR;
-    });
-}
-
 void StampBuildNumber(const char* path) {
     ScopedDatabase database;
     if (database.Open(NSFDbOpen, path) != NOERROR) {
         return;
     }
     DebugLog(level::progress, "Info: start to set build number -'%s'.\n", path);
-    DBHANDLE handle = database.Get();
-    if (SearchNotes(handle, NULLHANDLE, NOTE_CLASS_HELP, SetBuildNumberCallback, &handle) != NOERROR) {
+    const NoteSearch search = {"SetBuildNumberCallback", database.Get(), NULLHANDLE, NOTE_CLASS_HELP};
+    if (SearchNotes(search, [&](const SEARCH_MATCH& found) {
+            SetBuildNumberCallback(database.Get(), found.ID.NoteID);
+        }) != NOERROR) {
         DebugLog(level::progress, "Error: Set build number failed -'%s'.\n", path);
     }
 }

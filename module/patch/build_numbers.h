@@ -28,18 +28,4 @@ STATUS SetBuildNumberOfAllDatabases();
  *  happens when it cannot be opened; other failures are logged. */
 void StampBuildNumber(const char* path);
 
-/** The parameter of GetBuildNumberCallback. */
-struct BuildNumberSearch {
-    DBHANDLE database;
-    char text[buildTextSize]; // starts empty, receives the build text
-};
-
-/** Search step: reads a note's build text, if it has one. Always 0; a note that cannot be opened is reported to the
- *  server's log. */
-STATUS LNCALLBACK GetBuildNumberCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-
-/** Search step: writes gBuildNumber into a note; the parameter is the database's handle. Always 0; failures are
- *  reported to the server's log. */
-STATUS LNCALLBACK SetBuildNumberCallback(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* summary) noexcept;
-
 } // namespace updkrx

@@ -132,11 +132,12 @@ TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {
         Make(Document(own, expression));
         ScopedDatabase database;
         ASSERT_EQ(database.Open(NSFDbOpen, databasePath), NOERROR);
-        ExpressionSearch search = {database.Get(), table};
         ScopedFormula formula;
         ASSERT_EQ(CompileSelection("FORM=\"Expression\"", maxSelectionLength, formula), NOERROR);
-        EXPECT_EQ(SearchNotes(database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT, MigrateExpressionCallback, &search),
-                  NOERROR);
+        const auto migrate = [&](const SEARCH_MATCH& found) {
+            MigrateExpressionCallback({database.Get(), table}, found.ID.NoteID);
+        };
+        EXPECT_EQ(SearchNotes({"", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT}, migrate), NOERROR);
         EXPECT_EQ(database.Close(), NOERROR);
         EXPECT_EQ(Content(),
                   ContentOf(Document(own, expression + ownId + (length < 254 ? std::string() : List({chain})))));

@@ -80,10 +80,10 @@ TEST_F(FileCopyTest, TakesLongPathsBlanksAndNamesOfTheCodePage) {
 }
 
 TEST_F(FileCopyTest, EndsLinesOfTextsWithTwoCharacters) {
-    std::FILE* file = os::OpenForAppend(Path("log").c_str());
+    os::OwnedFile file = os::OpenForAppend(Path("log").c_str());
     ASSERT_NE(file, nullptr);
-    std::fputs("one\n", file);
-    std::fclose(file);
+    std::fputs("one\n", file.get());
+    EXPECT_TRUE(os::Close(std::move(file)));
     EXPECT_EQ(ReadFile(Path("log")), "one\r\n");
 }
 
