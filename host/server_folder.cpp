@@ -13,7 +13,6 @@
 #include "foundation/install_paths.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
-#include "patch/patch_config.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "text_table.h"

@@ -42,4 +42,13 @@ int32_t NumberOf(std::string_view text) noexcept {
     return TakeNumber(text, number) ? number : 0;
 }
 
+int SplitCommaList(std::vector<std::string>& list, std::string_view text) {
+    while (!text.empty()) {
+        const size_t comma = text.find(',');
+        list.emplace_back(text.substr(0, comma));
+        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+    }
+    return 0;
+}
+
 } // namespace updkrx

@@ -1,9 +1,11 @@
-// Reading texts byte by byte: letters without regard to case, decimal numbers. Only ASCII means anything here; every
-// other byte stands for itself, whatever the process's locale.
+// Reading texts byte by byte: letters without regard to case, decimal numbers, lists. Only ASCII means anything here;
+// every other byte stands for itself, whatever the process's locale.
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace updkrx {
 
@@ -20,5 +22,9 @@ namespace updkrx {
 
 /** The number at the start of `text` as TakeNumber reads it; 0 when there is none. */
 [[nodiscard]] int32_t NumberOf(std::string_view text) noexcept;
+
+/** Adds the items of a comma-separated text to the end of `list`, exactly as they are written: blanks and empty items
+ *  stay. An empty text has no items, and one comma at the end adds none. Always 0. */
+int SplitCommaList(std::vector<std::string>& list, std::string_view text);
 
 } // namespace updkrx

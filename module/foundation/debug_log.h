@@ -1,5 +1,10 @@
 // The module's own log: one text file a day in the product's temporary folder, off unless the server's environment
 // switches it on.
+//
+// Its texts are frozen: people and tools search for them. A text that is there stays as it is, letter for letter, with
+// its spelling ("Signning", "skiped", "documetn"), its level and a line feed at its end; and so do the names in it that
+// are borrowed from elsewhere: a step may report under the name of another one, such as UpdateKrency or
+// MigrateManualScanSettingCallback, and the line of a formula that does not compile under PatchKRX.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +15,8 @@ namespace updkrx {
 
 /** The levels in use. The level is printed with every line and filters nothing. */
 namespace level {
-inline constexpr int32_t retry = 0; // retries, formulas that do not compile, making the encyclopedia anew
+inline constexpr int32_t unusual = 0; // what few runs meet: a database in use, a formula that does not compile, an
+                                      // encyclopedia in the old format
 inline constexpr int32_t progress = 1;
 inline constexpr int32_t detail = 3;
 } // namespace level

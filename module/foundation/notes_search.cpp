@@ -74,7 +74,7 @@ STATUS CompileOrLog(const char* operation, const char* native, WORD maxLength, S
     const STATUS status = CompileSelection(native, maxLength, formula);
     if (status != NOERROR) {
         constexpr char sourceName[] = "PatchKRX";
-        DebugLog(level::retry, "[%s:%d]%s Cannot compile the formula! error[%d]\n", sourceName, line, operation,
+        DebugLog(level::unusual, "[%s:%d]%s Cannot compile the formula! error[%d]\n", sourceName, line, operation,
                  status);
     }
     return status;

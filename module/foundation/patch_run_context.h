@@ -15,6 +15,7 @@ struct PatchRunContext {
     int32_t databaseBuild = 0;             // that the databases carry; 0 when it cannot be read
     int32_t updateExtension = 0;           // 0 or 1; no step consults it
     int32_t skipDbSign = 0;                // 0 or 1; a replaced database is not signed
+    std::string programFolder;             // native path of the newest program build; empty until it is looked up
 };
 
 } // namespace updkrx

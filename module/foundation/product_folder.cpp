@@ -34,4 +34,8 @@ std::optional<std::string> GetProductFolder(Report report) {
     return folder;
 }
 
+bool GetProductPath(const char* fileName, char (&path)[MAXPATH]) noexcept {
+    return bq_snprintf(path, sizeof path, "krx/%s", fileName) >= 0;
+}
+
 } // namespace updkrx

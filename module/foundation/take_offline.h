@@ -1,27 +1,27 @@
-// Taking a database offline that may still have users.
+// Taking a database offline that may still have users. Paths are relative to the data directory.
 #pragma once
 
-#include "foundation/notes_path.h"
 #include "foundation/pause.h"
 #include "notes_api.h"
 
 namespace updkrx {
 
-inline constexpr DWORD offlineWait = 10000; // milliseconds that one attempt waits for the users to leave
 inline constexpr int offlineAttempts = 60;
 inline constexpr DWORD offlinePause = 1000; // milliseconds after an attempt that found the database in use
 
+/** One attempt, which waits for the users to leave. The options are those of NSFTakeDatabaseOffline. */
+[[nodiscard]] STATUS TakeOfflineOnce(const char* path, DWORD options) noexcept;
+
 /**
- * Takes a database offline, trying again for as long as it is in use and attempts are left. The path and the options
- * are those of NSFTakeDatabaseOffline. Each attempt that finds the database in use is told to `reportInUse` with the
- * number of such attempts before it. Returns the status of the last attempt, whole; a database that is offline already
- * and is to be kept is a success.
+ * Takes a database offline, trying again for as long as it is in use and attempts are left. Each attempt that finds the
+ * database in use is told to `reportInUse` with the number of such attempts before it. Returns the status of the last
+ * attempt, whole; a database that is offline already and is to be kept is a success.
  */
 template<class ReportInUse>
 [[nodiscard]] STATUS TakeOfflineWhenUnused(const char* path, DWORD options, ReportInUse reportInUse) noexcept {
     STATUS status = NOERROR;
     for (int attempt = 0; attempt < offlineAttempts; ++attempt) {
-        status = WithFullPathToo(NSFTakeDatabaseOffline, path, offlineWait, options);
+        status = TakeOfflineOnce(path, options);
         if ((status & ERR_MASK) != ERR_DBINUSE) {
             break;
         }
@@ -33,9 +33,7 @@ template<class ReportInUse>
     return isOffline ? NOERROR : status;
 }
 
-/** Brings a database online again; a path as above. */
-[[nodiscard]] inline STATUS BringOnline(const char* path) noexcept {
-    return WithFullPathToo(NSFBringDatabaseOnline, path, DWORD{0});
-}
+/** Brings a database online again. */
+[[nodiscard]] STATUS BringOnline(const char* path) noexcept;
 
 } // namespace updkrx

@@ -69,7 +69,7 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
 
 STATUS TakeOffline(DWORD options) noexcept {
     return TakeOfflineWhenUnused(databasePath, options,
-                                 [](int /*earlier*/) { DebugLog(level::retry, "DB in use, waiting"); });
+                                 [](int /*earlier*/) { DebugLog(level::unusual, "DB in use, waiting"); });
 }
 
 /**
@@ -114,11 +114,11 @@ public:
         if (IsThere(kept_)) {
             const STATUS status = IsThere(database_) ? TakeOffline(OFFLINE_NODELETE) : NOERROR;
             if (status != NOERROR || !os::MoveOver(kept_.c_str(), database_.c_str())) {
-                DebugLog(level::retry, "Error: The old krency.nsf cannot be put back. It is kept. (%s):(%x)",
+                DebugLog(level::unusual, "Error: The old krency.nsf cannot be put back. It is kept. (%s):(%x)",
                          kept_.c_str(), status);
                 return;
             }
-            DebugLog(level::retry, "The old krency.nsf is put back.");
+            DebugLog(level::unusual, "The old krency.nsf is put back.");
         }
         if (BringBackOnline()) {
             Unmark();
@@ -127,7 +127,7 @@ public:
     void Unmark() noexcept {
         os::RemoveFile(offline_.c_str());
         if (IsThere(offline_)) {
-            DebugLog(level::retry, "Error: A mark cannot be removed; the next run does that. (%s)", offline_.c_str());
+            DebugLog(level::unusual, "Error: A mark cannot be removed; the next run does that. (%s)", offline_.c_str());
         }
     }
     /** The new database stands in its place. `whole` is false when it lacks something: the old one's file stays
@@ -135,11 +135,11 @@ public:
     void Finish(bool whole) noexcept {
         Unmark();
         if (!os::MoveOver(kept_.c_str(), old_.c_str())) { // from here on no run puts it back
-            DebugLog(level::retry, "Error: The kept krency.nsf cannot be removed. (%s)", kept_.c_str());
+            DebugLog(level::unusual, "Error: The kept krency.nsf cannot be removed. (%s)", kept_.c_str());
         } else if (whole) {
             os::RemoveFile(old_.c_str());
         } else {
-            DebugLog(level::retry,
+            DebugLog(level::unusual,
                      "Error: The new krency.nsf may lack the old one's access control list or its replica ID. "
                      "The old one is kept. (%s)",
                      old_.c_str());
@@ -149,7 +149,7 @@ public:
     [[nodiscard]] bool BringBackOnline() noexcept {
         const STATUS status = BringOnline(databasePath);
         if (status != NOERROR) {
-            DebugLog(level::retry, "Bring database online. (%s):(%x)", database_.c_str(), status);
+            DebugLog(level::unusual, "Bring database online. (%s):(%x)", database_.c_str(), status);
         }
         return status == NOERROR;
     }
@@ -162,7 +162,7 @@ private:
     static bool IsThere(const std::string& file) noexcept { return os::KindOf(file.c_str()) == os::PathKind::file; }
 
     [[nodiscard]] bool LogThatItCannotBeKept(CopyResult result) const noexcept {
-        DebugLog(level::retry, "Error: krency.nsf cannot be kept, so it is not recreated. (%s):(%d)", kept_.c_str(),
+        DebugLog(level::unusual, "Error: krency.nsf cannot be kept, so it is not recreated. (%s):(%d)", kept_.c_str(),
                  result);
         return false;
     }
@@ -174,7 +174,7 @@ private:
 };
 
 void LogThatItIsNotDeleted(STATUS status) noexcept {
-    DebugLog(level::retry, "Failed to delete original KRX V3 krency.nsf, Error: %X", status);
+    DebugLog(level::unusual, "Failed to delete original KRX V3 krency.nsf, Error: %X", status);
 }
 
 /** Deletes the database, of which a copy is kept before. After a failure it is there and online as it was. */
@@ -242,13 +242,13 @@ STATUS CreateDatabase(const ScopedMemory& accessControlList, KeptDatabase& kept)
     ScopedDatabase database;
     const STATUS status = CopyTemplate(database);
     if (status != NOERROR) {
-        DebugLog(level::retry, "Failed to recreate krency.nsf, Error: %X", status);
+        DebugLog(level::unusual, "Failed to recreate krency.nsf, Error: %X", status);
         kept.PutBack();
         return status;
     }
     const bool hasId = SetReplicaId(database.Get());
     const bool hasList = StoreAccessControlList(database.Get(), accessControlList);
-    DebugLog(level::retry, "Success created new krency.nsf");
+    DebugLog(level::unusual, "Success created new krency.nsf");
     kept.Finish(database.Close() == NOERROR && hasId && hasList);
     return NOERROR;
 }
@@ -295,7 +295,7 @@ DWORD UpdateKrency() noexcept {
     if (!oldFormat) {
         return status;
     }
-    DebugLog(level::retry, "krency.nsf is old format, recreate it");
+    DebugLog(level::unusual, "krency.nsf is old format, recreate it");
     return WithoutExceptions("UpdateKrency", STATUS{ERR_MEMORY}, [&] { return RecreateDatabase(accessControlList); });
 }
 

@@ -7,6 +7,7 @@
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
+#include "foundation/product_folder.h"
 #include "maintenance/replication_settings.h"
 
 namespace updkrx {
@@ -128,11 +129,12 @@ void SignProductDatabase(const char* path) {
 } // namespace
 
 int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& context) {
-    const std::string path = "krx/" + fileName;
     const char* name = fileName.c_str();
+    char path[MAXPATH];
+    (void)GetProductPath(name, path); // of a path that is cut, there is no database
     ScopedDatabase database;
-    if (const STATUS status = database.Open(NSFDbOpen, path.c_str()); status != NOERROR) {
-        AddServerLogLine(path.c_str());
+    if (const STATUS status = database.Open(NSFDbOpen, path); status != NOERROR) {
+        AddServerLogLine(path);
         ReportFailure("open", name, status, "\n");
         return notSigned;
     }

@@ -9,6 +9,7 @@
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
+#include "foundation/product_folder.h"
 #include "patch/program_folder.h"
 
 namespace updkrx {
@@ -87,11 +88,10 @@ void SetBuildText(int32_t build) noexcept {
 }
 
 STATUS GetRunningBuild(PatchRunContext& context) {
-    char folder[programFolderSize];
-    if (!GetProgramFolder(folder)) {
+    if (!FindProgramFolder(context)) {
         return 1;
     }
-    if (!NumberAfterLastDot(folder, context.runningBuild)) {
+    if (!NumberAfterLastDot(context.programFolder.c_str(), context.runningBuild)) {
         DebugLog(level::progress, "Cannot get the build number from path.");
         return 1;
     }
@@ -121,7 +121,7 @@ STATUS SetBuildNumberOfAllDatabases() {
         char name[MAXPATH];
         ToLmbcs(product.databaseName, name, sizeof name);
         char path[MAXPATH];
-        bq_snprintf(path, sizeof path, "krx/%s", name);
+        (void)GetProductPath(name, path); // it fits
         StampBuildNumber(path);
     }
     DebugLog(level::progress, "Info: Have processed all KRX databases.");

@@ -1,7 +1,6 @@
 #include "patch/patch_config.h"
 
 #include "common/ascii_text.h"
-#include "common/bounded_text.h"
 #include "foundation/debug_log.h"
 #include "foundation/ini_file.h"
 #include "patch/program_folder.h"
@@ -27,26 +26,14 @@ bool ReadExpectedValue(const IniFile& file, const char* key, char (&value)[value
 
 } // namespace
 
-int SplitCommaList(std::vector<std::string>& list, std::string_view text) {
-    while (!text.empty()) {
-        const size_t comma = text.find(',');
-        list.emplace_back(text.substr(0, comma));
-        text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
-    }
-    return 0;
-}
-
 STATUS ReadPatchConfig(PatchRunContext& context) {
-    char folder[programFolderSize];
-    if (!GetProgramFolder(folder)) {
+    if (!FindProgramFolder(context)) {
         return 1;
     }
-    constexpr char fileName[] = "/krxpatch.ini";
-    char path[sizeof folder + sizeof fileName];
-    bq_snprintf(path, sizeof path, "%s%s", folder, fileName);
+    const std::string path = context.programFolder + "/krxpatch.ini";
     IniFile file;
-    if (file.Load(path) != IDD_ERR_ZERO) {
-        DebugLog(level::progress, "Cannot open the file. (%s)", path);
+    if (file.Load(path.c_str()) != IDD_ERR_ZERO) {
+        DebugLog(level::progress, "Cannot open the file. (%s)", path.c_str());
         return 1;
     }
 

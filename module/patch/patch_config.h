@@ -1,10 +1,6 @@
 // What the patch brings, as its configuration file krxpatch.ini in the newest program folder says it.
 #pragma once
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "foundation/patch_run_context.h"
 #include "notes_api.h"
 
@@ -16,9 +12,5 @@ namespace updkrx {
  * the cause is logged and the run cannot go on. The other keys may be missing.
  */
 [[nodiscard]] STATUS ReadPatchConfig(PatchRunContext& context);
-
-/** Adds the items of a comma-separated text to the end of `list`, exactly as they are written: blanks and empty items
- *  stay. An empty text has no items, and one comma at the end adds none. Always 0. */
-int SplitCommaList(std::vector<std::string>& list, std::string_view text);
 
 } // namespace updkrx

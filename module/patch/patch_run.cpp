@@ -21,8 +21,8 @@ namespace {
 /** The first build whose encyclopedia database has the present format. */
 constexpr int32_t encyclopediaFormatBuild = 3050;
 
-STATUS ReplaceDatabases(const PatchRunContext& context, const char* programFolder) {
-    std::optional<ReplacementRun> run = BeginReplacement(programFolder);
+STATUS ReplaceDatabases(const PatchRunContext& context) {
+    std::optional<ReplacementRun> run = BeginReplacement();
     if (!run) {
         return 1;
     }
@@ -57,11 +57,10 @@ STATUS ProcessDatabases(PatchRunContext& context) {
     if (context.databaseList.empty()) {
         return NOERROR;
     }
-    char programFolder[programFolderSize];
-    if (!GetProgramFolder(programFolder)) {
+    if (!FindProgramFolder(context)) {
         return 1;
     }
-    if (const STATUS status = ReplaceDatabases(context, programFolder); status != NOERROR) {
+    if (const STATUS status = ReplaceDatabases(context); status != NOERROR) {
         return status;
     }
     if (context.databaseBuild < encyclopediaFormatBuild) {

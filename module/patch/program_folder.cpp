@@ -4,12 +4,22 @@
 #include "foundation/install_paths.h"
 
 namespace updkrx {
+namespace {
 
-bool GetProgramFolder(char (&folder)[programFolderSize]) {
+constexpr size_t folderSize = 256;
+
+} // namespace
+
+bool FindProgramFolder(PatchRunContext& context) {
+    if (!context.programFolder.empty()) {
+        return true;
+    }
+    char folder[folderSize];
     if (GetComponentPath(programComponent, folder, sizeof folder) == nullptr) {
         DebugLog(level::progress, "Cannot get the latest path!");
         return false;
     }
+    context.programFolder = folder;
     return true;
 }
 

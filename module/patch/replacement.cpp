@@ -24,9 +24,9 @@ constexpr const char* aclDatabase = "krx/krency.nsf";
 
 /** The places of an entry. */
 struct EntryPaths {
-    std::string notes;  // as the Notes API takes it
-    std::string target; // native
-    std::string source; // native
+    std::string target;  // native
+    std::string source;  // native
+    char notes[MAXPATH]; // as the Notes API takes it
 };
 
 bool Contains(std::string_view entry, std::string_view part) {
@@ -62,7 +62,7 @@ void ReadAccessControlList(ScopedMemory& held) {
 
 void WriteAccessControlList(const EntryPaths& paths, const ScopedMemory& held) {
     ScopedDatabase database;
-    if (const STATUS status = database.Open(NSFDbOpen, paths.notes.c_str()); status != NOERROR) {
+    if (const STATUS status = database.Open(NSFDbOpen, paths.notes); status != NOERROR) {
         DebugLog(level::progress, "Write ACL error. (%s):(%x)", paths.source.c_str(), status);
         return;
     }
@@ -77,8 +77,8 @@ STATUS TakeOffline(const EntryPaths& paths) {
         DebugLog(level::progress, "Database does not exist, do not bring it offline. (%s)", target);
         return NOERROR;
     }
-    const STATUS status = TakeOfflineWhenUnused(paths.notes.c_str(), OFFLINE_NODELETE, [](int earlier) {
-        DebugLog(level::retry, "DB in use, waiting. Retry: %d.", earlier);
+    const STATUS status = TakeOfflineWhenUnused(paths.notes, OFFLINE_NODELETE, [](int earlier) {
+        DebugLog(level::unusual, "DB in use, waiting. Retry: %d.", earlier);
     });
     if (status != NOERROR) {
         DebugLog(level::progress, "Bring database offline. (%s):(%x)", target, status);
@@ -94,41 +94,43 @@ void CopyAndBringOnline(const EntryPaths& paths) noexcept {
         DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
                  paths.target.c_str());
     }
-    const STATUS status = BringOnline(paths.notes.c_str());
+    const STATUS status = BringOnline(paths.notes);
     DebugLog(level::progress, "Bring database online. (%s):(%x)", paths.target.c_str(), status);
 }
 
 /** Has the server renew the design of the database that is made from a template. */
-void ConvertDatabase(const std::string& entry) {
-    const std::string database = entry.substr(0, entry.find(".ntf")) + ".nsf";
-    char command[commandSize]; // two paths fit
-    bq_snprintf(command, sizeof command, "load convert krx/%s * krx/%s", database.c_str(), entry.c_str());
+void ConvertDatabase(const std::string& entry, const EntryPaths& paths) {
+    char database[MAXPATH];
+    (void)GetProductPath((entry.substr(0, entry.find(".ntf")) + ".nsf").c_str(), database); // fits where the entry does
+    char command[commandSize];                                                              // two paths fit
+    bq_snprintf(command, sizeof command, "load convert %s * %s", database, paths.notes);
     RunConsoleCommandAndWait(command); // a database that was not converted can be later, by hand
 }
 
 void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
     DebugLog(level::progress, "Enter ntfStr switch.");
-    StampBuildNumber(paths.notes.c_str());
-    ConvertDatabase(entry);
+    StampBuildNumber(paths.notes);
+    ConvertDatabase(entry, paths);
 }
 
 } // namespace
 
-std::optional<ReplacementRun> BeginReplacement(const char* programFolder) {
+std::optional<ReplacementRun> BeginReplacement() {
     std::optional<std::string> databaseFolder = GetProductFolder();
     if (!databaseFolder) {
         return std::nullopt;
     }
-    return ReplacementRun{std::move(*databaseFolder), programFolder, {}};
+    return ReplacementRun{std::move(*databaseFolder), {}};
 }
 
 STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context, ReplacementRun& run) {
-    const EntryPaths paths = {"krx/" + entry, run.databaseFolder + "/" + entry, run.programFolder + "/" + entry};
+    EntryPaths paths = {run.databaseFolder + "/" + entry, context.programFolder + "/" + entry, {}};
+    const bool fits = GetProductPath(entry.c_str(), paths.notes);
     if (Contains(entry, "PredefinedDLPPolicy.dat")) {
         CopyPolicy(paths);
         return NOERROR;
     }
-    if (paths.notes.size() >= MAXPATH) {
+    if (!fits) {
         DebugLog(level::progress, "Error: The name of a database is too long for a path, so it is not replaced. (%s)",
                  entry.c_str());
         return NOERROR;

@@ -13,16 +13,16 @@ namespace updkrx {
 /** What the entries of one run share. */
 struct ReplacementRun {
     std::string databaseFolder;     // native path of the product's databases
-    std::string programFolder;      // native path of the files that the patch brings
     ScopedMemory accessControlList; // read last; nothing before the first
 };
 
 /** The record for a run's first entry. The product's databases are in "krx" below the data directory; nothing, which is
  *  logged, when the server does not tell that directory or its path is too long. */
-[[nodiscard]] std::optional<ReplacementRun> BeginReplacement(const char* programFolder);
+[[nodiscard]] std::optional<ReplacementRun> BeginReplacement();
 
 /**
- * Replaces one file of the product's folder, named as the patch's configuration has it:
+ * Replaces one file of the product's folder by the one in the context's program folder, named as the patch's
+ * configuration has it:
  *   - the predefined DLP policy is only copied;
  *   - a database is taken offline, copied, brought online and signed; it gets the access control list that the
  *     encyclopedia database had when the last ".nsf" entry came;

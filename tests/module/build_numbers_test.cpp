@@ -88,6 +88,7 @@ TEST_F(BuildNumbersTest, ReadsTheInstalledBuildFromTheFolder) {
     for (const auto& [folder, result, build] : cases) {
         SCOPED_TRACE(folder);
         std::filesystem::create_directory(Server() / "install/program" / folder);
+        context_ = {};
         EXPECT_EQ(GetRunningBuild(context_), result);
         EXPECT_EQ(context_.runningBuild, build);
     }
@@ -97,6 +98,7 @@ TEST_F(BuildNumbersTest, NeedsAFolderWithADot) {
     std::filesystem::create_directory(Server() / "install/program/V9");
     EXPECT_EQ(GetRunningBuild(context_), 1);
     SetEnvironment("VarnholtInstallPath", nullptr);
+    context_ = {};
     EXPECT_EQ(GetRunningBuild(context_), 1);
     EXPECT_EQ(LogMessages(), (Texts{"[1]Cannot get the build number from path.", "[1]Cannot get the latest path!"}));
 }

@@ -30,7 +30,8 @@ protected:
         SwitchLogOn();
         EmbClockSetVirtual(EmbClockNow());
         SetBuildText(3050);
-        run_ = BeginReplacement(ProgramFolder().string().c_str()).value();
+        context_.programFolder = ProgramFolder().string();
+        run_ = BeginReplacement().value();
     }
     void TearDown() override {
         run_ = {};
@@ -100,7 +101,7 @@ TEST_F(ReplacementTest, ReplacesNothingWithoutAFolderToDoSo) {
     };
     for (const auto& [directory, messages] : cases) {
         SetEnvironment("Directory", directory);
-        EXPECT_EQ(BeginReplacement("").has_value(), messages.empty());
+        EXPECT_EQ(BeginReplacement().has_value(), messages.empty());
         EXPECT_EQ(NewLogMessages(), messages);
     }
 }
