@@ -138,7 +138,7 @@ TEST_F(SearchConformance, AFormulaThatDoesNotCompileSaysWhere) {
     FORMULAHANDLE formula = 77;
     WORD compiledLength = 0, line = 0, column = 0, offset = 0, length = 0;
     STATUS detail = NOERROR;
-    const std::string text = "Form = \"A\" &\n Size > 5";
+    const std::string text = "Form = \"A\" &\n Size ^ 5";
     EXPECT_EQ(NSFFormulaCompile(nullptr, 0, text.data(), static_cast<WORD>(text.size()), &formula, &compiledLength,
                                 &detail, &line, &column, &offset, &length),
               ERR_FORMULA_COMPILATION);

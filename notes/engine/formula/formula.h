@@ -1,27 +1,38 @@
-// Selection formulas: the subset SELECT, @All, field names, text literals, = != | & ! and parentheses.
+// Selection formulas: the part of the formula language that selections of mail databases use.
 //
-//   formula     = ["SELECT"] disjunction
+//   formula     = {statement} ["SELECT"] disjunction
+//   statement   = "REM" text ";" | name ":=" disjunction ";"
 //   disjunction = conjunction {"|" conjunction}
 //   conjunction = negation {"&" negation}
-//   negation    = "!" negation | comparison          so !Form = "a" negates the comparison
-//   comparison  = operand ["=" operand | "!=" operand]
-//   operand     = field | literal | "@All" | "(" disjunction ")"
+//   negation    = "!" negation | comparison                     so !Form = "a" negates the comparison
+//   comparison  = sum [("=" | "!=" | "<>" | "<" | ">" | "<=" | ">=") sum]
+//   sum         = product {("+" | "-") product}
+//   product     = sign {("*" | "/") sign}
+//   sign        = "-" sign | list
+//   list        = operand {":" operand}                         so -1 : 2 negates both
+//   operand     = name | text | number | time | function ["(" disjunction {";" disjunction} ")"]
+//               | "(" disjunction ")"
 //
-// Keywords and names are without regard to case. What is compared must be a field or a literal, and what is joined,
-// negated or selected by must be a condition. In a literal \" and \\ stand for " and \.
+// operation.h has the operators and functions, literal.h numbers and times. Keywords and names are without regard to
+// case. What is compared or computed must be a value, and what is joined, negated or selected by a condition; a
+// variable is what was assigned to it. In a text \" and \\ stand for " and \.
 //
-// A text item's value is its text, a text list's are its entries, an item that is absent or of another type is the
-// empty text; but numbers and times equal nothing. Values are compared in pairs, the last one of the shorter list
-// again and again, byte by byte; one pair that is equal (for =) or unequal (for !=) is enough.
+// All values are lists. An item that is absent or of another type is the empty text. Operators take two lists in
+// pairs, the last element of the shorter one again and again; for a comparison one pair that fits is enough. Texts
+// compare byte by byte, a time without a day or a list with ranges equals nothing, nor do values of two types. Any
+// other operation on values of wrong types is an error, and what an error is used for selects nothing.
 //
 // The compiled form is the tree in prefix order, so that it can be evaluated without being unpacked and turned
 // back into text:
-//   magic (4 bytes), then one node:
-//     'A'                          @All
+//   magic "EmF1" (4 bytes), then one node: the code of an operation and its operands, one behind the other. Leaves:
 //     'F' WORD length, name        a field (LMBCS)
-//     'T' WORD length, text        a text literal (LMBCS)
-//     '=' node node, '#' node node equal, not equal
-//     '|' node node, '&' node node, '!' node
+//     'T' WORD length, text        a text (LMBCS)
+//     In this form numbers and times equal nothing, as always; databases hold such formulas.
+//   magic "EmF2" when the formula has statements or operations that the first form has not:
+//     'V' WORD length, name, node  an assignment, in front of the selection
+//     'R' WORD length, text        a remark, likewise
+//     'N' 8 bytes                  a number (double)
+//     'D' 8 bytes                  a time (TIMEDATE)
 #pragma once
 
 #include <string>
@@ -50,11 +61,12 @@ std::variant<std::string, FormulaError> CompileFormula(std::string_view text);
 /** Whether bytes are a whole compiled formula of this platform. */
 bool IsFormula(std::string_view compiled) noexcept;
 
-/** The text (LMBCS) of a compiled formula, beginning with "SELECT "; compiling it gives the same bytes. `compiled`
- *  must pass isFormula. */
+/** The text (LMBCS) of a compiled formula, with SELECT before its condition; compiling it gives the same bytes.
+ *  `compiled` must pass IsFormula. */
 std::string FormulaText(std::string_view compiled);
 
-/** Whether the formula selects a note of these encoded items. `compiled` must pass isFormula. Throws as findItem. */
+/** Whether the formula selects a note of these encoded items; not when it makes work out of all proportion. `compiled`
+ *  must pass IsFormula. Throws as FindItem. */
 bool FormulaSelects(std::string_view compiled, std::string_view encodedItems);
 
 } // namespace embedded

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 
+#include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
@@ -118,6 +119,24 @@ size_t UnitLength(std::string_view text) {
     return ByteAt(text, 0) == 0x0F && !IsEscapedControl(ByteAt(text, 1)) ? 0 : length;
 }
 
+/** What is no character stays, as does a character of two units. */
+std::string WithCase(std::string_view text, UChar32 (*convert)(UChar32)) {
+    std::string result;
+    while (!text.empty()) {
+        const size_t length = std::max<size_t>(LmbcsCharacterLength(text), 1);
+        const std::string_view character = text.substr(0, length);
+        text.remove_prefix(length);
+        if (length == 1 && static_cast<unsigned char>(character.front()) < 0x80) {
+            result += static_cast<char>(convert(character.front()));
+            continue;
+        }
+        const std::u16string units = Utf16FromUtf8(Utf8FromLmbcs(character));
+        const auto converted = static_cast<char16_t>(convert(units.front()));
+        result += units.size() > 1 || converted == units.front() ? std::string(character) : LmbcsFromUnit(converted);
+    }
+    return result;
+}
+
 } // namespace
 
 std::u16string Utf16FromUtf8(std::string_view text) {
@@ -167,6 +186,14 @@ size_t LmbcsCharacterLength(std::string_view text) noexcept {
     const std::string_view rest = text.substr(length);
     const bool pair = UnitLength(rest) == length && ByteAt(rest, 0) == 0x14 && U16_IS_TRAIL(Utf16Unit(rest));
     return pair ? 2 * length : length;
+}
+
+std::string LmbcsLowerCase(std::string_view text) {
+    return WithCase(text, u_tolower);
+}
+
+std::string LmbcsUpperCase(std::string_view text) {
+    return WithCase(text, u_toupper);
 }
 
 std::string_view CutUtf8(std::string_view text, size_t size) {

@@ -15,6 +15,9 @@ std::string LmbcsFromUtf8(std::string_view text);
 std::string Utf8FromLmbcs(std::string_view text);
 /** The bytes of the first character of `text`; 0 when there is none or its bytes are not LMBCS. */
 size_t LmbcsCharacterLength(std::string_view text) noexcept;
+/** An LMBCS text with each letter in that case, one for one, whatever the locale. */
+std::string LmbcsLowerCase(std::string_view text);
+std::string LmbcsUpperCase(std::string_view text);
 /** The longest start of `text` that fits into `size` bytes without cutting a character. */
 std::string_view CutUtf8(std::string_view text, size_t size);
 std::string_view CutLmbcs(std::string_view text, size_t size);

@@ -1,0 +1,109 @@
+#include "engine/formula/operation.h"
+
+#include <array>
+#include <ranges>
+
+namespace embedded {
+
+namespace {
+
+constexpr Kind condition = Kind::condition;
+constexpr Kind value = Kind::value;
+constexpr Kind fieldName = Kind::fieldName;
+constexpr bool grown = true;
+
+// clang-format off
+constexpr Operation operations[] = {
+    // code, shape,          symbol,          strength, operands,   result, grown, evaluation
+    {'\0', Shape::none,       "",               0, 0, value,     value,     false, nullptr, nullptr},
+    {'|', Shape::logical,     "|",              1, 2, condition, condition, false, nullptr, nullptr},
+    {'&', Shape::logical,     "&",              2, 2, condition, condition, false, nullptr, nullptr},
+    {'!', Shape::prefix,      "!",              3, 1, condition, condition, false, nullptr, nullptr},
+    {'=', Shape::comparison,  "=",              4, 2, value,     condition, false, IsEqual, nullptr},
+    {'#', Shape::comparison,  "!=",             4, 2, value,     condition, false, IsUnequal, nullptr},
+    {'#', Shape::comparison,  "<>",             4, 2, value,     condition, false, IsUnequal, nullptr},
+    {'<', Shape::comparison,  "<",              4, 2, value,     condition, grown, IsLess, nullptr},
+    {'>', Shape::comparison,  ">",              4, 2, value,     condition, grown, IsGreater, nullptr},
+    {'l', Shape::comparison,  "<=",             4, 2, value,     condition, grown, IsLessOrEqual, nullptr},
+    {'g', Shape::comparison,  ">=",             4, 2, value,     condition, grown, IsGreaterOrEqual, nullptr},
+    {'+', Shape::chain,       "+",              5, 2, value,     value,     grown, nullptr, Add},
+    {'-', Shape::chain,       "-",              5, 2, value,     value,     grown, nullptr, Subtract},
+    {'*', Shape::chain,       "*",              6, 2, value,     value,     grown, nullptr, Multiply},
+    {'/', Shape::chain,       "/",              6, 2, value,     value,     grown, nullptr, Divide},
+    {'~', Shape::prefix,      "-",              7, 1, value,     value,     grown, nullptr, Negate},
+    {':', Shape::chain,       ":",              8, 2, value,     value,     grown, nullptr, Join},
+    {'F', Shape::leaf,        "",               9, 0, value,     value,     false, nullptr, nullptr},
+    {'T', Shape::leaf,        "",               9, 0, value,     value,     false, nullptr, nullptr},
+    {'N', Shape::leaf,        "",               9, 0, value,     value,     grown, nullptr, nullptr},
+    {'D', Shape::leaf,        "",               9, 0, value,     value,     grown, nullptr, nullptr},
+    {'A', Shape::function,    "@All",           9, 0, value,     condition, false, IsTrue, nullptr},
+    {'1', Shape::function,    "@True",          9, 0, value,     condition, grown, IsTrue, nullptr},
+    {'0', Shape::function,    "@False",         9, 0, value,     condition, grown, IsFalse, nullptr},
+    {'c', Shape::function,    "@Contains",      9, 2, value,     condition, grown, IsContained, nullptr},
+    {'b', Shape::function,    "@Begins",        9, 2, value,     condition, grown, IsBeginning, nullptr},
+    {'e', Shape::function,    "@Ends",          9, 2, value,     condition, grown, IsEnding, nullptr},
+    {'m', Shape::function,    "@IsMember",      9, 2, value,     condition, grown, IsMember, nullptr},
+    {'a', Shape::function,    "@IsAvailable",   9, 1, fieldName, condition, grown, IsAvailable, nullptr},
+    {'n', Shape::function,    "@IsUnavailable", 9, 1, fieldName, condition, grown, IsUnavailable, nullptr},
+    {'w', Shape::function,    "@LowerCase",     9, 1, value,     value,     grown, nullptr, LowerCase},
+    {'u', Shape::function,    "@UpperCase",     9, 1, value,     value,     grown, nullptr, UpperCase},
+    {'t', Shape::function,    "@Trim",          9, 1, value,     value,     grown, nullptr, Trim},
+    {'s', Shape::function,    "@Elements",      9, 1, value,     value,     grown, nullptr, CountElements},
+};
+// clang-format on
+
+/** The first row of each code: the spelling that a compiled formula is written back with. */
+constexpr auto rowOfCode = [] {
+    std::array<unsigned char, 256> rows{};
+    for (size_t row = std::size(operations); row-- > 0;) {
+        rows[static_cast<unsigned char>(operations[row].code)] = static_cast<unsigned char>(row);
+    }
+    return rows;
+}();
+
+constexpr auto shapes = [] {
+    std::array<Shape, 10> ofStrength{};
+    for (const Operation& operation : operations) {
+        ofStrength[static_cast<size_t>(operation.strength)] = operation.shape;
+    }
+    return ofStrength;
+}();
+
+} // namespace
+
+const Operation& OperationOf(char code) noexcept {
+    return operations[rowOfCode[static_cast<unsigned char>(code)]];
+}
+
+std::span<const Operation> Operations() noexcept {
+    return operations;
+}
+
+Shape ShapeOf(int strength) noexcept {
+    return shapes[static_cast<size_t>(strength)];
+}
+
+const Operation* FunctionOf(std::string_view name) noexcept {
+    const auto found = std::ranges::find_if(operations, [name](const Operation& operation) {
+        return operation.shape == Shape::function && SameItemName(operation.symbol, name);
+    });
+    return found == std::end(operations) ? nullptr : found;
+}
+
+bool NeedsParentheses(const Operation& outer, Side side, const Operation& inner) noexcept {
+    // An operand on the side to which a chain does not lean would become a part of the chain.
+    const bool apart =
+        (outer.shape == Shape::logical && side == Side::left) || (outer.shape == Shape::chain && side == Side::right);
+    return inner.strength < outer.strength + apart;
+}
+
+std::optional<Kind> VariableKinds::Find(std::string_view name) const noexcept {
+    for (const Variable& variable : variables_ | std::views::reverse) {
+        if (SameItemName(variable.name, name)) {
+            return variable.kind;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace embedded
