@@ -1,7 +1,7 @@
 #include "engine/formula/operation.h"
 
+#include <algorithm>
 #include <array>
-#include <ranges>
 
 namespace embedded {
 
@@ -98,12 +98,9 @@ bool NeedsParentheses(const Operation& outer, Side side, const Operation& inner)
 }
 
 std::optional<Kind> VariableKinds::Find(std::string_view name) const noexcept {
-    for (const Variable& variable : variables_ | std::views::reverse) {
-        if (SameItemName(variable.name, name)) {
-            return variable.kind;
-        }
-    }
-    return std::nullopt;
+    const auto last = std::find_if(variables_.rbegin(), variables_.rend(),
+                                   [name](const Variable& variable) { return SameItemName(variable.name, name); });
+    return last == variables_.rend() ? std::nullopt : std::optional(last->kind);
 }
 
 } // namespace embedded
