@@ -55,27 +55,16 @@ protected:
     [[nodiscard]] Texts Offline(const std::string& entry) const {
         return {"[1]Bring database offline successfully. (" + Target(entry) + ")"};
     }
-    [[nodiscard]] Texts NotThere(const std::string& entry) const {
-        return {"[1]Database does not exist, do not bring it offline. (" + Target(entry) + ")"};
-    }
     [[nodiscard]] Texts Copied(const std::string& entry) const {
         return {"[1]Copy the database to KRX database folder! (" + Source(entry) + "):(" + Target(entry) + ")"};
     }
     [[nodiscard]] Texts Online(const std::string& entry, const std::string& status = "0") const {
         return {"[1]Bring database online. (" + Target(entry) + "):(" + status + ")"};
     }
-    [[nodiscard]] static Texts SignedAndHidden(const std::string& entry) {
-        return {"[1]Info: Start to sign - " + entry + "\n", "[1]Info: Succeeded to sign - " + entry + "\n",
-                "[1]Info: Start to hide design of " + entry + " \n", "[1]Info: End to hide the design.\n"};
-    }
     [[nodiscard]] static Texts NotOpened(const std::string& entry, STATUS status) {
         char text[256];
         GetStatusText(status, text, sizeof text);
         return {"[1]Failed to open " + entry + " - " + text + "\n"};
-    }
-    [[nodiscard]] static Texts Stamped(const std::string& entry) {
-        return {"[1]Info: start to set build number -'krx/" + entry + "'.\n",
-                "[1]Set the build number to '5.8.0.3050'"};
     }
     [[nodiscard]] Texts NoListWritten(const std::string& entry, const std::string& status) const {
         return {"[1]Write ACL error. (" + Source(entry) + "):(" + status + ")"};

@@ -182,11 +182,13 @@ TEST_F(RwLockTest, CountsEveryOperationThatDoesNotWait) {
         {"the last reader", {1, 0, 0, 0, 4}, {endShared}, success, {0, 0, 0, 0, 4}},
         {"not the last reader", {2, 3, 0, 1, 4}, {endShared}, success, {1, 3, 0, 1, 4}},
         {"the last reader prefers a writer", {1, 3, 0, 2, 10}, {endShared}, success, {0, 3, 1, 1, 0}},
+        {"the last reader lets the only writer in", {1, 1, 0, 1, 4}, {endShared}, success, {0, 1, 1, 0, 0}},
         {"the last reader lets readers in", {1, 15, 0, 0, 10}, {endShared}, success, {10, 5, 0, 0, 10}},
+        {"the last reader lets the only other in", {1, 1, 0, 0, 10}, {endShared}, success, {1, 0, 0, 0, 1}},
         {"a last writer", {0, 0, 1, 0, 0}, {endExclusive}, success, {0, 0, 0, 0, 0}},
-        {"a writer prefers readers", {0, 3, 1, 2, 0}, {endExclusive}, success, {3, 0, 0, 2, 3}},
+        {"a writer prefers even one reader", {0, 1, 1, 2, 0}, {endExclusive}, success, {1, 0, 0, 2, 1}},
         {"a writer lets ten readers in", {0, 15, 1, 2, 0}, {endExclusive}, success, {10, 5, 0, 2, 10}},
-        {"a writer hands over to a writer", {0, 0, 1, 2, 0}, {endExclusive}, success, {0, 0, 1, 1, 0}},
+        {"a writer hands over to the only writer", {0, 0, 1, 1, 0}, {endExclusive}, success, {0, 0, 1, 0, 0}},
         {"nothing to release", {0, 0, 0, 0, 3}, {endShared, endExclusive}, notHeld, {0, 0, 0, 0, 3}},
         {"no reader to release", {0, 1, 1, 1, 0}, {endShared}, notHeld, {0, 1, 1, 1, 0}},
         {"no writer to release", {1, 1, 0, 1, 2}, {endExclusive}, notHeld, {1, 1, 0, 1, 2}},
@@ -221,26 +223,43 @@ TEST_F(RwLockTest, LetsTenReadersPastAWaitingWriter) {
     EXPECT_EQ(CountersOf(lock_), (Counters{1, 0, 0, 0, 1}));
 }
 
-TEST_F(RwLockTest, LetsFifteenWaitingReadersInAsTenAndFive) {
+TEST_F(RwLockTest, LetsFortyWaitingReadersInTenAtATime) {
     ASSERT_EQ(AcquireExclusive(lock_), success);
-    std::vector<Holder*> readers;
-    while (readers.size() < 15) {
-        readers.push_back(&Waiting(Use::shared));
+    std::vector<Holder*> waiting;
+    while (waiting.size() < 40) { // more than a gate can tell from each other as it wakes them
+        waiting.push_back(&Waiting(Use::shared));
     }
-    const auto holding = [&] { return std::ranges::count_if(readers, &Holder::Holds); };
     EXPECT_EQ(ReleaseExclusive(lock_), success);
-    EXPECT_EQ(CountersOf(lock_), (Counters{10, 5, 0, 0, 10}));
-    os::Lock(*lock_.record->mutex); // who has been let in does not need it
-    Await([&] { return holding() == 10; });
-    os::Unlock(*lock_.record->mutex);
-    const auto waiting = std::partition(readers.begin(), readers.end(), std::mem_fn(&Holder::Holds));
-    for (auto reader = readers.begin(); reader != waiting; ++reader) {
-        EXPECT_EQ(CountersOf(lock_).waitingReaders, 5);
-        (*reader)->End();
+    for (int32_t left = 30; left >= 0; left -= 10) {
+        EXPECT_EQ(CountersOf(lock_), (Counters{10, left, 0, 0, 10}));
+        os::Lock(*lock_.record->mutex); // who has been let in does not need it
+        Await([&] { return std::ranges::count_if(waiting, &Holder::Holds) >= 10; });
+        os::Unlock(*lock_.record->mutex);
+        const auto holding = std::ranges::partition(waiting, std::not_fn(std::mem_fn(&Holder::Holds)));
+        EXPECT_EQ(holding.size(), 10U);
+        for (Holder* reader : holding) {
+            EXPECT_EQ(CountersOf(lock_).waitingReaders, left);
+            reader->End();
+        }
+        waiting.erase(holding.begin(), holding.end());
     }
-    EXPECT_EQ(CountersOf(lock_), (Counters{5, 0, 0, 0, 5}));
-    readers.erase(readers.begin(), waiting);
-    Await([&] { return holding() == 5; });
+}
+
+/** Who gets the lock may end it while the one that handed it over has not returned yet. */
+TEST(RwLockDestruction, MayFollowAHandOverAtOnce) {
+    for (int round = 0; round < 1000; ++round) {
+        auto lock = std::make_unique<RwLock>();
+        RwLock& handedOver = *lock;
+        ASSERT_EQ(AcquireExclusive(handedOver), success);
+        std::thread next([&] {
+            EXPECT_EQ(AcquireExclusive(handedOver), success);
+            EXPECT_EQ(ReleaseExclusive(handedOver), success);
+            lock.reset();
+        });
+        Await([&] { return CountersOf(handedOver).waitingWriters == 1; });
+        EXPECT_EQ(ReleaseExclusive(handedOver), success);
+        next.join();
+    }
 }
 
 TEST_F(RwLockTest, GuardsHoldForTheirScope) {

@@ -110,15 +110,6 @@ TEST_F(SearchConformance, ANoteIsExaminedAsItIsWhenItIsDelivered) {
     EXPECT_EQ(run.Matches(), (Ids{0x906, 0x90a}));
 }
 
-TEST_F(SearchConformance, SavedNotesComeOnceMoreWithRedelivery) {
-    const Step save = [&](const Delivery& delivery) -> STATUS {
-        return delivery.id == 0x906 ? Note(database_, 0x906).Update(UPDATE_FORCE) : NOERROR;
-    };
-    EXPECT_EQ(Search(database_, nullptr, NOTE_CLASS_DOCUMENT, save).Matches(), (Ids{0x902, 0x906, 0x90a}));
-    ASSERT_EQ(EmbBehaviourSet("updated-note", "again"), NOERROR);
-    EXPECT_EQ(Search(database_, nullptr, NOTE_CLASS_DOCUMENT, save).Matches(), (Ids{0x902, 0x906, 0x90a, 0x906}));
-}
-
 TEST_F(SearchConformance, SinceDeliversWhatChangedAndItsDeletions) {
     EmbClockSetVirtual(4'000'000'000'00); // later than the notes were made
     EXPECT_EQ(Note(database_, 0x902).Update(), NOERROR);
