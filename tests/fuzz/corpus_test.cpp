@@ -13,10 +13,7 @@ struct NamedTarget {
     Target* run;
 };
 
-constexpr NamedTarget targets[] = {
-    {"bounded_text", bounded_text}, {"dxl", dxl},     {"formula", formula},
-    {"ini_file", ini_file},         {"items", items}, {"unid_text", unid_text},
-};
+constexpr NamedTarget targets[] = {{"dxl", dxl}, {"formula", formula}, {"ini_file", ini_file}, {"items", items}};
 
 class Corpus : public testing::TestWithParam<NamedTarget> {};
 

@@ -11,12 +11,10 @@ namespace fuzz {
 using Target = void(std::string_view input);
 
 // Named as their programs and the folders of their inputs.
-Target bounded_text;
 Target dxl;
 Target formula;
 Target ini_file;
 Target items;
-Target unid_text;
 
 inline void Expect(bool holds, const char* property) {
     if (!holds) {

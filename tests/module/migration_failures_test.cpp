@@ -161,6 +161,26 @@ TEST_F(MigrationFailuresTest, KeepWhatCannotBeRead) {
     }
 }
 
+/** A document that is out when the new version cannot be made is put back, and no copy stays beside it. */
+TEST_F(MigrationFailuresTest, PutBackWhatCannotBeReplaced) {
+    LoadFixture("failing");
+    const std::string before = Live(Content());
+    const std::pair<const char*, DWORD> cases[] = {{"NSFDbCopyNote", 3},
+                                                   {"NSFNoteOpen", 6},
+                                                   {"NSFNoteCopy", 2},
+                                                   {"NSFItemAppendTextList", 3},
+                                                   {"NSFNoteUpdate", 2}};
+    for (const auto& [operation, n] : cases) {
+        SCOPED_TRACE(operation);
+        (void)RunFailing("failing", operation, n, UpgradeEntities);
+        EXPECT_EQ(Live(Content()), before);
+        EXPECT_EQ(std::ranges::count_if(
+                      NewLogMessages(),
+                      [](const std::string& message) { return message.find("ntf stays") != std::string::npos; }),
+                  0);
+    }
+}
+
 TEST_F(MigrationFailuresTest, LogWhatFails) {
     struct Row {
         const char* operation;

@@ -121,10 +121,12 @@ TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
                 ASSERT_EQ(EmbFaultArm(operation, n, ERR_NOACCESS, 1), NOERROR);
                 Migrate();
                 EmbFaultClear();
-                wasKept = wasKept || std::filesystem::exists(KeptDocuments());
+                const bool kept = std::filesystem::exists(KeptDocuments());
+                wasKept = wasKept || kept;
                 ForgetCollections();
                 FinishConfDatabaseOfDeadRun();
                 EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));
+                EXPECT_TRUE(!kept || Live(Content()) == Live(Expected())) << Content();
                 Migrate();
                 EXPECT_EQ(Live(Content()), Live(Expected()));
                 EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));

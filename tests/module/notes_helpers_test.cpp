@@ -4,8 +4,10 @@
 #include <string>
 
 #include "foundation/exception_barrier.h"
+#include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
+#include "foundation/unid_text.h"
 #include "support/server_fixture.h"
 #include "support/system.h"
 
@@ -56,6 +58,32 @@ TEST_F(NotesHelpersTest, TranslatesAndTerminates) {
     ASSERT_EQ(EmbFaultArm("OSTranslate", 1, ERR_MEMORY, 0), NOERROR);
     EXPECT_EQ(ToLmbcs("abc", lmbcs, sizeof lmbcs), 0);
     EXPECT_STREQ(lmbcs, "");
+}
+
+TEST_F(NotesHelpersTest, CutsTheTextOfAnItem) {
+    MakeDatabase("krx/a.nsf", "<document form='0123456789'/>");
+    ScopedDatabase database;
+    ScopedNote note;
+    ASSERT_EQ(database.Open(NSFDbOpen, "krx/a.nsf"), NOERROR);
+    ASSERT_EQ(note.Open(NSFNoteOpen, database.Get(), NOTEID{0x8F6}, WORD{0}), NOERROR);
+    char text[] = "############";
+    EXPECT_EQ(GetItemText(note.Get(), "Form", text, 5), 4);
+    EXPECT_EQ(std::string(text, sizeof text - 1), std::string("0123\0#######", 12));
+}
+
+TEST(UnidText, IsReadInGroupsOfEightThatCountByThemselves) {
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"0123456789abcdef00000000FFFFFFFF12345678", "0123456789ABCDEF00000000FFFFFFFF"},
+        {"85256A38005F", "85256A380000005F0000000300000004"},
+        {"xyz 1234  +1a   --------0x5 junk", "000000010000001A0000000300000005"},
+    };
+    for (const auto& [read, written] : cases) {
+        UNID unid = {{{2, 1}}, {{4, 3}}};
+        ParseUnidText(read, unid);
+        char text[unidTextSize];
+        FormatUnidText(unid, text);
+        EXPECT_STREQ(text, written);
+    }
 }
 
 TEST_F(NotesHelpersTest, ReadsTheEnvironment) {

@@ -39,28 +39,17 @@ std::string Answers(std::initializer_list<unsigned> answers) {
     return Words(words);
 }
 
+/** Note IDs, those that do not match in parentheses. */
+std::string Deliveries(const SearchRun& run) {
+    std::vector<std::string> words;
+    for (const test::Delivery& delivery : run.deliveries) {
+        words.push_back(delivery.match ? Hex(delivery.id) : "(" + Hex(delivery.id) + ")");
+    }
+    return Words(words);
+}
+
 class BehaviourConformance : public NotesFixture {
 public:
-    std::string CopyUnid();
-    std::string StubUnid();
-    std::string UnidChange();
-    std::string DeletedPath();
-    std::string OfflinePath();
-    std::string AppendToText();
-    std::string EntriesOfText();
-    std::string IdleDelay();
-    std::string PrivateDesign();
-    std::string Delivery();
-    std::string UpdatedNote();
-    std::string SignAgain();
-    std::string DeleteItem();
-    std::string GetTextSize();
-    std::string TranslateResult();
-    std::string FailedHandles();
-    std::string SoftDeletion();
-    std::string SearchOrder();
-
-protected:
     /** Both databases as they are made, in a new session. */
     void StartAnew() {
         EmbSessionEnd();
@@ -101,271 +90,254 @@ protected:
         return (note ? file ? "kept " : "half " : file ? "?" : "new ") + Hex(to.Sequence);
     }
 
+    std::string CopyUnid() {
+        EXPECT_EQ(NSFNoteDelete(other_, 0x906, UPDATE_NOSTUB), NOERROR);
+        const auto copy = [&](NOTEID from) {
+            NOTEID id = 0;
+            const STATUS status = Copy(from, &id);
+            return status == NOERROR ? Identity(Note(database_, from).Oid(), Note(other_, id).Oid()) : Hex(status);
+        };
+        std::string seen = copy(0x906);
+        seen += ", beside it " + copy(0x906);
+        DBREPLICAINFO info;
+        EXPECT_EQ(NSFDbReplicaInfoGet(database_, &info), NOERROR);
+        EXPECT_EQ(NSFDbReplicaInfoSet(other_, &info), NOERROR);
+        EXPECT_EQ(NSFNoteDelete(other_, 0x902, UPDATE_NOSTUB), NOERROR);
+        return seen + ", to a replica " + copy(0x902);
+    }
+
+    std::string StubUnid() {
+        const OID oid = Note(other_, 0x906).Oid();
+        EXPECT_EQ(NSFNoteDelete(other_, 0x906, 0), NOERROR);
+        const STATUS created = CreateUnder(oid);
+        NOTEID id = 0x906;
+        if (created == NOERROR) {
+            UNID unid = {oid.File, oid.Note};
+            Note made;
+            EXPECT_EQ(NSFNoteOpenByUNID(other_, &unid, 0, made.Out()), NOERROR);
+            id = made.Id();
+            made.Close();
+            EXPECT_EQ(NSFNoteDelete(other_, id, 0), NOERROR);
+        } else {
+            EXPECT_EQ(Copy(0x906, nullptr), ERR_NOTE_DELETED);
+        }
+        EXPECT_EQ(NSFNoteDelete(other_, id, UPDATE_NOSTUB), NOERROR);
+        return Answers({created, Copy(0x906, nullptr)});
+    }
+
+    std::string UnidChange() {
+        const Note note(database_, 0x906);
+        const OID before = note.Oid();
+        OID wanted = before;
+        wanted.File.Innards[0] = wanted.Note.Innards[0] = 42;
+        wanted.Sequence = 9;
+        NSFNoteSetInfo(note, _NOTE_OID, &wanted);
+        const STATUS status = note.Update();
+        return Hex(status) + " " + Identity(before, Note(database_, 0x906).Oid());
+    }
+
+    std::string DeletedPath() {
+        EXPECT_EQ(NSFDbClose(other_), NOERROR);
+        EXPECT_EQ(NSFTakeDatabaseOffline(otherPath, 0, 0), NOERROR);
+        const STATUS opened = NSFDbOpen(otherPath, &other_);
+        const auto make = [&] { return NSFDbCreateAndCopy(path, otherPath, NOTE_CLASS_ALL, 0, 0, &other_); };
+        const STATUS made = make();
+        if (made != NOERROR) {
+            EXPECT_EQ(NSFBringDatabaseOnline(otherPath, 0), NOERROR);
+            EXPECT_EQ(make(), NOERROR);
+        }
+        return Answers({opened, made});
+    }
+
+    std::string OfflinePath() {
+        EXPECT_EQ(NSFDbClose(other_), NOERROR);
+        const std::string full = (Data() / otherPath).string();
+        const STATUS relativeOff = NSFTakeDatabaseOffline(otherPath, 0, OFFLINE_NODELETE);
+        const STATUS fullOff = NSFTakeDatabaseOffline(full.c_str(), 0, OFFLINE_NODELETE);
+        const STATUS relativeOn = NSFBringDatabaseOnline(otherPath, 0);
+        const STATUS fullOn = NSFBringDatabaseOnline(full.c_str(), 0);
+        other_ = Open(otherPath);
+        return Answers({relativeOff, fullOff, relativeOn, fullOn});
+    }
+
+    std::string AppendToText() {
+        const Note note(database_, 0x906);
+        EXPECT_EQ(NSFItemAppendTextList(note, "List", "x", 1, 0), NOERROR);
+        EXPECT_EQ(NSFItemAppendTextList(note, "List", "y", 1, 0), NOERROR);
+        const STATUS status = NSFItemAppendTextList(note, "Text", "second", 6, 0);
+        return Hex(status) + " " + Words(note.List("Text")) + " " + Words(note.List("List"));
+    }
+
+    std::string EntriesOfText() {
+        const Note note(database_, 0x906);
+        EXPECT_EQ(NSFItemCreateTextList(note, "List", "x", 1), NOERROR);
+        char buffer[8];
+        return Answers({NSFItemGetTextListEntries(note, "Text"),
+                        NSFItemGetTextListEntry(note, "Text", 0, buffer, sizeof buffer),
+                        NSFItemGetTextListEntries(note, "List")});
+    }
+
+    std::string IdleDelay() {
+        EmbClockSetVirtual(1'000'000);
+        const BOOL told = AddInIdleDelay(500);
+        return std::to_string(told) + " " + std::to_string(EmbClockWaited());
+    }
+
+    std::string PrivateDesign() {
+        const auto made = [&](WORD mask) {
+            if (const STATUS status = CreateAndCopy(mask); status != NOERROR) {
+                return Hex(status);
+            }
+            DBHANDLE copy = Open(newPath);
+            const size_t found = Search(copy, nullptr, NOTE_CLASS_ALL).deliveries.size();
+            EXPECT_EQ(NSFDbClose(copy), NOERROR);
+            std::filesystem::remove(Data() / newPath);
+            return std::to_string(found) + " notes";
+        };
+        return made(NOTE_CLASS_ALL) + ", " + made(NOTE_CLASS_ALL & ~NOTE_CLASS_PRIVATE);
+    }
+
+    std::string Delivery() {
+        EXPECT_EQ(NSFNoteDelete(database_, 0x90a, 0), NOERROR);
+        return Deliveries(Search(database_, "Form = \"B\"", NOTE_CLASS_DOCUMENT)) + ", all " +
+               Deliveries(Search(database_, nullptr, NOTE_CLASS_DOCUMENT));
+    }
+
+    std::string UpdatedNote() {
+        return Deliveries(
+            Search(database_, nullptr, NOTE_CLASS_DOCUMENT, [&](const test::Delivery& delivery) -> STATUS {
+                return delivery.id == 0x906 ? Note(database_, 0x906).Update(UPDATE_FORCE) : NOERROR;
+            }));
+    }
+
+    std::string SignAgain() {
+        EXPECT_EQ(EmbBehaviourSet("delete-item", "first"), NOERROR);
+        const Note note(database_, 0x912);
+        EXPECT_EQ(NSFNoteSign(note), NOERROR);
+        note.SetText("Text", "later");
+        EXPECT_EQ(NSFNoteSign(note), NOERROR);
+        EXPECT_EQ(note.Update(), NOERROR);
+        EMBSIGNATURES counts;
+        EXPECT_EQ(EmbSignatures(path, NOTE_CLASS_VIEW, &counts, nullptr, 0), NOERROR);
+        EXPECT_EQ(counts.changedNotes, 0U) << "the last one counts";
+        unsigned items = 0;
+        while (NSFItemDelete(note, "$Signature", 10) == NOERROR) {
+            ++items;
+        }
+        return Hex(items);
+    }
+
+    std::string DeleteItem() {
+        const Note note(database_, 0x906);
+        EXPECT_EQ(NSFItemAppend(note, 0, "TEXT", 4, TYPE_TEXT, "2", 1), NOERROR);
+        const STATUS status = NSFItemDelete(note, "Text", 4);
+        return Hex(status) + " '" + note.Text("Text") + "'";
+    }
+
+    std::string GetTextSize() {
+        const Note note(database_, 0x906);
+        char buffer[] = "######";
+        const WORD length = NSFItemGetText(note, "Text", buffer, 4);
+        return Hex(length) + " " + buffer;
+    }
+
+    std::string TranslateResult() {
+        constexpr WORD fromUtf8 = 24;
+        char out[8];
+        return Answers({OSTranslate(fromUtf8, "abc", MAXWORD, out, sizeof out),
+                        OSTranslate(fromUtf8, "abc", MAXWORD, out, 3),
+                        OSTranslate(fromUtf8, "abc", 3, out, sizeof out)});
+    }
+
+    std::string FailedHandles() {
+        UNID nobody{};
+        const std::function<STATUS(DHANDLE*)> failing[] = {
+            [](DHANDLE* out) { return NSFDbOpen("krx/none.nsf", out); },
+            [&](DHANDLE* out) { return NSFNoteOpenByUNID(database_, &nobody, 0, out); },
+            [](DHANDLE* out) {
+                EXPECT_EQ(EmbFaultArm("OSMemAlloc", 1, ERR_MEMORY, 0), NOERROR);
+                return OSMemAlloc(0, 8, out);
+            },
+        };
+        constexpr DHANDLE before = 77;
+        std::set<std::string> seen;
+        for (const auto& fails : failing) {
+            DHANDLE handle = before;
+            EXPECT_NE(fails(&handle), NOERROR);
+            seen.insert(handle == NULLHANDLE ? "zero" : handle == before ? "as before" : "anything");
+        }
+        return Words({seen.begin(), seen.end()});
+    }
+
+    std::string SoftDeletion() {
+        const OID oid = Note(other_, 0x906).Oid();
+        EXPECT_EQ(NSFNoteDelete(other_, 0x906, 0), NOERROR);
+        NOTEHANDLE note = NULLHANDLE;
+        EXPECT_EQ(NSFNoteOpen(other_, 0x906, 0, &note), ERR_NOTE_DELETED);
+        std::string flags;
+        for (const test::Delivery& delivery :
+             Search(other_, nullptr, NOTE_CLASS_DOCUMENT, nullptr, SEARCH_ALL_VERSIONS).deliveries) {
+            if (delivery.id & RRV_DELETED) {
+                flags += Hex(delivery.flags);
+            }
+        }
+        const STATUS created = CreateUnder(oid);
+        if (created != NOERROR) {
+            EXPECT_EQ(Copy(0x906, nullptr), ERR_DUPLICATE_UNID);
+            EXPECT_EQ(NSFNoteDelete(other_, 0x906, UPDATE_NOSTUB), NOERROR);
+            EXPECT_EQ(Copy(0x906, nullptr), NOERROR);
+        }
+        return flags + " " + Hex(created);
+    }
+
+    std::string SearchOrder() {
+        using Ids = std::vector<NOTEID>;
+        const Ids all = {0x902, 0x906, 0x90a, 0x90e, 0x912};
+        const Ids found = Search(database_, nullptr, NOTE_CLASS_ALL).Matches();
+        EXPECT_EQ(Search(database_, nullptr, NOTE_CLASS_ALL).Matches(), found);
+        EXPECT_TRUE(std::is_permutation(found.begin(), found.end(), all.begin(), all.end()));
+        return found == all ? "ascending" : found == Ids(all.rbegin(), all.rend()) ? "descending" : "another";
+    }
+
+private:
     DBHANDLE database_ = NULLHANDLE;
     DBHANDLE other_ = NULLHANDLE;
 };
-
-std::string BehaviourConformance::CopyUnid() {
-    EXPECT_EQ(NSFNoteDelete(other_, 0x906, UPDATE_NOSTUB), NOERROR);
-    const auto copy = [&](NOTEID from) {
-        NOTEID id = 0;
-        const STATUS status = Copy(from, &id);
-        return status == NOERROR ? Identity(Note(database_, from).Oid(), Note(other_, id).Oid()) : Hex(status);
-    };
-    std::string seen = copy(0x906);
-    seen += ", beside it " + copy(0x906);
-    DBREPLICAINFO info;
-    EXPECT_EQ(NSFDbReplicaInfoGet(database_, &info), NOERROR);
-    EXPECT_EQ(NSFDbReplicaInfoSet(other_, &info), NOERROR);
-    EXPECT_EQ(NSFNoteDelete(other_, 0x902, UPDATE_NOSTUB), NOERROR);
-    return seen + ", to a replica " + copy(0x902);
-}
-
-std::string BehaviourConformance::StubUnid() {
-    const OID oid = Note(other_, 0x906).Oid();
-    EXPECT_EQ(NSFNoteDelete(other_, 0x906, 0), NOERROR);
-    const STATUS created = CreateUnder(oid);
-    NOTEID id = 0x906;
-    if (created == NOERROR) {
-        UNID unid = {oid.File, oid.Note};
-        Note made;
-        EXPECT_EQ(NSFNoteOpenByUNID(other_, &unid, 0, made.Out()), NOERROR);
-        id = made.Id();
-        made.Close();
-        EXPECT_EQ(NSFNoteDelete(other_, id, 0), NOERROR);
-    } else {
-        EXPECT_EQ(Copy(0x906, nullptr), ERR_NOTE_DELETED);
-    }
-    EXPECT_EQ(NSFNoteDelete(other_, id, UPDATE_NOSTUB), NOERROR);
-    return Answers({created, Copy(0x906, nullptr)});
-}
-
-std::string BehaviourConformance::UnidChange() {
-    const Note note(database_, 0x906);
-    const OID before = note.Oid();
-    OID wanted = before;
-    wanted.File.Innards[0] = wanted.Note.Innards[0] = 42;
-    wanted.Sequence = 9;
-    NSFNoteSetInfo(note, _NOTE_OID, &wanted);
-    const STATUS status = note.Update();
-    return Hex(status) + " " + Identity(before, Note(database_, 0x906).Oid());
-}
-
-std::string BehaviourConformance::DeletedPath() {
-    EXPECT_EQ(NSFDbClose(other_), NOERROR);
-    EXPECT_EQ(NSFTakeDatabaseOffline(otherPath, 0, 0), NOERROR);
-    const STATUS opened = NSFDbOpen(otherPath, &other_);
-    const auto make = [&] { return NSFDbCreateAndCopy(path, otherPath, NOTE_CLASS_ALL, 0, 0, &other_); };
-    const STATUS made = make();
-    if (made != NOERROR) {
-        EXPECT_EQ(NSFBringDatabaseOnline(otherPath, 0), NOERROR);
-        EXPECT_EQ(make(), NOERROR);
-    }
-    return Answers({opened, made});
-}
-
-std::string BehaviourConformance::OfflinePath() {
-    EXPECT_EQ(NSFDbClose(other_), NOERROR);
-    const std::string full = (Data() / otherPath).string();
-    const STATUS relativeOff = NSFTakeDatabaseOffline(otherPath, 0, OFFLINE_NODELETE);
-    const STATUS fullOff = NSFTakeDatabaseOffline(full.c_str(), 0, OFFLINE_NODELETE);
-    const STATUS relativeOn = NSFBringDatabaseOnline(otherPath, 0);
-    const STATUS fullOn = NSFBringDatabaseOnline(full.c_str(), 0);
-    other_ = Open(otherPath);
-    return Answers({relativeOff, fullOff, relativeOn, fullOn});
-}
-
-std::string BehaviourConformance::AppendToText() {
-    const Note note(database_, 0x906);
-    EXPECT_EQ(NSFItemAppendTextList(note, "List", "x", 1, 0), NOERROR);
-    EXPECT_EQ(NSFItemAppendTextList(note, "List", "y", 1, 0), NOERROR);
-    const STATUS status = NSFItemAppendTextList(note, "Text", "second", 6, 0);
-    return Hex(status) + " " + Words(note.List("Text")) + " " + Words(note.List("List"));
-}
-
-std::string BehaviourConformance::EntriesOfText() {
-    const Note note(database_, 0x906);
-    EXPECT_EQ(NSFItemCreateTextList(note, "List", "x", 1), NOERROR);
-    char buffer[8];
-    return Answers({NSFItemGetTextListEntries(note, "Text"),
-                    NSFItemGetTextListEntry(note, "Text", 0, buffer, sizeof buffer),
-                    NSFItemGetTextListEntries(note, "List")});
-}
-
-std::string BehaviourConformance::IdleDelay() {
-    EmbClockSetVirtual(1'000'000);
-    const BOOL told = AddInIdleDelay(500);
-    return std::to_string(told) + " " + std::to_string(EmbClockWaited());
-}
-
-std::string BehaviourConformance::PrivateDesign() {
-    const auto made = [&](WORD mask) {
-        if (const STATUS status = CreateAndCopy(mask); status != NOERROR) {
-            return Hex(status);
-        }
-        DBHANDLE copy = Open(newPath);
-        const size_t found = Search(copy, nullptr, NOTE_CLASS_ALL).deliveries.size();
-        EXPECT_EQ(NSFDbClose(copy), NOERROR);
-        std::filesystem::remove(Data() / newPath);
-        return std::to_string(found) + " notes";
-    };
-    return made(NOTE_CLASS_ALL) + ", " + made(NOTE_CLASS_ALL & ~NOTE_CLASS_PRIVATE);
-}
-
-/** Note IDs, those that do not match in parentheses. */
-std::string Deliveries(const SearchRun& run) {
-    std::vector<std::string> words;
-    for (const test::Delivery& delivery : run.deliveries) {
-        words.push_back(delivery.match ? Hex(delivery.id) : "(" + Hex(delivery.id) + ")");
-    }
-    return Words(words);
-}
-
-std::string BehaviourConformance::Delivery() {
-    EXPECT_EQ(NSFNoteDelete(database_, 0x90a, 0), NOERROR);
-    return Deliveries(Search(database_, "Form = \"B\"", NOTE_CLASS_DOCUMENT)) + ", all " +
-           Deliveries(Search(database_, nullptr, NOTE_CLASS_DOCUMENT));
-}
-
-std::string BehaviourConformance::UpdatedNote() {
-    return Deliveries(Search(database_, nullptr, NOTE_CLASS_DOCUMENT, [&](const test::Delivery& delivery) -> STATUS {
-        return delivery.id == 0x906 ? Note(database_, 0x906).Update(UPDATE_FORCE) : NOERROR;
-    }));
-}
-
-std::string BehaviourConformance::SignAgain() {
-    EXPECT_EQ(EmbBehaviourSet("delete-item", "first"), NOERROR);
-    const Note note(database_, 0x912);
-    EXPECT_EQ(NSFNoteSign(note), NOERROR);
-    note.SetText("Text", "later");
-    EXPECT_EQ(NSFNoteSign(note), NOERROR);
-    EXPECT_EQ(note.Update(), NOERROR);
-    EMBSIGNATURES counts;
-    EXPECT_EQ(EmbSignatures(path, NOTE_CLASS_VIEW, &counts, nullptr, 0), NOERROR);
-    EXPECT_EQ(counts.changedNotes, 0U) << "the last one counts";
-    unsigned items = 0;
-    while (NSFItemDelete(note, "$Signature", 10) == NOERROR) {
-        ++items;
-    }
-    return Hex(items);
-}
-
-std::string BehaviourConformance::DeleteItem() {
-    const Note note(database_, 0x906);
-    EXPECT_EQ(NSFItemAppend(note, 0, "TEXT", 4, TYPE_TEXT, "2", 1), NOERROR);
-    const STATUS status = NSFItemDelete(note, "Text", 4);
-    return Hex(status) + " '" + note.Text("Text") + "'";
-}
-
-std::string BehaviourConformance::GetTextSize() {
-    const Note note(database_, 0x906);
-    char buffer[] = "######";
-    const WORD length = NSFItemGetText(note, "Text", buffer, 4);
-    return Hex(length) + " " + buffer;
-}
-
-std::string BehaviourConformance::TranslateResult() {
-    constexpr WORD fromUtf8 = 24;
-    char out[8];
-    return Answers({OSTranslate(fromUtf8, "abc", MAXWORD, out, sizeof out),
-                    OSTranslate(fromUtf8, "abc", MAXWORD, out, 3), OSTranslate(fromUtf8, "abc", 3, out, sizeof out)});
-}
-
-std::string BehaviourConformance::FailedHandles() {
-    UNID nobody{};
-    const std::function<STATUS(DHANDLE*)> failing[] = {
-        [](DHANDLE* out) { return NSFDbOpen("krx/none.nsf", out); },
-        [&](DHANDLE* out) { return NSFNoteOpenByUNID(database_, &nobody, 0, out); },
-        [](DHANDLE* out) {
-            EXPECT_EQ(EmbFaultArm("OSMemAlloc", 1, ERR_MEMORY, 0), NOERROR);
-            return OSMemAlloc(0, 8, out);
-        },
-    };
-    constexpr DHANDLE before = 77;
-    std::set<std::string> seen;
-    for (const auto& fails : failing) {
-        DHANDLE handle = before;
-        EXPECT_NE(fails(&handle), NOERROR);
-        seen.insert(handle == NULLHANDLE ? "zero" : handle == before ? "as before" : "anything");
-    }
-    return Words({seen.begin(), seen.end()});
-}
-
-std::string BehaviourConformance::SoftDeletion() {
-    const OID oid = Note(other_, 0x906).Oid();
-    EXPECT_EQ(NSFNoteDelete(other_, 0x906, 0), NOERROR);
-    NOTEHANDLE note = NULLHANDLE;
-    EXPECT_EQ(NSFNoteOpen(other_, 0x906, 0, &note), ERR_NOTE_DELETED);
-    std::string flags;
-    for (const test::Delivery& delivery :
-         Search(other_, nullptr, NOTE_CLASS_DOCUMENT, nullptr, SEARCH_ALL_VERSIONS).deliveries) {
-        if (delivery.id & RRV_DELETED) {
-            flags += Hex(delivery.flags);
-        }
-    }
-    const STATUS created = CreateUnder(oid);
-    if (created != NOERROR) {
-        EXPECT_EQ(Copy(0x906, nullptr), ERR_DUPLICATE_UNID);
-        EXPECT_EQ(NSFNoteDelete(other_, 0x906, UPDATE_NOSTUB), NOERROR);
-        EXPECT_EQ(Copy(0x906, nullptr), NOERROR);
-    }
-    return flags + " " + Hex(created);
-}
-
-std::string BehaviourConformance::SearchOrder() {
-    using Ids = std::vector<NOTEID>;
-    const Ids all = {0x902, 0x906, 0x90a, 0x90e, 0x912};
-    const Ids found = Search(database_, nullptr, NOTE_CLASS_ALL).Matches();
-    EXPECT_EQ(Search(database_, nullptr, NOTE_CLASS_ALL).Matches(), found);
-    EXPECT_TRUE(std::is_permutation(found.begin(), found.end(), all.begin(), all.end()));
-    return found == all ? "ascending" : found == Ids(all.rbegin(), all.rend()) ? "descending" : "another";
-}
+using Behaviour = BehaviourConformance;
 
 const struct {
     const char* behaviour;
-    std::string (BehaviourConformance::*see)();
+    std::string (Behaviour::*see)();
     std::vector<std::pair<const char*, const char*>> expected; // of each value, the default first
 } cases[] = {
     {"copy-unid",
-     &BehaviourConformance::CopyUnid,
+     &Behaviour::CopyUnid,
      {{"kept", "kept 3, beside it 2b8, to a replica kept 1"},
       {"kept-if-free", "kept 3, beside it new 1, to a replica kept 1"},
       {"half", "half 3, beside it new 1, to a replica kept 1"},
       {"new", "new 1, beside it new 1, to a replica kept 1"}}},
-    {"stub-unid", &BehaviourConformance::StubUnid, {{"replaced", "0 0"}, {"taken", "2b8 0"}}},
+    {"stub-unid", &Behaviour::StubUnid, {{"replaced", "0 0"}, {"taken", "2b8 0"}}},
     {"unid-change",
-     &BehaviourConformance::UnidChange,
+     &Behaviour::UnidChange,
      {{"allowed", "0 new a"}, {"refused", "2c1 kept 3"}, {"ignored", "0 kept 4"}}},
-    {"deleted-path", &BehaviourConformance::DeletedPath, {{"free", "103 0"}, {"offline", "13f9 13f9"}}},
-    {"offline-path", &BehaviourConformance::OfflinePath, {{"relative", "0 0 0 0"}, {"full", "103 0 103 0"}}},
-    {"append-to-text",
-     &BehaviourConformance::AppendToText,
-     {{"converts", "0 first second x y"}, {"refused", "3e09 first x y"}}},
-    {"entries-of-text", &BehaviourConformance::EntriesOfText, {{"one", "1 5 1"}, {"none", "0 0 1"}}},
-    {"idle-delay", &BehaviourConformance::IdleDelay, {{"waits", "0 500"}, {"quit", "1 0"}}},
-    {"private-design",
-     &BehaviourConformance::PrivateDesign,
-     {{"copied", "5 notes, 4 notes"}, {"refused", "246, 4 notes"}}},
+    {"deleted-path", &Behaviour::DeletedPath, {{"free", "103 0"}, {"offline", "13f9 13f9"}}},
+    {"offline-path", &Behaviour::OfflinePath, {{"relative", "0 0 0 0"}, {"full", "103 0 103 0"}}},
+    {"append-to-text", &Behaviour::AppendToText, {{"converts", "0 first second x y"}, {"refused", "3e09 first x y"}}},
+    {"entries-of-text", &Behaviour::EntriesOfText, {{"one", "1 5 1"}, {"none", "0 0 1"}}},
+    {"idle-delay", &Behaviour::IdleDelay, {{"waits", "0 500"}, {"quit", "1 0"}}},
+    {"private-design", &Behaviour::PrivateDesign, {{"copied", "5 notes, 4 notes"}, {"refused", "246, 4 notes"}}},
     {"search",
-     &BehaviourConformance::Delivery,
+     &Behaviour::Delivery,
      {{"matches", "906, all 902 906 90e"}, {"all", "(902) 906 (90e), all 902 906 90e"}}},
-    {"updated-note",
-     &BehaviourConformance::UpdatedNote,
-     {{"once", "902 906 90a 90e"}, {"again", "902 906 90a 90e 906"}}},
-    {"sign-again", &BehaviourConformance::SignAgain, {{"replaces", "1"}, {"appends", "2"}}},
-    {"delete-item", &BehaviourConformance::DeleteItem, {{"all", "0 ''"}, {"first", "0 '2'"}}},
-    {"get-text-size",
-     &BehaviourConformance::GetTextSize,
-     {{"without-terminator", "4 firs##"}, {"with-terminator", "3 fir"}}},
-    {"translate-result",
-     &BehaviourConformance::TranslateResult,
-     {{"without-terminator", "3 2 3"}, {"with-terminator", "4 3 3"}}},
-    {"failed-handles",
-     &BehaviourConformance::FailedHandles,
-     {{"zero", "zero"}, {"kept", "as before"}, {"garbage", "anything"}}},
-    {"soft-deletion", &BehaviourConformance::SoftDeletion, {{"off", "0 0"}, {"on", "10 2b8"}}},
+    {"updated-note", &Behaviour::UpdatedNote, {{"once", "902 906 90a 90e"}, {"again", "902 906 90a 90e 906"}}},
+    {"sign-again", &Behaviour::SignAgain, {{"replaces", "1"}, {"appends", "2"}}},
+    {"delete-item", &Behaviour::DeleteItem, {{"all", "0 ''"}, {"first", "0 '2'"}}},
+    {"get-text-size", &Behaviour::GetTextSize, {{"without-terminator", "4 firs##"}, {"with-terminator", "3 fir"}}},
+    {"translate-result", &Behaviour::TranslateResult, {{"without-terminator", "3 2 3"}, {"with-terminator", "4 3 3"}}},
+    {"failed-handles", &Behaviour::FailedHandles, {{"zero", "zero"}, {"kept", "as before"}, {"garbage", "anything"}}},
+    {"soft-deletion", &Behaviour::SoftDeletion, {{"off", "0 0"}, {"on", "10 2b8"}}},
     {"search-order",
-     &BehaviourConformance::SearchOrder,
+     &Behaviour::SearchOrder,
      {{"ascending", "ascending"}, {"descending", "descending"}, {"shuffled", "another"}}},
 };
 

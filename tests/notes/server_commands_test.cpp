@@ -90,6 +90,8 @@ TEST_F(ServerCommands, ConvertGivesTheTemplatesDesignAndKeepsWhatIsTheDatabasesO
     EXPECT_EQ(Note(rules, 0x906).Text("$TITLE"), std::string("Our rules\0#2KRXRules", 20));
     EXPECT_EQ(Note(rules, 0x90e).Oid().Sequence, 4U); // as in the template already, so not touched
     EXPECT_EQ(Note(rules, 0x916).Text("$TITLE"), "Mail01");
+    NOTEHANDLE gone = NULLHANDLE;
+    EXPECT_EQ(NSFNoteOpen(rules, 0x912, 0, &gone), ERR_NOTE_DELETED);
     std::vector<std::string> views;
     for (const NOTEID id : Search(rules, nullptr, NOTE_CLASS_VIEW).Matches()) {
         views.push_back(Note(rules, id).Text("$TITLE"));
