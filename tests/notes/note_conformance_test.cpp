@@ -82,6 +82,7 @@ TEST_F(NoteConformance, AnUpdateGivesTheNextVersionAndKeepsTheIdentity) {
 }
 
 TEST_F(NoteConformance, ACreatedNoteGetsItsIdWithTheFirstUpdate) {
+    EmbClockSetVirtual(190'000'000'000); // later than the database was made
     Note note = Note::Create(database_);
     EXPECT_EQ(note.Id(), 0U);
     EXPECT_EQ(note.Class(), NOTE_CLASS_DOCUMENT);
@@ -93,6 +94,8 @@ TEST_F(NoteConformance, ACreatedNoteGetsItsIdWithTheFirstUpdate) {
     EXPECT_NE(note.Id(), 0U);
     EXPECT_EQ(note.Oid().Sequence, 1U);
     EXPECT_TRUE(SameUnid(oid, note.Oid()));
+    const OID saved = note.Oid();
+    EXPECT_EQ(std::memcmp(&oid.Note, &saved.SequenceTime, sizeof oid.Note), 0) << "the moment of its creation";
     EXPECT_EQ(Note(database_, note.Id()).Class(), NOTE_CLASS_REPLFORMULA);
     WORD document = NOTE_CLASS_DOCUMENT;
     NSFNoteSetInfo(note, _NOTE_CLASS, &document);

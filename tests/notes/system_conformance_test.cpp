@@ -1,4 +1,6 @@
 // The rest of the Notes API: environment, texts, memory, server; and the control surface's counts and faults.
+#include <ctime>
+
 #include "notes/notes_fixture.h"
 #include "support/system.h"
 
@@ -173,7 +175,9 @@ TEST_F(SystemConformance, WithoutASessionEveryOperationIsAnswered) {
     EXPECT_EQ(NSFNoteClose(1), EMB_ERR_NO_SESSION);
     EXPECT_EQ(OSGetDataDirectory(text), 0);
     AddInLogMessageText("%s", NOERROR, "nobody hears it");
+    EXPECT_EQ(EmbClockNow() + EmbClockWaited() + EmbFaultsFired() + EmbOpenHandles(EMB_HANDLE_NOTE), 0);
     SetUp();
+    EXPECT_NEAR(static_cast<double>(EmbClockNow() / 100), static_cast<double>(std::time(nullptr)), 5);
 }
 
 TEST(SessionBegin, NamesTheFileAndTheCause) {

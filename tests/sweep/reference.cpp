@@ -98,35 +98,23 @@ std::string Reference::StepOf(const Disturbance& disturbance) const {
     return step + " " + subject;
 }
 
-size_t Reference::CheckpointOf(const Disturbance& disturbance) const {
-    const size_t reached = disturbance.n - (disturbance.kind == call ? 0 : 1);
-    // A process is copied with one thread only, and krxpatch has one of its own for the module.
-    const bool mainThread = events[disturbance.kind][disturbance.n - 1].onMainThread;
-    size_t last = 0;
-    for (size_t i = 0; i < checkpoints.size() && checkpoints[i].seen[disturbance.kind] <= reached; ++i) {
-        last = checkpoints[i].onMainThread || !mainThread ? i : last;
-    }
-    return last;
-}
+namespace {
 
-bool IsCheckpoint(Kind kind, const char* operation) {
+/** Whether nothing is open before a call, so that the folder is the server's state. */
+bool IsBetweenSteps(Kind kind, const char* operation) {
     static constexpr std::string_view calls[] = {"NSFDbOpen", "NSFTakeDatabaseOffline", "NSFRemoteConsole"};
     return kind == call && EmbOpenHandles(EMB_HANDLE_DATABASE) == 0 && EmbOpenHandles(EMB_HANDLE_NOTE) == 0 &&
            (SeenEvents()[call] == 1 || std::ranges::find(calls, operation) != std::end(calls));
 }
 
-namespace {
-
 /** Runs the upgrade in the folder that this process stands in and notes what happens. */
-void RecordEvents(Reference& reference, const std::function<void()>& atCheckpoint) {
-    const auto isMainThread = [] { return gettid() == getpid(); };
+void RecordEvents(Reference& reference, const std::function<void()>& betweenSteps) {
     size_t logged = 0;
     Run(reference.runner, [&](Kind kind, const char* operation) {
-        if (IsCheckpoint(kind, operation)) {
-            reference.checkpoints.push_back({SeenEvents(), isMainThread()});
-            atCheckpoint();
+        if (IsBetweenSteps(kind, operation)) {
+            betweenSteps();
         }
-        reference.events[kind].push_back({operation, logged, isMainThread()});
+        reference.events[kind].push_back({operation, logged});
         logged += std::string_view(operation) == "fprintf to the log";
     });
     ForgetRun();

@@ -14,22 +14,14 @@ namespace sweep {
 struct Event {
     const char* operation;
     size_t logged; // the messages that the log held by then
-    bool onMainThread;
-};
-
-/** A call before which nothing is open, so that the process can be copied with its folder. */
-struct Checkpoint {
-    Counts seen; // the call included, which can still be disturbed
-    bool onMainThread;
 };
 
 struct Reference {
     Runner runner = Runner::module;
     std::string behaviours;                   // of the server, "" for the defaults
     std::array<std::vector<Event>, 3> events; // by kind
-    std::vector<Checkpoint> checkpoints;
     std::vector<std::string> messages; // of the module's log
-    std::vector<State> states;         // at the checkpoints and at the end
+    std::vector<State> states;         // when nothing is open, and at the end
     State endAgain;                    // of a run on a server that is upgraded already, but does not say so
     Replacements replacements;
 
@@ -41,8 +33,6 @@ struct Reference {
     [[nodiscard]] std::string Describe(const Disturbance& disturbance) const;
     /** The step of the run that it is in, as the module's messages tell, and what that works on: "sign krmsg". */
     [[nodiscard]] std::string StepOf(const Disturbance& disturbance) const;
-    /** The last checkpoint before it. */
-    [[nodiscard]] size_t CheckpointOf(const Disturbance& disturbance) const;
 };
 
 /** Runs the upgrade in copies below `work`. Throws when two runs differ. */
@@ -51,9 +41,6 @@ struct Reference {
 /** What happens in a run on a server with other behaviours, which is to lead to the same states. */
 [[nodiscard]] Reference RecordUnder(const Reference& reference, const std::string& behaviours,
                                     const std::filesystem::path& work);
-
-/** Whether this event is to be a checkpoint. */
-[[nodiscard]] bool IsCheckpoint(Kind kind, const char* operation);
 
 /** The messages in the module's log of a server folder. */
 [[nodiscard]] std::vector<std::string> LogMessages(const std::filesystem::path& server);

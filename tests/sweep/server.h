@@ -1,6 +1,6 @@
 // The server that every run starts from, and runs on copies of it.
 //
-// Paths in a copy begin with /proc/self/cwd: a process that stands in its copy goes on unchanged in a copy of that one.
+// Paths in a copy begin with /proc/self/cwd, so that what a run stores and logs does not tell the copies apart.
 #pragma once
 
 #include <filesystem>

@@ -1,9 +1,6 @@
 #include "walk.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
-#include <map>
 #include <stdexcept>
 
 #include <sys/mman.h>
@@ -41,108 +38,38 @@ private:
     Record* records_;
 };
 
-/** What the processes of one disturbed run leave. */
-struct Results {
-    Report report;
-    Outcome outcome;
-};
+/** In a process of its own, which stands in its server folder. */
+[[noreturn]] void RunDisturbed(Runner runner, const Disturbance& disturbance, Report& report) {
+    (void)alarm(patience);
+    const size_t filesBefore = OpenFiles();
+    Arm(disturbance);
+    StartEvents(runner, [](Kind, const char*) {});
+    const int result = RunUpgrade(runner);
+    StopEvents();
+    report = MakeReport(disturbance, filesBefore);
+    report.result = result;
+    _exit(0);
+}
 
-class Walker {
-public:
-    Walker(const Reference& reference, const std::vector<Disturbance>& disturbances, size_t jobs, fs::path work,
-           Shared<Results>& results)
-        : reference_(reference), disturbances_(disturbances), jobs_(jobs), work_(std::move(work)), results_(results) {
-        for (size_t number = 0; number < disturbances.size(); ++number) {
-            byCheckpoint_[reference.CheckpointOf(disturbances[number])].push_back(number);
-        }
+void JudgeDisturbed(const Reference& reference, const Disturbance& disturbance, const fs::path& work,
+                    Outcome& outcome) {
+    const fs::path copy = work / std::to_string(getpid());
+    EnterServer(work, reference.behaviours, copy);
+    Shared<Report> report(1);
+    const pid_t run = fork();
+    if (run == 0) {
+        RunDisturbed(reference.runner, disturbance, report[0]);
     }
-
-    /** Ends this process, and those that are started on the way. */
-    [[noreturn]] void Run() {
-        const fs::path server = work_ / (std::to_string(getpid()) + ".walk");
-        EnterServer(work_, reference_.behaviours, server);
-        const size_t filesBefore = OpenFiles();
-        StartEvents(reference_.runner, [this](Kind kind, const char* operation) {
-            if (disturbed_ == nullptr && IsCheckpoint(kind, operation)) {
-                DisturbFromHere();
-            }
-        });
-        const int result = RunUpgrade(reference_.runner);
-        StopEvents();
-        if (disturbed_ != nullptr) {
-            *report_ = MakeReport(*disturbed_, filesBefore);
-            report_->result = result;
-        } else {
-            Await(0);
-            fs::current_path(work_);
-            fs::remove_all(server);
-        }
-        _exit(0);
+    int status = 0;
+    (void)waitpid(run, &status, 0);
+    if (disturbance.next != 0) { // another death, unless the run comes to its end before
+        (void)RunThisProgram(
+            {"--die", NameOf(reference.runner), std::to_string(disturbance.kind), std::to_string(disturbance.next)});
     }
-
-private:
-    void DisturbFromHere() noexcept { // the module below would go on after an exception
-        for (const size_t number : byCheckpoint_[checkpoint_++]) {
-            Await(jobs_ - 1);
-            const pid_t judge = fork();
-            if (judge == 0 && StartDisturbed(number)) {
-                return; // into the run, which goes on
-            }
-            if (judge == 0) {
-                _exit(0);
-            }
-            ++running_;
-        }
-        Await(0); // they copy the folder as it is now
-    }
-
-    /** Waits until no more judges are at work than this. */
-    void Await(size_t most) {
-        for (; running_ > most; --running_) {
-            int status = 0;
-            if (wait(&status) < 0 || status != 0) {
-                std::cerr << "a judge ended with status " << status << std::endl;
-                std::abort();
-            }
-        }
-    }
-
-    /** In the judge's process; true in that of the disturbed run. */
-    bool StartDisturbed(size_t number) {
-        const Disturbance& disturbance = disturbances_[number];
-        const fs::path copy = work_ / std::to_string(getpid());
-        EnterCopy(fs::current_path(), copy);
-        const pid_t run = fork();
-        if (run == 0) {
-            (void)alarm(patience);
-            disturbed_ = &disturbance;
-            report_ = &results_[number].report;
-            Arm(disturbance);
-            return true;
-        }
-        int status = 0;
-        (void)waitpid(run, &status, 0);
-        if (disturbance.next != 0) { // another death, unless the run comes to its end before
-            (void)RunThisProgram({"--die", NameOf(reference_.runner), std::to_string(disturbance.kind),
-                                  std::to_string(disturbance.next)});
-        }
-        Judge(reference_, disturbance, status, results_[number].report, work_, results_[number].outcome);
-        fs::current_path(work_);
-        fs::remove_all(copy);
-        return false;
-    }
-
-    const Reference& reference_;
-    const std::vector<Disturbance>& disturbances_;
-    size_t jobs_;
-    fs::path work_;
-    Shared<Results>& results_;
-    std::map<size_t, std::vector<size_t>> byCheckpoint_;
-    size_t checkpoint_ = 0;
-    size_t running_ = 0;
-    const Disturbance* disturbed_ = nullptr; // in the process of a disturbed run, and where it reports to
-    Report* report_ = nullptr;
-};
+    Judge(reference, disturbance, status, report[0], work, outcome);
+    fs::current_path(work);
+    fs::remove_all(copy);
+}
 
 } // namespace
 
@@ -155,7 +82,7 @@ void ForEachInProcesses(size_t count, size_t jobs, const std::function<void(size
         workers.push_back(fork());
         if (workers.back() == 0) {
             for (size_t number = worker; number < count; number += jobs) {
-                (void)alarm(patience);
+                (void)alarm(5 * patience); // for the run, and for those that follow it up
                 judge(number, outcomes[number]);
             }
             _exit(0);
@@ -174,20 +101,11 @@ void ForEachInProcesses(size_t count, size_t jobs, const std::function<void(size
 
 void Walk(const Reference& reference, const std::vector<Disturbance>& disturbances, size_t jobs, const fs::path& work,
           const std::function<void(const Disturbance& disturbance, const Outcome& outcome)>& report) {
-    Shared<Results> results(disturbances.size() + 1);
-    std::cout.flush();
-    const pid_t walker = fork();
-    if (walker == 0) {
-        Walker(reference, disturbances, jobs, work, results).Run();
-    }
-    int status = 0;
-    (void)waitpid(walker, &status, 0);
-    for (size_t number = 0; number < disturbances.size(); ++number) {
-        if (status != 0 || !results[number].outcome.judged) {
-            throw std::runtime_error("the walk ended with status " + std::to_string(status));
-        }
-        report(disturbances[number], results[number].outcome);
-    }
+    const auto judge = [&](size_t number, Outcome& outcome) {
+        JudgeDisturbed(reference, disturbances[number], work, outcome);
+    };
+    ForEachInProcesses(disturbances.size(), jobs, judge,
+                       [&](size_t number, const Outcome& outcome) { report(disturbances[number], outcome); });
 }
 
 } // namespace sweep

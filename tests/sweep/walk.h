@@ -1,8 +1,4 @@
-// Disturbed runs, each in processes of its own.
-//
-// A walker process carries out an undisturbed run and stops at every checkpoint; for each disturbance up to the next
-// one it starts a judge, which copies the server folder and starts the process that carries on, is disturbed and comes
-// to its end. So a disturbed run costs no more than what comes after its last checkpoint.
+// Disturbed runs, each in a process and on a server folder of its own.
 #pragma once
 
 #include <filesystem>
