@@ -222,12 +222,6 @@ void Writer::Joint(const Operation& operation) {
 
 } // namespace
 
-const Operation& Code::Take() {
-    const Operation& operation = Peek();
-    rest_.remove_prefix(rest_.empty() ? 0 : 1);
-    return operation;
-}
-
 std::string_view Code::TakeChain(int strength) {
     size_t length = 0;
     while (length < rest_.size() && OperationOf(rest_[length]).strength == strength) {
@@ -236,22 +230,6 @@ std::string_view Code::TakeChain(int strength) {
     const std::string_view chain = rest_.substr(0, length);
     rest_.remove_prefix(length);
     return chain;
-}
-
-std::string_view Code::TakePayload(char code) {
-    const bool fixed = code == op::number || code == op::time;
-    const size_t head = fixed ? 0 : 2;
-    if (rest_.size() < head) {
-        return {};
-    }
-    const size_t length =
-        fixed ? 8 : static_cast<unsigned char>(rest_[0]) + static_cast<unsigned char>(rest_[1]) * size_t{256};
-    if (rest_.size() - head < length) {
-        return {};
-    }
-    const std::string_view payload = rest_.substr(head, length);
-    rest_.remove_prefix(head + length);
-    return payload;
 }
 
 void Code::Skip() {

@@ -21,7 +21,11 @@ public:
     /** The code that is next; '\0' at the end. */
     [[nodiscard]] char Next() const { return rest_.empty() ? '\0' : rest_.front(); }
     [[nodiscard]] const Operation& Peek() const { return OperationOf(Next()); }
-    const Operation& Take();
+    const Operation& Take() {
+        const Operation& operation = Peek();
+        rest_.remove_prefix(rest_.empty() ? 0 : 1);
+        return operation;
+    }
     /** Takes the operations, all of `strength`, that a chain begins with: the last one joins the first two operands. */
     std::string_view TakeChain(int strength);
     /** Takes what follows the code of a leaf or statement; without data when it is cut off. */
@@ -32,5 +36,21 @@ public:
 private:
     std::string_view rest_;
 };
+
+inline std::string_view Code::TakePayload(char code) {
+    const bool fixed = code == op::number || code == op::time;
+    const size_t head = fixed ? 0 : 2;
+    if (rest_.size() < head) {
+        return {};
+    }
+    const size_t length =
+        fixed ? 8 : static_cast<unsigned char>(rest_[0]) + static_cast<unsigned char>(rest_[1]) * size_t{256};
+    if (rest_.size() - head < length) {
+        return {};
+    }
+    const std::string_view payload = rest_.substr(head, length);
+    rest_.remove_prefix(head + length);
+    return payload;
+}
 
 } // namespace embedded

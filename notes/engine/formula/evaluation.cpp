@@ -16,6 +16,7 @@ public:
 private:
     void Statements();
     bool Holds();
+    Value Assigned();
     Value Evaluate();
     Value Chain(const Operation& operation);
     Value Named(std::string_view name);
@@ -44,7 +45,7 @@ void Evaluation::Statements() {
         code_.Take();
         const std::string_view payload = code_.TakePayload(statement);
         if (statement == op::assignment) {
-            variables_.push_back({payload, Evaluate()});
+            variables_.push_back({payload, Assigned()});
         }
     }
 }
@@ -81,13 +82,17 @@ bool Evaluation::Holds() {
     }
 }
 
-Value Evaluation::Evaluate() {
-    if (code_.Peek().result == Kind::condition) {
-        const bool holds = Holds();
-        const bool failed = work_.Failed();
-        work_.ForgetFailure(); // the variable has it, and fails where it is used
-        return failed ? ErrorValue() : NumberValue(holds ? 1 : 0);
+Value Evaluation::Assigned() {
+    if (code_.Peek().result != Kind::condition) {
+        return Evaluate();
     }
+    const bool holds = Holds();
+    const bool failed = work_.Failed();
+    work_.ForgetFailure(); // the variable has it, and fails where it is used
+    return failed ? ErrorValue() : NumberValue(holds ? 1 : 0);
+}
+
+Value Evaluation::Evaluate() {
     const Operation& operation = code_.Take();
     switch (operation.shape) {
     case Shape::leaf: {

@@ -52,15 +52,6 @@ constexpr Operation operations[] = {
 };
 // clang-format on
 
-/** The first row of each code: the spelling that a compiled formula is written back with. */
-constexpr auto rowOfCode = [] {
-    std::array<unsigned char, 256> rows{};
-    for (size_t row = std::size(operations); row-- > 0;) {
-        rows[static_cast<unsigned char>(operations[row].code)] = static_cast<unsigned char>(row);
-    }
-    return rows;
-}();
-
 constexpr auto shapes = [] {
     std::array<Shape, 10> ofStrength{};
     for (const Operation& operation : operations) {
@@ -71,9 +62,15 @@ constexpr auto shapes = [] {
 
 } // namespace
 
-const Operation& OperationOf(char code) noexcept {
-    return operations[rowOfCode[static_cast<unsigned char>(code)]];
-}
+// The first row of each code has the spelling that a compiled formula is written back with.
+constexpr std::array<const Operation*, 256> operationOfByte = [] {
+    std::array<const Operation*, 256> found{};
+    found.fill(&operations[0]);
+    for (size_t row = std::size(operations); row-- > 0;) {
+        found[static_cast<unsigned char>(operations[row].code)] = &operations[row];
+    }
+    return found;
+}();
 
 std::span<const Operation> Operations() noexcept {
     return operations;

@@ -1,6 +1,7 @@
 // The operators and functions of formulas, in one table that the parser, the compiled form and the evaluation share.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -43,8 +44,12 @@ constexpr char remark = 'R';     // WORD length, text
 
 } // namespace op
 
-/** The operation of a code; one of Shape::none when there is none. */
-const Operation& OperationOf(char code) noexcept;
+/** By the byte of the code; of Shape::none where there is none. */
+extern const std::array<const Operation*, 256> operationOfByte;
+/** The operation of a code. A search asks for each note, hence inline. */
+inline const Operation& OperationOf(char code) noexcept {
+    return *operationOfByte[static_cast<unsigned char>(code)];
+}
 std::span<const Operation> Operations() noexcept;
 /** The shape of the operations of that strength, from 1 to that of leaves. */
 Shape ShapeOf(int strength) noexcept;
