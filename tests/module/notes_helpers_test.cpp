@@ -28,14 +28,12 @@ TEST_F(NotesHelpersTest, CutsASelectionFormulaToItsLimit) {
 TEST_F(NotesHelpersTest, CopiesAMatchFromAnyAddress) {
     SEARCH_MATCH match = {};
     match.ID.NoteID = 0x1234;
-    match.NoteClass = NOTE_CLASS_HELP;
     match.SERetFlags = SE_FMATCH | 0x02;
     match.SummaryLength = 77;
     char bytes[1 + 54];
     std::memcpy(bytes + 1, &match, 54);
     const SEARCH_MATCH copy = CopyMatch(reinterpret_cast<const SEARCH_MATCH*>(bytes + 1));
     EXPECT_EQ(copy.ID.NoteID, 0x1234U);
-    EXPECT_EQ(copy.NoteClass, NOTE_CLASS_HELP);
     EXPECT_EQ(copy.SummaryLength, 77);
     EXPECT_TRUE(IsMatch(copy)) << "a further flag does not matter";
     match.SERetFlags = 0x02;

@@ -1,5 +1,6 @@
 #include "patch/patch_config.h"
 
+#include "common/ascii_text.h"
 #include "support/server_fixture.h"
 
 namespace updkrx {

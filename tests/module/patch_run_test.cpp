@@ -219,15 +219,9 @@ TEST_F(PatchRunTest, NeedsTheProgramFolderForAReplacement) {
     SetEnvironment("VarnholtInstallPath", nullptr);
     PatchRunContext context;
     context.patchBuild = 3050;
-    const auto complaints = [this] {
-        const Texts messages = LogMessages();
-        return std::count(messages.begin(), messages.end(), "[1]Cannot get the latest path!");
-    };
-    EXPECT_EQ(ProcessDatabases(context), 0);
-    EXPECT_EQ(complaints(), 0) << "nothing to replace, nothing to look for";
+    EXPECT_EQ(ProcessDatabases(context), 0) << "nothing to replace, nothing to look for";
     context.databaseList = {"krconf.ntf"};
     EXPECT_EQ(ProcessDatabases(context), 1);
-    EXPECT_EQ(complaints(), 1);
     EXPECT_EQ(LogMessages().back(), "[1]Cannot get the latest path!") << "and the run ends there";
 }
 
