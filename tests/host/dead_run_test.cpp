@@ -69,7 +69,7 @@ TEST_F(DeadRunTest, TheNextRunPutsBackWhatItChanged) {
 
     ASSERT_NO_FATAL_FAILURE(EmptyThePatch());
     if (updkrx::test::FileSizeLimit::available) {
-        const updkrx::test::FileSizeLimit full(20'000); // room for some of the databases
+        const updkrx::test::FileSizeLimit full(40'000); // room for some of the databases
         EXPECT_TRUE(Fails(Run(), 1, "what an earlier run changed cannot be put back wholly: "));
         EXPECT_TRUE(Fails(Run(), 1, "krconf.nsf.recovery.tmp: File too large\n"));
     }
@@ -86,7 +86,7 @@ TEST_F(DeadRunTest, WithoutRoomForTheCopyNothingIsTouched) {
         GTEST_SKIP() << "files cannot be kept from growing here";
     }
     const auto before = Snapshot(Databases());
-    const updkrx::test::FileSizeLimit full(20'000);
+    const updkrx::test::FileSizeLimit full(40'000);
     EXPECT_TRUE(Fails(Run(), 2, "krconf.nsf.recovery.tmp: File too large\n"));
     EXPECT_TRUE(Snapshot(Databases()) == before);
     EXPECT_EQ(NamesIn(Server() / "data"), (std::vector<std::string>{"krx", "krxtemp"}));
