@@ -1,4 +1,4 @@
-// The database file: formats and their upgrades, and objects, the values that are too long for an item.
+// The database file: formats and their upgrades, objects (values that are too long for an item), and what is read.
 #include "engine/store/store.h"
 
 #include <sqlite3.h>
@@ -6,6 +6,7 @@
 #include "engine/database/signature.h"
 #include "engine/values/status_error.h"
 #include "notes/notes_fixture.h"
+#include "support/simulated_disk.h"
 #include "support/temporary_folder.h"
 
 namespace embedded::test {
@@ -200,7 +201,7 @@ TEST(StoreObjects, AreReadAsTheyWerePutAndGoWithTheirNote) {
     EXPECT_THROW(ObjectBytes(*store, neighbour), StatusError);
 }
 
-class ObjectConformance : public NotesFixture {
+class StoreConformance : public NotesFixture {
 protected:
     /** Gives the note a large value beside the items that it has. */
     void AddLargeItem(const char* database, NOTEID id) {
@@ -234,7 +235,37 @@ protected:
     }
 };
 
-TEST_F(ObjectConformance, EveryCopyOfANoteHasItsOwn) {
+TEST_F(StoreConformance, ASearchByClassReadsNoItems) {
+    constexpr size_t noteCount = 50, valueSize = 60'000;
+    DBHANDLE database = Make("<note class='helpusingdocument'/>");
+    const std::string value = LongValue(valueSize);
+    for (size_t i = 0; i < noteCount; ++i) {
+        const Note note = Note::Create(database);
+        EXPECT_EQ(NSFItemAppend(note, 0, "A", 1, 0x0E00, value.data(), valueSize), NOERROR);
+        EXPECT_EQ(note.Update(), NOERROR);
+    }
+    EXPECT_EQ(NSFDbClose(database), NOERROR);
+    struct {
+        const char* formula;
+        WORD classes;
+        size_t found;
+        bool readsItems;
+    } const cases[] = {
+        {nullptr, NOTE_CLASS_HELP, 1, false},
+        {"A = \"x\"", NOTE_CLASS_HELP, 0, false},
+        {nullptr, NOTE_CLASS_DOCUMENT, noteCount, false},
+        {"A = \"x\"", NOTE_CLASS_DOCUMENT, 0, true},
+    };
+    for (const auto& c : cases) {
+        const updkrx::test::SimulatedDisk disk;
+        database = Open();
+        EXPECT_EQ(Search(database, c.formula, c.classes).Matches().size(), c.found);
+        EXPECT_EQ(NSFDbClose(database), NOERROR);
+        EXPECT_EQ(disk.BytesRead() > noteCount * valueSize / 2, c.readsItems) << c.classes << ": " << disk.BytesRead();
+    }
+}
+
+TEST_F(StoreConformance, EveryCopyOfANoteHasItsOwnObjects) {
     MakeDatabase("krx/from.ntf", "<note class='form'><noteinfo noteid='902'/><item name='$TITLE'><text>A</text></item>"
                                  "</note>");
     AddLargeItem("krx/from.ntf", 0x902);
@@ -281,7 +312,7 @@ TEST_F(ObjectConformance, EveryCopyOfANoteHasItsOwn) {
     EXPECT_EQ(LargeValues("krx/design.nsf"), (std::vector{value}));
 }
 
-TEST_F(ObjectConformance, NoOperationReadsThemAndAskingForOneIsAnswered) {
+TEST_F(StoreConformance, NoOperationReadsObjectsAndAskingForOneIsAnswered) {
     MakeDatabase(path, "<document form='A'><noteinfo noteid='902'/></document>");
     AddLargeItem(path, 0x902);
     Sql(Data() / path, "UPDATE object SET bytes=''"); // who reads the object now, fails

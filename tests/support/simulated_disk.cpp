@@ -52,6 +52,7 @@ int SimulatedDisk::Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int 
     }
     OpenFile& opened = disk.open_[file] = {name, file->pMethods, *file->pMethods};
     opened.methods.xClose = Close;
+    opened.methods.xRead = Read;
     opened.methods.xWrite = Write;
     opened.methods.xSync = Sync;
     file->pMethods = &opened.methods;
@@ -68,6 +69,11 @@ int SimulatedDisk::Close(sqlite3_file* file) {
     const int code = current_->open_.at(file).real->xClose(file);
     current_->open_.erase(file);
     return code;
+}
+
+int SimulatedDisk::Read(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset) {
+    current_->bytesRead_ += static_cast<size_t>(size);
+    return current_->open_.at(file).real->xRead(file, bytes, size, offset);
 }
 
 int SimulatedDisk::Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {

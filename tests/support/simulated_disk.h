@@ -28,6 +28,8 @@ public:
 
     /** Called before each write, sync and deletion. */
     std::function<void()> beforeEach;
+    /** The bytes that were read since the disk was made. */
+    [[nodiscard]] size_t BytesRead() const noexcept { return bytesRead_; }
     /** So many writes go well; the one behind them finds the disk full. */
     void FailWriteAfter(int writes) noexcept { writesLeft_ = writes; }
 
@@ -35,6 +37,7 @@ private:
     static int Open(sqlite3_vfs* vfs, const char* name, sqlite3_file* file, int flags, int* outFlags);
     static int Delete(sqlite3_vfs* vfs, const char* name, int syncFolder);
     static int Close(sqlite3_file* file);
+    static int Read(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset);
     static int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset);
     static int Sync(sqlite3_file* file, int flags);
     void Happens() const;
@@ -52,6 +55,7 @@ private:
     Files synced_;
     std::map<sqlite3_file*, OpenFile> open_;
     int writesLeft_ = -1; // never full
+    size_t bytesRead_ = 0;
 };
 
 } // namespace updkrx::test

@@ -299,7 +299,8 @@ STATUS Database::DeliverChunk(const SearchRequest& request, const std::vector<Ma
 }
 
 STATUS Database::Search(const SearchRequest& request, const Deliver& deliver) {
-    const NOTEID end = store_->NextId();
+    const ScanFilter filter{
+        .classes = SearchClass(request.classMask), .before = store_->NextId(), .withItems = !request.formula.empty()};
     const bool descending = behaviours_.Has(Deviation::searchOrderDescending);
     const bool shuffled = behaviours_.Has(Deviation::searchOrderShuffled);
     std::vector<Match> chunk;
@@ -311,16 +312,12 @@ STATUS Database::Search(const SearchRequest& request, const Deliver& deliver) {
         size_t seen = 0;
         const auto visit = [&](const NoteHead& head, std::string_view value) {
             ++seen;
-            if (head.id >= end) {
-                return;
-            }
             if (auto match = Examine(request, head, value)) {
                 chunk.push_back(*match);
             }
         };
-        const NOTEID reached = store_->Scan(last, searchChunk, visit, SearchClass(request.classMask));
-        more = seen == searchChunk && reached < end;
-        last = reached;
+        last = store_->Scan(last, searchChunk, visit, filter);
+        more = seen == searchChunk;
         if (descending || shuffled) {
             if (more) {
                 continue; // another order than that of the file: all have to be known first
@@ -374,7 +371,7 @@ void CopyContent(Database& source, Store& copy, WORD classMask, bool replica) {
                 copy.Insert(head, copy.CopyObjects(from, items, head.id));
             }
         };
-        const NOTEID reached = from.Scan(last, copyChunk, visit, SearchClass(classMask));
+        const NOTEID reached = from.Scan(last, copyChunk, visit, {.classes = SearchClass(classMask)});
         if (reached == 0) {
             return;
         }

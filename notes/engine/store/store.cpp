@@ -71,9 +71,7 @@ void CopyBlob(sqlite3_stmt* row, int column, T& value) {
     value = ValueAt<T>(blob.data());
 }
 
-// In the order of the table; the first seven are the head.
-constexpr const char* allColumns = "id, class, unid, sequence, sequencetime, modified, deleted, items";
-constexpr int itemsColumn = 7;
+constexpr int itemsColumn = 7;   // behind those of the head
 constexpr int softlyDeleted = 2; // in the column "deleted", beside 0 and 1
 
 void ReadHeadColumns(sqlite3_stmt* row, NoteHead& head) {
@@ -298,9 +296,9 @@ void Store::Prepare(int format) {
             Fail(database_, file_);
         }
     };
-    const std::string columns = allColumns;
-    prepare(statements_->readHead, "SELECT id, class, unid, sequence, sequencetime, modified, deleted FROM note "
-                                   "WHERE id=?1");
+    const std::string headColumns = "id, class, unid, sequence, sequencetime, modified, deleted";
+    const std::string columns = headColumns + ", items"; // in the order of the table
+    prepare(statements_->readHead, "SELECT " + headColumns + " FROM note WHERE id=?1");
     prepare(statements_->read, "SELECT " + columns + " FROM note WHERE id=?1");
     prepare(statements_->findUnid, "SELECT id FROM note WHERE unid=?1");
     prepare(statements_->insert, "INSERT INTO note (" + columns + ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8)");
@@ -309,9 +307,9 @@ void Store::Prepare(int format) {
     prepare(statements_->replaceUnid, "UPDATE note SET class=?2, unid=?3, sequence=?4, sequencetime=?5, modified=?6, "
                                       "deleted=?7, items=?8 WHERE id=?1");
     prepare(statements_->remove, "DELETE FROM note WHERE id=?1");
-    prepare(statements_->scan, "SELECT " + columns +
-                                   " FROM note WHERE id>?1 AND (class & ?3)<>0 ORDER BY id "
-                                   "LIMIT ?2");
+    prepare(statements_->scan, "SELECT " + headColumns +
+                                   ", iif(?5, items, x'') FROM note WHERE id>?1 AND id<?4 AND (class & ?3)<>0 "
+                                   "ORDER BY id LIMIT ?2");
     prepare(statements_->getProperty, "SELECT value FROM property WHERE name=?1");
     prepare(statements_->setProperty, "INSERT OR REPLACE INTO property (name, value) VALUES (?1,?2)");
     if (format >= objectsFormat) {
@@ -583,11 +581,13 @@ void Store::KeepObjects(NOTEID note, std::string_view items) {
     }
 }
 
-NOTEID Store::Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes) {
+NOTEID Store::Scan(NOTEID after, size_t limit, const Visitor& visitor, const ScanFilter& filter) {
     const StatementUse use(statements_->scan);
     sqlite3_bind_int64(statements_->scan, 1, after);
     sqlite3_bind_int64(statements_->scan, 2, static_cast<sqlite3_int64>(limit));
-    sqlite3_bind_int(statements_->scan, 3, classes);
+    sqlite3_bind_int(statements_->scan, 3, filter.classes);
+    sqlite3_bind_int64(statements_->scan, 4, filter.before);
+    sqlite3_bind_int(statements_->scan, 5, filter.withItems);
     NOTEID last = 0;
     NoteHead head;
     while (Fetch(statements_->scan)) {

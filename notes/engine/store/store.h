@@ -44,6 +44,13 @@ constexpr const char* acl = "acl";                    // EncodeAcl() of acl.h
 constexpr const char* attributePrefix = "attribute:"; // further attributes of DXL's <database>, UTF-8
 } // namespace property
 
+/** Which notes a scan visits, and what it reads of them. */
+struct ScanFilter {
+    WORD classes = 0xFFFF;       // notes of these
+    NOTEID before = 0xFFFFFFFFu; // with IDs below this one
+    bool withItems = true;       // without, the visitor gets no items, and they are not read
+};
+
 class Store {
 public:
     /** Makes an empty database. Throws ERR_EXISTS when the file exists. */
@@ -107,7 +114,7 @@ public:
     using Visitor = std::function<void(const NoteHead& head, std::string_view items)>;
     /** Visits up to `limit` notes (stubs included) with IDs above `after`, in ID order; returns the last ID
      *  visited, or 0 when there was none. The visitor may read objects of this store, and use it for nothing else. */
-    NOTEID Scan(NOTEID after, size_t limit, const Visitor& visitor, WORD classes = 0xFFFF);
+    NOTEID Scan(NOTEID after, size_t limit, const Visitor& visitor, const ScanFilter& filter = {});
 
     // ---- Properties
 
