@@ -1,11 +1,9 @@
 // The control surface, but for DXL.
 #include <algorithm>
-#include <set>
 
 #include "api/call.h"
 #include "engine/database/signature.h"
 #include "engine/system/caller_system.h"
-#include "engine/values/charset.h"
 
 using namespace embedded;
 
@@ -215,28 +213,14 @@ STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* c
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(counts);
         *counts = {};
-        std::set<std::string> names;
-        const auto database = session.Open(PathOf(session, path));
-        Database::SearchRequest request;
-        request.classMask = classMask;
-        const STATUS status = database->Search(request, [&](const Database::Match& match) -> STATUS {
-            OpenNote note;
-            database->ReadNote(match.head.id, note);
-            const SignatureState state = CheckSignature(note.items, note.head.noteClass);
-            ++counts->designNotes;
-            counts->signedNotes += state.present;
-            counts->changedNotes += state.present && !state.valid;
-            if (!state.signer.empty()) {
-                names.insert(Utf8FromLmbcs(state.signer));
-            }
-            return NOERROR;
-        });
-        std::string text;
-        for (const std::string& name : names) {
-            text += name + "\n";
+        const SignatureSummary summary = SummarizeSignatures(*session.Open(PathOf(session, path)), classMask);
+        *counts = {summary.notes, summary.present, summary.invalid};
+        std::string names;
+        for (const std::string& signer : summary.signers) {
+            names += signer + "\n";
         }
-        Fill(signers, size, text);
-        return status;
+        Fill(signers, size, names);
+        return NOERROR;
     });
 }
 

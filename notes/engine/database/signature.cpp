@@ -5,6 +5,7 @@
 #include "engine/database/signature.h"
 
 #include "engine/values/bytes.h"
+#include "engine/values/charset.h"
 
 namespace embedded {
 namespace {
@@ -89,6 +90,25 @@ SignatureState CheckSignature(const Items& items, WORD noteClass) {
     state.valid = digest == DigestOf(items, noteClass);
     state.signer = item->value.substr(headSize);
     return state;
+}
+
+SignatureSummary SummarizeSignatures(Database& database, WORD classMask) {
+    SignatureSummary summary;
+    Database::SearchRequest request;
+    request.classMask = classMask;
+    (void)database.Search(request, [&](const Database::Match& match) -> STATUS { // ends only with the notes
+        OpenNote note;
+        database.ReadNote(match.head.id, note);
+        const SignatureState state = CheckSignature(note.items, note.head.noteClass);
+        ++summary.notes;
+        summary.present += state.present;
+        summary.invalid += state.present && !state.valid;
+        if (!state.signer.empty()) {
+            summary.signers.insert(Utf8FromLmbcs(state.signer));
+        }
+        return NOERROR;
+    });
+    return summary;
 }
 
 } // namespace embedded

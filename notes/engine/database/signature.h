@@ -2,10 +2,11 @@
 // cryptography: it finds changes, it does not resist forgery.
 #pragma once
 
+#include <set>
 #include <string>
 #include <string_view>
 
-#include "engine/values/items.h"
+#include "engine/database/database.h"
 
 namespace embedded {
 
@@ -21,5 +22,16 @@ struct SignatureState {
 };
 
 SignatureState CheckSignature(const Items& items, WORD noteClass);
+
+/** The signatures of several notes. */
+struct SignatureSummary {
+    DWORD notes = 0;
+    DWORD present = 0;
+    DWORD invalid = 0;             // of those that are present
+    std::set<std::string> signers; // UTF-8
+};
+
+/** The signatures of the database's notes of a class mask. */
+SignatureSummary SummarizeSignatures(Database& database, WORD classMask);
 
 } // namespace embedded
