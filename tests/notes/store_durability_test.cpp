@@ -200,7 +200,9 @@ TEST_F(NotesDurability, ADesignExchangeThatFailsTakesBackItsOwnWritesAlone) {
         NoteHead head;
         std::string items;
         ASSERT_TRUE(store->Read(0x906, head, items));
-        AppendEncoded(items, {"B", TYPE_TEXT, 0, {}, ObjectRef{77, 1, 0}}); // which is not there
+        ObjectRef damaged = store->PutObject(0x906, [](const Store::ObjectSink& sink) { sink("x"); });
+        ++damaged.size; // what cannot be copied whole
+        AppendEncoded(items, {"B", TYPE_TEXT, 0, {}, damaged});
         store->Replace(head, items, false);
         store->Close();
     }

@@ -199,6 +199,14 @@ TEST(StoreObjects, AreReadAsTheyWerePutAndGoWithTheirNote) {
         EXPECT_EQ(Sql(file, "SELECT group_concat(id) FROM (SELECT DISTINCT id FROM object)"), c.left) << c.what;
     }
     EXPECT_THROW(ObjectBytes(*store, neighbour), StatusError);
+    try {
+        store->Insert(HeadOf(16), ItemsWith({neighbour})); // as from a copy of the note that was opened before
+        ADD_FAILURE() << "stored with an object that is not there";
+    } catch (const StatusError& error) {
+        EXPECT_EQ(error.Status(), ERR_CONFLICT);
+    }
+    NoteHead none;
+    EXPECT_FALSE(store->ReadHead(16, none));
 }
 
 class StoreConformance : public NotesFixture {
@@ -209,7 +217,7 @@ protected:
         NoteHead head;
         std::string items;
         ASSERT_TRUE(store->Read(id, head, items));
-        AppendEncoded(items, {"Big", TYPE_TEXT_LIST, 0, {}, Put(*store, id, LongValue(100'000))});
+        AppendEncoded(items, {"Big", TYPE_TEXT, 0, {}, Put(*store, id, LongValue(100'000))});
         store->Replace(head, items, false);
         store->Close();
     }
@@ -324,7 +332,7 @@ TEST_F(StoreConformance, NoOperationReadsObjectsAndAskingForOneIsAnswered) {
     DWORD length = 0;
     BLOCKID block{};
     EXPECT_EQ(NSFItemInfo(note, "Big", 3, nullptr, &type, nullptr, &length), NOERROR);
-    EXPECT_EQ(type, TYPE_TEXT_LIST);
+    EXPECT_EQ(type, TYPE_TEXT); // OPEN_EXPAND makes lists of values alone
     EXPECT_EQ(length, 100'002U);
     EXPECT_EQ(NSFItemInfo(note, "Big", 3, nullptr, nullptr, &block, nullptr), ERR_SEGMENT_TOO_BIG);
     EXPECT_EQ(note.Text("Big"), "");

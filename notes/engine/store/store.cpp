@@ -466,25 +466,25 @@ NOTEID Store::Insert(const NoteHead& head, std::string_view items) {
     begin();
     const NOTEID id = head.id != 0 ? head.id : nextId_;
     const UNID unid = UnidOf(head.oid);
+    KeepObjects(id, items);
     const StatementUse use(statements_->insert);
     BindRow(statements_->insert, id, head, unid, items);
     Run(statements_->insert);
     if (id >= nextId_) {
         nextId_ = id + noteIdStep;
     }
-    KeepObjects(id, items);
     Changed(items.size());
     return id;
 }
 
 void Store::Replace(const NoteHead& head, std::string_view items, bool unidChanged) {
     begin();
+    KeepObjects(head.id, items);
     const UNID unid = UnidOf(head.oid);
     sqlite3_stmt* statement = unidChanged ? statements_->replaceUnid : statements_->replace;
     const StatementUse use(statement);
     BindRow(statement, head.id, head, unid, items);
     Run(statement);
-    KeepObjects(head.id, items);
     Changed(items.size());
 }
 
@@ -568,10 +568,13 @@ void Store::KeepObjects(NOTEID note, std::string_view items) {
             owned.push_back(static_cast<uint32_t>(sqlite3_column_int64(statements_->objectsOfNote, 0)));
         }
     }
-    if (owned.empty()) {
-        return;
-    }
     const std::vector<ObjectRef> kept = ObjectsOf(items);
+    for (const ObjectRef& object : kept) {
+        if (object.size != 0 && std::ranges::find(owned, object.id) == owned.end()) { // an empty one has no parts
+            throw StatusError(ERR_CONFLICT, PathForCaller(file_) + ": a note refers to a large value that is not its "
+                                                                   "own, or is not any more");
+        }
+    }
     for (const uint32_t id : owned) {
         if (std::ranges::find(kept, id, &ObjectRef::id) == kept.end()) {
             const StatementUse use(statements_->removeObject);
