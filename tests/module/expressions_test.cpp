@@ -116,11 +116,7 @@ TEST_F(ExpressionsTest, ReportsAFormulaThatDoesNotCompile) {
     ASSERT_EQ(EmbFaultArm("NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION, 0), NOERROR);
     EXPECT_EQ(MigrateContentFilterExpressions(), ERR_FORMULA_COMPILATION);
     EXPECT_EQ(Content(), ContentOf(Document(own, joke)));
-    const Texts messages = LogMessages();
-    ASSERT_EQ(messages.size(), 1U) << "no table";
-    EXPECT_TRUE(std::regex_match(messages[0], std::regex(R"(\[0\]\[PatchKRX:[1-9]\d*\]UpdateKrency Cannot compile )"
-                                                         R"(the formula! error\[1281\]\n)")))
-        << messages[0];
+    EXPECT_EQ(LogMessages().size(), 1U) << "no table";
 }
 
 TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {

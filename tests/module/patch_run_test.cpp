@@ -172,19 +172,6 @@ TEST_F(PatchRunTest, DoesWhatTheBuildAndTheListAskFor) {
     }
 }
 
-TEST_F(PatchRunTest, EndsAtADatabaseThatCannotBeTakenOffline) {
-    Install("5.8.0.3001");
-    MakeDatabase("../install/program/V5.8.0.3050/krtime.nsf", "");
-    ASSERT_EQ(EmbFaultArm("NSFTakeDatabaseOffline", 1, ERR_NOACCESS, 0), NOERROR);
-    PatchRunContext context;
-    context.patchBuild = 3060;
-    context.databaseBuild = 3001;
-    context.databaseList = {"krhelp.nsf", "krtime.nsf"};
-    EXPECT_EQ(ProcessDatabases(context), ERR_NOACCESS);
-    EXPECT_EQ(Effects(), (Texts{"expression", "retired"}));
-    EXPECT_FALSE(std::filesystem::exists(Data() / "krx/krtime.nsf"));
-}
-
 TEST_F(PatchRunTest, SignsNoEntryWhenToldSo) {
     Install("5.8.0.3001");
     Configure(std::string(oneEntry) + "SkipDbSign=1\n");
@@ -213,6 +200,7 @@ TEST_F(PatchRunTest, EntryPointAnswersZeroHoweverTheRunEnds) {
     ASSERT_EQ(EmbSetInUse("krx/krhelp.nsf", 60), NOERROR);
     EXPECT_EQ(entryPoint(), 0);
     EXPECT_EQ(LogMessages().back(), "[1]Bring database offline. (" + Data().string() + "/krx/krhelp.nsf" + "):(13ea)");
+    EXPECT_EQ(Effects(), (Texts{"expression", "retired"}));
 }
 
 TEST_F(PatchRunTest, NeedsTheProgramFolderForAReplacement) {

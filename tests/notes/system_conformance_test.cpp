@@ -2,7 +2,6 @@
 #include <ctime>
 
 #include "notes/notes_fixture.h"
-#include "support/system.h"
 
 namespace embedded::test {
 namespace {
@@ -209,16 +208,6 @@ TEST(SessionBegin, NamesTheFileAndTheCause) {
     char message[1024] = "";
     EXPECT_EQ(EmbSessionBegin((folder.Path() / "none.ini").string().c_str(), 0, message, sizeof message), ERR_NOEXIST);
     EXPECT_NE(std::string(message).find("none.ini"), std::string::npos);
-}
-
-TEST(Exports, EveryListedOperationIsExported) {
-    const updkrx::test::Library library(NOTES_LIBRARY);
-    ASSERT_EQ(library.Error(), "");
-    DWORD count = 0;
-    for (; EmbOperationName(count) != nullptr; ++count) {
-        EXPECT_NE(library.Find<void()>(EmbOperationName(count)), nullptr) << EmbOperationName(count);
-    }
-    EXPECT_EQ(count, 45U);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // Disturbs runs of the upgrade one by one, at every place where a run can be disturbed, and judges what each leaves.
-// Prints which operation failed with which status, the exceptions that were needed, and a table of the sweeps. Exits
-// with 1 when a run violated the oracle.
+// Prints the exceptions that were needed and a table of the sweeps. Exits with 1 when a run violated the oracle.
 #include <algorithm>
 #include <iostream>
 #include <map>
@@ -34,15 +33,7 @@ struct Options {
     [[nodiscard]] bool Takes(size_t n, size_t step) const { return at == 0 ? n % step == 0 : n == at; }
 };
 
-struct FailureStatus {
-    const char* name;
-    STATUS status;
-};
-
-constexpr FailureStatus statuses[] = {
-    {"not found", ERR_NOT_FOUND}, {"no access", ERR_NOACCESS}, {"in use", ERR_DBINUSE},
-    {"memory", ERR_MEMORY},       {"disk full", EMB_ERR_DISK}, {"damaged", EMB_ERR_DAMAGED},
-};
+constexpr STATUS statuses[] = {ERR_NOT_FOUND, ERR_NOACCESS, ERR_DBINUSE, ERR_MEMORY, EMB_ERR_DISK, EMB_ERR_DAMAGED};
 
 // ---- The sweeps.
 
@@ -74,10 +65,10 @@ constexpr std::string_view cannotFail[] = {"NSFNoteGetInfo", "NSFNoteSetInfo", "
 /** Every call with every status: once, from then on for calls of the same operation, and from then on for all calls. */
 Disturbances FailingCalls(std::string_view operation) {
     Disturbances all;
-    for (const FailureStatus& failure : statuses) {
+    for (const STATUS status : statuses) {
         for (const Effect effect : {Effect::fails, Effect::operationFails, Effect::everythingFails}) {
             if (std::ranges::find(cannotFail, operation) == std::end(cannotFail)) {
-                all.push_back({call, 0, effect, failure.status});
+                all.push_back({call, 0, effect, status});
             }
         }
     }
@@ -133,7 +124,7 @@ std::vector<Draw> Draws(const Options& options) {
     std::mt19937_64 random(20261124);
     std::vector<Draw> all;
     for (size_t n = 1; n <= draws; ++n) {
-        Draw draw = {DrawKind(random), random(), statuses[random() % std::size(statuses)].status};
+        Draw draw = {DrawKind(random), random(), statuses[random() % std::size(statuses)]};
         if (options.Takes(n, options.every * options.every)) {
             all.push_back(std::move(draw));
         }
@@ -166,43 +157,17 @@ public:
 
     void Add(const Reference& reference, const Disturbance& disturbance, const Outcome& outcome) {
         Count(outcome);
-        if (disturbance.status != NOERROR) {
-            ++matrix_[reference.OperationOf(disturbance)][disturbance.status];
-        }
-        static const std::regex unid("[0-9A-F]{32}");
-        std::istringstream lines(outcome.text);
-        for (std::string line; std::getline(lines, line);) {
-            Violation& violation = violations_[reference.Describe(disturbance) + " (" + reference.StepOf(disturbance) +
-                                               ") -> " + std::regex_replace(line, unid, "UNID")];
-            if (violation.runs++ == 0) {
-                violation.example = "--only '" + rows_.back().name + "' --at " + std::to_string(disturbance.n) +
-                                    (reference.behaviours.empty() ? "" : " on a server with " + reference.behaviours);
-            }
-        }
+        AddViolations(outcome, reference.Describe(disturbance) + " (" + reference.StepOf(disturbance) + ")",
+                      "--only '" + rows_.back().name + "' --at " + std::to_string(disturbance.n) +
+                          (reference.behaviours.empty() ? "" : " on a server with " + reference.behaviours));
     }
 
     void Add(const ServerKind& kind, const Outcome& outcome) {
         Count(outcome);
-        std::istringstream lines(outcome.text);
-        for (std::string line; std::getline(lines, line);) {
-            Violation& violation = violations_[outcome.what + std::string(" -> ") + line];
-            if (violation.runs++ == 0) {
-                violation.example = kind;
-            }
-        }
+        AddViolations(outcome, outcome.what, kind);
     }
 
     void Print() {
-        Table matrix = {{"failed calls"}};
-        for (const FailureStatus& failure : statuses) {
-            matrix.front().emplace_back(failure.name);
-        }
-        for (auto& [operation, counts] : matrix_) {
-            matrix.push_back({operation});
-            for (const FailureStatus& failure : statuses) {
-                matrix.back().push_back(std::to_string(counts[failure.status]));
-            }
-        }
         Table exceptions = {{"let pass", "runs", "what happens", "in the step", "facet", "reason"}};
         for (size_t i = 0; i < Exceptions().size(); ++i) {
             const Exception& row = Exceptions()[i];
@@ -216,7 +181,7 @@ public:
             sweeps.push_back(
                 {row.name, std::to_string(row.runs), std::to_string(row.states), std::to_string(row.violations)});
         }
-        std::cout << krxpatch::FormatTable(matrix) << '\n' << krxpatch::FormatTable(exceptions) << '\n';
+        std::cout << krxpatch::FormatTable(exceptions) << '\n';
         for (const auto& [what, violation] : violations_) {
             std::cout << "violated in " << violation.runs << " runs: " << what << " [" << violation.example << "]\n";
         }
@@ -227,6 +192,17 @@ public:
     [[nodiscard]] bool Clean() const { return all_.violations == 0; }
 
 private:
+    void AddViolations(const Outcome& outcome, const std::string& disturbed, const std::string& example) {
+        static const std::regex unid("[0-9A-F]{32}");
+        std::istringstream lines(outcome.text);
+        for (std::string line; std::getline(lines, line);) {
+            Violation& violation = violations_[disturbed + " -> " + std::regex_replace(line, unid, "UNID")];
+            if (violation.runs++ == 0) {
+                violation.example = example;
+            }
+        }
+    }
+
     void Count(const Outcome& outcome) {
         for (Row* row : {&rows_.back(), &all_}) {
             ++row->runs;
@@ -247,7 +223,6 @@ private:
 
     std::vector<Row> rows_;
     Row all_ = {"all"};
-    std::map<std::string, std::map<STATUS, size_t>> matrix_;
     std::map<size_t, size_t> needed_; // exceptions
     std::map<std::string, Violation> violations_;
 };
@@ -368,8 +343,8 @@ int Main(int count, char** arguments) {
     }
     Options options;
     CLI::App app(
-        "Disturbs runs of the upgrade one by one and judges what each leaves. Prints which call failed with which\n"
-        "status, what was let pass and why, and a table of the sweeps; exits with 1 when a run was not let pass.\n"
+        "Disturbs runs of the upgrade one by one and judges what each leaves. Prints what was let pass and why, and a\n"
+        "table of the sweeps; exits with 1 when a run was not let pass.\n"
         "A place is the N-th call, allocation or file operation of a run.");
     app.add_option("--every", options.every,
                    "disturb every N-th place only, each in one way (calls of krxpatch, which take longer: every 2N-th)")
