@@ -18,11 +18,6 @@ std::string Acl(const std::string& name) {
            "' level='manager'/></acl>";
 }
 
-Texts& operator+=(Texts& texts, const Texts& more) {
-    texts.insert(texts.end(), more.begin(), more.end());
-    return texts;
-}
-
 class ReplacementTest : public test::ServerFixture {
 protected:
     void SetUp() override {
@@ -49,25 +44,6 @@ protected:
     /** Whether an installed database holds what MakeDatabase made of the text. */
     [[nodiscard]] bool Holds(const std::string& entry, const std::string& text) const {
         return ExportDatabase("krx/" + entry).find(text) != std::string::npos;
-    }
-
-    // What the log tells of the steps.
-    [[nodiscard]] Texts Offline(const std::string& entry) const {
-        return {"[1]Bring database offline successfully. (" + Target(entry) + ")"};
-    }
-    [[nodiscard]] Texts Copied(const std::string& entry) const {
-        return {"[1]Copy the database to KRX database folder! (" + Source(entry) + "):(" + Target(entry) + ")"};
-    }
-    [[nodiscard]] Texts Online(const std::string& entry, const std::string& status = "0") const {
-        return {"[1]Bring database online. (" + Target(entry) + "):(" + status + ")"};
-    }
-    [[nodiscard]] static Texts NotOpened(const std::string& entry, STATUS status) {
-        char text[256];
-        GetStatusText(status, text, sizeof text);
-        return {"[1]Failed to open " + entry + " - " + text + "\n"};
-    }
-    [[nodiscard]] Texts NoListWritten(const std::string& entry, const std::string& status) const {
-        return {"[1]Write ACL error. (" + Source(entry) + "):(" + status + ")"};
     }
 
     PatchRunContext context_;
@@ -195,12 +171,14 @@ TEST_F(ReplacementTest, GoesOnWithADatabaseThatStaysOffline) {
     Bring("a.dat", newNotes);
     ASSERT_EQ(EmbFaultArm("NSFBringDatabaseOnline", 1, ERR_NOACCESS, 0), NOERROR);
     EXPECT_EQ(Replace("a.dat"), 0);
-    Texts expected = Offline("a.dat");
-    for (const Texts& step :
-         {Copied("a.dat"), Online("a.dat", "246"), NotOpened("a.dat", ERR_DBOFFLINE), NoListWritten("a.dat", "13f9")}) {
-        expected += step;
-    }
-    EXPECT_EQ(LogMessages(), expected);
+    const std::string source = Source("a.dat"), target = Target("a.dat");
+    char offline[256];
+    GetStatusText(ERR_DBOFFLINE, offline, sizeof offline);
+    EXPECT_EQ(LogMessages(), (Texts{"[1]Bring database offline successfully. (" + target + ")",
+                                    "[1]Copy the database to KRX database folder! (" + source + "):(" + target + ")",
+                                    "[1]Bring database online. (" + target + "):(246)",
+                                    std::string("[1]Failed to open a.dat - ") + offline + "\n",
+                                    "[1]Write ACL error. (" + source + "):(13f9)"}));
 }
 
 TEST_F(ReplacementTest, PassesOverANameThatIsTooLongForAPath) {

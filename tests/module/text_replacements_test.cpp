@@ -1,9 +1,9 @@
 #include "migrations/text_replacements.h"
 
-#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -13,43 +13,31 @@ namespace {
 
 using Pairs = TextReplacements::Pairs;
 
-struct Outcome {
-    bool occurs;
-    std::string text;
-    std::vector<std::string> replaced; // key, and the text after its replacement
-    bool operator==(const Outcome&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
-    out << outcome.occurs << ' ' << outcome.text;
-    for (const std::string& step : outcome.replaced) {
-        out << "\n  " << step;
-    }
-    return out;
-}
+/** Whether a key occurs, the text, and for each replacement the key and the text after it. */
+using Outcome = std::tuple<bool, std::string, std::vector<std::string>>;
 
 /** What has to come out: each key is searched for in turn. */
 Outcome SearchForEachKey(const Pairs& pairs, std::string text) {
-    Outcome outcome = {false, {}, {}};
+    bool occurs = false;
+    std::vector<std::string> replaced;
     for (const auto& [key, value] : pairs) {
-        outcome.occurs = outcome.occurs || text.find(key) != std::string::npos;
+        occurs = occurs || text.find(key) != std::string::npos;
     }
     for (const auto& [key, value] : pairs) {
         if (const size_t position = text.find(key); position != std::string::npos) {
             text.replace(position, key.size(), value);
-            outcome.replaced.push_back(key + " -> " + text);
+            replaced.push_back(key + " -> " + text);
         }
     }
-    outcome.text = text;
-    return outcome;
+    return {occurs, text, replaced};
 }
 
 Outcome Replace(const Pairs& pairs, std::string text) {
     const TextReplacements replacements(pairs);
-    Outcome outcome = {replacements.OccurIn(text), {}, {}};
-    replacements.Apply(text, [&](auto pair) { outcome.replaced.push_back(pair->first + " -> " + text); });
-    outcome.text = text;
-    return outcome;
+    const bool occurs = replacements.OccurIn(text);
+    std::vector<std::string> replaced;
+    replacements.Apply(text, [&](auto pair) { replaced.push_back(pair->first + " -> " + text); });
+    return {occurs, text, replaced};
 }
 
 /** Few letters, so that keys, values and texts overlap in every way. */
@@ -75,7 +63,7 @@ TEST(TextReplacementsTest, EqualsASearchForEachKey) {
         const std::string text = letters(number(0, 24), "A\xFF..");
         const Outcome expected = SearchForEachKey(pairs, text);
         ASSERT_EQ(Replace(pairs, text), expected) << "round " << round << ": " << text;
-        replaced += expected.replaced.size();
+        replaced += std::get<2>(expected).size();
     }
     EXPECT_GT(replaced, 5'000U) << "too little has happened";
 }

@@ -88,6 +88,7 @@ TEST_F(SystemConformance, TheConsoleKeepsATranscriptAndAnswersUnknownCommands) {
     EmbClockSetVirtual(178'000'000'000);
     char name[MAXUSERNAME + 1];
     ASSERT_EQ(SECKFMGetUserName(name), NOERROR);
+    EXPECT_EQ(SECKFMGetUserName(nullptr), EMB_ERR_ARGUMENT);
     DHANDLE reply = 77;
     char restart[] = "tell krxreal restart", nonsense[] = "lod convert", other[] = "CN=Other";
     EXPECT_EQ(NSFRemoteConsole(name, restart, &reply), NOERROR);
