@@ -180,14 +180,16 @@ TEST_F(MigrationsTest, GiveARecreatedDocumentTheNextVersion) {
     LoadFixture("replaced");
     const OpenDatabases open;
     EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database), NOERROR);
-    UNID unid = {};
-    ParseUnidText(unidD2, unid);
-    NOTEHANDLE note = NULLHANDLE;
-    ASSERT_EQ(NSFNoteOpenByUNID(open.database, &unid, 0, &note), NOERROR);
-    OID oid = {};
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    EXPECT_EQ(NSFNoteClose(note), NOERROR);
-    EXPECT_EQ(oid.Sequence, 7U) << "5, and 6 was the deletion";
+    for (const char* text : {"000000000000000000000000000000D1", unidD2}) { // copied under it, and saved under it
+        UNID unid = {};
+        ParseUnidText(text, unid);
+        NOTEHANDLE note = NULLHANDLE;
+        ASSERT_EQ(NSFNoteOpenByUNID(open.database, &unid, 0, &note), NOERROR);
+        OID oid = {};
+        NSFNoteGetInfo(note, _NOTE_OID, &oid);
+        EXPECT_EQ(NSFNoteClose(note), NOERROR);
+        EXPECT_EQ(oid.Sequence, 7U) << "5, and 6 was the deletion";
+    }
 }
 
 TEST_F(MigrationsTest, CutAnEntryThatIsTooLong) {

@@ -189,12 +189,13 @@ TEST_F(ReplacementTest, PassesOverANameThatIsTooLongForAPath) {
         bool fits;
     } cases[] = {
         {folder + "/" + std::string(400, 'n') + ".ntf", false},
-        {folder + "/" + std::string(127, 'n') + ".dat", false},
-        {folder + "/" + std::string(126, 'n') + ".dat", true},
+        {folder + "/" + std::string(127, 'n') + ".ntf", false},
+        {folder + "/" + std::string(126, 'n') + ".ntf", true},
     };
     for (const auto& [entry, fits] : cases) {
         SCOPED_TRACE(entry.size());
-        if (entry.ends_with(".dat")) {
+        const bool canBeMade = entry.size() < 256;
+        if (canBeMade) {
             std::filesystem::create_directories(std::filesystem::path(Target(entry)).parent_path());
             std::filesystem::create_directories(std::filesystem::path(Source(entry)).parent_path());
             Bring(entry, newNotes);
@@ -204,13 +205,15 @@ TEST_F(ReplacementTest, PassesOverANameThatIsTooLongForAPath) {
         EXPECT_EQ(Replace(entry), NOERROR);
         if (fits) {
             EXPECT_TRUE(Holds(entry, ">new<"));
+            const std::string database = entry.substr(0, entry.size() - 4) + ".nsf";
+            EXPECT_EQ(ConsoleCommands().back(), "load convert krx/" + database + " * krx/" + entry);
             continue;
         }
         EXPECT_EQ(
             NewLogMessages(),
             Texts{"[1]Error: The name of a database is too long for a path, so it is not replaced. (" + entry + ")"});
         EXPECT_EQ(EmbCallCount("NSFTakeDatabaseOffline") + EmbCallCount("NSFBringDatabaseOnline"), 0U);
-        if (entry.ends_with(".dat")) {
+        if (canBeMade) {
             EXPECT_TRUE(Holds(entry, ">old<"));
         }
     }
