@@ -87,8 +87,10 @@ public:
     static std::string Identity(const OID& from, const OID& to) {
         const bool file = std::memcmp(&from.File, &to.File, sizeof from.File) == 0;
         const bool note = std::memcmp(&from.Note, &to.Note, sizeof from.Note) == 0;
-        return (note ? file ? "kept " : "half " : file ? "?" : "new ") + Hex(to.Sequence) +
-               (to.SequenceTime.Innards[1] != 0 ? "" : " without a time");
+        return (note   ? file ? "kept " : "half "
+                : file ? "?"
+                       : "new ") +
+               Hex(to.Sequence) + (to.SequenceTime.Innards[1] != 0 ? "" : " without a time");
     }
 
     std::string CopyUnid() {
