@@ -2,7 +2,9 @@
 #include <algorithm>
 
 #include "api/call.h"
+#include "engine/database/design.h"
 #include "engine/database/signature.h"
+#include "engine/dxl/dxl.h"
 #include "engine/system/caller_system.h"
 
 using namespace embedded;
@@ -220,6 +222,25 @@ STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* c
             names += signer + "\n";
         }
         Fill(signers, size, names);
+        return NOERROR;
+    });
+}
+
+STATUS LNPUBLIC EmbDesignCompare(const char* path, const char* templatePath, DWORD* count, char* differences,
+                                 DWORD size) {
+    return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
+        RequirePointer(count);
+        constexpr const char* kinds[] = {"missing", "different", "surplus"};
+        const auto database = session.Open(PathOf(session, path));
+        const auto from = session.Open(PathOf(session, templatePath));
+        const auto found = CompareDesign(*database, *from);
+        std::string text;
+        for (const DesignDifference& difference : found) {
+            text += std::string(kinds[static_cast<size_t>(difference.kind)]) + "\t" + ShowClass(difference.noteClass) +
+                    "\t" + difference.title + "\n";
+        }
+        Fill(differences, size, text);
+        *count = static_cast<DWORD>(found.size());
         return NOERROR;
     });
 }

@@ -133,12 +133,60 @@ typedef struct {
 /** Counts the signatures in the notes of a class mask; `signers` (optional) gets their names, sorted, one a line. */
 STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* counts, char* signers, DWORD size);
 
+/** The design notes of which a database's design is not that of a template: what "load convert" would change.
+ *  `differences` (optional) gets them, one a line: "missing", "different" or "surplus" (the template lacks it), class and
+ *  title, tab-separated. Writes nothing. */
+STATUS LNPUBLIC EmbDesignCompare(const char* path, const char* templatePath, DWORD* count, char* differences,
+                                 DWORD size);
+
 /* ---- Server --------------------------------------------------------------------------------------------- */
 
 /** Console commands of this session, one line each: time, outcome, command, tab-separated. */
 DWORD LNPUBLIC EmbConsoleTranscript(char* buffer, DWORD size);
 /** Lines that this session added to the server's log. */
 DWORD LNPUBLIC EmbServerLog(char* buffer, DWORD size);
+
+/* ---- Reading a database file from outside a session -------------------------------------------------------- */
+
+/**
+ * Gives the settings of a database file and then its notes (not the deletion stubs), in the order of the bytes of their
+ * UNIDs. One note is in memory at a time, and the file may meanwhile be written by others. What a call gives is valid
+ * until the next call with the same reader. Needs no session; the file is not written.
+ */
+typedef struct EMBREADER EMBREADER;
+
+typedef struct {
+    const char* name;
+    const char* value;
+    BOOL accessControl; /* of the access control list, and not a setting of the database */
+} EMBFACT;
+
+typedef struct {
+    UNID unid;
+    char unidText[33];
+    WORD noteClass;
+    const char* className; /* as DXL has it */
+    const char* items;     /* encoded: equal bytes are equal items */
+    DWORD itemsSize;
+} EMBNOTE;
+
+typedef struct {
+    const char* name;
+    const char* type;   /* the element that DXL has for it; "signature" with the values signer and "unchanged since" */
+    const char* flags;  /* by name, with blanks between them */
+    const char* values; /* one behind the other, each terminated */
+    DWORD valueCount;   /* one, but for lists */
+} EMBITEM;
+
+/** `databaseFile` is a host path. On failure `message` (optional) names the file and the cause. */
+STATUS LNPUBLIC EmbReaderOpen(const char* databaseFile, EMBREADER** reader, char* message, DWORD messageSize);
+void LNPUBLIC EmbReaderClose(EMBREADER* reader);
+/** FALSE at and after the end. */
+BOOL LNPUBLIC EmbReaderFact(EMBREADER* reader, DWORD index, EMBFACT* fact);
+/** Goes on to the next note; `found` becomes FALSE at the end. */
+STATUS LNPUBLIC EmbReaderNext(EMBREADER* reader, EMBNOTE* note, BOOL* found);
+/** An item of the note that was given last, for people to read; `found` becomes FALSE behind the last one. */
+STATUS LNPUBLIC EmbReaderItem(EMBREADER* reader, DWORD index, EMBITEM* item, BOOL* found);
 
 /* ---- DXL ------------------------------------------------------------------------------------------------ */
 

@@ -135,41 +135,66 @@ std::string InheritedTemplate(Database& database) {
 
 namespace {
 
-DesignExchange Exchange(Database& database, Database& designTemplate) {
-    DesignExchange result;
+/** Calls `visit` for each note of the template with its counterpart in the database, which may be null, and the items
+ *  that it is to have; then for each note of the database that the template lacks (null). */
+template<typename Visit>
+void PairDesigns(Database& database, Database& designTemplate, const Visit& visit) {
     const std::string inherits = TemplateName(designTemplate);
     std::vector<OpenNote> own = ReadDesign(database);
     std::set<NOTEID> taken;
     for (const OpenNote& wanted : ReadDesign(designTemplate)) {
-        Items items = ItemsFor(database, wanted, inherits);
         const OpenNote* existing = Counterpart(own, taken, wanted);
-        if (!existing) {
-            AddNote(database, wanted, std::move(items));
-            ++result.added;
-            continue;
+        if (existing) {
+            taken.insert(existing->head.id);
         }
-        taken.insert(existing->head.id);
-        if (SameContent(*existing, wanted.head.noteClass, items)) {
-            ++result.unchanged;
-            continue;
-        }
-        ChangeNote(database, *existing, wanted, std::move(items));
-        ++result.changed;
+        visit(existing, &wanted, ItemsFor(database, wanted, inherits));
     }
     for (const OpenNote& note : own) {
-        if (taken.contains(note.head.id)) {
-            continue;
+        if (!taken.contains(note.head.id)) {
+            visit(&note, nullptr, Items());
         }
-        database.DeleteNote(note.head.id, true);
-        ++result.deleted;
     }
-    if (inherits != InheritedTemplate(database)) {
+}
+
+DesignExchange Exchange(Database& database, Database& designTemplate) {
+    DesignExchange result;
+    PairDesigns(database, designTemplate, [&](const OpenNote* own, const OpenNote* wanted, Items items) {
+        if (!wanted) {
+            database.DeleteNote(own->head.id, true);
+            ++result.deleted;
+        } else if (!own) {
+            AddNote(database, *wanted, std::move(items));
+            ++result.added;
+        } else if (SameContent(*own, wanted->head.noteClass, items)) {
+            ++result.unchanged;
+        } else {
+            ChangeNote(database, *own, *wanted, std::move(items));
+            ++result.changed;
+        }
+    });
+    if (const std::string inherits = TemplateName(designTemplate); inherits != InheritedTemplate(database)) {
         database.GetStore().SetProperty(Attribute("fromtemplate"), inherits);
     }
     return result;
 }
 
 } // namespace
+
+std::vector<DesignDifference> CompareDesign(Database& database, Database& designTemplate) {
+    using Kind = DesignDifference::Kind;
+    std::vector<DesignDifference> differences;
+    PairDesigns(database, designTemplate, [&](const OpenNote* own, const OpenNote* wanted, const Items& items) {
+        if (own && wanted && SameContent(*own, wanted->head.noteClass, items)) {
+            return;
+        }
+        const OpenNote& note = wanted ? *wanted : *own;
+        differences.push_back({!own     ? Kind::missing
+                               : wanted ? Kind::different
+                                        : Kind::surplus,
+                               note.head.noteClass, Utf8FromLmbcs(ItemText(note.items, titleItem))});
+    });
+    return differences;
+}
 
 DesignExchange ExchangeDesign(Database& database, Database& designTemplate) {
     Store& store = database.GetStore();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "engine/database/database.h"
 
@@ -31,5 +32,16 @@ struct DesignExchange {
  * are not touched. All of it is stored, or, with an exception, nothing.
  */
 DesignExchange ExchangeDesign(Database& database, Database& designTemplate);
+
+/** A note of which a database's design is not the template's. */
+struct DesignDifference {
+    enum class Kind { missing, different, surplus };
+    Kind kind;
+    WORD noteClass;
+    std::string title; // UTF-8
+};
+
+/** What ExchangeDesign() would change. Writes nothing. */
+std::vector<DesignDifference> CompareDesign(Database& database, Database& designTemplate);
 
 } // namespace embedded

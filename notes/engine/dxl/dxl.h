@@ -2,7 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
+#include "engine/values/item_codec.h"
 #include "engine/values/status_error.h"
 
 namespace embedded {
@@ -24,5 +27,17 @@ struct DxlExportOptions {
 /** Writes the database as DXL into the file, whole or not at all. Leaves the database as it is. */
 void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                const DxlExportOptions& options);
+
+/** An item as DXL shows it, in UTF-8. */
+struct ShownItem {
+    std::string name;
+    std::string type;                // the element: "text", "numberlist", ...; "rawitemdata" and the type's number
+    std::string flags;               // by name, with blanks between them
+    std::vector<std::string> values; // several only of a list; line breaks are "\n", raw bytes Base64 in one line
+};
+
+ShownItem ShowItem(const ItemView& item);
+/** The word that DXL has for a class of notes; hexadecimal digits when it has none. */
+std::string ShowClass(WORD noteClass);
 
 } // namespace embedded

@@ -495,6 +495,41 @@ void ExpectOther(const std::filesystem::path& databaseFile, const std::filesyste
 
 } // namespace
 
+ShownItem ShowItem(const ItemView& item) {
+    const auto form = TypedForm(item.type, item.value);
+    Element element = form ? *form : RawForm(item.type, item.value);
+    const auto name = Readable(item.name);
+    ShownItem shown{name ? *name : Base64FromBytes(item.name), std::string(element.name), {}, {}};
+    if (!form) {
+        shown.type += " " + Hex(item.type, 1);
+    }
+    if (!form || !element.attributes.empty()) { // raw, or a compiled formula: in lines, for DXL
+        std::erase(element.text, '\n');
+    }
+    if (element.children.empty() && !element.name.ends_with("list")) {
+        element.children.push_back(element);
+    }
+    for (Element& value : element.children) {
+        std::ranges::replace(value.text, '\0', '\n');
+        shown.values.push_back(std::move(value.text));
+    }
+    if ((item.flags & ITEM_SUMMARY) != 0) {
+        shown.flags = "summary";
+    }
+    for (const auto& [word, flag] : dxl::flagNames) {
+        if ((item.flags & flag) != 0) {
+            shown.flags += (shown.flags.empty() ? "" : " ") + std::string(word);
+        }
+    }
+    return shown;
+}
+
+std::string ShowClass(WORD noteClass) {
+    const auto base = static_cast<WORD>(noteClass & ~dxl::classModifiers);
+    const auto* found = std::ranges::find(dxl::classNames, base, &dxl::ClassName::noteClass);
+    return found != std::end(dxl::classNames) ? std::string(found->name) : Hex(base, 4);
+}
+
 void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                const DxlExportOptions& options) {
     ExpectOther(databaseFile, dxlFile);

@@ -114,6 +114,7 @@ bool IsRegularFile(const std::filesystem::path& file) {
 struct Store::Statements {
     sqlite3_stmt* readHead = nullptr;
     sqlite3_stmt* read = nullptr;
+    sqlite3_stmt* readNextUnid = nullptr;
     sqlite3_stmt* findUnid = nullptr;
     sqlite3_stmt* insert = nullptr;
     sqlite3_stmt* replace = nullptr;
@@ -129,8 +130,9 @@ struct Store::Statements {
     sqlite3_stmt* removeObject = nullptr;
 
     ~Statements() {
-        for (sqlite3_stmt* statement : {readHead, read, findUnid, insert, replace, replaceUnid, remove, scan,
-                                        getProperty, setProperty, putPart, readObject, objectsOfNote, removeObject}) {
+        for (sqlite3_stmt* statement :
+             {readHead, read, readNextUnid, findUnid, insert, replace, replaceUnid, remove, scan, getProperty,
+              setProperty, putPart, readObject, objectsOfNote, removeObject}) {
             sqlite3_finalize(statement);
         }
     }
@@ -300,6 +302,7 @@ void Store::Prepare(int format) {
     const std::string columns = headColumns + ", items"; // in the order of the table
     prepare(statements_->readHead, "SELECT " + headColumns + " FROM note WHERE id=?1");
     prepare(statements_->read, "SELECT " + columns + " FROM note WHERE id=?1");
+    prepare(statements_->readNextUnid, "SELECT " + columns + " FROM note WHERE unid>?1 ORDER BY unid LIMIT 1");
     prepare(statements_->findUnid, "SELECT id FROM note WHERE unid=?1");
     prepare(statements_->insert, "INSERT INTO note (" + columns + ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8)");
     prepare(statements_->replace, "UPDATE note SET class=?2, sequence=?4, sequencetime=?5, modified=?6, deleted=?7, "
@@ -433,6 +436,20 @@ bool Store::Read(NOTEID id, NoteHead& head, std::string& items) {
     }
     ReadHeadColumns(statements_->read, head);
     items = BlobOf(statements_->read, itemsColumn);
+    return true;
+}
+
+bool Store::ReadNextUnid(const UNID* after, NoteHead& head, std::string& items) {
+    sqlite3_stmt* statement = statements_->readNextUnid;
+    const StatementUse use(statement);
+    // An empty value comes before all UNIDs. Its address matters: none would be NULL, behind which nothing comes.
+    sqlite3_bind_blob(statement, 1, after ? static_cast<const void*>(after) : "", after ? sizeof *after : 0,
+                      SQLITE_STATIC);
+    if (!Fetch(statement)) {
+        return false;
+    }
+    ReadHeadColumns(statement, head);
+    items = BlobOf(statement, itemsColumn);
     return true;
 }
 

@@ -77,6 +77,8 @@ public:
     bool ReadHead(NOTEID id, NoteHead& head);
     /** Reads the head and the encoded items. */
     bool Read(NOTEID id, NoteHead& head, std::string& items);
+    /** Reads the note or stub whose UNID's bytes come next behind these (null: the first of all); false at the end. */
+    bool ReadNextUnid(const UNID* after, NoteHead& head, std::string& items);
     /** The note or stub that has this UNID, or 0. */
     NOTEID FindUnid(const UNID& unid);
     /** Above the ID of every note. */

@@ -1,0 +1,91 @@
+#include "engine/database/note_reader.h"
+
+#include "engine/database/signature.h"
+#include "engine/values/acl.h"
+#include "engine/values/bytes.h"
+#include "engine/values/charset.h"
+
+namespace embedded {
+namespace {
+
+std::string Listed(const std::map<std::string, std::string>& attributes, const std::vector<std::string>& roles) {
+    std::string text;
+    const auto add = [&](const std::string& part) { text += (text.empty() ? "" : ", ") + part; };
+    if (const auto level = attributes.find("level"); level != attributes.end()) {
+        add(level->second);
+    }
+    for (const auto& [name, value] : attributes) {
+        if (name != "level" && value != "false") {
+            add(value == "true" ? name : name + " " + value);
+        }
+    }
+    for (const std::string& role : roles) {
+        add(role);
+    }
+    return text;
+}
+
+} // namespace
+
+NoteReader::NoteReader(const std::filesystem::path& file) : store_(Store::Open(file, StoreAccess::readOnly)) {
+    ReadFacts();
+}
+
+void NoteReader::ReadFacts() {
+    constexpr std::string_view prefix = property::attributePrefix;
+    for (const auto& [name, value] : store_->Properties()) {
+        if (name == property::title) {
+            facts_.push_back({false, "title", value});
+        } else if (name == property::replicaInfo && value.size() == sizeof(DBREPLICAINFO)) {
+            const auto info = ValueAt<DBREPLICAINFO>(value.data());
+            facts_.push_back({false, "replica ID", IdText(info.ID)});
+            facts_.push_back({false, "hidden design", (info.Flags & REPLFLG_HIDDEN_DESIGN) != 0 ? "hidden" : "open"});
+            facts_.push_back(
+                {false, "other replica flags", std::to_string(info.Flags & ~DWORD{REPLFLG_HIDDEN_DESIGN})});
+            facts_.push_back({false, "days until cutoff", std::to_string(info.CutoffInterval)});
+        } else if (name == property::acl) {
+            ReadAccessControlList(value);
+        } else if (name.starts_with(prefix)) {
+            facts_.push_back({false, name.substr(prefix.size()), value});
+        }
+    }
+}
+
+void NoteReader::ReadAccessControlList(const std::string& encoded) {
+    const Acl acl = DecodeAcl(encoded);
+    for (const auto& [name, value] : acl.attributes) {
+        facts_.push_back({true, name, value});
+    }
+    facts_.push_back({true, "roles", Listed({}, acl.roles)});
+    for (const AclEntry& entry : acl.entries) {
+        facts_.push_back({true, entry.name, Listed(entry.attributes, entry.roles)});
+    }
+    facts_.push_back({true, "log", Listed({}, acl.log)});
+}
+
+bool NoteReader::Next() {
+    do {
+        const UNID last = UnidOf(head_.oid);
+        if (!store_->ReadNextUnid(begun_ ? &last : nullptr, head_, items_)) {
+            return false;
+        }
+        begun_ = true;
+    } while (head_.deleted);
+    return true;
+}
+
+std::vector<ShownItem> NoteReader::Items() const {
+    std::vector<ShownItem> shown;
+    ItemCursor cursor(items_);
+    for (ItemView item{}; cursor.Next(item);) {
+        shown.push_back(ShowItem(item));
+        if (item.type == TYPE_SIGNATURE && SameItemName(item.name, signatureItem)) {
+            const SignatureState state = CheckSignature(embedded::Items(items_), head_.noteClass);
+            shown.back().type = "signature";
+            shown.back().values = {Utf8FromLmbcs(state.signer), state.valid ? "unchanged since" : "changed since"};
+        }
+    }
+    return shown;
+}
+
+} // namespace embedded

@@ -1,0 +1,49 @@
+// A database file read from outside a session: its settings, then its notes in the order of the bytes of their UNIDs, one
+// in memory at a time. So two files can be compared side by side, however large they are.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/dxl/dxl.h"
+#include "engine/store/store.h"
+
+namespace embedded {
+
+/** A setting of a database, or a line of its access control list, as a person reads it. */
+struct DatabaseFact {
+    bool accessControl;
+    std::string name;
+    std::string value;
+};
+
+class NoteReader {
+public:
+    /** Throws as Store::Open() does. The file is neither written nor kept from being written. */
+    explicit NoteReader(const std::filesystem::path& file);
+
+    [[nodiscard]] const std::vector<DatabaseFact>& Facts() const noexcept { return facts_; }
+
+    /** Goes on to the next note; deletion stubs are no notes. False at the end. */
+    [[nodiscard]] bool Next();
+    [[nodiscard]] const NoteHead& Head() const noexcept { return head_; }
+    /** Encoded items: of two notes without differences they are mostly equal, which is quickly seen. */
+    [[nodiscard]] std::string_view Encoded() const noexcept { return items_; }
+    /** The items in a form for people; of a signature the signer and whether the note has changed since. */
+    [[nodiscard]] std::vector<ShownItem> Items() const;
+
+private:
+    void ReadFacts();
+    void ReadAccessControlList(const std::string& encoded);
+
+    std::unique_ptr<Store> store_;
+    std::vector<DatabaseFact> facts_;
+    bool begun_ = false;
+    NoteHead head_;
+    std::string items_;
+};
+
+} // namespace embedded
