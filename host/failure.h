@@ -1,4 +1,4 @@
-// How a command ends when it cannot do what it was asked for.
+// How a command ends.
 #pragma once
 
 #include <stdexcept>
@@ -9,8 +9,27 @@ namespace krxpatch {
 /** What krxpatch exits with. */
 enum ExitCode : int {
     succeeded = 0,
-    failed = 1,     // the outcome is not what the command is for
-    notStarted = 2, // nothing was touched: a bad command line, or something is missing that the command needs
+    failed = 1,
+    notStarted = 2,
+    changesPending = 3,
+    heldByAnother = 4,
+    interrupted = 130,
+};
+
+struct ExitMeaning {
+    ExitCode code;
+    const char* name; // to programs
+    const char* meaning;
+};
+
+/** All of them: what --help and the operator's page tell. */
+inline constexpr ExitMeaning exitMeanings[] = {
+    {succeeded, "done", "done, or nothing to do"},
+    {failed, "failed", "not done, or not as it should be"},
+    {notStarted, "not-started", "could not start; nothing was touched"},
+    {changesPending, "changes-pending", "changes are pending (plan; status when behind)"},
+    {heldByAnother, "held", "another krxpatch holds the server folder; nothing was touched"},
+    {interrupted, "interrupted", "interrupted; the last line says what state things are in"},
 };
 
 /** Ends the command with an exit code. The message is one line that names the file and the cause. */
