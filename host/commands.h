@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "failure.h"
+#include "report_output.h"
 
 namespace krxpatch {
 
@@ -43,6 +44,33 @@ struct StatusOptions {
 
 /** Tells what a server carries, and writes nothing below its folder. Fails when something could not be read. */
 [[nodiscard]] ExitCode Status(const StatusOptions& options);
+
+struct PlanOptions {
+    std::filesystem::path server;
+    std::filesystem::path module;
+    ReportOptions output;
+};
+
+/** Tells what an upgrade would change: runs the module on a private copy of a server. Writes nothing below its folder.
+ *  Begins and ends the process's session, and loads and unloads the module. */
+[[nodiscard]] ExitCode Plan(const PlanOptions& options);
+
+struct VerifyOptions {
+    std::filesystem::path server;
+    ReportOptions output;
+};
+
+/** Tells whether a server's upgrade is really done, and writes nothing below its folder. */
+[[nodiscard]] ExitCode Verify(const VerifyOptions& options);
+
+struct DiffOptions {
+    std::filesystem::path before;
+    std::filesystem::path after;
+    ReportOptions output;
+};
+
+/** Compares two databases, two server folders, or two folders of databases; writes nothing in them. */
+[[nodiscard]] ExitCode Diff(const DiffOptions& options);
 
 struct ImportOptions {
     std::filesystem::path database;

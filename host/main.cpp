@@ -53,13 +53,19 @@ void AddSwitch(CLI::App* command, const std::string& name, bool& on, const std::
     command->add_flag(name, on, description)->disable_flag_override();
 }
 
+/** What a command that makes a report has in common with the others. */
+void AddReport(CLI::App* command, ReportOptions& options) {
+    AddSwitch(command, "--json", options.json, "Print JSON");
+    AddPath(command, "--html", options.html, "FILE", "Write the report as one HTML file, too");
+}
+
 ExitCode ParseAndRun(std::vector<std::string> arguments) {
     CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
     program.formatter(std::make_shared<HelpText>()); // the commands have it too
     program.set_help_flag("--help", "Print this help and exit");
     program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
     program.require_subcommand(0, 1); // an unknown word is reported as such before a missing command is
-    program.footer("Exit codes: 0 done, 1 not done or not wholly, 2 could not start.\n"
+    program.footer("Exit codes: 0 done, 1 not done or not wholly, 2 could not start, 3 changes pending.\n"
                    "krxpatch COMMAND --help tells more about a command.");
 
     SandboxOptions sandboxOptions{.folder = {}, .from = PathOf(KRXPATCH_SAMPLES), .sample = true};
@@ -84,6 +90,23 @@ ExitCode ParseAndRun(std::vector<std::string> arguments) {
     CLI::App* status = AddCommand(program, "status", "Tell what a server carries; writes nothing");
     AddPath(status, "--server", statusOptions.server, "DIR", "The server folder, which holds notes.ini")->required();
     AddSwitch(status, "--json", statusOptions.json, "Print JSON");
+
+    PlanOptions planOptions{.server = {}, .module = runOptions.module, .output = {}};
+    CLI::App* plan = AddCommand(program, "plan", "Tell what an upgrade would change; writes nothing in the folder");
+    AddPath(plan, "--server", planOptions.server, "DIR", "The server folder, which holds notes.ini")->required();
+    AddPath(plan, "--module", planOptions.module, "FILE", "The upgrade module, instead of the one beside this program");
+    AddReport(plan, planOptions.output);
+
+    VerifyOptions verifyOptions;
+    CLI::App* verify = AddCommand(program, "verify", "Tell whether an upgrade is really done; writes nothing");
+    AddPath(verify, "--server", verifyOptions.server, "DIR", "The server folder, which holds notes.ini")->required();
+    AddSwitch(verify, "--json", verifyOptions.output.json, "Print JSON");
+
+    DiffOptions diffOptions;
+    CLI::App* diff = AddCommand(program, "diff", "Compare two databases, or two server folders");
+    AddPath(diff, "A", diffOptions.before, "", "A database, a server folder or a folder of databases")->required();
+    AddPath(diff, "B", diffOptions.after, "", "What it is compared with")->required();
+    AddReport(diff, diffOptions.output);
 
     ImportOptions importOptions;
     CLI::App* import = AddCommand(program, "import", "Make a database from DXL");
@@ -122,6 +145,15 @@ ExitCode ParseAndRun(std::vector<std::string> arguments) {
     }
     if (status->parsed()) {
         return Status(statusOptions);
+    }
+    if (plan->parsed()) {
+        return Plan(planOptions);
+    }
+    if (verify->parsed()) {
+        return Verify(verifyOptions);
+    }
+    if (diff->parsed()) {
+        return Diff(diffOptions);
     }
     return import->parsed() ? Import(importOptions) : Export(exportOptions);
 }

@@ -135,7 +135,7 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
                         std::to_string(sizeof folder - 2) + " bytes";
         return facts;
     }
-    const std::filesystem::path programFolder = HostPath(folder);
+    const std::filesystem::path programFolder = facts.programFolder = HostPath(folder);
     facts.installedBuild = updkrx::ParseVersionDirName(programFolder.filename().string()).back();
     const std::string file = (programFolder / "krxpatch.ini").string();
     updkrx::IniFile config;
@@ -154,6 +154,10 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
     } else {
         facts.patchBuild = build;
         facts.undelivered = FindUndelivered(names, programFolder);
+        facts.delivered = names;
+        size = sizeof value;
+        facts.signsDelivered = config.GetValue(configSection, "SkipDbSign", value, &size) != updkrx::IDD_ERR_ZERO ||
+                               updkrx::NumberOf(value) == 0;
     }
     return facts;
 }

@@ -45,6 +45,9 @@ struct PatchFacts {
     std::optional<int32_t> patchBuild;
     std::string problem;                  // why one of them is missing: one line that names the file and the cause
     std::vector<std::string> undelivered; // paths of files that the patch is to install and that cannot be read
+    std::filesystem::path programFolder;
+    std::vector<std::string> delivered; // the files that the patch is to install, by name
+    bool signsDelivered = true;         // and not only the databases of the product's table
 };
 
 /** Needs the session. */

@@ -88,6 +88,11 @@ STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value) {
     });
 }
 
+DWORD LNPUBLIC EmbIdName(char* buffer, DWORD size) {
+    return Control<DWORD>(Fill(buffer, size, {}),
+                          [&](Session& session) { return Fill(buffer, size, session.IdName()); });
+}
+
 STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value) {
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(name);

@@ -49,6 +49,9 @@ void LNPUBLIC EmbSessionEnd(void);
 /** Sets a notes.ini value for the rest of the session; NULL removes it. The file stays as it is. */
 STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value);
 
+/** The name of the ID in use, which notes are signed with. */
+DWORD LNPUBLIC EmbIdName(char* buffer, DWORD size);
+
 /* ---- Behaviours ----------------------------------------------------------------------------------------- */
 
 /**
@@ -134,7 +137,7 @@ typedef struct {
 STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* counts, char* signers, DWORD size);
 
 /** The design notes of which a database's design is not that of a template: what "load convert" would change.
- *  `differences` (optional) gets them, one a line: "missing", "different" or "surplus" (the template lacks it), class and
+ *  `differences` (optional) gets them, one a line: "missing", "different" or "surplus" (not in the template), class,
  *  title, tab-separated. Writes nothing. */
 STATUS LNPUBLIC EmbDesignCompare(const char* path, const char* templatePath, DWORD* count, char* differences,
                                  DWORD size);

@@ -1,4 +1,7 @@
 // What the server does with console commands, and what signatures tell.
+#include <algorithm>
+#include <iterator>
+
 #include "notes/notes_fixture.h"
 #include "support/system.h"
 
@@ -69,6 +72,14 @@ protected:
         EXPECT_EQ(line.substr(line.rfind('\t') + 1), command);
         return line.substr(line.find('\t') + 1, line.rfind('\t') - line.find('\t') - 1);
     }
+    /** What a conversion would change, as the control surface tells it: one a line. */
+    static std::string DesignDifferences() {
+        DWORD count = 0;
+        char lines[1024] = "";
+        EXPECT_EQ(EmbDesignCompare("krx/rules.nsf", "krx/rules.ntf", &count, lines, sizeof lines), NOERROR);
+        EXPECT_EQ(static_cast<DWORD>(std::count(lines, std::end(lines), '\n')), count);
+        return lines;
+    }
     static EMBSIGNATURES Signatures(const char* name, std::string* signers = nullptr) {
         EMBSIGNATURES counts{};
         char names[256] = "";
@@ -81,6 +92,8 @@ protected:
 };
 
 TEST_F(ServerCommands, ConvertGivesTheTemplatesDesignAndKeepsWhatIsTheDatabasesOwn) {
+    EXPECT_EQ(DesignDifferences(), "different\thelpusingdocument\t\ndifferent\ticon\tThe template\n"
+                                   "different\tform\tRule\nmissing\tview\tAdded\nsurplus\tview\tGone\n");
     EXPECT_EQ(Send("load convert krx/rules.nsf * krx/rules.ntf"),
               "done: 3 design notes changed, 1 added, 1 deleted, 1 unchanged");
     DBHANDLE rules = Open("krx/rules.nsf");
@@ -108,6 +121,7 @@ TEST_F(ServerCommands, ConvertGivesTheTemplatesDesignAndKeepsWhatIsTheDatabasesO
     const std::string exported = ExportDatabase("krx/rules.nsf");
     EXPECT_NE(exported.find("title='Our rules'"), std::string::npos);
     EXPECT_NE(exported.find("level='author'"), std::string::npos);
+    EXPECT_EQ(DesignDifferences(), "");
 
     EXPECT_EQ(Send("load convert krx/rules.nsf * krx/rules.ntf"),
               "done: 0 design notes changed, 0 added, 0 deleted, 5 unchanged");

@@ -1,0 +1,48 @@
+#include "commands.h"
+
+#include "database_diff.h"
+#include "folder_view.h"
+#include "path_checks.h"
+#include "report_output.h"
+
+namespace krxpatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+/** A server folder's databases, or a folder that holds databases itself. */
+DatabaseFolder FolderOf(const fs::path& path) {
+    return fs::exists(path / "notes.ini") ? ViewServer(path) : DatabaseFolder{path, {}};
+}
+
+void RequireThere(const fs::path& path) {
+    if (!fs::exists(path)) {
+        throw Failure(notStarted, path.string() + ": no such file or folder");
+    }
+}
+
+void Compare(const fs::path& before, const fs::path& after, ChangeReport& report) {
+    report.before = before.string();
+    report.after = after.string();
+    RequireThere(before);
+    RequireThere(after);
+    if (fs::is_directory(before) != fs::is_directory(after)) {
+        throw Failure(notStarted, (fs::is_directory(before) ? before : after).string() +
+                                      ": is a folder; a database is compared with a database, a folder with a folder");
+    }
+    if (fs::is_directory(before)) {
+        CompareFolders(FolderOf(before), FolderOf(after), report);
+    } else {
+        AddDatabase(CompareDatabases(after.filename().string(), before, after), report);
+    }
+    report.exitCode = report.errors.empty() && report.databases.empty() && report.files.empty() ? succeeded : failed;
+}
+
+} // namespace
+
+ExitCode Diff(const DiffOptions& options) {
+    return OutputReport("diff", options.output,
+                        [&](ChangeReport& report) { Compare(options.before, options.after, report); });
+}
+
+} // namespace krxpatch

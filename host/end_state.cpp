@@ -1,0 +1,410 @@
+#include "end_state.h"
+
+#include <algorithm>
+#include <exception>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include "common/ascii_text.h"
+#include "database_diff.h"
+#include "database_report.h"
+#include "embedded_notes.h"
+#include "foundation/notes_text.h"
+#include "foundation/product_databases.h"
+#include "migrations/dlp_upgrade.h"
+#include "note_reader.h"
+#include "platform.h"
+#include "text_table.h"
+
+namespace krxpatch {
+namespace {
+
+namespace fs = std::filesystem;
+using Level = StateFinding::Level;
+using Items = std::vector<NamedItem>;
+
+constexpr const char* putBackOrAgain = "`krxpatch restore` puts the server back as it was; then the upgrade can be run "
+                                       "again";
+
+std::string ServerName() {
+    char lmbcs[MAXENVVALUE];
+    if (!updkrx::GetEnvironmentText("MailServer", lmbcs, sizeof lmbcs)) {
+        return {};
+    }
+    char native[4 * MAXENVVALUE];
+    updkrx::ToNative(lmbcs, native, sizeof native);
+    return platform::Utf8FromNative(native);
+}
+
+std::string IdInUse() {
+    char name[1024];
+    (void)EmbIdName(name, sizeof name); // names are shorter
+    return name;
+}
+
+bool Has(const std::vector<std::string>& texts, const std::string& text) {
+    return std::ranges::find(texts, text) != texts.end();
+}
+
+/** Null when the database is none of the product's table. */
+const updkrx::ProductDatabase* FindProduct(const std::string& name) {
+    const auto found = std::ranges::find_if(
+        updkrx::ProductDatabases, [&](const updkrx::ProductDatabase& each) { return name == each.databaseName; });
+    return found == updkrx::ProductDatabases.end() ? nullptr : &*found;
+}
+
+/** A few of many, in one text. */
+std::string SomeOf(const std::vector<std::string>& texts) {
+    constexpr size_t shown = 3;
+    std::vector<std::string> some(texts.begin(),
+                                  texts.begin() + static_cast<std::ptrdiff_t>(std::min(shown, texts.size())));
+    return Join(some) + (texts.size() > shown ? " and " + std::to_string(texts.size() - shown) + " more" : "");
+}
+
+std::string Quoted(const std::string& text) {
+    return '"' + text + '"';
+}
+
+// ---- The notes that a run leaves
+
+/** What one item of a replication note is to be. */
+struct ExpectedItem {
+    const char* name;
+    std::vector<std::string> values;
+};
+
+/** Why the replication notes of a database are not as they should be; empty when they are. */
+std::string ProblemOfReplication(const fs::path& file, const std::string& server) {
+    const ExpectedItem expected[] = {{"$TITLE", {server}},
+                                     {"$ReplVersion", {"2"}},
+                                     {"$ReplSrcServers", {"-"}},
+                                     {"$ReplClassMasks", {"2047"}},
+                                     {"$ReplFormula", {"SELECT @All"}}};
+    std::vector<std::string> titles;
+    std::string problem;
+    for (NoteReader reader(file); reader.Next();) {
+        if ((reader.Note().noteClass & NOTE_CLASS_REPLFORMULA) == 0) {
+            continue;
+        }
+        const Items items = reader.Items();
+        titles.push_back(Quoted(FirstLine(items, "$TITLE")));
+        for (const ExpectedItem& item : expected) {
+            const ItemValue* value = FindItem(items, item.name);
+            if (problem.empty() && (value == nullptr || value->values != item.values)) {
+                problem = "the replication note " + titles.back() + " has another " + item.name + " than " +
+                          Quoted(Join(item.values));
+            }
+        }
+    }
+    if (titles.empty()) {
+        return "there is no replication note";
+    }
+    return titles.size() == 1
+               ? problem
+               : "there are " + std::to_string(titles.size()) + " replication notes and not one: " + SomeOf(titles);
+}
+
+/** The documents of the present format have a version with a dot, or none. */
+std::vector<std::string> OldPatternVersions(const fs::path& file) {
+    std::vector<std::string> versions;
+    for (NoteReader reader(file); reader.Next();) {
+        if (!reader.IsDocument()) {
+            continue;
+        }
+        const Items items = reader.Items();
+        const ItemValue* version = FindItem(items, "InternalPVer");
+        if (version != nullptr && updkrx::EqualIgnoringAsciiCase(FirstLine(items, "Form"), "Patternfile") &&
+            FirstLine(items, "InternalPVer").find('.') == std::string::npos) {
+            versions.push_back(Quoted(FirstLine(items, "InternalPVer")));
+        }
+    }
+    return versions;
+}
+
+/** References of DLP documents to documents that there are not. */
+std::vector<std::string> DanglingReferences(const fs::path& file) {
+    std::map<std::string, std::string> references; // UNID, and who refers to it
+    std::set<std::string> documents;
+    for (NoteReader reader(file); reader.Next();) {
+        if (!reader.IsDocument()) {
+            continue;
+        }
+        documents.insert(reader.Note().unidText);
+        const Items items = reader.Items();
+        const std::string form = FirstLine(items, "Form");
+        if (std::ranges::none_of(updkrx::DlpForms,
+                                 [&](const char* dlp) { return updkrx::EqualIgnoringAsciiCase(form, dlp); })) {
+            continue;
+        }
+        for (const char* list : {"ReferDocs", "UseDocs"}) {
+            const ItemValue* value = FindItem(items, list);
+            for (const std::string& unid : value == nullptr ? std::vector<std::string>() : value->values) {
+                if (!unid.empty()) {
+                    references.emplace(unid, std::string(list) + " of " + form + " " +
+                                                 Quoted(FirstLine(items, "name")) + " names " + unid);
+                }
+            }
+        }
+    }
+    std::vector<std::string> dangling;
+    for (const auto& [unid, reference] : references) {
+        if (!documents.contains(unid)) {
+            dangling.push_back(reference);
+        }
+    }
+    return dangling;
+}
+
+/** The design notes of an installed file that are not as the patch delivers them. */
+std::vector<std::string> DesignUnlikeDelivered(const fs::path& delivered, const fs::path& installed) {
+    std::vector<std::string> unlike;
+    for (const NoteChange& note : CompareDatabases(installed.filename().string(), delivered, installed).notes) {
+        const bool stamped =
+            note.change == Change::changed && std::ranges::all_of(note.items, [](const ItemChange& item) {
+                return item.name == "$Signature" || item.name == "BuildNumber";
+            });
+        if (note.group == NoteGroup::design && !stamped) {
+            unlike.push_back(note.kind + " " + Quoted(note.name));
+        }
+    }
+    return unlike;
+}
+
+// ---- The examination
+
+class Examination {
+public:
+    Examination(const ServerFolder& server, const PatchFacts& facts)
+        : server_(server), facts_(facts), id_(IdInUse()), mailServer_(ServerName()) {}
+
+    std::vector<StateFinding> Run() {
+        const std::vector<DatabaseReport> reports = ReadDatabases(server_.DatabaseNames());
+        if (const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
+            state.behind.size() == state.databases) {
+            Fail("server", "it has not been upgraded: no database carries build " + BuildText(*facts_.patchBuild),
+                 "`krxpatch run` upgrades it");
+            return std::move(findings_);
+        }
+        for (const DatabaseReport& report : reports) {
+            Examine(report);
+        }
+        for (const std::string& name : facts_.delivered) {
+            ExamineDelivered(name);
+        }
+        ExamineLeftovers();
+        ExamineConsole();
+        return std::move(findings_);
+    }
+
+private:
+    void Fail(const std::string& subject, const std::string& text, const std::string& remedy) {
+        findings_.push_back({Level::failure, subject, text, remedy});
+    }
+    void Warn(const std::string& subject, const std::string& text, const std::string& remedy) {
+        findings_.push_back({Level::warning, subject, text, remedy});
+    }
+
+    void Examine(const DatabaseReport& report) {
+        const updkrx::ProductDatabase* product = FindProduct(report.name);
+        if (product == nullptr && !Has(facts_.delivered, report.name)) {
+            return; // not the upgrade's
+        }
+        const size_t before = findings_.size();
+        if (report.offline) {
+            Fail(report.name, "is offline", "bring it online, when nothing is wrong with it");
+        } else if (!report.error.empty()) {
+            Fail(report.name, report.missing ? "is missing" : "cannot be read: " + report.error, putBackOrAgain);
+        } else {
+            try {
+                ExamineReadable(report, product);
+            } catch (const std::exception& error) {
+                Fail(report.name, error.what(), putBackOrAgain);
+            }
+        }
+        if (findings_.size() == before) {
+            findings_.push_back({Level::ok, report.name,
+                                 BuildsOf(report) + ", " + std::to_string(report.signedNotes) + " of " +
+                                     std::to_string(report.designNotes) + " design notes signed" +
+                                     (report.designHidden ? ", design hidden" : ""),
+                                 ""});
+        }
+    }
+
+    void ExamineReadable(const DatabaseReport& report, const updkrx::ProductDatabase* product) {
+        const fs::path file = server_.ProductFolder() / report.name;
+        if (product != nullptr && !CarriesBuild(report)) {
+            Fail(report.name, "carries build " + BuildsOf(report) + " and not " + BuildText(*facts_.patchBuild),
+                 putBackOrAgain);
+        }
+        if (product != nullptr || facts_.signsDelivered) {
+            ExamineSignatures(report);
+        }
+        if (Has(facts_.delivered, report.name) && !report.designHidden) {
+            Fail(report.name, "its design is not hidden", putBackOrAgain);
+        }
+        if (product == nullptr) {
+            return;
+        }
+        if (product->templateName != nullptr && Has(facts_.delivered, product->templateName)) {
+            ExamineDesign(report.name, product->templateName);
+        }
+        if (const std::string problem = ProblemOfReplication(file, mailServer_); !problem.empty()) {
+            Fail(report.name, problem, "set the replication settings by hand, or restore and run again");
+        }
+        if (report.name == "krency.nsf") {
+            if (const auto old = OldPatternVersions(file); !old.empty()) {
+                Fail(report.name, "is of the old format: pattern versions without a dot: " + SomeOf(old),
+                     "see that krency.ntf is installed, restore and run again");
+            }
+        }
+        if (report.name == "krconf.nsf") {
+            if (const auto dangling = DanglingReferences(file); !dangling.empty()) {
+                Fail(report.name,
+                     Counted(dangling.size(), "reference") + " to a document that is not there: " + SomeOf(dangling),
+                     "open the documents and choose again what they use");
+            }
+        }
+    }
+
+    [[nodiscard]] bool CarriesBuild(const DatabaseReport& report) const {
+        return std::ranges::none_of(CompareWithBuild({report}, *facts_.patchBuild).behind,
+                                    [&](const DatabaseReport& behind) { return behind.name == report.name; });
+    }
+
+    void ExamineSignatures(const DatabaseReport& report) {
+        constexpr const char* remedy = "sign the database with the server's ID";
+        if (report.signedNotes != report.designNotes) {
+            Fail(report.name,
+                 std::to_string(report.designNotes - report.signedNotes) + " of " +
+                     Counted(report.designNotes, "design note") + " not signed",
+                 remedy);
+        }
+        if (report.changedNotes != 0) {
+            Fail(report.name, Counted(report.changedNotes, "design note") + " changed since signed", remedy);
+        }
+        for (const std::string& signer : report.signers) {
+            if (signer != id_) {
+                Fail(report.name, "has design notes signed by " + signer + " and not by " + id_, remedy);
+            }
+        }
+    }
+
+    void ExamineDesign(const std::string& name, const std::string& templateName) {
+        const std::string path = "krx/" + name;
+        const std::string templatePath = "krx/" + templateName;
+        DWORD count = 0;
+        std::string text(1 << 16, '\0');
+        if (EmbDesignCompare(path.c_str(), templatePath.c_str(), &count, text.data(),
+                             static_cast<DWORD>(text.size())) != NOERROR) {
+            Fail(name, "its design cannot be compared with that of " + templateName, putBackOrAgain);
+            return;
+        }
+        const fs::path folder = server_.ProductFolder();
+        if (count == 0 || DesignUnlikeDelivered(folder / templateName, folder / name).empty()) {
+            return; // one that was made anew is a copy of the template, and not made to inherit from it
+        }
+        std::vector<std::string> differences;
+        std::istringstream lines(text.c_str());
+        for (std::string kind, noteClass, title;
+             std::getline(lines, kind, '\t') && std::getline(lines, noteClass, '\t') && std::getline(lines, title);) {
+            differences.push_back(kind + " " + noteClass + " " + Quoted(title));
+        }
+        Fail(name, "its design is not that of " + templateName + ": " + SomeOf(differences),
+             "send the console `load convert " + path + " * " + templatePath + "` and sign the database");
+    }
+
+    void ExamineDelivered(const std::string& name) {
+        const fs::path delivered = facts_.programFolder / name;
+        const fs::path installed = server_.ProductFolder() / name;
+        if (!fs::exists(installed)) {
+            if (FindProduct(name) == nullptr) { // of which it is told already
+                Fail(name, "is not installed", putBackOrAgain);
+            }
+            return;
+        }
+        if (!fs::exists(delivered)) {
+            Fail(name, "the patch does not bring it: " + delivered.string() + " is missing",
+                 "complete the patch, restore and run again");
+            return;
+        }
+        if (!name.ends_with(".nsf") && !name.ends_with(".ntf")) {
+            if (!HaveSameBytes(delivered, installed)) {
+                Fail(name, "is not the file that the patch delivers", "copy " + delivered.string() + " over it");
+            }
+            return;
+        }
+        if (const auto unlike = DesignUnlikeDelivered(delivered, installed); !unlike.empty()) {
+            Fail(name, "is not what the patch delivers: " + SomeOf(unlike), putBackOrAgain);
+        }
+    }
+
+    void ExamineLeftovers() {
+        constexpr const char* leftovers[] = {"krency.nsf.updkrx-kept", "krency.nsf.updkrx-offline",
+                                             "krency.nsf.updkrx-old", "krconf.updkrx-kept.nsf"};
+        for (const char* name : leftovers) {
+            if (fs::exists(server_.ProductFolder() / name)) {
+                Fail(name, "is left of an upgrade that could not finish its work on the database", putBackOrAgain);
+            }
+        }
+    }
+
+    /** The last outcome of each command that an upgrade sends, as far as the server's console has a record. */
+    void ExamineConsole() {
+        const fs::path log = server_.Path() / "console.log";
+        std::ifstream stream(log);
+        if (!stream) {
+            return; // nobody keeps a record
+        }
+        std::map<std::string, std::string> outcomes;
+        for (std::string line; std::getline(stream, line);) {
+            std::istringstream fields(line);
+            std::string time, outcome, command;
+            if (std::getline(fields, time, '\t') && std::getline(fields, outcome, '\t') &&
+                std::getline(fields, command)) {
+                outcomes[command] = outcome;
+            }
+        }
+        for (const std::string& command : ExpectedCommands()) {
+            const auto found = outcomes.find(command);
+            if (found == outcomes.end()) {
+                Warn("console", "there is no record that `" + command + "` was sent", "send it, if it was not");
+            } else if (!ConsoleCommand{found->first, found->second}.Succeeded()) {
+                Fail("console", "`" + command + "` ended with: " + found->second, "send it again");
+            }
+        }
+    }
+
+    [[nodiscard]] std::vector<std::string> ExpectedCommands() const {
+        std::vector<std::string> commands;
+        for (const std::string& name : facts_.delivered) {
+            if (name.ends_with(".ntf")) {
+                const std::string stem = name.substr(0, name.size() - 4);
+                commands.push_back("load convert krx/" + stem + ".nsf * krx/" + name);
+            }
+            if (name == "krconf.ntf") {
+                commands.emplace_back("load design -f krx/krconf.nsf");
+            }
+        }
+        if (!commands.empty()) {
+            commands.emplace_back("tell krxreal restart");
+        }
+        return commands;
+    }
+
+    const ServerFolder& server_;
+    const PatchFacts& facts_;
+    std::string id_;
+    std::string mailServer_;
+    std::vector<StateFinding> findings_;
+};
+
+} // namespace
+
+std::vector<StateFinding> ExamineEndState(const ServerFolder& server, const PatchFacts& facts) {
+    return Examination(server, facts).Run();
+}
+
+} // namespace krxpatch

@@ -1,0 +1,13 @@
+// A report as one HTML file that stands for itself: no network, light and dark, for any width and for print.
+#pragma once
+
+#include <ostream>
+
+#include "change_report.h"
+
+namespace krxpatch {
+
+/** Of a database with very many changes the first ones are shown; the JSON form has all of them. */
+void PrintHtml(std::ostream& out, const ChangeReport& report);
+
+} // namespace krxpatch

@@ -1,0 +1,70 @@
+#include "report_output.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "html_report.h"
+#include "json_report.h"
+#include "path_checks.h"
+#include "text_report.h"
+
+namespace krxpatch {
+namespace {
+
+const char* NameOf(ExitCode code) {
+    const auto* found = std::ranges::find(exitMeanings, code, &ExitMeaning::code);
+    return found == std::end(exitMeanings) ? "failed" : found->name;
+}
+
+void WriteHtml(const ChangeReport& report, const std::filesystem::path& file) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    PrintHtml(out, report);
+    if (!out.flush()) {
+        throw Failure(failed, file.string() + ": cannot be written");
+    }
+}
+
+void Work(const ReportOptions& options, const std::function<void(ChangeReport&)>& work, ChangeReport& report) {
+    if (!options.html.empty()) {
+        RequirePlaceForFile(options.html);
+    }
+    work(report);
+    if (!options.html.empty()) {
+        WriteHtml(report, options.html);
+    }
+}
+
+} // namespace
+
+ExitCode OutputReport(const std::string& command, const ReportOptions& options,
+                      const std::function<void(ChangeReport& report)>& work) {
+    ChangeReport report;
+    report.command = command;
+    if (!options.json) {
+        Work(options, work, report);
+        PrintText(std::cout, report);
+        if (!report.errors.empty()) {
+            throw Failure(report.exitCode, Summary(report));
+        }
+        return report.exitCode;
+    }
+    const auto fail = [&](ExitCode code, const std::string& message) {
+        report.exitCode = code;
+        report.errors.insert(report.errors.begin(), {NameOf(code), message});
+    };
+    try {
+        Work(options, work, report);
+    } catch (const Failure& failure) {
+        fail(failure.Code(), failure.what());
+    } catch (const std::filesystem::filesystem_error& error) {
+        fail(failed, error.path1().string() + ": " + error.code().message());
+    } catch (const std::exception& error) {
+        fail(failed, error.what());
+    }
+    PrintJson(std::cout, report);
+    return report.exitCode;
+}
+
+} // namespace krxpatch

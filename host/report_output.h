@@ -1,0 +1,22 @@
+// How a command that makes a report ends: with the report on standard output, also when it could not do its work.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "change_report.h"
+
+namespace krxpatch {
+
+struct ReportOptions {
+    bool json = false;
+    std::filesystem::path html; // empty: none
+};
+
+/** Runs `work`, which fills the report, and prints it; with JSON also when `work` throws, with the failure as an error.
+ *  Returns the report's exit code; as text, throws Failure for what went wrong, which the caller then reports. */
+[[nodiscard]] ExitCode OutputReport(const std::string& command, const ReportOptions& options,
+                                    const std::function<void(ChangeReport& report)>& work);
+
+} // namespace krxpatch

@@ -1,0 +1,123 @@
+#include "server_copy.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "common/ascii_text.h"
+#include "failure.h"
+
+namespace krxpatch {
+namespace {
+
+namespace fs = std::filesystem;
+
+uintmax_t SizeOfFiles(const fs::path& folder) {
+    uintmax_t size = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        size += entry.is_regular_file() ? entry.file_size() : 0;
+    }
+    return size;
+}
+
+/** The upgrade needs the databases once more: it keeps what it replaces, and a journal holds what it changes. */
+void RequireRoom(const fs::path& folder, const fs::path& products, const fs::path& program) {
+    const uintmax_t needed = 2 * SizeOfFiles(products) + 2 * SizeOfFiles(program);
+    const uintmax_t available = fs::space(folder).available;
+    if (available < needed) {
+        constexpr uintmax_t megabyte = uintmax_t{1} << 20;
+        throw Failure(notStarted, folder.string() + ": the private copy of the server needs " +
+                                      std::to_string(needed / megabyte + 1) + " MB and there are " +
+                                      std::to_string(available / megabyte) +
+                                      "; TMPDIR can name a folder that has more room");
+    }
+}
+
+/** The files in a folder and the folders in it; a link to a file becomes the file, one to a folder is passed over. */
+void CopyFiles(const fs::path& from, const fs::path& to) {
+    fs::create_directories(to);
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path copy = to / entry.path().filename();
+        if (entry.is_directory() && !entry.is_symlink()) {
+            CopyFiles(entry.path(), copy);
+        } else if (entry.is_regular_file()) {
+            fs::copy_file(entry.path(), copy);
+            fs::last_write_time(copy, entry.last_write_time());
+        }
+    }
+}
+
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+std::string ReadWhole(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+void WriteWhole(const fs::path& file, const std::string& text) {
+    std::ofstream stream(file, std::ios::binary);
+    if (!(stream << text << std::flush)) {
+        throw Failure(notStarted, file.string() + ": cannot be written");
+    }
+}
+
+bool IsSetting(std::string_view line, std::string_view name) {
+    return line.size() > name.size() && line[name.size()] == '=' &&
+           updkrx::EqualIgnoringAsciiCase(line.substr(0, name.size()), name);
+}
+
+} // namespace
+
+ServerCopy::ServerCopy(const ServerFolder& server, const PatchFacts& facts)
+    : folder_(fs::temp_directory_path() / "krxpatch-plan"), path_(folder_.Path()), original_(server.Path()),
+      originalProgram_(facts.programFolder), program_(path_ / "install/program" / facts.programFolder.filename()) {
+    RequireRoom(path_, server.ProductFolder(), facts.programFolder);
+    CopyFiles(server.ProductFolder(), path_ / "data/krx");
+    if (fs::is_directory(server.LogFolder())) {
+        fs::create_directory(path_ / "data" / server.LogFolder().filename());
+    }
+    CopyFiles(facts.programFolder, program_);
+    CopyIniFile(server);
+    CopyOfflineList(server);
+}
+
+std::string ServerCopy::AsCopy(std::string text) const {
+    ReplaceAll(text, original_.string(), path_.string());
+    return text;
+}
+
+std::string ServerCopy::AsOriginal(std::string text) const {
+    ReplaceAll(text, program_.string(), originalProgram_.string());
+    ReplaceAll(text, path_.string(), original_.string());
+    return text;
+}
+
+void ServerCopy::CopyIniFile(const ServerFolder& server) const {
+    std::istringstream lines(ReadWhole(server.IniFile()));
+    std::string copy;
+    for (std::string line; std::getline(lines, line);) {
+        if (IsSetting(line, "Directory")) {
+            line = "Directory=" + (path_ / "data").string();
+        } else if (IsSetting(line, "VarnholtInstallPath")) {
+            line = "VarnholtInstallPath=" + (path_ / "install").string();
+        }
+        copy += AsCopy(std::move(line)) + "\n";
+    }
+    WriteWhole(path_ / "notes.ini", copy);
+}
+
+/** It holds the whole paths of databases. */
+void ServerCopy::CopyOfflineList(const ServerFolder& server) const {
+    if (fs::exists(server.OfflineList())) {
+        std::string list = ReadWhole(server.OfflineList());
+        ReplaceAll(list, server.ProductFolder().string(), (path_ / "data/krx").string());
+        WriteWhole(path_ / server.OfflineList().filename(), list);
+    }
+}
+
+} // namespace krxpatch

@@ -1,0 +1,35 @@
+#include "commands.h"
+
+#include <algorithm>
+
+#include "end_state.h"
+#include "recovery_copy.h"
+#include "report_output.h"
+#include "server_folder.h"
+
+namespace krxpatch {
+namespace {
+
+void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
+    const ServerFolder server(options.server, ServerFolder::Access::readOnly);
+    report.before = server.Path().string();
+    const PatchFacts facts = ReadPatchFacts(server);
+    if (!facts.patchBuild) {
+        throw Failure(notStarted, facts.problem);
+    }
+    report.patchBuild = BuildText(*facts.patchBuild);
+    report.findings = ExamineEndState(server, facts);
+    if (const auto run = DeadRunOf(server)) {
+        report.findings.push_back({StateFinding::Level::failure, "server", "a run died: " + *run,
+                                   "`krxpatch restore` puts back what it has changed"});
+    }
+    AddFailures(report, "not-as-it-should-be");
+}
+
+} // namespace
+
+ExitCode Verify(const VerifyOptions& options) {
+    return OutputReport("verify", options.output, [&](ChangeReport& report) { VerifyServer(options, report); });
+}
+
+} // namespace krxpatch
