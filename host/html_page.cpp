@@ -55,6 +55,7 @@ td.old { background: var(--cut-ground); } td.new { background: var(--add-ground)
 [hidden] { display: none !important; }
 @media (max-width: 40rem) {
   main { padding: .7rem; }
+  .tools input { flex-basis: 100%; }
   table.items, table.items tbody, table.items tr, table.items td { display: block; width: 100%; }
   table.items thead { display: none; }
   table.items td { border: 0; border-radius: .25rem; margin: .15rem 0; }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "html_page.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -106,7 +107,7 @@ void PrintNote(std::ostream& out, const DatabaseChange& database, const NoteChan
 void PrintNotes(std::ostream& out, const DatabaseChange& database, NoteGroup group) {
     size_t count = 0;
     for (const NoteChange& note : database.notes) {
-        if (note.group != group) {
+        if (note.group != group || IsOnlySigned(note)) {
             continue;
         }
         if (count++ == 0) {
@@ -118,6 +119,20 @@ void PrintNotes(std::ostream& out, const DatabaseChange& database, NoteGroup gro
     }
     if (count > notesShown) {
         out << "<p class=gist>Not all of " << count << " are shown; krxpatch --json has them.</p>\n";
+    }
+}
+
+/** Nobody wants to unfold each of them. */
+void PrintOnlySigned(std::ostream& out, const DatabaseChange& database) {
+    std::vector<std::string> names;
+    for (const NoteChange& note : database.notes) {
+        if (IsOnlySigned(note)) {
+            names.push_back(note.kind + " \"" + note.name + "\"");
+        }
+    }
+    if (!names.empty()) {
+        out << "<details class=\"note entry\"><summary>" << Counted(names.size(), "design note")
+            << " only signed</summary><div>" << Escaped(Join(names)) << "</div></details>\n";
     }
 }
 
@@ -133,6 +148,7 @@ void PrintDatabase(std::ostream& out, const DatabaseChange& database) {
     for (const NoteGroup group : noteGroups) {
         PrintNotes(out, database, group);
     }
+    PrintOnlySigned(out, database);
     out << "</div></details>\n";
 }
 

@@ -3,7 +3,7 @@
 (async () => {
   const wait = () => new Promise(done => setTimeout(done, 50));
   const all = selector => [...document.querySelectorAll(selector)];
-  const visible = element => element.getClientRects().length > 0;
+  const visible = element => element.checkVisibility();
   const shown = selector => all(selector).filter(visible);
   const problems = [];
   const expect = (what, holds) => { if (!holds) { problems.push(what); } };

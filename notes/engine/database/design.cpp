@@ -188,10 +188,12 @@ std::vector<DesignDifference> CompareDesign(Database& database, Database& design
             return;
         }
         const OpenNote& note = wanted ? *wanted : *own;
+        const std::string title = ItemText(note.items, titleItem);
         differences.push_back({!own     ? Kind::missing
                                : wanted ? Kind::different
                                         : Kind::surplus,
-                               note.head.noteClass, Utf8FromLmbcs(ItemText(note.items, titleItem))});
+                               note.head.noteClass,
+                               Utf8FromLmbcs(std::string_view(title).substr(0, title.find('\0')))});
     });
     return differences;
 }

@@ -38,7 +38,7 @@ struct DesignDifference {
     enum class Kind { missing, different, surplus };
     Kind kind;
     WORD noteClass;
-    std::string title; // UTF-8
+    std::string title; // its first line, UTF-8
 };
 
 /** What ExchangeDesign() would change. Writes nothing. */
