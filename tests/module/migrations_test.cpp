@@ -175,6 +175,17 @@ TEST_F(MigrationsTest, RewriteReferencesOfDlpFormsOnly) {
     EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 4U);
 }
 
+/** Others that refer to it by the template's UNID are to find it. */
+TEST_F(MigrationsTest, NoteTheUnidThatAnAddedDocumentHasToKeep) {
+    LoadFixture("added_and_kept");
+    SetBehaviours("copy-unid=new");
+    const OpenDatabases open;
+    ASSERT_EQ(EmbFaultArm("NSFNoteUpdate", 1, ERR_NOACCESS, 1), NOERROR);
+    (void)UpgradeDLPForm(open.ntf, open.database, "dictionary", "name");
+    EmbFaultClear();
+    EXPECT_TRUE(gMap.contains("000000000000000000000000000000A6"));
+}
+
 /** Replicas must take the new document for newer than the deletion of the old one. */
 TEST_F(MigrationsTest, GiveARecreatedDocumentTheNextVersion) {
     LoadFixture("replaced");
