@@ -76,15 +76,18 @@ struct ImportOptions {
     std::filesystem::path database;
     std::filesystem::path dxl;
     bool force = false; // replace an existing database
+    bool into = false;  // add the file's one note to an existing database
 };
 
-/** Makes a database from DXL; a bad file leaves nothing behind. */
+/** Makes a database from DXL, or adds a note to one, and prints what a person should know of it; a bad file or an
+ *  interrupt leaves nothing behind. */
 [[nodiscard]] ExitCode Import(const ImportOptions& options);
 
 struct ExportOptions {
     std::filesystem::path database;
-    std::filesystem::path dxl; // empty: standard output
+    std::filesystem::path dxl; // "-" or empty: standard output
     bool stable = false;       // only what two equal upgrades have in common
+    bool force = false;        // replace an existing file
 };
 
 /** Writes a database as DXL and leaves it as it is. */

@@ -22,8 +22,11 @@ void ExportToFile(const ExportOptions& options, const std::filesystem::path& dxl
 
 ExitCode Export(const ExportOptions& options) {
     RequirePlaceForFile(options.database);
-    if (!options.dxl.empty()) {
+    if (!options.dxl.empty() && options.dxl != "-") {
         RequirePlaceForFile(options.dxl);
+        if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(options.dxl))) {
+            throw Failure(failed, options.dxl.string() + ": exists already (--force replaces it)");
+        }
         ExportToFile(options, options.dxl);
         return succeeded;
     }

@@ -49,8 +49,8 @@ CLI::Option* AddPath(CLI::App* command, const std::string& name, std::filesystem
 }
 
 /** A switch, which takes no value. */
-void AddSwitch(CLI::App* command, const std::string& name, bool& on, const std::string& description) {
-    command->add_flag(name, on, description)->disable_flag_override();
+CLI::Option* AddSwitch(CLI::App* command, const std::string& name, bool& on, const std::string& description) {
+    return command->add_flag(name, on, description)->disable_flag_override();
 }
 
 /** What a command that makes a report has in common with the others. */
@@ -112,14 +112,17 @@ ExitCode ParseAndRun(std::vector<std::string> arguments) {
     CLI::App* import = AddCommand(program, "import", "Make a database from DXL");
     AddPath(import, "DB", importOptions.database, "", "The database file to make")->required();
     AddPath(import, "FILE.dxl", importOptions.dxl, "", "The DXL file")->required();
-    AddSwitch(import, "--force", importOptions.force, "Replace an existing database");
+    CLI::Option* replace = AddSwitch(import, "--force", importOptions.force, "Replace an existing database");
+    AddSwitch(import, "--into", importOptions.into, "Add the file's one note to an existing database")
+        ->excludes(replace);
 
     ExportOptions exportOptions;
     CLI::App* dxlExport = AddCommand(program, "export", "Write a database as DXL");
     AddPath(dxlExport, "DB", exportOptions.database, "", "The database file")->required();
-    AddPath(dxlExport, "FILE.dxl", exportOptions.dxl, "", "The DXL file to write; without it, standard output");
+    AddPath(dxlExport, "FILE.dxl", exportOptions.dxl, "", "The DXL file to write; - or nothing for standard output");
     AddSwitch(dxlExport, "--stable", exportOptions.stable,
               "Leave out note IDs, sequence numbers, times and signature values");
+    AddSwitch(dxlExport, "--force", exportOptions.force, "Replace an existing file");
 
     try {
         std::reverse(arguments.begin(), arguments.end()); // the parser takes them from the end

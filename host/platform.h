@@ -27,6 +27,9 @@ extern const char* const moduleFile;
  *  takes it as UTF-8. */
 void PrepareOutput();
 
+/** Whether a person reads standard error as it is written. */
+[[nodiscard]] bool ErrorIsTerminal() noexcept;
+
 /** Texts of the module, which are in the native character set, and the other way round. What a set lacks becomes its
  *  replacement character. */
 [[nodiscard]] std::string Utf8FromNative(std::string_view text);

@@ -94,6 +94,10 @@ void PrepareOutput() {
     (void)std::signal(SIGPIPE, SIG_IGN); // cannot fail for this signal
 }
 
+bool ErrorIsTerminal() noexcept {
+    return isatty(STDERR_FILENO) != 0;
+}
+
 std::string Utf8FromNative(std::string_view text) {
     return std::string(text); // UTF-8 is the native set
 }

@@ -94,6 +94,10 @@ void PrepareOutput() {
     (void)_setmode(_fileno(stdout), _O_BINARY); // DXL goes out as it is
 }
 
+bool ErrorIsTerminal() noexcept {
+    return _isatty(_fileno(stderr)) != 0;
+}
+
 std::string Utf8FromNative(std::string_view text) {
     return Translate(CP_ACP, CP_UTF8, text);
 }

@@ -17,7 +17,7 @@ set(placeholder ${CMAKE_BINARY_DIR}/nnotes.dll)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/x86_64-unix)
 add_custom_command(OUTPUT ${library} ${placeholder}
   COMMAND wineg++ -shared $<TARGET_OBJECTS:notes_objects> $<TARGET_FILE:notes_engine> ${spec} -o ${library}
-    ${SQLITE_LDFLAGS} ${ICU_LDFLAGS} -lpugixml
+    ${SQLITE_LDFLAGS} ${ICU_LDFLAGS} ${EXPAT_LDFLAGS}
   COMMAND wineg++ -shared ${spec} -o ${placeholder} -Wb,--fake-module
   DEPENDS notes_objects $<TARGET_OBJECTS:notes_objects> notes_engine ${spec}
   COMMAND_EXPAND_LISTS VERBATIM)

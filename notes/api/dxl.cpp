@@ -10,12 +10,13 @@ using namespace embedded;
 
 namespace {
 
+/** The message is what the body returns, or the cause of its failure. */
 template<typename Body>
 STATUS WithMessage(char* message, DWORD messageSize, Body&& body) {
     std::string text;
     STATUS status = NOERROR;
     try {
-        body();
+        text = body();
     } catch (const StatusError& error) {
         status = error.Status();
         text = error.what();
@@ -37,6 +38,11 @@ std::filesystem::path PathOf(const char* path) {
     return PathFromCaller(path);
 }
 
+struct Listener {
+    EMB_DXL_PROGRESS progress = nullptr;
+    void* parameter = nullptr;
+} listener;
+
 void RequireKnown(DWORD options, DWORD known) {
     if ((options & ~known) != 0) {
         throw StatusError(EMB_ERR_ARGUMENT, "unknown options");
@@ -45,11 +51,28 @@ void RequireKnown(DWORD options, DWORD known) {
 
 } // namespace
 
+void LNPUBLIC EmbDxlProgressSet(EMB_DXL_PROGRESS progress, void* parameter) {
+    listener = {progress, parameter};
+}
+
 STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize) {
     return WithMessage(message, messageSize, [&] {
-        RequireKnown(options, EMB_DXL_REPLACE);
-        ImportDxl(PathOf(databaseFile), PathOf(dxlFile), (options & EMB_DXL_REPLACE) != 0);
+        RequireKnown(options, EMB_DXL_REPLACE | EMB_DXL_INTO);
+        const DxlImportInto into = options & EMB_DXL_INTO      ? DxlImportInto::existingDatabase
+                                   : options & EMB_DXL_REPLACE ? DxlImportInto::replacedDatabase
+                                                               : DxlImportInto::newDatabase;
+        DxlProgress report;
+        if (listener.progress) {
+            report = [](uint64_t done, uint64_t total) {
+                return listener.progress(listener.parameter, done, total) == NOERROR;
+            };
+        }
+        std::string remarks;
+        for (const std::string& remark : ImportDxl(PathOf(databaseFile), PathOf(dxlFile), into, report)) {
+            remarks += remark + "\n";
+        }
+        return remarks;
     });
 }
 
@@ -58,5 +81,6 @@ STATUS LNPUBLIC EmbDxlExport(const char* databaseFile, const char* dxlFile, DWOR
     return WithMessage(message, messageSize, [&] {
         RequireKnown(options, EMB_DXL_STABLE);
         ExportDxl(PathOf(databaseFile), PathOf(dxlFile), {.stable = (options & EMB_DXL_STABLE) != 0});
+        return std::string();
     });
 }

@@ -46,6 +46,17 @@ std::vector<std::string_view> EntriesOf(Session& session, NOTEHANDLE note, std::
     return ItemEntries(items, name);
 }
 
+/** Passes over what DXL keeps in a note and no item has. */
+std::optional<ItemView> FirstItem(const Items& items) {
+    ItemCursor cursor = items.Cursor();
+    for (ItemView item{}; cursor.Next(item);) {
+        if (!item.name.empty()) {
+            return item;
+        }
+    }
+    return std::nullopt;
+}
+
 /** A copy of the item, with its type word, in memory that belongs to the note. */
 BLOCKID Lend(Session& session, NoteEntry& note, const ItemView& item) {
     RequireInline(item);
@@ -84,11 +95,14 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
         std::optional<ItemView> found;
         if (name) {
             found = entry.items.Find(ItemName(name, nameLength));
-        } else if (ItemView first{}; nameLength == 0 && entry.items.Cursor().Next(first)) {
-            found = first;
+        } else if (nameLength == 0) {
+            found = FirstItem(entry.items);
         }
         if (!found) {
             throw StatusError(ERR_ITEM_NOT_FOUND);
+        }
+        if (IsKept(found->type)) {
+            found = ItemView{found->name, TYPE_INVALID_OR_UNKNOWN, found->flags, {}}; // it has no bytes to show
         }
         if (type) {
             *type = found->type;

@@ -32,6 +32,7 @@ extern "C" {
 #define EMB_ERR_UNSUPPORTED ((STATUS)0x3E12) /* the embedded platform does not do this */
 #define EMB_ERR_RECOVERY ((STATUS)0x3E13)    /* a writer died; only a session that may write can repair it */
 #define EMB_ERR_NEWER ((STATUS)0x3E14)       /* the database was made by a newer version of this platform */
+#define EMB_ERR_CANCELLED ((STATUS)0x3E15)   /* the caller ended the operation */
 
 /* ---- Session -------------------------------------------------------------------------------------------- */
 
@@ -197,11 +198,20 @@ STATUS LNPUBLIC EmbReaderItem(EMBREADER* reader, DWORD index, EMBITEM* item, BOO
 #define EMB_DXL_REPLACE 0x0001u
 /** Leaves out note IDs, sequence numbers, all times and signature values, and orders notes by class and UNID. */
 #define EMB_DXL_STABLE 0x0002u
+/** The one note of the file becomes one more note of an existing database, in place of the one that has its UNID. */
+#define EMB_DXL_INTO 0x0004u
+
+/** Is told now and then how many bytes of the file are read; a status other than NOERROR ends the import. */
+typedef STATUS(LNCALLBACK* EMB_DXL_PROGRESS)(void* parameter, uint64_t done, uint64_t total);
+/** Who is told by the imports of this process from now on; NULL for nobody. */
+void LNPUBLIC EmbDxlProgressSet(EMB_DXL_PROGRESS progress, void* parameter);
 
 /* Both take host paths, and need no session. */
 
 /** Makes the database file from the DXL file. On failure nothing is left behind, and `message` (optional) names
- *  the file, the line and the cause. */
+ *  the file, the line and the cause; EMB_ERR_CANCELLED when EMB_DXL_PROGRESS ended it. Otherwise `message` holds what a
+ *  person should know, one remark a line: a note that was replaced, and once each element that DXL is not known to
+ *  have, which is kept. */
 STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize);
 /** Writes the database file as DXL into a file, which takes its place whole or not at all. */

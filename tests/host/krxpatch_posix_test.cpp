@@ -22,5 +22,25 @@ TEST_F(KrxpatchTest, GoesOnWithoutAReader) {
     EXPECT_TRUE(fs::is_empty(Folder() / "temporary"));
 }
 
+TEST_F(KrxpatchTest, AnInterruptedImportLeavesNothing) {
+    std::string dxl = "<database xmlns='http://www.lotus.com/dxl'>";
+    for (int note = 0; note < 200'000; ++note) {
+        dxl += "<document form='F'><item name='a'><text>b</text></item></document>\n";
+    }
+    WriteFile(Folder() / "a.dxl", dxl + "</database>");
+    const std::string program = KRXPATCH_PROGRAM;
+    RunProgram("/bin/sh",
+               {"-c", program +
+                          " import a.nsf a.dxl 2>error & until ls a.nsf.new-* >/dev/null 2>&1; do sleep 0.01; done; "
+                          "kill -INT $!; wait $!; echo $? >code"},
+               Folder());
+    EXPECT_EQ(ReadFile(Folder() / "code"), "130\n");
+    EXPECT_EQ(ReadFile(Folder() / "error"), "krxpatch: a.dxl: interrupted\n");
+    fs::remove(Folder() / "a.dxl");
+    fs::remove(Folder() / "code");
+    fs::remove(Folder() / "error");
+    EXPECT_TRUE(fs::is_empty(Folder()));
+}
+
 } // namespace
 } // namespace krxpatch::test

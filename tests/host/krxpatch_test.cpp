@@ -375,7 +375,7 @@ TEST_F(StatusTest, StatusAndExportLeaveTheServerFolderAsItWas) {
     EXPECT_TRUE(Exits(Krxpatch({"status", "--server", "server"}), 0));
     for (const auto& entry : fs::directory_iterator(Databases())) {
         EXPECT_TRUE(Exits(Krxpatch({"export", entry.path().string()}), 0));
-        EXPECT_TRUE(Exits(Krxpatch({"export", entry.path().string(), "out.dxl", "--stable"}), 0));
+        EXPECT_TRUE(Exits(Krxpatch({"export", entry.path().string(), "out.dxl", "--stable", "--force"}), 0));
     }
     EXPECT_TRUE(Snapshot(Server()) == before);
 }
@@ -388,7 +388,7 @@ protected:
               <note class='document'><item name='Text'><text>größer<break/>als</text></item></note>
               <note class='view'><item name='$TITLE'><text>View</text></item></note>
             </database>)");
-        WriteFile(Folder() / "bad.dxl", "<database xmlns='http://www.lotus.com/dxl'>\n<surprise/></database>");
+        WriteFile(Folder() / "bad.dxl", "<database xmlns='http://www.lotus.com/dxl'>\n<note></database>");
     }
 };
 
@@ -399,11 +399,28 @@ TEST_F(DxlTest, ExportAndImportRoundTrip) {
     EXPECT_TRUE(Contains(exported.out, "größer<break/>als"));
     ASSERT_TRUE(Exits(Krxpatch({"export", "a.nsf", "whole.dxl"}), 0));
     EXPECT_EQ(ReadFile(Folder() / "whole.dxl"), exported.out);
+    EXPECT_EQ(Krxpatch({"export", "a.nsf", "-"}).out, exported.out);
     EXPECT_TRUE(Contains(exported.out, "noteid="));
     EXPECT_FALSE(Contains(Krxpatch({"export", "--stable", "a.nsf"}).out, "noteid="));
 
     ASSERT_TRUE(Exits(Krxpatch({"import", "b.nsf", "whole.dxl"}), 0));
     EXPECT_EQ(Krxpatch({"export", "b.nsf"}).out, exported.out);
+}
+
+TEST_F(DxlTest, ANoteGoesIntoADatabaseAndWhatIsUnusualIsTold) {
+    const std::string unid = "5E0D3A1164B4D0C1C12589A1003471AA";
+    WriteFile(Folder() / "note.dxl", "<form xmlns='http://www.lotus.com/dxl' name='F'><noteinfo unid='" + unid +
+                                         "'/><surprise/><surprise/></form>");
+    ASSERT_TRUE(Exits(Krxpatch({"import", "a.nsf", "a.dxl"}), 0));
+    const std::string unknown = "<surprise> in <form>: not known, kept as it is\n";
+    EXPECT_EQ(Krxpatch({"import", "a.nsf", "note.dxl", "--into"}).out, unknown);
+    EXPECT_EQ(Krxpatch({"import", "a.nsf", "note.dxl", "--into"}).out,
+              "the note of the UNID " + unid + " is replaced\n" + unknown);
+    const std::string dxl = Krxpatch({"export", "a.nsf", "-"}).out;
+    EXPECT_TRUE(Contains(dxl, "größer"));
+    EXPECT_TRUE(Contains(dxl, "<surprise/>\n    <surprise/>\n  </form>"));
+    EXPECT_TRUE(Fails(Krxpatch({"import", "a.nsf", "a.dxl", "--into"}), 1, "a.dxl:2: <database>: only a note"));
+    EXPECT_TRUE(Fails(Krxpatch({"import", "a.nsf", "note.dxl", "--into", "--force"}), 2, "--into"));
 }
 
 TEST_F(DxlTest, RefusalsLeaveEverythingAsItWas) {
@@ -423,7 +440,9 @@ TEST_F(DxlTest, RefusalsLeaveEverythingAsItWas) {
         {{"import", "a.dxl", "a.dxl", "--force"}, "a.dxl: "},
         {{"export", "none.nsf"}, "none.nsf: no such file"},
         {{"export", "a.dxl"}, "a.dxl: file is not a database"},
-        {{"export", "a.nsf", "a.nsf"}, "a.nsf: "},
+        {{"export", "a.nsf", "a.nsf", "--force"}, "a.nsf: "},
+        {{"export", "a.nsf", "a.dxl"}, "a.dxl: exists already"},
+        {{"import", "none.nsf", "a.dxl", "--into"}, "none.nsf: no such file"},
         {{"export", "a.nsf", "none/a.dxl"}, "none: no such folder"},
     };
     fs::create_directory(Folder() / "folder");

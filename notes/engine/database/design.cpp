@@ -77,6 +77,29 @@ Items ItemsFor(Database& database, const OpenNote& from, const std::string& inhe
     return items;
 }
 
+/** The dates that a note carries beside its times are its own: those of `own` in the place of those in `items`. */
+Items WithDatesOf(const Items& own, const Items& items) {
+    std::string dates;
+    ItemCursor ownCursor = own.Cursor();
+    for (ItemView view{}; ownCursor.Next(view);) {
+        if (view.type == keptInfo) {
+            AppendEncoded(dates, view);
+        }
+    }
+    std::string encoded;
+    ItemCursor cursor = items.Cursor();
+    for (ItemView view{}; cursor.Next(view);) {
+        if (view.type == keptHead) {
+            AppendEncoded(encoded, view);
+        } else if (view.type != keptInfo) {
+            encoded += dates;
+            dates.clear();
+            AppendEncoded(encoded, view);
+        }
+    }
+    return Items(encoded + dates);
+}
+
 /** Without the signature, which each database's own server makes, and the names of objects in their database. */
 std::string Comparable(Items items) {
     items.Erase(signatureItem);
@@ -147,7 +170,8 @@ void PairDesigns(Database& database, Database& designTemplate, const Visit& visi
         if (existing) {
             taken.insert(existing->head.id);
         }
-        visit(existing, &wanted, ItemsFor(database, wanted, inherits));
+        visit(existing, &wanted,
+              WithDatesOf(existing ? existing->items : Items(), ItemsFor(database, wanted, inherits)));
     }
     for (const OpenNote& note : own) {
         if (!taken.contains(note.head.id)) {

@@ -1,7 +1,9 @@
 // Databases as DXL text.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,16 +12,30 @@
 
 namespace embedded {
 
-/** Makes the database file from DXL in UTF-8. Throws StatusError: EMB_ERR_DXL with "FILE:LINE: cause" for DXL that
- *  it does not take, ERR_EXISTS, EMB_ERR_BUSY for an existing database that somebody has open, or another status
- *  with the file and the cause; the database file is then as it was, and nothing is left beside it. */
-void ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile, bool replaceExisting);
+/** Hears now and then how many bytes of how many are done; false ends the work. */
+using DxlProgress = std::function<bool(uint64_t done, uint64_t total)>;
+
+enum class DxlImportInto {
+    newDatabase,      // which must not be there yet
+    replacedDatabase, // what is there is replaced, if anything is
+    existingDatabase, // the one note of the file becomes one more note, in the place of the one that has its UNID
+};
+
+/** What a person may want to know of an import; UTF-8, one line each. */
+using DxlRemarks = std::vector<std::string>;
+
+/** Makes the database file from DXL. Throws StatusError: EMB_ERR_DXL with "FILE:LINE: cause" for a file that is not DXL
+ *  or is beyond the limits, ERR_EXISTS, EMB_ERR_BUSY for an existing database that somebody has open, EMB_ERR_CANCELLED,
+ *  or another status with the file and the cause; the database file is then as it was, and nothing is left beside it. */
+DxlRemarks ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
+                     DxlImportInto into, const DxlProgress& progress = {});
 
 struct DxlExportOptions {
     /**
      * Leaves out note IDs, sequence numbers, times (the replica cutoff and $Revisions among them; the times in a
-     * note's own items stay) and signature values; notes in order of class and UNID. A UNID that the database
-     * generated shows its first half, which holds the serial number, and sixteen zeros for the moment in the second.
+     * note's own items stay), facts of the file (its path and <databaseinfo>) and signature values; documents as
+     * <note>, notes in order of class and UNID. A UNID that the database generated shows its first half, which holds
+     * the serial number, and sixteen zeros for the moment in the second.
      */
     bool stable = false;
 };

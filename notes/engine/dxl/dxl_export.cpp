@@ -5,9 +5,14 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <list>
+#include <span>
 #include <tuple>
 
 #include "engine/dxl/dxl.h"
+#include "engine/dxl/dxl_items.h"
+#include "engine/dxl/dxl_note_element.h"
+#include "engine/dxl/dxl_values.h"
 #include "engine/dxl/dxl_vocabulary.h"
 #include "engine/dxl/xml_text.h"
 #include "engine/formula/formula.h"
@@ -28,52 +33,13 @@ constexpr size_t notesPerScan = 256;
 // ---- Elements
 
 struct Element {
-    std::string_view name;
+    std::string name; // empty: a piece of XML, which is the text
     std::vector<std::pair<std::string_view, std::string>> attributes;
     /** Zero bytes are printed as breaks. An element has a text or children. */
     std::string text;
     std::vector<Element> children;
+    std::string keptAttributes = {}; // as XML
 };
-
-std::string Escaped(std::string_view text, bool inAttribute) {
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '\'':
-            out += inAttribute ? "&apos;" : "'";
-            break;
-        case '\t':
-            out += "&#9;";
-            break;
-        case '\n':
-            out += "&#10;";
-            break;
-        case '\r':
-            out += "&#13;";
-            break;
-        case '\0':
-            out += "<break/>";
-            break;
-        default:
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::string AttributeText(std::string_view name, std::string_view value) {
-    return " " + std::string(name) + "='" + Escaped(value, true) + "'";
-}
 
 /** An element that holds one element that holds one element ... stands in one line. */
 bool IsChain(const Element& element) {
@@ -81,15 +47,20 @@ bool IsChain(const Element& element) {
 }
 
 void Print(std::string& out, const Element& element, size_t depth) {
-    out += "<" + std::string(element.name);
+    if (element.name.empty()) {
+        out += element.text;
+        return;
+    }
+    out += "<" + element.name;
     for (const auto& [name, value] : element.attributes) {
         out += AttributeText(name, value);
     }
+    out += element.keptAttributes;
     if (element.text.empty() && element.children.empty()) {
         out += "/>";
         return;
     }
-    out += ">" + Escaped(element.text, false);
+    out += ">" + Escaped(element.text, XmlPlace::text);
     const bool lines = !IsChain(element);
     for (const Element& child : element.children) {
         if (lines) {
@@ -100,7 +71,7 @@ void Print(std::string& out, const Element& element, size_t depth) {
     if (lines) {
         out += "\n" + std::string(2 * depth, ' ');
     }
-    out += "</" + std::string(element.name) + ">";
+    out += "</" + element.name + ">";
 }
 
 std::string Hex(uint32_t value, size_t digits) {
@@ -173,31 +144,37 @@ Form TimeForm(std::string_view value) {
     return element;
 }
 
-/** A range of single values; pairs stay raw. */
-Form RangeForm(std::string_view value, std::string_view name, Form (*form)(std::string_view)) {
+/** A range of single values, and of pairs behind them where the pair has an element. */
+Form RangeForm(std::string_view value, const char* name, Form (*form)(std::string_view), const char* pairName) {
     constexpr size_t headSize = 2 * sizeof(WORD);
     constexpr size_t entrySize = 8;
-    if (value.size() < headSize || ValueAt<WORD>(value.data() + sizeof(WORD)) != 0 ||
-        value.size() != headSize + entrySize * ValueAt<WORD>(value.data() + 0)) {
+    if (value.size() < headSize) {
+        return std::nullopt;
+    }
+    const size_t singles = ValueAt<WORD>(value.data() + 0), pairs = ValueAt<WORD>(value.data() + sizeof(WORD));
+    if (value.size() != headSize + entrySize * (singles + 2 * pairs) || (pairs > 0 && !pairName)) {
         return std::nullopt;
     }
     Element list{name, {}, {}, {}};
-    for (size_t at = headSize; at < value.size(); at += entrySize) {
-        auto entry = form(value.substr(at, entrySize));
-        if (!entry) {
+    for (size_t entry = 0; entry < singles + 2 * pairs; ++entry) {
+        auto element = form(value.substr(headSize + entry * entrySize, entrySize));
+        if (!element) {
             return std::nullopt;
         }
-        list.children.push_back(*std::move(entry));
+        if (entry >= singles && (entry - singles) % 2 == 0) {
+            list.children.push_back({pairName, {}, {}, {}});
+        }
+        (entry < singles ? list : list.children.back()).children.push_back(*std::move(element));
     }
     return list;
 }
 
 Form NumberListForm(std::string_view value) {
-    return RangeForm(value, "numberlist", NumberForm);
+    return RangeForm(value, "numberlist", NumberForm, nullptr);
 }
 
 Form TimeListForm(std::string_view value) {
-    return RangeForm(value, "datetimelist", TimeForm);
+    return RangeForm(value, "datetimelist", TimeForm, "datetimepair");
 }
 
 /** Base64, in lines when it is long. */
@@ -214,6 +191,12 @@ std::string Base64Text(std::string_view bytes) {
     return lines;
 }
 
+constexpr std::string_view compiledElement = "formula";
+
+Element CompiledForm(std::string_view value) {
+    return {"formula", {{"compiled", "true"}}, Base64Text(value), {}};
+}
+
 Form FormulaForm(std::string_view value) {
     if (IsFormula(value)) {
         const std::string source = FormulaText(value);
@@ -224,7 +207,7 @@ Form FormulaForm(std::string_view value) {
             return Element{"formula", {}, *std::move(text), {}};
         }
     }
-    return Element{"formula", {{"compiled", "true"}}, Base64Text(value), {}};
+    return CompiledForm(value);
 }
 
 struct TypeForm {
@@ -247,11 +230,16 @@ Element RawForm(WORD type, std::string_view value) {
     return {"rawitemdata", {{"type", Hex(type, 1)}}, Base64Text(value), {}};
 }
 
+Element PieceOfXml(std::string_view xml) {
+    return {{}, {}, std::string(xml), {}};
+}
+
 // ---- Notes
 
 class Exporter {
 public:
-    Exporter(Store& store, const std::string& file, bool stable) : store_(store), file_(file), stable_(stable) {
+    Exporter(Store& store, const std::string& file, bool stable)
+        : store_(store), file_(file), stable_(stable), properties_(store.Properties()) {
         const std::string bytes = store.GetProperty(property::replicaInfo);
         if (bytes.size() != sizeof replicaInfo_) {
             throw StatusError(EMB_ERR_DAMAGED, file_ + ": the replica information is damaged");
@@ -261,16 +249,31 @@ public:
 
     void Run(std::ostream& out) {
         out << "<?xml version='1.0' encoding='utf-8'?>\n" << databaseTag() << "\n";
+        PrintParts(out, partBeforeAcl);
         PrintElement(out, AclElement());
+        PrintParts(out, partBehindAcl);
         if (stable_) {
             PrintSorted(out);
         } else {
             Scan([&](const NoteHead& head, std::string_view items) { PrintElement(out, NoteElement(head, items)); });
         }
+        PrintParts(out, partBehindNotes);
         out << "</database>\n";
     }
 
 private:
+    void PrintParts(std::ostream& out, char place) {
+        for (const auto& [name, value] : properties_) {
+            if (!name.starts_with(property::partPrefix) || !value.starts_with(place)) {
+                continue;
+            }
+            const std::string_view xml = std::string_view(value).substr(1);
+            if (!stable_ || !xml.starts_with(infoTag)) {
+                PrintElement(out, PieceOfXml(xml));
+            }
+        }
+    }
+
     std::string Checked(const std::string& text, const std::string& what) const {
         if (!IsXmlText(text)) {
             throw StatusError(EMB_ERR_DXL, file_ + ": " + what + " has characters that XML does not have");
@@ -281,15 +284,17 @@ private:
     std::string databaseTag() {
         std::string tag =
             "<database" + AttributeText("xmlns", dxl::namespaceUri) + AttributeText("xmlns:krx", dxl::extensionUri);
-        const auto properties = store_.Properties();
         constexpr std::string_view prefix = property::attributePrefix;
-        for (const auto& [name, value] : properties) {
-            if (name.starts_with(prefix)) {
+        for (const auto& [name, value] : properties_) {
+            if (name.starts_with(prefix) && !(stable_ && name == pathProperty)) {
                 tag += AttributeText(name.substr(prefix.size()), Checked(value, "'" + name + "'"));
             }
         }
-        if (const auto title = properties.find(property::title); title != properties.end()) {
+        if (const auto title = properties_.find(property::title); title != properties_.end()) {
             tag += AttributeText("title", Checked(title->second, "the title"));
+        }
+        if (const auto foreign = properties_.find(property::foreignAttributes); foreign != properties_.end()) {
+            tag += foreign->second;
         }
         tag += AttributeText("replicaid", IdText(replicaInfo_.ID));
         if (replicaInfo_.Flags != 0) {
@@ -312,32 +317,41 @@ private:
 
     // ---- The access control list
 
-    template<size_t N>
     void AddAclAttributes(Element& element, const std::map<std::string, std::string>& values,
-                          const dxl::AclAttribute (&known)[N]) const {
-        size_t found = 0;
-        for (const auto& [name, kind] : known) {
-            const auto value = values.find(std::string(name));
-            if (value == values.end()) {
+                          std::span<const std::string_view> inOrder) const {
+        for (const std::string_view name : inOrder) {
+            if (const auto value = values.find(std::string(name)); value != values.end()) {
+                element.attributes.emplace_back(name, Checked(value->second, aclName));
+            }
+        }
+        for (const auto& [name, value] : values) {
+            if (std::ranges::find(inOrder, name) != inOrder.end()) {
                 continue;
             }
-            element.attributes.emplace_back(name, Checked(value->second, aclName));
-            ++found;
-        }
-        if (found != values.size()) {
-            throw StatusError(EMB_ERR_DXL, file_ + ": " + aclName + " has attributes that DXL does not have");
+            if (!IsXmlName(name) || name == "name") {
+                throw StatusError(EMB_ERR_DXL, file_ + ": " + aclName + " has attributes that DXL does not have");
+            }
+            element.attributes.emplace_back(name, Checked(value, aclName));
         }
     }
 
     void AddTexts(Element& element, std::string_view name, const std::vector<std::string>& texts) const {
         for (const std::string& text : texts) {
-            element.children.push_back({name, {}, Checked(text, aclName), {}});
+            element.children.push_back({std::string(name), {}, Checked(text, aclName), {}});
         }
     }
 
     Element AclElement() {
         const std::string bytes = store_.GetProperty(property::acl);
-        const Acl list = bytes.empty() ? DefaultAcl() : DecodeAcl(bytes);
+        if (const std::string kept = store_.GetProperty(property::aclElement); kept.size() > sizeof(uint64_t)) {
+            Hash hash;
+            hash.Add(bytes);
+            if (hash.Value() == ValueAt<uint64_t>(kept.data())) {
+                return PieceOfXml(std::string_view(kept).substr(sizeof(uint64_t)));
+            }
+        }
+        acl_ = bytes.empty() ? DefaultAcl() : DecodeAcl(bytes);
+        const Acl& list = acl_;
         Element element{"acl", {}, {}, {}};
         AddAclAttributes(element, list.attributes, dxl::aclAttributes);
         AddTexts(element, "role", list.roles);
@@ -382,32 +396,87 @@ private:
         return unid;
     }
 
-    Element NoteElement(const NoteHead& head, std::string_view items) const {
-        const char* name = head.soft ? "krx:deleted" : head.deleted ? "krx:stub" : "note";
-        Element element{name, {}, {}, {NoteInfo(head)}};
-        const auto base = static_cast<WORD>(head.noteClass & ~dxl::classModifiers);
+    Element NoteElement(const NoteHead& head, std::string_view encoded) const {
+        std::list<std::string> objects;
+        const std::vector<ItemView> items = ItemsOf(encoded, objects);
+        Element element{head.soft ? "krx:deleted" : head.deleted ? "krx:stub" : "note", {}, {}, {}};
+        size_t at = 0;
+        dxl::KeptHead own{"note"};
+        if (!items.empty() && items.front().type == keptHead) {
+            own = dxl::DecodeHead(items[at++].value);
+        }
+        std::string_view rest;
+        if (at < items.size() && items[at].type == keptInfo) {
+            rest = items[at++].value;
+        }
+        element.children.push_back(NoteInfo(head, rest));
+        element.keptAttributes = own.otherAttributes;
+        const bool canonical = stable_ && own.element == "document";
+        if (head.deleted || canonical || !dxl::FindNoteElement(own.element)) {
+            AddClass(element, head.noteClass);
+        } else {
+            element.name = own.element;
+            element.keptAttributes = own.attributes + own.otherAttributes;
+            at += ImpliedItems(own, std::span(items).subspan(at), element);
+        }
+        for (; at < items.size(); ++at) {
+            if (stable_ && SameItemName(items[at].name, "$Revisions")) {
+                continue;
+            }
+            const bool described = at + 1 < items.size() && items[at + 1].type == keptAttributes;
+            AddItem(element, items[at], described ? items[at + 1].value : std::string_view());
+        }
+        return element;
+    }
+
+    /** With the values that stand in objects, which `objects` holds. */
+    std::vector<ItemView> ItemsOf(std::string_view encoded, std::list<std::string>& objects) const {
+        std::vector<ItemView> items;
+        ItemCursor cursor(encoded);
+        for (ItemView view{}; cursor.Next(view);) {
+            if (view.object) {
+                std::string& value = objects.emplace_back();
+                store_.ReadObject(*view.object, [&value](std::string_view bytes) { value += bytes; });
+                view.value = value;
+            }
+            items.push_back(view);
+        }
+        return items;
+    }
+
+    static void AddClass(Element& element, WORD noteClass) {
+        const auto base = static_cast<WORD>(noteClass & ~dxl::classModifiers);
         const auto* found = std::ranges::find(dxl::classNames, base, &dxl::ClassName::noteClass);
         if (found != std::end(dxl::classNames)) {
             element.attributes.emplace_back("class", found->name);
         } else {
             element.attributes.emplace_back("krx:class", Hex(base, 4));
         }
-        if (head.noteClass & NOTE_CLASS_DEFAULT) {
+        if (noteClass & NOTE_CLASS_DEFAULT) {
             element.attributes.emplace_back("default", "true");
         }
-        if (head.noteClass & NOTE_CLASS_PRIVATE) {
+        if (noteClass & NOTE_CLASS_PRIVATE) {
             element.attributes.emplace_back("private", "true");
         }
-        ItemCursor cursor(items);
-        for (ItemView view{}; cursor.Next(view);) {
-            if (!stable_ || !SameItemName(view.name, "$Revisions")) {
-                element.children.push_back(ItemElement(view));
-            }
-        }
-        return element;
     }
 
-    Element NoteInfo(const NoteHead& head) const {
+    /** How many of the items follow from the element's attributes. */
+    static size_t ImpliedItems(const dxl::KeptHead& own, std::span<const ItemView> items, Element& element) {
+        if (own.implied && *own.implied <= items.size()) {
+            std::string encoded;
+            for (const ItemView& item : items.first(*own.implied)) {
+                AppendEncoded(encoded, {item.name, item.type, item.flags, item.value});
+            }
+            if (dxl::HashOf(encoded) == own.hash) {
+                return *own.implied;
+            }
+        }
+        element.attributes.emplace_back("krx:items", "all");
+        return 0;
+    }
+
+    /** `rest` is a value of keptInfo. */
+    Element NoteInfo(const NoteHead& head, std::string_view rest) const {
         Element info{"noteinfo", {}, {}, {}};
         if (!stable_) {
             info.attributes.emplace_back("noteid", Hex(head.id, 1));
@@ -416,16 +485,23 @@ private:
         if (stable_) {
             return info;
         }
+        info.keptAttributes = dxl::TakePart(rest);
+        if (const std::string_view before = dxl::TakePart(rest); !before.empty()) {
+            info.children.push_back(PieceOfXml(before));
+        }
         info.attributes.emplace_back("sequence", std::to_string(head.oid.Sequence & 0xFFFF));
         if (head.oid.Sequence >> 16 != 0) {
             info.attributes.emplace_back("krx:sequenceflags", Hex(head.oid.Sequence >> 16, 4));
         }
         info.children.push_back(NoteTime("modified", head.modified));
         info.children.push_back(NoteTime("revised", head.oid.SequenceTime));
+        if (!rest.empty()) {
+            info.children.push_back(PieceOfXml(rest));
+        }
         return info;
     }
 
-    static Element NoteTime(std::string_view name, const TIMEDATE& time) {
+    static Element NoteTime(const char* name, const TIMEDATE& time) {
         auto form = TimeForm({reinterpret_cast<const char*>(&time), sizeof time});
         if (!form) {
             form = Element{"krx:time", {}, IdText(time), {}};
@@ -433,7 +509,38 @@ private:
         return {name, {}, {}, {*std::move(form)}};
     }
 
-    Element ItemElement(const ItemView& view) const {
+    /** `description` is a value of keptAttributes. */
+    void AddItem(Element& note, const ItemView& view, std::string_view description) const {
+        if (view.type == keptElement) {
+            note.children.push_back(PieceOfXml(view.value));
+        } else if (!IsHidden(view.type)) {
+            auto named = stable_ || !description.empty() ? std::nullopt : NamedElement(view);
+            note.children.push_back(named ? *std::move(named) : ItemElement(view, description));
+        }
+    }
+
+    /** An item that has an element of its own, but in the stable form. */
+    static Form NamedElement(const ItemView& view) {
+        for (const dxl::NamedItem& named : dxl::namedItems) {
+            if (view.name != named.item || view.type != named.type || view.flags != named.flags ||
+                view.value.size() > maxSummaryValue) {
+                continue;
+            }
+            auto form = TypedForm(view.type, view.value);
+            if (form) {
+                form->name = named.element;
+            }
+            if (form && named.type == TYPE_TEXT_LIST) {
+                for (Element& child : form->children) {
+                    child.name = "name";
+                }
+            }
+            return form;
+        }
+        return std::nullopt;
+    }
+
+    Element ItemElement(const ItemView& view, std::string_view description) const {
         Element element{"item", {}, {}, {}};
         if (auto name = Readable(view.name); name && name->find('\0') == std::string::npos) {
             element.attributes.emplace_back("name", *std::move(name));
@@ -447,7 +554,15 @@ private:
             }
             unnamed &= static_cast<WORD>(~flag.flag);
         }
-        auto form = TypedForm(view.type, view.value);
+        element.keptAttributes = dxl::TakePart(description);
+        const std::string_view ofValue = dxl::TakePart(description);
+        const std::string_view valueElement = dxl::TakePart(description);
+        Form form;
+        if (valueElement.empty()) {
+            form = TypedForm(view.type, view.value);
+        } else if (valueElement == compiledElement) {
+            form = CompiledForm(view.value);
+        }
         if (const bool summary = (view.flags & ITEM_SUMMARY) != 0; summary != form.has_value()) {
             element.attributes.emplace_back("summary", summary ? "true" : "false");
         }
@@ -455,6 +570,16 @@ private:
             element.attributes.emplace_back("krx:flags", Hex(unnamed, 4));
         }
         element.children.push_back(form ? *std::move(form) : RawForm(view.type, ShownValue(view)));
+        Element& value = element.children.front();
+        value.keptAttributes = ofValue;
+        if (!valueElement.empty()) {
+            value.name = valueElement;
+        } else if (!stable_ && !description.empty() && dxl::StandsFor(description, view.type, view.value)) {
+            value.text = description;
+            if (view.type == TYPE_FORMULA) {
+                value.attributes.clear(); // it is not compiled
+            }
+        }
         return element;
     }
 
@@ -477,11 +602,15 @@ private:
     }
 
     static constexpr const char* aclName = "the access control list";
+    static constexpr std::string_view infoTag = "<databaseinfo";
+    static inline const std::string pathProperty = std::string(property::attributePrefix) + "path";
 
     Store& store_;
     const std::string& file_;
     bool stable_;
     DBREPLICAINFO replicaInfo_{};
+    Acl acl_; // the names of attributes point into it
+    std::map<std::string, std::string> properties_;
     std::string line_;
 };
 
@@ -528,6 +657,14 @@ std::string ShowClass(WORD noteClass) {
     const auto base = static_cast<WORD>(noteClass & ~dxl::classModifiers);
     const auto* found = std::ranges::find(dxl::classNames, base, &dxl::ClassName::noteClass);
     return found != std::end(dxl::classNames) ? std::string(found->name) : Hex(base, 4);
+}
+
+std::string dxl::ReadableText(WORD type, std::string_view value) {
+    auto form = TypedForm(type, value);
+    if (!form) {
+        return {};
+    }
+    return form->text.empty() ? " " : std::move(form->text);
 }
 
 void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,

@@ -1,318 +1,100 @@
-// The database grows under another name and takes its place when it is whole. A note that leaves out its note ID is
-// put off until the ones that state theirs are in, so that it does not take the ID of a later one.
+// The database grows under another name and takes its place when it is whole. The file is read once more for the notes
+// that leave out their note ID or UNID, should there be any: they come behind those that state theirs, so that they do
+// not take the one of a later note.
 //
-// Not kept, because they are facts of the file that was exported and not of its content: databaseinfo but for the
-// replica ID, the database's path, and a note's dates of last access and of being added to that file. A note's
-// creation date is not kept either: it says in another form what the UNID says.
+// What the platform has bytes for becomes bytes; every other element and attribute is kept as XML, in a note as an item
+// of a type of its own, in the database as a property. Comments and the white space between elements are not kept.
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <set>
-#include <span>
 
 #include "engine/dxl/dxl.h"
+#include "engine/dxl/dxl_items.h"
+#include "engine/dxl/dxl_note_element.h"
 #include "engine/dxl/dxl_source.h"
 #include "engine/dxl/dxl_vocabulary.h"
-#include "engine/formula/formula.h"
+#include "engine/dxl/xml_text.h"
 #include "engine/store/store.h"
 #include "engine/system/caller_system.h"
 #include "engine/system/file_lock.h"
 #include "engine/system/replacement_file.h"
 #include "engine/values/acl.h"
-#include "engine/values/base64.h"
+#include "engine/values/ascii.h"
 #include "engine/values/bytes.h"
-#include "engine/values/charset.h"
 #include "engine/values/timedate.h"
 
 namespace embedded {
 namespace {
 
+using dxl::AttributesLeft;
+
 constexpr WORD maxWord = 0xFFFF;
 constexpr NOTEID maxNoteId = RRV_DELETED - 1;
+constexpr size_t maxParts = size_t{64} << 20; // memory of what a database holds beside notes
 
 /** Stands in where a note has no times: 2000-01-01. A fixed one, so that two imports of a file are equal. */
 const TIMEDATE undated = TimedateFromHundredths(int64_t{10957} * 24 * 60 * 60 * 100);
 
-// ---- Texts and times
-
-std::string PlainText(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    return element.Text();
-}
-
-[[noreturn]] void FailText(const DxlElement& element, const std::string& what) {
-    const std::string text = element.TrimmedText();
-    element.Fail("'" + std::string(CutUtf8(text, 64)) + "' is not " + what);
-}
-
-TIMEDATE ReadDatetime(const DxlElement& element) {
-    if (element.Name() != "datetime") {
-        element.FailUnknown();
+/** The text of an element that holds nothing else; nothing otherwise. */
+std::optional<std::string> PlainText(const DxlNode& node) {
+    std::string text;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (!child.name.empty()) {
+            return std::nullopt;
+        }
+        text += child.text;
     }
-    DxlAttributes attributes(element);
-    const bool dst = attributes.TakeBoolean("dst").value_or(false);
-    attributes.Finish();
-    const auto time = TimedateFromDxl(element.TrimmedText(), dst);
-    if (!time) {
-        FailText(element, "a date or time");
-    }
-    return *time;
+    return text;
 }
 
 /** A date of noteinfo. */
-TIMEDATE ReadNoteTime(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    const DxlElement value = element.Child();
-    if (value.Name() != "krx:time") {
-        return ReadDatetime(value);
-    }
-    DxlAttributes(value).Finish();
-    const auto time = ParseId(value.TrimmedText());
-    if (!time) {
-        FailText(value, "a time of 16 hexadecimal digits");
-    }
-    return *time;
-}
-
-// ---- Values
-
-/** A value without type word. */
-struct Value {
-    WORD type;
-    std::string bytes;
-    /** Whether an item has it in the summary unless the item says otherwise. */
-    bool summary = true;
-};
-
-template<typename T>
-void Put(std::string& out, const T& value) {
-    out.append(reinterpret_cast<const char*>(&value), sizeof(T));
-}
-
-Value ReadText(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    return {TYPE_TEXT, LmbcsFromUtf8(element.TextWithBreaks())};
-}
-
-/** A text list of entries in the Notes character set. */
-std::string TextList(const DxlElement& element, const std::vector<std::string>& entries) {
-    size_t size = sizeof(WORD);
-    for (const std::string& entry : entries) {
-        size += sizeof(WORD) + entry.size();
-    }
-    if (size > maxItemValue) {
-        element.Fail("the list is too long");
-    }
-    return EncodeTextList(std::vector<std::string_view>(entries.begin(), entries.end()));
-}
-
-Value ReadTextList(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    std::vector<std::string> entries;
-    for (const DxlElement& entry : element.Children()) {
-        if (entry.Name() != "text") {
-            entry.FailUnknown();
+std::optional<TIMEDATE> ReadNoteTime(const DxlNode& node) {
+    std::optional<TIMEDATE> time;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name.empty() && IsBlank(child.text)) {
+            continue;
         }
-        entries.push_back(ReadText(entry).bytes);
+        if (time) {
+            return std::nullopt;
+        }
+        if (child.name == "krx:time") {
+            time = ParseId(Trimmed(PlainText(child).value_or(std::string())));
+        } else {
+            time = dxl::ReadDatetime(child);
+        }
+        if (!time) {
+            return std::nullopt;
+        }
     }
-    return {TYPE_TEXT_LIST, TextList(element, entries)};
+    return time;
 }
 
-double ReadDouble(const DxlElement& element) {
-    if (element.Name() != "number") {
-        element.FailUnknown();
+[[noreturn]] void FailAttribute(DxlSource& source, const DxlNode& node, std::string_view name, std::string_view value) {
+    source.Fail(node, "the attribute '" + std::string(name) + "' cannot be '" + std::string(value) + "'");
+}
+
+/** A number, whole and in the given base, at most `most`. */
+std::optional<uint32_t> TakeNumber(DxlSource& source, const DxlNode& node, AttributesLeft& attributes,
+                                   std::string_view name, int base, uint32_t most) {
+    const auto value = attributes.Take(name);
+    if (!value) {
+        return std::nullopt;
     }
-    DxlAttributes(element).Finish();
-    const std::string text = element.TrimmedText();
-    double number = 0;
-    const char* start = text.data() + (text.starts_with('+') ? 1 : 0);
-    const auto [end, error] = std::from_chars(start, text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number)) {
-        FailText(element, "a number");
+    uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(value->data(), value->data() + value->size(), number, base);
+    if (error != std::errc() || stop != value->data() + value->size() || number > most) {
+        FailAttribute(source, node, name, *value);
     }
     return number;
 }
 
-Value ReadNumber(const DxlElement& element) {
-    Value value{TYPE_NUMBER, {}};
-    Put(value.bytes, ReadDouble(element));
-    return value;
-}
-
-/** A range's head: how many single values and how many pairs follow. */
-std::string RangeOf(const DxlElement& element, size_t singles, size_t pairs, const std::string& values) {
-    if (singles > maxWord || pairs > maxWord) {
-        element.Fail("the list is too long");
-    }
-    std::string out;
-    Put(out, static_cast<WORD>(singles));
-    Put(out, static_cast<WORD>(pairs));
-    return out + values;
-}
-
-Value ReadNumberList(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    const auto children = element.Children();
-    std::string numbers;
-    for (const DxlElement& child : children) {
-        Put(numbers, ReadDouble(child));
-    }
-    return {TYPE_NUMBER_RANGE, RangeOf(element, children.size(), 0, numbers)};
-}
-
-Value ReadTime(const DxlElement& element) {
-    Value value{TYPE_TIME, {}};
-    Put(value.bytes, ReadDatetime(element));
-    return value;
-}
-
-std::string TimeRange(const DxlElement& element) {
-    std::string times;
-    size_t singles = 0, pairs = 0;
-    for (const DxlElement& child : element.Children()) {
-        if (child.Name() != "datetimepair") {
-            if (pairs > 0) {
-                child.Fail("a single time after a pair: the platform keeps pairs last");
-            }
-            Put(times, ReadDatetime(child));
-            ++singles;
-            continue;
-        }
-        DxlAttributes(child).Finish();
-        const auto ends = child.Children();
-        if (ends.size() != 2) {
-            child.Fail("needs two times");
-        }
-        for (const DxlElement& end : ends) {
-            Put(times, ReadDatetime(end));
-        }
-        ++pairs;
-    }
-    return RangeOf(element, singles, pairs, times);
-}
-
-Value ReadTimeList(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    return {TYPE_TIME_RANGE, TimeRange(element)};
-}
-
-std::string ReadBase64(const DxlElement& element) {
-    auto bytes = BytesFromBase64(element.Text());
-    if (!bytes) {
-        FailText(element, "Base64");
-    }
-    return *std::move(bytes);
-}
-
-Value ReadFormula(const DxlElement& element) {
-    DxlAttributes attributes(element);
-    const bool compiled = attributes.TakeBoolean("compiled").value_or(false);
-    attributes.Finish();
-    if (compiled) {
-        return {TYPE_FORMULA, ReadBase64(element)};
-    }
-    auto result = CompileFormula(LmbcsFromUtf8(element.Text()));
-    if (const auto* error = std::get_if<FormulaError>(&result)) {
-        element.Fail("the formula does not compile: " + error->message + " (line " + std::to_string(error->line) +
-                     ", column " + std::to_string(error->column) + " of it)");
-    }
-    return {TYPE_FORMULA, std::get<std::string>(std::move(result))};
-}
-
-Value ReadRaw(const DxlElement& element) {
-    DxlAttributes attributes(element);
-    const auto type = attributes.TakeNumber("type", 16, maxWord);
-    if (!type) {
-        element.Fail("the attribute 'type' is missing");
-    }
-    attributes.Finish();
-    return {static_cast<WORD>(*type), ReadBase64(element), false};
-}
-
-struct ValueForm {
-    std::string_view name;
-    Value (*read)(const DxlElement& element);
-};
-constexpr ValueForm valueForms[] = {
-    {"text", ReadText},     {"textlist", ReadTextList},     {"number", ReadNumber},   {"numberlist", ReadNumberList},
-    {"datetime", ReadTime}, {"datetimelist", ReadTimeList}, {"formula", ReadFormula}, {"rawitemdata", ReadRaw},
-    {"itemdata", ReadRaw},
-};
-
-Value ReadValue(const DxlElement& element) {
-    const std::string name = element.Name();
-    for (const ValueForm& form : valueForms) {
-        if (form.name == name) {
-            return form.read(element);
+/** Words of this project's own namespace that are not known: a later version may lose what they mean. */
+void RefuseUnknownWords(DxlSource& source, const DxlNode& node, const AttributesLeft& attributes) {
+    for (const DxlAttribute& attribute : attributes.Left()) {
+        if (attribute.name.starts_with("krx:")) {
+            source.Fail(node, "the attribute '" + std::string(attribute.name) + "' has no place here");
         }
     }
-    element.FailUnknown();
-}
-
-// ---- Items
-
-std::string ReadItemName(const DxlElement& element, DxlAttributes& attributes) {
-    const auto coded = attributes.Take("krx:name");
-    if (!coded) {
-        return LmbcsFromUtf8(attributes.Require("name"));
-    }
-    auto name = BytesFromBase64(*coded);
-    if (!name) {
-        element.Fail("the attribute 'krx:name' is not Base64");
-    }
-    return *std::move(name);
-}
-
-void CheckSizes(const DxlElement& element, const Item& item) {
-    const size_t limit = item.flags & ITEM_SUMMARY ? maxSummaryValue : maxItemValue;
-    if (item.name.size() > maxItemName) {
-        element.Fail("the item's name is too long");
-    }
-    if (item.value.size() > limit) {
-        element.Fail("the value is longer than " + std::to_string(limit) + " bytes");
-    }
-}
-
-Item ReadItem(const DxlElement& element) {
-    DxlAttributes attributes(element);
-    Item item;
-    item.name = ReadItemName(element, attributes);
-    item.flags = static_cast<WORD>(attributes.TakeNumber("krx:flags", 16, maxWord).value_or(0));
-    for (const dxl::FlagName& flag : dxl::flagNames) {
-        if (attributes.TakeBoolean(flag.name).value_or(false)) {
-            item.flags |= flag.flag;
-        }
-    }
-    const auto summary = attributes.TakeBoolean("summary");
-    if (attributes.TakeBoolean("sealed").value_or(false)) {
-        element.Fail("an encrypted item is not taken");
-    }
-    attributes.Finish();
-
-    Value value = ReadValue(element.Child());
-    item.type = value.type;
-    item.value = std::move(value.bytes);
-    if (summary.value_or(value.summary)) {
-        item.flags |= ITEM_SUMMARY;
-    }
-    CheckSizes(element, item);
-    return item;
-}
-
-Item ReadUpdatedBy(const DxlElement& element) {
-    DxlAttributes(element).Finish();
-    std::vector<std::string> names;
-    for (const DxlElement& name : element.Children()) {
-        if (name.Name() != "name") {
-            name.FailUnknown();
-        }
-        names.push_back(LmbcsFromUtf8(PlainText(name)));
-    }
-    return {"$UpdatedBy", TYPE_TEXT_LIST, ITEM_SUMMARY | ITEM_NAMES, TextList(element, names)};
-}
-
-Item ReadRevisions(const DxlElement& element) {
-    return {"$Revisions", TYPE_TIME_RANGE, ITEM_SUMMARY, ReadTimeList(element).bytes};
 }
 
 // ---- Notes
@@ -320,373 +102,573 @@ Item ReadRevisions(const DxlElement& element) {
 /** What a note says of itself; what it leaves out is made up later. */
 struct Note {
     NoteHead head;
-    std::vector<Item> items;
     bool hasUnid = false;
+    std::string items;
 };
 
-void ReadNoteInfo(const DxlElement& element, Note& note) {
-    NoteHead& head = note.head;
-    DxlAttributes attributes(element);
-    if (const auto id = attributes.TakeNumber("noteid", 16, maxNoteId)) {
-        if (*id == 0) {
-            element.Fail("the attribute 'noteid' cannot be '0'");
-        }
-        head.id = *id;
-    }
-    if (const auto text = attributes.Take("unid")) {
-        const auto unid = ParseUnid(*text);
-        if (!unid) {
-            element.Fail("the attribute 'unid' cannot be '" + *text + "'");
-        }
-        head.oid.File = unid->File;
-        head.oid.Note = unid->Note;
-        note.hasUnid = true;
-    }
-    head.oid.Sequence = attributes.TakeNumber("sequence", 10, maxWord).value_or(1);
-    head.oid.Sequence |= attributes.TakeNumber("krx:sequenceflags", 16, maxWord).value_or(0) << 16;
-    attributes.Finish();
-
-    std::optional<TIMEDATE> modified, revised;
-    for (const DxlElement& child : element.Children()) {
-        const std::string name = child.Name();
-        const TIMEDATE time = ReadNoteTime(child);
-        if (name == "modified" && !modified) {
-            modified = time;
-        } else if (name == "revised" && !revised) {
-            revised = time;
-        } else if (name != "created" && name != "lastaccessed" && name != "addedtofile") {
-            child.FailUnknown();
-        }
-    }
-    head.oid.SequenceTime = revised.value_or(modified.value_or(undated));
-    head.modified = modified.value_or(head.oid.SequenceTime);
+bool IsNote(const DxlNode& node) {
+    return node.name == "note" || node.name == "krx:stub" || node.name == "krx:deleted" ||
+           dxl::FindNoteElement(node.name);
 }
 
-WORD ReadClass(const DxlElement& element, DxlAttributes& attributes) {
-    WORD noteClass = 0;
-    if (const auto bits = attributes.TakeNumber("krx:class", 16, maxWord)) {
-        noteClass = static_cast<WORD>(*bits);
-    } else {
-        const std::string name = attributes.Require("class");
-        const auto* found = std::ranges::find(dxl::classNames, name, &dxl::ClassName::name);
-        if (found == std::end(dxl::classNames)) {
-            element.Fail("the class '" + name + "' is not known");
+/** Tells once of each element that nobody knows. */
+class UnknownElements {
+public:
+    void Look(const DxlNode& node, std::string_view parent) {
+        if (node.name.empty() || node.name.find_first_of("\n:") != std::string_view::npos) {
+            return; // a text, or of another namespace
         }
-        noteClass = found->noteClass;
-    }
-    if (attributes.TakeBoolean("default").value_or(false)) {
-        noteClass |= NOTE_CLASS_DEFAULT;
-    }
-    if (attributes.TakeBoolean("private").value_or(false)) {
-        noteClass |= NOTE_CLASS_PRIVATE;
-    }
-    return noteClass;
-}
-
-/** The items that stand in attributes of <document>. */
-void ReadDocumentAttributes(const DxlElement& element, DxlAttributes& attributes, std::vector<Item>& items) {
-    if (const auto form = attributes.Take("form")) {
-        items.push_back({"Form", TYPE_TEXT, ITEM_SUMMARY, LmbcsFromUtf8(*form)});
-    }
-    const auto parent = attributes.Take("parent");
-    if (attributes.TakeBoolean("response").value_or(parent.has_value()) != parent.has_value()) {
-        element.Fail("the attributes 'response' and 'parent' contradict each other");
-    }
-    if (parent) {
-        const auto unid = ParseUnid(*parent);
-        if (!unid) {
-            element.Fail("the attribute 'parent' cannot be '" + *parent + "'");
+        constexpr size_t most = 1000; // more names than these nobody reads
+        if (known_.size() < most && !dxl::IsKnownElement(node.name) && known_.emplace(node.name).second) {
+            remarks.push_back("<" + std::string(node.name) + "> in <" + std::string(parent) +
+                              ">: not known, kept as it is");
         }
-        std::string reference;
-        Put(reference, WORD{1});
-        Put(reference, *unid);
-        items.push_back({"$REF", TYPE_NOTEREF_LIST, ITEM_SUMMARY, reference});
+        for (const DxlNode& child : DxlChildren(node)) {
+            Look(child, node.name);
+        }
     }
-    if (attributes.TakeBoolean("conflict").value_or(false)) {
-        items.push_back({"$Conflict", TYPE_TEXT, ITEM_SUMMARY, {}});
-    }
-    if (attributes.TakeBoolean("truncated").value_or(false)) {
-        element.Fail("a truncated document is not taken");
-    }
-    for (const Item& item : items) {
-        CheckSizes(element, item);
-    }
-}
 
-Note ReadNote(const DxlElement& element) {
-    const std::string kind = element.Name();
-    Note note;
-    note.head.oid.Sequence = 1;
-    note.head.oid.SequenceTime = undated;
-    note.head.modified = undated;
-    const bool stub = kind == "krx:stub";
-    note.head.soft = kind == "krx:deleted";
-    note.head.deleted = stub || note.head.soft;
-    DxlAttributes attributes(element);
-    if (kind == "document") {
-        ReadDocumentAttributes(element, attributes, note.items);
-    } else if (kind == "note" || note.head.deleted) {
-        note.head.noteClass = ReadClass(element, attributes);
-    } else {
-        element.FailUnknown();
-    }
-    attributes.Finish();
+    DxlRemarks remarks;
 
-    bool hasInfo = false;
-    for (const DxlElement& child : element.Children()) {
-        const std::string name = child.Name();
-        if (name == "noteinfo" && !hasInfo) {
-            ReadNoteInfo(child, note);
-            hasInfo = true;
-        } else if (name == "item" && !stub) {
-            note.items.push_back(ReadItem(child));
-        } else if (name == "updatedby" && !stub) {
-            note.items.push_back(ReadUpdatedBy(child));
-        } else if (name == "revisions" && !stub) {
-            note.items.push_back(ReadRevisions(child));
+private:
+    std::set<std::string> known_;
+};
+
+class NoteReader {
+public:
+    NoteReader(DxlSource& source, UnknownElements& unknown) : source_(source), unknown_(unknown) {}
+
+    /** Which notes come first: those that state their UNID, and of them those that state their note ID. */
+    static constexpr int turns = 4;
+
+    /** Nothing when it is another turn of the file that takes the note; `turn` is then which. */
+    std::optional<Note> Read(const DxlNode& node, int& turn) {
+        Note note;
+        note.head.oid.Sequence = 1;
+        note.head.oid.SequenceTime = undated;
+        note.head.modified = undated;
+        const DxlNode* info = nullptr;
+        std::string restOfInfo;
+        for (const DxlNode& child : DxlChildren(node)) {
+            if (child.name == "noteinfo") {
+                info = &child;
+                restOfInfo = ReadInfo(child, note);
+                break;
+            }
+        }
+        if (const int own = (note.hasUnid ? 0 : 2) + (note.head.id == 0 ? 1 : 0); own != turn) {
+            turn = own;
+            return std::nullopt;
+        }
+        const bool stub = node.name == "krx:stub";
+        note.head.soft = node.name == "krx:deleted";
+        note.head.deleted = stub || note.head.soft;
+        ReadElement(node, restOfInfo, note);
+        for (const DxlNode& child : DxlChildren(node)) {
+            if (&child != info && !(child.name.empty() && IsBlank(child.text))) {
+                if (stub || child.name.starts_with("krx:")) {
+                    source_.Fail(child, "the element has no place here");
+                }
+                ReadChild(child, node.name, note);
+            }
+        }
+        return note;
+    }
+
+    /** The highest note ID that a note so far states, 0 for none. */
+    [[nodiscard]] NOTEID HighestId() const noexcept { return highestId_; }
+
+private:
+    void ReadChild(const DxlNode& child, std::string_view parent, Note& note) {
+        const bool item = child.name == "item" || child.name == "updatedby" || child.name == "revisions";
+        if (!item || !dxl::AppendItem(child, note.items)) {
+            dxl::AppendKept(child, note.items);
+            unknown_.Look(child, parent);
+        }
+    }
+
+    static inline const std::string betweenDates = "\n      "; // as export lays out the others
+
+    /** Returns what the head has no place for, empty for none. */
+    std::string ReadInfo(const DxlNode& node, Note& note) {
+        NoteHead& head = note.head;
+        AttributesLeft attributes(node);
+        if (const auto id = TakeNumber(source_, node, attributes, "noteid", 16, maxNoteId)) {
+            if (*id == 0) {
+                FailAttribute(source_, node, "noteid", "0");
+            }
+            head.id = *id;
+            highestId_ = std::max(highestId_, head.id);
+        }
+        if (const auto text = attributes.Take("unid")) {
+            const auto unid = ParseUnid(*text);
+            if (!unid) {
+                FailAttribute(source_, node, "unid", *text);
+            }
+            head.oid.File = unid->File;
+            head.oid.Note = unid->Note;
+            note.hasUnid = true;
+        }
+        head.oid.Sequence = TakeNumber(source_, node, attributes, "sequence", 10, maxWord).value_or(1);
+        head.oid.Sequence |= TakeNumber(source_, node, attributes, "krx:sequenceflags", 16, maxWord).value_or(0) << 16;
+        RefuseUnknownWords(source_, node, attributes);
+
+        std::optional<TIMEDATE> modified, revised;
+        std::string before, behind;
+        for (const DxlNode& child : DxlChildren(node)) {
+            if (child.name.empty() && IsBlank(child.text)) {
+                continue;
+            }
+            std::optional<TIMEDATE>* date = child.name == "modified"  ? &modified
+                                            : child.name == "revised" ? &revised
+                                                                      : nullptr;
+            if (date && !*date && child.attributes.empty()) {
+                *date = ReadNoteTime(child);
+                if (*date) {
+                    continue;
+                }
+            }
+            std::string& place = child.name == "created" ? before : behind;
+            place += (place.empty() ? "" : betweenDates) + XmlOf(child);
+            unknown_.Look(child, node.name);
+        }
+        head.oid.SequenceTime = revised.value_or(modified.value_or(undated));
+        head.modified = modified.value_or(head.oid.SequenceTime);
+        const std::string kept = AttributesText(attributes.Left());
+        return kept.empty() && before.empty() && behind.empty() ? std::string() : kept + '\0' + before + '\0' + behind;
+    }
+
+    /** The note's own element: its class, the items that follow from it, and its attributes. */
+    void ReadElement(const DxlNode& node, const std::string& restOfInfo, Note& note) {
+        AttributesLeft attributes(node);
+        dxl::KeptHead head;
+        head.element = "note";
+        std::string implied;
+        if (const auto* element = note.head.deleted ? nullptr : dxl::FindNoteElement(node.name)) {
+            head.element = element->name;
+            note.head.noteClass = dxl::ClassOf(*element, node.attributes);
+            implied = ImpliedItems(*element, node, attributes, head);
         } else {
-            child.FailUnknown();
+            note.head.noteClass = ReadClass(node, attributes);
         }
+        RefuseUnknownWords(source_, node, attributes);
+        head.otherAttributes = AttributesText(attributes.Left());
+        if (head.element != "note" || !head.otherAttributes.empty()) {
+            AppendEncoded(note.items, {{}, keptHead, 0, dxl::EncodeHead(head)});
+        }
+        if (!restOfInfo.empty()) {
+            AppendEncoded(note.items, {{}, keptInfo, 0, restOfInfo});
+        }
+        note.items += implied;
     }
-    return note;
-}
+
+    /** The encoded items that follow from the attributes; these are taken. */
+    static std::string ImpliedItems(const dxl::NoteElement& element, const DxlNode& node, AttributesLeft& attributes,
+                                    dxl::KeptHead& head) {
+        const bool all = attributes.TakeIf("krx:items", "all");
+        std::string items;
+        for (const Item& item : all ? std::vector<Item>() : dxl::ItemsOf(element, node.attributes)) {
+            if (HasItem(node, item.name)) {
+                head.implied.reset(); // it could go, and the other one would follow again
+                continue;
+            }
+            AppendEncoded(items, {item.name, item.type, item.flags, item.value});
+            if (head.implied) {
+                ++*head.implied;
+            }
+        }
+        if (all) {
+            head.implied.reset();
+        }
+        head.hash = dxl::HashOf(items);
+        for (const std::string_view name : dxl::ImplyingAttributes(element)) {
+            if (const auto value = attributes.Take(name)) {
+                head.attributes += AttributeText(name, *value);
+            }
+        }
+        return items;
+    }
+
+    WORD ReadClass(const DxlNode& node, AttributesLeft& attributes) {
+        WORD noteClass = dxl::unknownClass;
+        if (const auto bits = TakeNumber(source_, node, attributes, "krx:class", 16, maxWord)) {
+            noteClass = static_cast<WORD>(*bits);
+        } else {
+            for (const dxl::ClassName& named : dxl::classNames) {
+                if (attributes.TakeIf("class", named.name)) {
+                    noteClass = named.noteClass;
+                }
+            }
+        }
+        if (attributes.TakeIf("default", "true")) {
+            noteClass |= NOTE_CLASS_DEFAULT;
+        }
+        if (attributes.TakeIf("private", "true")) {
+            noteClass |= NOTE_CLASS_PRIVATE;
+        }
+        return noteClass;
+    }
+
+    static bool HasItem(const DxlNode& note, std::string_view name) {
+        for (const DxlNode& child : DxlChildren(note)) {
+            const auto own = child.name == "item" ? dxl::FindAttribute(child.attributes, "name") : std::nullopt;
+            if (own && SameItemName(*own, name)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    DxlSource& source_;
+    UnknownElements& unknown_;
+    NOTEID highestId_ = 0;
+};
 
 // ---- The database
 
-/** Adds to a list in which nothing stands twice; `known` holds what is in it. */
-void AddOnce(const DxlElement& element, const std::string& text, std::set<std::string>& known) {
-    if (!known.insert(text).second) {
-        element.Fail("'" + text + "' stands twice");
-    }
-}
-
-template<size_t N>
-std::map<std::string, std::string> ReadAclAttributes(const DxlElement& element, DxlAttributes& attributes,
-                                                     const dxl::AclAttribute (&known)[N]) {
+std::map<std::string, std::string> ReadAclAttributes(const AttributesLeft& attributes, bool& whole) {
     std::map<std::string, std::string> values;
-    for (const auto& [name, kind] : known) {
-        const auto value = attributes.Take(name);
-        if (!value) {
-            continue;
-        }
-        if (!dxl::IsAclValue(kind, *value)) {
-            element.Fail("the attribute '" + std::string(name) + "' cannot be '" + *value + "'");
-        }
-        values[std::string(name)] = *value;
+    for (const DxlAttribute& attribute : attributes.Left()) {
+        whole = whole && attribute.name.find_first_of("\n:") == std::string_view::npos;
+        values.emplace(attribute.name, attribute.value);
     }
-    attributes.Finish();
     return values;
 }
 
-AclEntry ReadAclEntry(const DxlElement& element, const std::set<std::string>& roles) {
-    DxlAttributes attributes(element);
+/** Adds the text of a role or log entry. */
+void AddText(const DxlNode& node, std::vector<std::string>& texts, bool& whole) {
+    const auto text = PlainText(node);
+    whole = whole && text && node.attributes.empty();
+    texts.push_back(text.value_or(std::string()));
+}
+
+AclEntry ReadAclEntry(const DxlNode& node, bool& whole) {
+    AttributesLeft attributes(node);
     AclEntry entry;
-    entry.name = attributes.Require("name");
-    entry.attributes = ReadAclAttributes(element, attributes, dxl::aclEntryAttributes);
-    if (!entry.attributes.contains("level")) {
-        element.Fail("the attribute 'level' is missing");
-    }
-    std::set<std::string> known;
-    for (const DxlElement& child : element.Children()) {
-        if (child.Name() != "role") {
-            child.FailUnknown();
-        }
-        entry.roles.push_back(PlainText(child));
-        AddOnce(child, entry.roles.back(), known);
-        if (!roles.contains(entry.roles.back())) {
-            child.Fail("the list has no role '" + entry.roles.back() + "'");
+    const auto name = attributes.Take("name");
+    whole = whole && name;
+    entry.name = name.value_or(std::string_view());
+    entry.attributes = ReadAclAttributes(attributes, whole);
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name == "role") {
+            AddText(child, entry.roles, whole);
+        } else {
+            whole = whole && child.name.empty() && IsBlank(child.text);
         }
     }
     return entry;
 }
 
-Acl ReadAcl(const DxlElement& element) {
-    DxlAttributes attributes(element);
+/** `whole` becomes false when something in it is not in the result. */
+Acl ReadAcl(const DxlNode& node, bool& whole) {
     Acl acl;
-    acl.attributes = ReadAclAttributes(element, attributes, dxl::aclAttributes);
-    std::set<std::string> roles, names;
-    for (const DxlElement& child : element.Children()) {
-        const std::string kind = child.Name();
-        if (kind == "role" && acl.entries.empty()) {
-            acl.roles.push_back(PlainText(child));
-            AddOnce(child, acl.roles.back(), roles);
-        } else if (kind == "aclentry") {
-            acl.entries.push_back(ReadAclEntry(child, roles));
-            AddOnce(child, acl.entries.back().name, names);
-        } else if (kind == "logentry") {
-            acl.log.push_back(PlainText(child));
+    acl.attributes = ReadAclAttributes(AttributesLeft(node), whole);
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name == "role") {
+            whole = whole && acl.entries.empty() && acl.log.empty();
+            AddText(child, acl.roles, whole);
+        } else if (child.name == "aclentry") {
+            whole = whole && acl.log.empty();
+            acl.entries.push_back(ReadAclEntry(child, whole));
+        } else if (child.name == "logentry") {
+            AddText(child, acl.log, whole);
         } else {
-            child.FailUnknown();
+            whole = whole && child.name.empty() && IsBlank(child.text);
         }
     }
     return acl;
 }
 
-/** For a file that states none: a hash of it, so that two imports of a file are replicas. */
-TIMEDATE ReplicaIdOfText(std::string_view text) {
-    Hash hash;
-    hash.Add(text);
-    return TIMEDATE{{static_cast<DWORD>(hash.Value()), static_cast<DWORD>(hash.Value() >> 32)}};
-}
+/** Everything of a database but its notes. */
+class DatabaseReader {
+public:
+    DatabaseReader(DxlSource& source, UnknownElements& unknown) : source_(source), unknown_(unknown) {}
 
-/** Everything in front of the notes. */
-struct Head {
     DBREPLICAINFO replicaInfo{};
     bool hasReplicaId = false;
     std::map<std::string, std::string> properties;
-};
 
-void SetReplicaId(const DxlElement& element, const std::string& text, Head& head) {
-    const auto id = ParseId(text);
-    if (!id) {
-        element.Fail("the attribute 'replicaid' cannot be '" + text + "'");
-    }
-    if (head.hasReplicaId && !(head.replicaInfo.ID == *id)) {
-        element.Fail("the attribute 'replicaid' is another one than that of <database>");
-    }
-    head.replicaInfo.ID = *id;
-    head.hasReplicaId = true;
-}
-
-Head ReadDatabase(const DxlElement& element) {
-    if (element.Name() != "database") {
-        element.Fail("the root is not <database> of the namespace " + std::string(dxl::namespaceUri));
-    }
-    Head head;
-    DxlAttributes attributes(element);
-    if (const auto id = attributes.Take("replicaid")) {
-        SetReplicaId(element, *id, head);
-    }
-    head.replicaInfo.Flags = static_cast<WORD>(attributes.TakeNumber("krx:replicationflags", 16, maxWord).value_or(0));
-    head.replicaInfo.CutoffInterval =
-        static_cast<WORD>(attributes.TakeNumber("krx:cutoffinterval", 10, maxWord).value_or(0));
-    if (const auto text = attributes.Take("krx:cutoff")) {
-        const auto cutoff = ParseId(*text);
-        if (!cutoff) {
-            element.Fail("the attribute 'krx:cutoff' cannot be '" + *text + "'");
+    void ReadRoot(const DxlNode& node) {
+        AttributesLeft attributes(node);
+        if (const auto id = attributes.Take("replicaid"); id && !SetReplicaId(*id)) {
+            FailAttribute(source_, node, "replicaid", *id);
         }
-        head.replicaInfo.Cutoff = *cutoff;
-    }
-    if (auto title = attributes.Take("title")) {
-        head.properties[property::title] = *std::move(title);
-    }
-    (void)attributes.Take("path");
-    for (const auto& [name, value, written] : attributes.Left()) {
-        if (name != written) {
-            attributes.Finish(); // of another namespace
+        replicaInfo.Flags =
+            static_cast<WORD>(TakeNumber(source_, node, attributes, "krx:replicationflags", 16, maxWord).value_or(0));
+        replicaInfo.CutoffInterval =
+            static_cast<WORD>(TakeNumber(source_, node, attributes, "krx:cutoffinterval", 10, maxWord).value_or(0));
+        if (const auto text = attributes.Take("krx:cutoff")) {
+            const auto cutoff = ParseId(*text);
+            if (!cutoff) {
+                FailAttribute(source_, node, "krx:cutoff", *text);
+            }
+            replicaInfo.Cutoff = *cutoff;
         }
-        head.properties[property::attributePrefix + name] = value;
-    }
-    return head;
-}
-
-/** Its children are dates, its other attributes sizes and counts of the file that was exported. */
-void ReadDatabaseInfo(const DxlElement& element, Head& head) {
-    DxlAttributes attributes(element);
-    if (const auto id = attributes.Take("replicaid")) {
-        SetReplicaId(element, *id, head);
-    }
-    for (const std::string_view name : {"dbid", "odsversion", "diskspace", "percentused", "numberofdocuments"}) {
-        (void)attributes.Take(name);
-    }
-    attributes.Finish();
-    for (const DxlElement& child : element.Children()) {
-        const std::string name = child.Name();
-        if (name != "datamodified" && name != "designmodified" && name != "created" && name != "modified") {
-            child.FailUnknown();
+        if (const auto title = attributes.Take("title")) {
+            properties[property::title] = *title;
         }
-        (void)ReadNoteTime(child);
-    }
-}
-
-class Importer {
-public:
-    explicit Importer(const std::filesystem::path& dxlFile) : source_(dxlFile), root_(source_) {}
-
-    void Run(const std::filesystem::path& file) {
-        const std::span<const DxlSource::Piece> notes = ReadHead();
-        store_ = Store::Create(file, head_.replicaInfo);
-        for (const auto& [name, value] : head_.properties) {
-            store_->SetProperty(name, value);
+        RefuseUnknownWords(source_, node, attributes);
+        for (const DxlAttribute& attribute : attributes.Left()) {
+            if (attribute.name.find('\n') != std::string_view::npos) {
+                properties[property::foreignAttributes] += AttributesText({&attribute, 1});
+            } else {
+                properties[property::attributePrefix + std::string(attribute.name)] = attribute.value;
+            }
         }
-        InsertNotes(notes);
-        store_->Close();
+    }
+
+    /** An element or a text below the root that is no note. */
+    void ReadPart(const DxlNode& node, bool behindNotes) {
+        if (node.name.starts_with("krx:")) {
+            source_.Fail(node, "the element has no place here");
+        }
+        if (node.name == "acl" && !hasAcl_) {
+            return ReadAccessList(node);
+        }
+        if (node.name == "databaseinfo" && !hasReplicaId) {
+            (void)SetReplicaId(dxl::FindAttribute(node.attributes, "replicaid").value_or(std::string_view()));
+        }
+        const std::string xml = node.name.empty() ? Escaped(Trimmed(node.text), XmlPlace::kept) : XmlOf(node);
+        partsSize_ += xml.size();
+        if (partsSize_ > maxParts) {
+            source_.Fail(node, "more than " + std::to_string(maxParts >> 20) + " MiB beside the notes");
+        }
+        const char place = behindNotes ? partBehindNotes : hasAcl_ ? partBehindAcl : partBeforeAcl;
+        char number[16];
+        std::snprintf(number, sizeof number, "%08zu", parts_++);
+        properties[std::string(property::partPrefix) + number] = place + xml;
+        unknown_.Look(node, "database");
+    }
+
+    bool SetReplicaId(std::string_view text) {
+        const auto id = ParseId(text);
+        if (id) {
+            replicaInfo.ID = *id;
+            hasReplicaId = true;
+        }
+        return id.has_value();
     }
 
 private:
-    /** Returns the pieces behind it. */
-    std::span<const DxlSource::Piece> ReadHead() {
-        head_ = ReadDatabase(root_.Element());
-        head_.properties[property::acl] = EncodeAcl(DefaultAcl());
-        std::span<const DxlSource::Piece> pieces = source_.Pieces();
-        bool hasInfo = false, hasAcl = false;
-        for (; !pieces.empty(); pieces = pieces.subspan(1)) {
-            const DxlTree tree(source_, pieces.front(), root_);
-            const std::string name = tree.Element().Name();
-            if (name == "databaseinfo" && !hasInfo && !hasAcl) {
-                ReadDatabaseInfo(tree.Element(), head_);
-                hasInfo = true;
-            } else if (name == "acl" && !hasAcl) {
-                head_.properties[property::acl] = EncodeAcl(ReadAcl(tree.Element()));
-                hasAcl = true;
-            } else {
-                break;
-            }
+    void ReadAccessList(const DxlNode& node) {
+        bool whole = true;
+        const std::string encoded = EncodeAcl(ReadAcl(node, whole));
+        properties[property::acl] = encoded;
+        if (!whole) {
+            Hash hash;
+            hash.Add(encoded);
+            AppendValue(properties[property::aclElement], hash.Value());
+            properties[property::aclElement] += XmlOf(node);
+            unknown_.Look(node, "database");
         }
-        if (!head_.hasReplicaId) {
-            head_.replicaInfo.ID = ReplicaIdOfText(source_.Text());
-        }
-        return pieces;
+        hasAcl_ = true;
     }
 
-    void InsertNotes(std::span<const DxlSource::Piece> pieces) {
-        std::vector<DxlSource::Piece> withoutId;
-        for (const DxlSource::Piece piece : pieces) {
-            const DxlTree tree(source_, piece, root_);
-            Note note = ReadNote(tree.Element());
-            if (note.head.id == 0) {
-                withoutId.push_back(piece);
-            } else {
-                Insert(tree.Element(), std::move(note));
+    DxlSource& source_;
+    UnknownElements& unknown_;
+    bool hasAcl_ = false;
+    size_t parts_ = 0;
+    size_t partsSize_ = 0;
+};
+
+class Importer {
+public:
+    Importer(const std::filesystem::path& dxlFile, const DxlProgress& progress)
+        : source_(dxlFile), progress_(progress), notes_(source_, unknown_), database_(source_, unknown_) {}
+
+    DxlRemarks MakeDatabase(const std::filesystem::path& file) {
+        const DxlSource::Visitor visitor{[&](const DxlNode& root) { ReadRoot(root); },
+                                         [&](const DxlNode& node) {
+                                             if (IsNote(node)) {
+                                                 return TakeNote(file, node);
+                                             }
+                                             if (turn_ == 0) {
+                                                 database_.ReadPart(node, hasNotes_);
+                                             }
+                                         }};
+        for (turn_ = 0; turn_ < NoteReader::turns; ++turn_) {
+            if (turn_ == 0 || isWanted_[turn_]) {
+                source_.Read(visitor, progress_);
             }
         }
-        for (const DxlSource::Piece piece : withoutId) {
-            const DxlTree tree(source_, piece, root_);
-            Insert(tree.Element(), ReadNote(tree.Element()));
+        MakeStore(file);
+        database_.properties.emplace(property::acl, EncodeAcl(DefaultAcl()));
+        for (const auto& [name, value] : database_.properties) {
+            store_->SetProperty(name, value);
+        }
+        store_->Close();
+        return Remarks();
+    }
+
+    DxlRemarks AddTo(std::unique_ptr<Store> store) {
+        store_ = std::move(store);
+        database_.replicaInfo = ValueAt<DBREPLICAINFO>(ReplicaInfoOf(*store_).data());
+        const DxlSource::Visitor visitor{[&](const DxlNode& root) {
+                                             RequireRoot(root);
+                                             if (!IsNote(root)) {
+                                                 source_.Fail(root, "only a note can become one of a database");
+                                             }
+                                         },
+                                         [&](const DxlNode& node) { AddNote(node); }};
+        try {
+            source_.Read(visitor, progress_);
+        } catch (...) {
+            store_->Rollback();
+            throw;
+        }
+        store_->Close();
+        return Remarks();
+    }
+
+private:
+    static std::string ReplicaInfoOf(Store& store) {
+        std::string bytes = store.GetProperty(property::replicaInfo);
+        if (bytes.size() != sizeof(DBREPLICAINFO)) {
+            throw StatusError(EMB_ERR_DAMAGED, "the replica information is damaged");
+        }
+        return bytes;
+    }
+
+    DxlRemarks Remarks() {
+        DxlRemarks all = std::move(remarks_);
+        all.insert(all.end(), unknown_.remarks.begin(), unknown_.remarks.end());
+        return all;
+    }
+
+    void RequireRoot(const DxlNode& root) {
+        if (root.name != "database" && root.name != "acl" && !IsNote(root)) {
+            source_.Fail(root, "the root is no database, note or access control list of the namespace " +
+                                   std::string(dxl::namespaceUri));
         }
     }
 
-    void Insert(const DxlElement& element, Note note) {
+    void ReadRoot(const DxlNode& root) {
+        if (turn_ != 0) {
+            return;
+        }
+        RequireRoot(root);
+        if (root.name == "database") {
+            database_.ReadRoot(root);
+        } else if (const auto id = dxl::FindAttribute(root.attributes, "replicaid")) {
+            (void)database_.SetReplicaId(*id);
+        }
+    }
+
+    void TakeNote(const std::filesystem::path& file, const DxlNode& node) {
+        hasNotes_ = true;
+        int turn = turn_;
+        auto note = notes_.Read(node, turn);
+        if (!note) {
+            isWanted_[turn] = true;
+            return;
+        }
+        MakeStore(file);
+        Insert(node, *std::move(note));
+    }
+
+    /** When the replica ID is known. A file that states none has a hash of itself, so that two imports of it are
+     *  replicas. */
+    void MakeStore(const std::filesystem::path& file) {
+        if (store_) {
+            return;
+        }
+        if (!database_.hasReplicaId) {
+            const uint64_t hash = source_.HashOfText();
+            database_.replicaInfo.ID = TIMEDATE{{static_cast<DWORD>(hash), static_cast<DWORD>(hash >> 32)}};
+            database_.hasReplicaId = true;
+        }
+        store_ = Store::Create(file, database_.replicaInfo);
+    }
+
+    /** The items with the values that are too long for them in objects. */
+    std::string WithLongValuesApart(std::string items, NOTEID id) {
+        if (items.size() <= maxSummaryValue) {
+            return items;
+        }
+        std::string apart;
+        apart.reserve(items.size());
+        ItemCursor cursor(items);
+        for (ItemView view{}; cursor.Next(view);) {
+            if (view.value.size() > (view.flags & ITEM_SUMMARY ? maxSummaryValue : maxItemValue)) {
+                view.object = store_->PutObject(id, [&](const Store::ObjectSink& sink) { sink(view.value); });
+            }
+            AppendEncoded(apart, view);
+        }
+        return apart;
+    }
+
+    void Insert(const DxlNode& node, Note note) {
         NoteHead& head = note.head;
         if (!note.hasUnid) {
             MakeUnid(head.oid);
         }
-        if (NoteHead other; head.id != 0 && store_->ReadHead(head.id, other)) {
-            element.Fail("another note of the file has this note ID");
+        if (NoteHead other; head.id != 0 && head.id < store_->NextId() && store_->ReadHead(head.id, other)) {
+            source_.Fail(node, "another note of the file has this note ID");
         }
-        if (store_->FindUnid(UnidOf(head.oid)) != 0) {
-            element.Fail("another note of the file has the UNID " + UnidText(UnidOf(head.oid)));
+        if (head.id == 0) {
+            head.id = FreeId(node);
         }
-        if (head.id == 0 && store_->NextId() > maxNoteId) {
-            element.Fail("no note ID is left");
-        }
-        if (IsGeneratedUnid(UnidOf(head.oid), head_.replicaInfo.ID)) {
+        if (IsGeneratedUnid(UnidOf(head.oid), database_.replicaInfo.ID)) {
             store_->SkipSerials(head.oid.File.Innards[0]);
         }
-        store_->Insert(head, EncodeItems(note.items));
+        try {
+            store_->Insert(head, WithLongValuesApart(std::move(note.items), head.id));
+        } catch (const StatusError& error) {
+            if (error.Status() == ERR_DUPLICATE_UNID) {
+                source_.Fail(node, "another note of the file has the UNID " + UnidText(UnidOf(head.oid)));
+            }
+            throw;
+        }
+    }
+
+    /** Above those of the database and of the file. */
+    NOTEID FreeId(const DxlNode& node) {
+        constexpr NOTEID step = 4;
+        const NOTEID id = std::max(store_->NextId(), notes_.HighestId() + step);
+        if (id > maxNoteId) {
+            source_.Fail(node, "no note ID is left");
+        }
+        return id;
+    }
+
+    /** In the place of the note that has its UNID, or under a note ID of the database's own. */
+    void AddNote(const DxlNode& node) {
+        std::optional<Note> note;
+        for (int turn = 0; !note;) {
+            note = notes_.Read(node, turn);
+        }
+        NoteHead& head = note->head;
+        if (!note->hasUnid) {
+            MakeUnid(head.oid);
+        }
+        head.id = store_->FindUnid(UnidOf(head.oid));
+        const NOTEID id = head.id != 0 ? head.id : store_->NextId();
+        const std::string items = WithLongValuesApart(std::move(note->items), id);
+        if (head.id == 0) {
+            store_->Insert(head, items);
+            return;
+        }
+        store_->Replace(head, items, false);
+        remarks_.push_back("the note of the UNID " + UnidText(UnidOf(head.oid)) + " is replaced");
     }
 
     void MakeUnid(OID& oid) {
         oid.Note = undated;
         do {
-            oid.File = GeneratedUnidFile(head_.replicaInfo.ID, store_->TakeSerial());
+            oid.File = GeneratedUnidFile(database_.replicaInfo.ID, store_->TakeSerial());
         } while (store_->FindUnid(UnidOf(oid)) != 0);
     }
 
     DxlSource source_;
-    DxlTree root_;
-    Head head_;
+    const DxlProgress& progress_;
+    UnknownElements unknown_;
+    NoteReader notes_;
+    DatabaseReader database_;
     std::unique_ptr<Store> store_;
+    DxlRemarks remarks_;
+    int turn_ = 0;
+    bool isWanted_[NoteReader::turns] = {};
+    bool hasNotes_ = false;
 };
 
 bool IsThere(const std::filesystem::path& file) {
@@ -727,24 +709,38 @@ void SettleJournal(const std::filesystem::path& file) {
     std::filesystem::remove(JournalOf(file), ignored);
 }
 
+DxlRemarks AddNote(const std::filesystem::path& databaseFile, Importer& importer) {
+    if (!IsThere(databaseFile)) {
+        throw StatusError(ERR_NOEXIST, PathForCaller(databaseFile) + ": no such file");
+    }
+    const auto lock = LockExisting(databaseFile);
+    return importer.AddTo(Store::Open(databaseFile, StoreAccess::readWrite));
+}
+
 } // namespace
 
-void ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile, bool replaceExisting) {
-    if (!replaceExisting) {
+DxlRemarks ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
+                     DxlImportInto into, const DxlProgress& progress) {
+    if (into == DxlImportInto::newDatabase) {
         ExpectFree(databaseFile);
     }
     if (std::error_code ignored; std::filesystem::equivalent(databaseFile, dxlFile, ignored)) {
         throw StatusError(EMB_ERR_ARGUMENT,
                           PathForCaller(dxlFile) + ": the database would take the place of its own DXL");
     }
+    Importer importer(dxlFile, progress);
+    if (into == DxlImportInto::existingDatabase) {
+        return AddNote(databaseFile, importer);
+    }
     const auto lock = LockExisting(databaseFile);
     ReplacementFile replacement(databaseFile);
-    Importer(dxlFile).Run(replacement.Path());
-    if (!replaceExisting) {
+    DxlRemarks remarks = importer.MakeDatabase(replacement.Path());
+    if (into == DxlImportInto::newDatabase) {
         ExpectFree(databaseFile);
     }
     SettleJournal(databaseFile);
     replacement.Commit();
+    return remarks;
 }
 
 } // namespace embedded

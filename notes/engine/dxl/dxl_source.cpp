@@ -1,504 +1,427 @@
+// expat cuts the file. Only what the predefined and the numeric references stand for is taken: a DOCTYPE may name a
+// grammar but not declare anything, so that there is nothing to expand.
 #include "engine/dxl/dxl_source.h"
 
 #include <algorithm>
-#include <charconv>
-#include <fstream>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <list>
+#include <memory_resource>
+#include <vector>
+
+#include <expat.h>
 
 #include "engine/dxl/dxl_vocabulary.h"
 #include "engine/dxl/xml_text.h"
 #include "engine/system/caller_system.h"
-#include "engine/values/ascii.h"
+#include "engine/values/bytes.h"
 #include "engine/values/charset.h"
 #include "engine/values/status_error.h"
 
 namespace embedded {
 namespace {
 
-constexpr size_t maxFileSize = size_t{64} << 20;
-constexpr size_t maxDepth = 64;
-/** Elements and attributes below one child of the root, which bounds the memory of its tree. A note of the
- *  platform's sizes is far from it. */
-constexpr size_t maxMarkup = 500'000;
-constexpr size_t maxAttributes = 100;
+/** The limits; docs/formats.md tells them. */
+constexpr size_t maxDepth = 256;
+constexpr size_t maxPiece = size_t{256} << 20; // memory of one note
+constexpr size_t maxMarkup = size_t{1} << 20;  // bytes of one tag, comment or instruction
+constexpr size_t blockSize = size_t{1} << 16;
 
-constexpr std::string_view space = " \t\r\n";
+constexpr char nameSeparator = '\n'; // in no URI, since white space in a value becomes blanks
 
 std::string Quoted(std::string_view name) {
-    return "<" + std::string(name) + ">";
+    const size_t uri = name.find(nameSeparator);
+    const std::string_view local = uri == std::string_view::npos ? name : name.substr(uri + 1);
+    return "<" + std::string(local.substr(0, local.find(nameSeparator))) + ">";
 }
 
-/**
- * Walks the markup once, without recursion. It refuses what the parser would let pass or silently change: text
- * outside the root, a second root, entities (the parser leaves them as they are), references to characters that XML
- * does not have (zero would cut a text short), and what costs unbounded memory.
- */
-class Cutter {
+/** Where the nodes of one piece are. What is big stands apart, so that it is not copied while it grows. */
+class Arena {
 public:
-    explicit Cutter(const DxlSource& source) : source_(source), text_(source.Text()) {}
+    template<typename T>
+    T* Make(size_t count = 1) {
+        T* made = static_cast<T*>(memory_.allocate(count * sizeof(T), alignof(T)));
+        std::uninitialized_default_construct_n(made, count);
+        size_ += count * sizeof(T);
+        return made;
+    }
+    std::string_view Copy(std::string_view text) {
+        char* copy = static_cast<char*>(memory_.allocate(text.size() + 1, 1));
+        std::memcpy(copy, text.data(), text.size());
+        size_ += text.size();
+        return {copy, text.size()};
+    }
+    std::string_view Take(std::string&& text) {
+        constexpr size_t big = size_t{1} << 16;
+        if (text.size() < big) {
+            return Copy(text);
+        }
+        size_ += text.size();
+        return big_.emplace_back(std::move(text));
+    }
+    void Clear() {
+        memory_.release();
+        big_.clear();
+        size_ = 0;
+    }
+    [[nodiscard]] size_t Size() const noexcept { return size_; }
 
-    void Run() {
-        while (at_ < text_.size()) {
-            if (text_[at_] != '<') {
-                Content();
-            } else if (!Skip("<!--", "-->") && !Skip("<?", "?>") && !cdata() && !DocumentType() && !endTag()) {
-                StartTag();
-            }
+private:
+    std::vector<std::byte> first_ = std::vector<std::byte>(size_t{1} << 18); // enough for most notes
+    std::pmr::monotonic_buffer_resource memory_{first_.data(), first_.size()};
+    std::list<std::string> big_;
+    size_t size_ = 0;
+};
+
+/** One pass over the file. */
+class Pass {
+public:
+    Pass(DxlSource& source, const DxlSource::Visitor& visitor)
+        : source_(source), visitor_(visitor), parser_(XML_ParserCreateNS(nullptr, nameSeparator)) {
+        if (!parser_) {
+            throw std::bad_alloc();
         }
-        if (!open_.empty()) {
-            source_.Fail(open_.back().offset, Quoted(open_.back().name) + " is not closed");
-        }
-        if (!root) {
-            source_.Fail(text_.size(), "there is no element");
-        }
+        XML_SetUserData(parser_.get(), this);
+        XML_SetReturnNSTriplet(parser_.get(), 1);
+        XML_SetElementHandler(parser_.get(), Guarded<&Pass::Start, const char*, const char**>,
+                              Guarded<&Pass::End, const char*>);
+        XML_SetCharacterDataHandler(parser_.get(), Guarded<&Pass::Text, const char*, int>);
+        XML_SetCommentHandler(parser_.get(), Guarded<&Pass::Comment, const char*>);
+        XML_SetProcessingInstructionHandler(parser_.get(), Guarded<&Pass::Instruction, const char*, const char*>);
+        XML_SetStartDoctypeDeclHandler(parser_.get(),
+                                       Guarded<&Pass::DocumentType, const char*, const char*, const char*, int>);
+        XML_SetSkippedEntityHandler(parser_.get(), Guarded<&Pass::Entity, const char*, int>);
     }
 
-    std::optional<DxlSource::Piece> root;
-    std::vector<DxlSource::Piece> pieces;
+    /** Room for the next part of the file, which Parse() takes. */
+    char* Room() {
+        void* room = XML_GetBuffer(parser_.get(), blockSize);
+        if (!room) {
+            throw std::bad_alloc();
+        }
+        return static_cast<char*>(room);
+    }
+
+    void Parse(size_t size, bool last) {
+        const XML_Status status = XML_ParseBuffer(parser_.get(), static_cast<int>(size), last);
+        read_ += size;
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+        if (status != XML_STATUS_OK) {
+            Malformed();
+        }
+        if (read_ - seen_ > maxMarkup) {
+            source_.Fail(seen_, "a tag, comment or instruction is longer than 1 MiB");
+        }
+    }
 
 private:
     struct Open {
-        std::string_view name;
-        size_t offset;
+        DxlNode* node;
+        DxlNode* lastChild;
     };
 
-    bool StartsWith(std::string_view mark) const { return text_.substr(at_).starts_with(mark); }
-
-    size_t Find(std::string_view mark, std::string_view what) const {
-        const size_t found = text_.find(mark, at_);
-        if (found == std::string_view::npos) {
-            source_.Fail(at_, Quoted(what) + " has no end");
-        }
-        return found;
-    }
-
-    bool Skip(std::string_view start, std::string_view end) {
-        if (!StartsWith(start)) {
-            return false;
-        }
-        if (start == "<?") {
-            Declaration();
-        }
-        at_ += start.size();
-        at_ = Find(end, start.substr(1)) + end.size();
-        return true;
-    }
-
-    /** Only UTF-8 is read, so another encoding must not be taken for it. */
-    void Declaration() const {
-        if (!StartsWith("<?xml ")) {
+    /** A handler of expat, from which no exception may come. */
+    template<auto handler, typename... Arguments>
+    static void Guarded(void* self, Arguments... arguments) noexcept {
+        auto& pass = *static_cast<Pass*>(self);
+        if (pass.failure_) {
             return;
         }
-        const std::string_view words = text_.substr(at_, Find("?>", "?xml") - at_);
-        const size_t key = words.find("encoding");
-        if (key == std::string_view::npos) {
-            return;
-        }
-        const size_t quote = words.find_first_of("'\"", key);
-        std::string name(quote == std::string_view::npos ? std::string_view() : words.substr(quote + 1));
-        name.resize(std::min(name.size(), name.find_first_of("'\"")));
-        if (LowerAscii(name) != "utf-8" && LowerAscii(name) != "us-ascii") {
-            source_.Fail(at_, "the encoding '" + name + "' is not UTF-8");
+        try {
+            pass.seen_ = pass.Here();
+            (pass.*handler)(arguments...);
+        } catch (...) {
+            pass.failure_ = std::current_exception();
+            XML_StopParser(pass.parser_.get(), XML_FALSE);
         }
     }
 
-    bool cdata() {
-        if (!StartsWith("<![CDATA[")) {
-            return false;
-        }
-        if (open_.size() < 2) {
-            source_.Fail(at_, "text has no place here");
-        }
-        const size_t end = Find("]]>", "![CDATA[");
-        at_ = end + 3;
-        return true;
-    }
+    [[nodiscard]] uint64_t Here() const { return static_cast<uint64_t>(XML_GetCurrentByteIndex(parser_.get())); }
 
-    bool DocumentType() {
-        if (!StartsWith("<!")) {
-            return false;
+    [[noreturn]] void Malformed() {
+        const XML_Error error = XML_GetErrorCode(parser_.get());
+        if (error == XML_ERROR_NO_MEMORY) {
+            throw std::bad_alloc();
         }
-        if (!StartsWith("<!DOCTYPE") || root) {
-            source_.Fail(at_, "a declaration has no place here");
-        }
-        const size_t start = at_;
-        for (char quote = 0; at_ < text_.size(); ++at_) {
-            const char c = text_[at_];
-            if (quote ? c == quote : c == '\'' || c == '"') {
-                quote = quote ? 0 : c;
-            } else if (!quote && c == '[') {
-                source_.Fail(at_, "<!DOCTYPE> with declarations of its own is not taken");
-            } else if (!quote && c == '>') {
-                ++at_;
-                return true;
-            }
-        }
-        source_.Fail(start, "<!DOCTYPE> has no end");
-    }
-
-    /** Text up to the next tag. */
-    void Content() {
-        const size_t end = std::min(text_.find('<', at_), text_.size());
-        for (; at_ < end; ++at_) {
-            if (open_.size() < 2 && space.find(text_[at_]) == std::string_view::npos) {
-                source_.Fail(at_, open_.empty() ? "text outside the root element"
-                                                : Quoted(open_.back().name) + ": text has no place here");
-            }
-            if (text_[at_] == '&') {
-                Reference();
-            }
-        }
-    }
-
-    void Reference() const {
-        const std::string_view all = text_.substr(at_ + 1, 32);
-        const std::string_view name = all.substr(0, all.find(';'));
-        const bool predefined = std::ranges::find(predefined_, name) != std::end(predefined_);
-        if (name.size() == all.size() || (!predefined && !(name.starts_with('#') && IsCharacter(name.substr(1))))) {
-            source_.Fail(at_, "the reference '&" + std::string(CutUtf8(name, 16)) + "' is not taken");
-        }
-    }
-
-    static bool IsCharacter(std::string_view number) {
-        const bool hex = number.starts_with('x');
-        number.remove_prefix(hex ? 1 : 0);
-        uint32_t c = 0;
-        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), c, hex ? 16 : 10);
-        return error == std::errc() && end == number.data() + number.size() && IsXmlCharacter(c);
-    }
-
-    std::string_view TagName() {
-        const size_t end = std::min(text_.find_first_of(" \t\r\n/>='\"<&", at_), text_.size());
-        const std::string_view name = text_.substr(at_, end - at_);
-        if (name.empty()) {
-            source_.Fail(at_, "'<' without the name of an element");
-        }
-        at_ = end;
-        return name;
-    }
-
-    bool endTag() {
-        if (!StartsWith("</")) {
-            return false;
-        }
-        const size_t start = at_;
-        at_ += 2;
-        const std::string_view name = TagName();
-        at_ = std::min(text_.find_first_not_of(space, at_), text_.size());
-        if (!StartsWith(">") || open_.empty() || open_.back().name != name) {
-            source_.Fail(start, open_.empty() ? Quoted(name) + " is closed and was not open"
-                                              : Quoted(open_.back().name) + " is closed by " + Quoted(name));
-        }
-        ++at_;
-        const size_t opened = open_.back().offset;
-        open_.pop_back();
-        Closed(opened);
-        return true;
-    }
-
-    void StartTag() {
-        const size_t start = at_++;
-        const std::string_view name = TagName();
-        if (open_.empty() && root) {
-            source_.Fail(start, Quoted(name) + ": there is a second root element");
-        }
-        if (open_.size() >= maxDepth) {
-            source_.Fail(start, Quoted(name) + ": elements are nested too deep");
-        }
-        markup_ = open_.size() < 2 ? 0 : markup_ + 1;
-        const bool empty = Attributes(start, name);
-        if (markup_ > maxMarkup) {
-            source_.Fail(start, Quoted(name) + ": too many elements in one");
-        }
+        const std::string cause = std::string("not well-formed XML: ") + XML_ErrorString(error);
         if (open_.empty()) {
-            root = Place(start);
+            source_.Fail(Here(), cause);
         }
-        if (empty) {
-            Closed(start);
-        } else {
-            open_.push_back({name, start});
+        source_.Fail(Here(), "in " + Quoted(open_.back().node->name) + ": " + cause);
+    }
+
+    void Start(const char* name, const char** attributes) {
+        if (hasDocumentType_) {
+            CheckReferences();
+        }
+        AddText();
+        if (open_.size() >= maxDepth) {
+            source_.Fail(Here(), Quoted(name) + ": elements are nested deeper than " + std::to_string(maxDepth));
+        }
+        DxlNode* node = arena_.Make<DxlNode>();
+        node->name = ElementName(name);
+        node->attributes = Attributes(attributes);
+        node->offset = Here();
+        if (open_.empty()) {
+            visitor_.root(*node);
+            isDatabase_ = node->name == "database";
+        }
+        Append(node);
+        open_.push_back({node, nullptr});
+    }
+
+    void End(const char*) {
+        AddText();
+        DxlNode* node = open_.back().node;
+        open_.pop_back();
+        if (open_.size() == (isDatabase_ ? 1 : 0)) {
+            Deliver(*node);
         }
     }
 
-    /** Up to the end of the tag; true when it closes the element too. */
-    bool Attributes(size_t start, std::string_view name) {
-        for (size_t count = 0; at_ < text_.size(); ++at_) {
-            const char c = text_[at_];
-            if (c == '\'' || c == '"') {
-                if (++count > maxAttributes) {
-                    source_.Fail(start, Quoted(name) + ": too many attributes");
-                }
-                AttributeValue(c);
-            } else if (c == '<') {
-                break;
-            } else if (c == '>') {
-                return text_[at_++ - 1] == '/';
+    void Text(const char* text, int size) {
+        text_.append(text, static_cast<size_t>(size));
+        CheckSize();
+    }
+
+    void Comment(const char*) {}
+    void Instruction(const char*, const char*) {}
+
+    void DocumentType(const char*, const char*, const char*, int declares) {
+        if (declares) {
+            source_.Fail(Here(), "<!DOCTYPE> with declarations of its own is not taken");
+        }
+        hasDocumentType_ = true;
+    }
+
+    void Entity(const char* name, int) { RefuseReference(name); }
+
+    [[noreturn]] void RefuseReference(std::string_view name) {
+        const std::string shown(IsXmlText(name) ? CutUtf8(name, 64) : "?"); // a tag is in the file's character set
+        source_.Fail(Here(), "the reference '&" + shown + ";' is not taken");
+    }
+
+    /** Behind a DOCTYPE expat leaves a reference that it does not know out of an attribute without a word. */
+    void CheckReferences() {
+        int offset = 0, size = 0;
+        const char* input = XML_GetInputContext(parser_.get(), &offset, &size);
+        const std::string_view tag(input + offset, static_cast<size_t>(XML_GetCurrentByteCount(parser_.get())));
+        if (tag.find('&') == std::string_view::npos) {
+            return;
+        }
+        std::string narrow(tag);
+        std::erase(narrow, '\0'); // of UTF-16
+        for (size_t at = 0; (at = narrow.find('&', at)) != std::string::npos; ++at) {
+            const std::string_view name = std::string_view(narrow).substr(at + 1, narrow.find(';', at) - at - 1);
+            constexpr std::string_view predefined[] = {"amp", "lt", "gt", "quot", "apos"};
+            if (!name.starts_with('#') && std::ranges::find(predefined, name) == std::end(predefined)) {
+                RefuseReference(name);
             }
         }
-        source_.Fail(start, Quoted(name) + ": the tag has no end");
     }
 
-    void AttributeValue(char quote) {
-        ++markup_;
-        const size_t start = at_++;
-        for (; at_ < text_.size() && text_[at_] != quote; ++at_) {
-            if (text_[at_] == '<') {
-                break;
-            }
-            if (text_[at_] == '&') {
-                Reference();
-            }
+    // ---- Nodes
+
+    std::string_view ElementName(std::string_view name) {
+        const size_t uri = name.find(nameSeparator);
+        if (uri == std::string_view::npos) {
+            return arena_.Copy(nameSeparator + std::string(name)); // of no namespace
         }
-        if (!StartsWith({&quote, 1})) {
-            source_.Fail(start, "an attribute's value has no end");
+        const std::string_view local = name.substr(uri + 1, name.find(nameSeparator, uri + 1) - uri - 1);
+        if (name.substr(0, uri) == dxl::namespaceUri) {
+            return arena_.Copy(local);
+        }
+        return OwnOrForeign(name, uri, local);
+    }
+
+    std::string_view AttributeName(std::string_view name) {
+        const size_t uri = name.find(nameSeparator);
+        if (uri == std::string_view::npos) {
+            return arena_.Copy(name);
+        }
+        return OwnOrForeign(name, uri, name.substr(uri + 1, name.find(nameSeparator, uri + 1) - uri - 1));
+    }
+
+    std::string_view OwnOrForeign(std::string_view name, size_t uri, std::string_view local) {
+        return arena_.Copy(name.substr(0, uri) == dxl::extensionUri ? "krx:" + std::string(local) : std::string(name));
+    }
+
+    std::span<const DxlAttribute> Attributes(const char** given) {
+        size_t count = 0;
+        while (given[2 * count]) {
+            ++count;
+        }
+        if (count == 0) {
+            return {};
+        }
+        auto* attributes = arena_.Make<DxlAttribute>(count);
+        for (size_t i = 0; i < count; ++i) {
+            attributes[i] = {AttributeName(given[2 * i]), arena_.Copy(given[2 * i + 1])};
+        }
+        return {attributes, count};
+    }
+
+    void Append(DxlNode* node) {
+        if (open_.empty() || (isDatabase_ && open_.size() == 1)) {
+            return; // stands alone
+        }
+        Open& parent = open_.back();
+        CheckSize();
+        (parent.lastChild ? parent.lastChild->next : parent.node->firstChild) = node;
+        parent.lastChild = node;
+    }
+
+    void CheckSize() {
+        if (arena_.Size() + text_.size() > maxPiece) {
+            source_.Fail(*open_.back().node, "a note of more than " + std::to_string(maxPiece >> 20) + " MiB");
         }
     }
 
-    /** An element ends here. */
-    void Closed(size_t start) {
-        if (open_.size() == 1) {
-            pieces.push_back(Place(start));
+    /** The text since the last tag. */
+    void AddText() {
+        if (text_.empty() || open_.empty()) {
+            return;
+        }
+        if (isDatabase_ && open_.size() == 1 && IsBlank(text_)) {
+            return text_.clear();
+        }
+        DxlNode* node = arena_.Make<DxlNode>();
+        node->offset = Here();
+        node->text = arena_.Take(std::move(text_));
+        text_.clear();
+        Append(node);
+        if (isDatabase_ && open_.size() == 1) {
+            Deliver(*node);
         }
     }
 
-    DxlSource::Piece Place(size_t start) const {
-        return {static_cast<uint32_t>(start), static_cast<uint32_t>(at_ - start)};
+    void Deliver(const DxlNode& piece) {
+        visitor_.piece(piece);
+        // The root of a database stays, for its name in messages.
+        rootName_ = isDatabase_ ? "database" : std::string();
+        arena_.Clear();
+        if (isDatabase_) {
+            DxlNode* root = arena_.Make<DxlNode>();
+            root->name = rootName_;
+            open_.front() = {root, nullptr};
+        }
     }
 
-    static constexpr std::string_view predefined_[] = {"amp", "lt", "gt", "quot", "apos"};
+    struct ParserCloser {
+        void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+    };
 
-    const DxlSource& source_;
-    std::string_view text_;
-    size_t at_ = 0;
-    size_t markup_ = 0;
+    DxlSource& source_;
+    const DxlSource::Visitor& visitor_;
+    std::unique_ptr<XML_ParserStruct, ParserCloser> parser_;
+    std::exception_ptr failure_;
+    uint64_t read_ = 0;
+    uint64_t seen_ = 0; // where expat last told of something
+    bool hasDocumentType_ = false;
+    bool isDatabase_ = false;
+    std::string rootName_;
+    Arena arena_;
     std::vector<Open> open_;
+    std::string text_;
 };
 
 } // namespace
 
-DxlSource::DxlSource(const std::filesystem::path& file) : name_(PathForCaller(file)) {
-    Read(file);
-    if (text_.size() > maxFileSize) {
-        throw StatusError(EMB_ERR_DXL, name_ + ": the file is larger than 64 MiB");
-    }
-    if (text_.starts_with("\xEF\xBB\xBF")) {
-        text_.erase(0, 3);
-    }
-    if (const size_t bad = FindNonXml(text_); bad != std::string::npos) {
-        Fail(bad, "a character that is not XML in UTF-8");
-    }
-    Cut();
+bool IsBlank(std::string_view text) noexcept {
+    return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-void DxlSource::Read(const std::filesystem::path& file) {
+DxlSource::DxlSource(const std::filesystem::path& file) : name_(PathForCaller(file)) {
     std::error_code ignored;
     if (!std::filesystem::exists(file, ignored)) {
         throw StatusError(ERR_NOEXIST, name_ + ": no such file");
     }
-    std::ifstream in(file, std::ios::binary);
-    // In blocks up to just beyond the limit: the size of a pipe is not known before.
-    constexpr size_t block = size_t{1} << 16;
-    while (in && text_.size() <= maxFileSize) {
-        const size_t before = text_.size();
-        text_.resize(before + block);
-        in.read(text_.data() + before, block);
-        text_.resize(before + static_cast<size_t>(in.gcount()));
+    if (!std::filesystem::is_directory(file, ignored)) {
+        file_.reset(std::fopen(file.c_str(), "rbe"));
     }
-    if (std::filesystem::is_directory(file, ignored) || in.bad() || (!in.eof() && text_.size() <= maxFileSize)) {
+    if (!file_) {
+        throw StatusError(EMB_ERR_DISK, name_ + ": cannot be read");
+    }
+    if (std::filesystem::is_regular_file(file, ignored)) {
+        size_ = std::filesystem::file_size(file, ignored);
+        return;
+    }
+    // What comes out of a pipe comes once.
+    std::unique_ptr<std::FILE, Closer> copy(std::tmpfile());
+    std::array<char, blockSize> block;
+    while (const size_t size = ReadBlock(block.data(), block.size())) {
+        if (!copy || std::fwrite(block.data(), 1, size, copy.get()) != size) {
+            throw StatusError(EMB_ERR_DISK, name_ + ": cannot be copied");
+        }
+        size_ += size;
+    }
+    file_ = std::move(copy);
+}
+
+size_t DxlSource::ReadBlock(char* block, size_t size) {
+    const size_t read = std::fread(block, 1, size, file_.get());
+    if (std::ferror(file_.get())) {
+        throw StatusError(EMB_ERR_DISK, name_ + ": cannot be read");
+    }
+    return read;
+}
+
+void DxlSource::Rewind() {
+    if (std::fseek(file_.get(), 0, SEEK_SET) != 0) {
         throw StatusError(EMB_ERR_DISK, name_ + ": cannot be read");
     }
 }
 
-void DxlSource::Cut() {
-    Cutter cutter(*this);
-    cutter.Run();
-    root_ = *cutter.root;
-    pieces_ = std::move(cutter.pieces);
+void DxlSource::Read(const Visitor& visitor, const DxlProgress& progress) {
+    Rewind();
+    Pass pass(*this, visitor);
+    uint64_t done = 0;
+    for (bool more = true; more;) {
+        const size_t size = ReadBlock(pass.Room(), blockSize);
+        more = size == blockSize;
+        pass.Parse(size, !more);
+        done += size;
+        if (progress && !progress(done, size_)) {
+            throw StatusError(EMB_ERR_CANCELLED, name_ + ": interrupted");
+        }
+    }
 }
 
-void DxlSource::Fail(size_t offset, const std::string& cause) const {
-    const std::string_view before = std::string_view(text_).substr(0, offset);
-    const auto line = 1 + std::ranges::count(before, '\n');
+uint64_t DxlSource::HashOfText() {
+    const long place = std::ftell(file_.get());
+    Rewind();
+    Hash hash;
+    std::array<char, blockSize> block;
+    while (const size_t size = ReadBlock(block.data(), block.size())) {
+        hash.Add({block.data(), size});
+    }
+    if (std::fseek(file_.get(), place, SEEK_SET) != 0) {
+        throw StatusError(EMB_ERR_DISK, name_ + ": cannot be read");
+    }
+    return hash.Value();
+}
+
+void DxlSource::Fail(uint64_t offset, const std::string& cause) {
+    Rewind();
+    int64_t line = 1;
+    std::array<char, blockSize> block;
+    for (uint64_t left = offset; left > 0;) {
+        const size_t size = ReadBlock(block.data(), static_cast<size_t>(std::min<uint64_t>(left, block.size())));
+        if (size == 0) {
+            break;
+        }
+        line += std::count(block.data(), block.data() + size, '\n');
+        left -= size;
+    }
     throw StatusError(EMB_ERR_DXL, name_ + ":" + std::to_string(line) + ": " + cause);
 }
 
-DxlTree::DxlTree(const DxlSource& source) : source_(source), offset_(source.Root().offset), root_(nullptr) {
-    std::string tag(source.Text().substr(source.Root().offset, source.Root().size));
-    if (!tag.ends_with("/>")) {
-        tag.replace(tag.size() - 1, 1, "/>");
-    }
-    Parse(tag);
-}
-
-DxlTree::DxlTree(const DxlSource& source, DxlSource::Piece piece, const DxlTree& root)
-    : source_(source), offset_(piece.offset), root_(&root) {
-    Parse(source.Text().substr(piece.offset, piece.size));
-}
-
-void DxlTree::Parse(std::string_view text) {
-    // White space is text until an element is known to have none.
-    constexpr unsigned options = pugi::parse_default | pugi::parse_ws_pcdata;
-    // cppcheck-suppress invalidLifetime; load_buffer() copies the text
-    const auto result = document_.load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
-    if (!result) {
-        source_.Fail(offset_ + static_cast<size_t>(result.offset), result.description());
-    }
-}
-
-void DxlElement::Fail(const std::string& cause) const {
-    tree_->source_.Fail(tree_->offset_ + static_cast<size_t>(node_.offset_debug()),
-                        Quoted(node_.name()) + ": " + cause);
-}
-
-void DxlElement::FailUnknown() const {
-    Fail("the element has no place here");
-}
-
-std::string_view DxlElement::NamespaceOf(std::string_view prefix) const {
-    const std::string declaration = prefix.empty() ? "xmlns" : "xmlns:" + std::string(prefix);
-    for (pugi::xml_node node = node_; node; node = node.parent()) {
-        if (const pugi::xml_attribute found = node.attribute(declaration.c_str())) {
-            return found.value();
-        }
-    }
-    return tree_->root_ ? tree_->root_->Element().NamespaceOf(prefix) : std::string_view();
-}
-
-std::string DxlElement::NameOf(std::string_view qualified, bool isElement) const {
-    const size_t colon = qualified.find(':');
-    if (colon == std::string_view::npos && !isElement) {
-        return std::string(qualified); // an attribute without a prefix belongs to its element
-    }
-    const bool prefixed = colon != std::string_view::npos;
-    const std::string_view uri = NamespaceOf(prefixed ? qualified.substr(0, colon) : std::string_view());
-    std::string local(prefixed ? qualified.substr(colon + 1) : qualified);
-    if (uri == dxl::namespaceUri && isElement) {
-        return local;
-    }
-    return uri == dxl::extensionUri ? "krx:" + local : "{" + std::string(uri) + "}" + local;
-}
-
-std::vector<DxlElement> DxlElement::Children() const {
-    std::vector<DxlElement> elements;
-    for (const pugi::xml_node node : node_.children()) {
-        if (node.type() == pugi::node_element) {
-            elements.emplace_back(*tree_, node);
-        } else if (!Trimmed(node.value()).empty()) {
-            Fail("text has no place here");
-        }
-    }
-    return elements;
-}
-
-DxlElement DxlElement::Child() const {
-    const auto all = Children();
-    if (all.size() != 1) {
-        Fail("needs one element below it");
-    }
-    return all.front();
-}
-
-std::string DxlElement::Text() const {
-    std::string text;
-    for (const pugi::xml_node node : node_.children()) {
-        if (node.type() == pugi::node_element) {
-            DxlElement(*tree_, node).FailUnknown();
-        }
-        text += node.value();
-    }
-    return text;
-}
-
-std::string DxlElement::TrimmedText() const {
-    return std::string(Trimmed(Text()));
-}
-
-std::string DxlElement::TextWithBreaks() const {
-    std::string text;
-    for (const pugi::xml_node node : node_.children()) {
-        if (node.type() != pugi::node_element) {
-            text += node.value();
-            continue;
-        }
-        const DxlElement element(*tree_, node);
-        if (element.Name() != "break") {
-            element.FailUnknown();
-        }
-        DxlAttributes(element).Finish();
-        element.ExpectEmpty();
-        text += '\0';
-    }
-    return text;
-}
-
-void DxlElement::ExpectEmpty() const {
-    if (const auto below = Children(); !below.empty()) {
-        below.front().FailUnknown();
-    }
-}
-
-DxlAttributes::DxlAttributes(const DxlElement& element) : element_(element) {
-    for (const pugi::xml_attribute attribute : element.node_.attributes()) {
-        const std::string_view written = attribute.name();
-        if (element.node_.attribute(attribute.name()) != attribute) { // gives the first of that name
-            element.Fail("the attribute '" + std::string(written) + "' stands twice");
-        }
-        if (written != "xmlns" && !written.starts_with("xmlns:")) {
-            left_.push_back({element.NameOf(written, false), attribute.value(), std::string(written)});
-        }
-    }
-}
-
-std::optional<std::string> DxlAttributes::Take(std::string_view name) {
-    const auto found = std::ranges::find(left_, name, &Attribute::name);
-    if (found == left_.end()) {
-        return std::nullopt;
-    }
-    std::string value = std::move(found->value);
-    left_.erase(found);
-    return value;
-}
-
-std::string DxlAttributes::Require(std::string_view name) {
-    auto value = Take(name);
-    if (!value) {
-        element_.Fail("the attribute '" + std::string(name) + "' is missing");
-    }
-    return *std::move(value);
-}
-
-std::optional<bool> DxlAttributes::TakeBoolean(std::string_view name) {
-    const auto value = Take(name);
-    if (!value) {
-        return std::nullopt;
-    }
-    if (*value != "true" && *value != "false") {
-        FailValue(name, *value);
-    }
-    return *value == "true";
-}
-
-std::optional<uint32_t> DxlAttributes::TakeNumber(std::string_view name, int base, uint32_t most) {
-    const auto value = Take(name);
-    if (!value) {
-        return std::nullopt;
-    }
-    uint32_t number = 0;
-    const char* end = value->data() + value->size();
-    const auto [stop, error] = std::from_chars(value->data(), end, number, base);
-    if (error != std::errc() || stop != end || number > most) {
-        FailValue(name, *value);
-    }
-    return number;
-}
-
-void DxlAttributes::Finish() const {
-    if (!left_.empty()) {
-        element_.Fail("the attribute '" + left_.front().written + "' has no place here");
-    }
-}
-
-void DxlAttributes::FailValue(std::string_view name, const std::string& value) const {
-    element_.Fail("the attribute '" + std::string(name) + "' cannot be '" + value + "'");
+void DxlSource::Fail(const DxlNode& node, const std::string& cause) {
+    Fail(node.offset, node.name.empty() ? cause : Quoted(node.name) + ": " + cause);
 }
 
 } // namespace embedded

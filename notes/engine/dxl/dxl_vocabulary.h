@@ -6,14 +6,15 @@
 //   krx:cutoffinterval    on database: days
 //   krx:cutoff            on database: the cutoff time, 16 hexadecimal digits as of a replica ID
 //   krx:class             on a note, instead of class: a class without a name, up to 4 hexadecimal digits
+//   krx:items             on a note with an element of its own: "all" when no item follows from its attributes
 //   krx:sequenceflags     on noteinfo: the high word of the sequence number, up to 4 hexadecimal digits
 //   krx:time              in modified and revised, instead of datetime: 16 hexadecimal digits
 //   krx:name              on an item, instead of name: a name that is no text, Base64
 //   krx:flags             on an item: flags without a name, up to 4 hexadecimal digits
 //   krx:stub              a deletion stub: a note without items
+//   krx:deleted           a note that was deleted softly
 #pragma once
 
-#include <algorithm>
 #include <string_view>
 
 #include "notes_api.h"
@@ -42,6 +43,8 @@ constexpr ClassName classNames[] = {
     {"sharedfield", NOTE_CLASS_FIELD},
     {"replicationformula", NOTE_CLASS_REPLFORMULA},
 };
+/** Of a note whose class has a name that is not among these: a bit that the platform does not use. */
+constexpr WORD unknownClass = 0x4000;
 
 struct FlagName {
     std::string_view name;
@@ -55,49 +58,23 @@ constexpr FlagName flagNames[] = {
     {"protected", ITEM_PROTECTED}, {"unchanged", ITEM_UNCHANGED},
 };
 
-enum class AclValue { text, boolean, level, entryType };
-
-struct AclAttribute {
-    std::string_view name;
-    AclValue value;
-};
-constexpr AclAttribute aclAttributes[] = {
-    {"adminserver", AclValue::text},          {"adminservermaymodify", AclValue::boolean},
-    {"adminreaderauthor", AclValue::boolean}, {"consistentacl", AclValue::boolean},
-    {"maxinternetaccess", AclValue::level},
-};
+/** In the order in which export writes them; others follow. */
+constexpr std::string_view aclAttributes[] = {"adminserver", "adminservermaymodify", "adminreaderauthor",
+                                              "consistentacl", "maxinternetaccess"};
 /** Beside the name, which every entry has. */
-constexpr AclAttribute aclEntryAttributes[] = {
-    {"level", AclValue::level},
-    {"default", AclValue::boolean},
-    {"type", AclValue::entryType},
-    {"createdocs", AclValue::boolean},
-    {"deletedocs", AclValue::boolean},
-    {"createpersonalagents", AclValue::boolean},
-    {"createpersonalviews", AclValue::boolean},
-    {"createsharedviews", AclValue::boolean},
-    {"createlsjavaagents", AclValue::boolean},
-    {"readpublicdocs", AclValue::boolean},
-    {"writepublicdocs", AclValue::boolean},
-};
-constexpr std::string_view accessLevels[] = {"noaccess", "depositor", "reader", "author",
-                                             "editor",   "designer",  "manager"};
-constexpr std::string_view entryTypes[] = {"unspecified", "person",      "server",
-                                           "mixedgroup",  "persongroup", "servergroup"};
+constexpr std::string_view aclEntryAttributes[] = {"level",
+                                                   "default",
+                                                   "type",
+                                                   "createdocs",
+                                                   "deletedocs",
+                                                   "createpersonalagents",
+                                                   "createpersonalviews",
+                                                   "createsharedviews",
+                                                   "createlsjavaagents",
+                                                   "readpublicdocs",
+                                                   "writepublicdocs"};
 
-inline bool IsAclValue(AclValue kind, std::string_view value) {
-    const auto in = [value](const auto& words) { return std::ranges::find(words, value) != std::end(words); };
-    switch (kind) {
-    case AclValue::boolean:
-        return value == "true" || value == "false";
-    case AclValue::level:
-        return in(accessLevels);
-    case AclValue::entryType:
-        return in(entryTypes);
-    case AclValue::text:
-        break;
-    }
-    return true;
-}
+/** Whether an element of this name is known to stand somewhere in DXL. */
+bool IsKnownElement(std::string_view name);
 
 } // namespace embedded::dxl

@@ -1,8 +1,12 @@
-// Text as XML has it.
+// Text as XML has it, and elements written as XML.
 #pragma once
 
 #include <cstdint>
+#include <span>
+#include <string>
 #include <string_view>
+
+#include "engine/dxl/dxl_source.h"
 
 namespace embedded {
 
@@ -11,33 +15,26 @@ inline bool IsXmlCharacter(uint32_t c) noexcept {
                     : c <= 0xD7FF || (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
 }
 
-/** Where the first byte stands that is not UTF-8 or starts a character that XML does not have; npos for none. */
-inline size_t FindNonXml(std::string_view text) noexcept {
-    constexpr uint32_t smallest[] = {0, 0x80, 0x800, 0x10000}; // of each length, as UTF-8 is never longer than needed
-    for (size_t at = 0; at < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[at]);
-        const size_t trail = lead < 0x80 ? 0 : lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
-        if ((lead >= 0x80 && lead < 0xC0) || lead >= 0xF8 || text.size() - at <= trail) {
-            return at;
-        }
-        uint32_t c = trail == 0 ? lead : lead & (0x3Fu >> trail);
-        for (size_t i = 1; i <= trail; ++i) {
-            const auto next = static_cast<unsigned char>(text[at + i]);
-            if ((next & 0xC0) != 0x80) {
-                return at;
-            }
-            c = c << 6 | (next & 0x3Fu);
-        }
-        if (c < smallest[trail] || !IsXmlCharacter(c)) {
-            return at;
-        }
-        at += trail + 1;
-    }
-    return std::string_view::npos;
-}
+/** Whether it is UTF-8, and of characters that XML has. */
+bool IsXmlText(std::string_view text) noexcept;
 
-inline bool IsXmlText(std::string_view text) noexcept {
-    return FindNonXml(text) == std::string_view::npos;
-}
+/** Whether it can name an attribute, in ASCII. */
+bool IsXmlName(std::string_view text) noexcept;
+
+enum class XmlPlace {
+    attribute, // a value between apostrophes
+    text,      // with line ends and tabs as references, since it is the value of something
+    kept,      // as it stood, for a reader of XML
+};
+std::string Escaped(std::string_view text, XmlPlace place);
+
+/** " NAME='VALUE'" */
+std::string AttributeText(std::string_view name, std::string_view value);
+/** All of them, with the namespaces that they need. */
+std::string AttributesText(std::span<const DxlAttribute> attributes);
+
+/** The node as XML, whole, to stand where DXL's namespace is the default one and "krx:" is that of this project. Read
+ *  and written again it is the same. */
+std::string XmlOf(const DxlNode& node);
 
 } // namespace embedded

@@ -42,6 +42,10 @@ constexpr const char* title = "title";                // UTF-8
 constexpr const char* replicaInfo = "replicainfo";    // DBREPLICAINFO
 constexpr const char* acl = "acl";                    // EncodeAcl() of acl.h
 constexpr const char* attributePrefix = "attribute:"; // further attributes of DXL's <database>, UTF-8
+// What else stands in <database>, as XML for DXL's export
+constexpr const char* foreignAttributes = "foreignattributes"; // its attributes of other namespaces
+constexpr const char* aclElement = "aclelement";               // <acl>, behind the hash of the acl that it stands for
+constexpr const char* partPrefix = "part:";                    // elements that are no notes, behind their place
 } // namespace property
 
 /** Which notes a scan visits, and what it reads of them. */
@@ -50,6 +54,10 @@ struct ScanFilter {
     NOTEID before = 0xFFFFFFFFu; // with IDs below this one
     bool withItems = true;       // without, the visitor gets no items, and they are not read
 };
+/** The places of parts, the first byte of each. */
+constexpr char partBeforeAcl = '1';
+constexpr char partBehindAcl = '2';
+constexpr char partBehindNotes = '3';
 
 class Store {
 public:

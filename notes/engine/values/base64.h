@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,17 @@ inline std::string Base64FromBytes(std::string_view bytes) {
     return out;
 }
 
+constexpr unsigned char noBase64Value = 255;
+/** What each character stands for. */
+constexpr auto base64Values = [] {
+    std::array<unsigned char, 256> values{};
+    values.fill(noBase64Value);
+    for (unsigned char value = 0; value < base64Digits.size(); ++value) {
+        values[static_cast<unsigned char>(base64Digits[value])] = value;
+    }
+    return values;
+}();
+
 /** White space is passed over. Nothing when a digit is wrong, or the last group is not padded or has bits to spare. */
 inline std::optional<std::string> BytesFromBase64(std::string_view text) {
     std::string out;
@@ -34,11 +46,11 @@ inline std::optional<std::string> BytesFromBase64(std::string_view text) {
         if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
             continue;
         }
-        const size_t value = base64Digits.find(c);
-        if (c == '=' ? ++padding > 2 : padding > 0 || value == std::string_view::npos) {
+        const unsigned value = base64Values[static_cast<unsigned char>(c)];
+        if (c == '=' ? ++padding > 2 : padding > 0 || value == noBase64Value) {
             return std::nullopt;
         }
-        bits = bits << 6 | (c == '=' ? 0u : static_cast<unsigned>(value));
+        bits = bits << 6 | (c == '=' ? 0u : value);
         if (++digits % 4 != 0) {
             continue;
         }

@@ -52,7 +52,7 @@ std::string EncodeItems(const std::vector<Item>& items) {
 std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name) {
     ItemCursor cursor(encoded);
     for (ItemView view{}; cursor.Next(view);) {
-        if (SameItemName(view.name, name)) {
+        if (SameItemName(view.name, name) && !IsHidden(view.type)) {
             return view;
         }
     }

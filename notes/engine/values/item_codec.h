@@ -38,6 +38,28 @@ constexpr size_t maxItemName = 0xFFFF;
 constexpr size_t maxItemValue = 0xFFFF;
 constexpr size_t maxSummaryValue = 0x7FFF;
 
+// Types of the items in which a note keeps what DXL says and the platform has no bytes for. They are below the API: a
+// search, a copy and an update carry them along, and no operation gives or takes a value of theirs.
+
+/** An element as XML. One that is an item has its name, so that it is found and replaced by that; others have none. */
+constexpr WORD keptElement = 0xFFF0;
+/** Of the item in front of it, whose name it has: attributes of <item>, zero, those of its value's element, zero, the
+ *  name of that element when it is another than the value's type has of itself, zero, its text when it is in other words
+ *  than export's. */
+constexpr WORD keptAttributes = 0xFFF1;
+/** The note's own element: its name and attributes. First in a note. */
+constexpr WORD keptHead = 0xFFF2;
+/** Of <noteinfo>: attributes, zero, what stands in front of the dates that a note has, zero, what stands behind. */
+constexpr WORD keptInfo = 0xFFF3;
+
+inline bool IsKept(WORD type) noexcept {
+    return type >= keptElement;
+}
+/** Whether no operation finds an item of this type. */
+inline bool IsHidden(WORD type) noexcept {
+    return type > keptElement;
+}
+
 // Walking items and comparing their names is what a search and every change of an item consist of, hence inline.
 
 /** Item names are equal without regard to the case of ASCII letters. */

@@ -14,7 +14,7 @@ void Check(const ItemView& item) {
     if (item.name.size() > maxItemName) {
         throw StatusError(EMB_ERR_TOO_LONG);
     }
-    if (item.type == TYPE_TEXT_LIST && !item.object && !TextEntries(item.type, item.value)) {
+    if (IsKept(item.type) || (item.type == TYPE_TEXT_LIST && !item.object && !TextEntries(item.type, item.value))) {
         throw StatusError(EMB_ERR_ITEM_TYPE);
     }
 }

@@ -45,6 +45,7 @@ constexpr KnownStatus texts[] = {
     {EMB_ERR_UNSUPPORTED, "Not supported by the embedded platform"},
     {EMB_ERR_RECOVERY, "The database was left in the middle of a write and needs recovery"},
     {EMB_ERR_NEWER, "The database was made by a newer version"},
+    {EMB_ERR_CANCELLED, "The operation was ended"},
 };
 
 } // namespace

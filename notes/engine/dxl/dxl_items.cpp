@@ -1,0 +1,436 @@
+// Each reader gives nothing for what the platform's bytes cannot say; the item is then kept as XML.
+#include "engine/dxl/dxl_items.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "engine/dxl/dxl_note_element.h"
+#include "engine/dxl/dxl_values.h"
+#include "engine/dxl/dxl_vocabulary.h"
+#include "engine/dxl/xml_text.h"
+#include "engine/formula/formula.h"
+#include "engine/values/base64.h"
+#include "engine/values/bytes.h"
+#include "engine/values/charset.h"
+#include "engine/values/timedate.h"
+
+namespace embedded::dxl {
+namespace {
+
+constexpr WORD maxWord = 0xFFFF;
+
+/** A value without type word. */
+struct Value {
+    WORD type;
+    std::string bytes;
+    /** Whether an item has it in the summary unless the item says otherwise. */
+    bool summary = true;
+};
+using Read = std::optional<Value>;
+
+/** The text of an element that holds nothing else. `joined` takes one that stands in pieces. */
+std::optional<std::string_view> TextOf(const DxlNode& node, std::string& joined) {
+    if (!node.firstChild) {
+        return std::string_view();
+    }
+    if (node.firstChild->name.empty() && !node.firstChild->next) {
+        return node.firstChild->text;
+    }
+    joined.clear();
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (!child.name.empty()) {
+            return std::nullopt;
+        }
+        joined += child.text;
+    }
+    return joined;
+}
+
+/** The elements below an element that holds nothing else, but white space. */
+std::optional<std::vector<const DxlNode*>> ElementsOf(const DxlNode& node) {
+    std::vector<const DxlNode*> elements;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (!child.name.empty()) {
+            elements.push_back(&child);
+        } else if (!IsBlank(child.text)) {
+            return std::nullopt;
+        }
+    }
+    return elements;
+}
+
+bool IsPlain(const DxlNode& node, std::string_view name) {
+    return node.name == name && node.attributes.empty();
+}
+
+// ---- Values
+
+/** A text with breaks, which are zero bytes in the platform's form. */
+std::optional<std::string> LmbcsOf(const DxlNode& node) {
+    std::string text;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name.empty()) {
+            text += LmbcsFromUtf8(child.text);
+        } else if (IsPlain(child, "break") && !child.firstChild) {
+            text += '\0';
+        } else {
+            return std::nullopt;
+        }
+    }
+    return text;
+}
+
+Read ReadText(const DxlNode& node, AttributesLeft&) {
+    auto text = LmbcsOf(node);
+    return text ? Read({TYPE_TEXT, *std::move(text)}) : std::nullopt;
+}
+
+/** A text list of the entries in elements of that name. */
+std::optional<std::string> TextList(const DxlNode& node, std::string_view name) {
+    const auto elements = ElementsOf(node);
+    if (!elements || elements->size() > maxWord) {
+        return std::nullopt;
+    }
+    std::vector<std::string> entries;
+    for (const DxlNode* element : *elements) {
+        auto text = IsPlain(*element, name) ? LmbcsOf(*element) : std::nullopt;
+        if (!text || text->size() > maxWord) {
+            return std::nullopt;
+        }
+        entries.push_back(*std::move(text));
+    }
+    return EncodeTextList(std::vector<std::string_view>(entries.begin(), entries.end()));
+}
+
+Read ReadTextList(const DxlNode& node, AttributesLeft&) {
+    auto list = TextList(node, "text");
+    return list ? Read({TYPE_TEXT_LIST, *std::move(list)}) : std::nullopt;
+}
+
+std::optional<double> NumberOf(std::string_view text) {
+    text = Trimmed(text);
+    double number = 0;
+    const char* start = text.data() + (text.starts_with('+') ? 1 : 0);
+    const auto [end, error] = std::from_chars(start, text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number)) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::optional<double> ReadDouble(const DxlNode& node) {
+    std::string joined;
+    const auto text = TextOf(node, joined);
+    return text ? NumberOf(*text) : std::nullopt;
+}
+
+Read ReadNumber(const DxlNode& node, AttributesLeft&) {
+    const auto number = ReadDouble(node);
+    if (!number) {
+        return std::nullopt;
+    }
+    Value value{TYPE_NUMBER, {}};
+    AppendValue(value.bytes, *number);
+    return value;
+}
+
+/** A range's head: how many single values and how many pairs follow. */
+Read RangeOf(WORD type, size_t singles, size_t pairs, const std::string& values) {
+    if (singles > maxWord || pairs > maxWord) {
+        return std::nullopt;
+    }
+    Value value{type, {}};
+    AppendValue(value.bytes, static_cast<WORD>(singles));
+    AppendValue(value.bytes, static_cast<WORD>(pairs));
+    value.bytes += values;
+    return value;
+}
+
+Read ReadNumberList(const DxlNode& node, AttributesLeft&) {
+    const auto elements = ElementsOf(node);
+    if (!elements) {
+        return std::nullopt;
+    }
+    std::string numbers;
+    for (const DxlNode* element : *elements) {
+        const auto number = IsPlain(*element, "number") ? ReadDouble(*element) : std::nullopt;
+        if (!number) {
+            return std::nullopt;
+        }
+        AppendValue(numbers, *number);
+    }
+    return RangeOf(TYPE_NUMBER_RANGE, elements->size(), 0, numbers);
+}
+
+std::optional<TIMEDATE> TimeOf(const DxlNode& node, bool dst) {
+    std::string joined;
+    const auto text = TextOf(node, joined);
+    return text ? TimedateFromDxl(Trimmed(*text), dst) : std::nullopt;
+}
+
+Read ReadTime(const DxlNode& node, AttributesLeft& attributes) {
+    const auto time = TimeOf(node, attributes.TakeIf("dst", "true"));
+    if (!time) {
+        return std::nullopt;
+    }
+    Value value{TYPE_TIME, {}};
+    AppendValue(value.bytes, *time);
+    return value;
+}
+
+/** A time in a list, with no attribute but dst='true'. */
+bool AppendTime(const DxlNode& node, std::string& times) {
+    AttributesLeft attributes(node);
+    const bool dst = attributes.TakeIf("dst", "true");
+    const auto time = node.name == "datetime" && attributes.Left().empty() ? TimeOf(node, dst) : std::nullopt;
+    if (time) {
+        AppendValue(times, *time);
+    }
+    return time.has_value();
+}
+
+bool AppendPair(const DxlNode& node, std::string& times) {
+    const auto ends = IsPlain(node, "datetimepair") ? ElementsOf(node) : std::nullopt;
+    return ends && ends->size() == 2 && AppendTime(*ends->front(), times) && AppendTime(*ends->back(), times);
+}
+
+/** The platform keeps pairs last. */
+Read TimeList(const DxlNode& node) {
+    const auto elements = ElementsOf(node);
+    if (!elements) {
+        return std::nullopt;
+    }
+    std::string times;
+    size_t singles = 0, pairs = 0;
+    for (const DxlNode* element : *elements) {
+        if (pairs == 0 && AppendTime(*element, times)) {
+            ++singles;
+        } else if (AppendPair(*element, times)) {
+            ++pairs;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return RangeOf(TYPE_TIME_RANGE, singles, pairs, times);
+}
+
+Read ReadTimeList(const DxlNode& node, AttributesLeft&) {
+    return TimeList(node);
+}
+
+std::optional<std::string> Base64Of(const DxlNode& node) {
+    std::string joined;
+    const auto text = TextOf(node, joined);
+    return text ? BytesFromBase64(*text) : std::nullopt;
+}
+
+Read ReadFormula(const DxlNode& node, AttributesLeft& attributes) {
+    if (attributes.TakeIf("compiled", "true")) {
+        auto bytes = Base64Of(node);
+        return bytes ? Read({TYPE_FORMULA, *std::move(bytes)}) : std::nullopt;
+    }
+    std::string joined;
+    const auto text = TextOf(node, joined);
+    if (!text) {
+        return std::nullopt;
+    }
+    auto result = CompileFormula(LmbcsFromUtf8(*text));
+    auto* bytes = std::get_if<std::string>(&result);
+    return bytes ? Read({TYPE_FORMULA, std::move(*bytes)}) : std::nullopt;
+}
+
+std::optional<WORD> HexWord(std::string_view text) {
+    WORD number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+Read ReadRaw(const DxlNode& node, AttributesLeft& attributes) {
+    const auto type = attributes.Take("type");
+    const auto word = type ? HexWord(*type) : std::nullopt;
+    auto bytes = word && !IsKept(*word) ? Base64Of(node) : std::nullopt;
+    return bytes ? Read({*word, *std::move(bytes), false}) : std::nullopt;
+}
+
+struct ValueForm {
+    std::string_view name;
+    Read (*read)(const DxlNode& node, AttributesLeft& attributes);
+};
+constexpr ValueForm valueForms[] = {
+    {"text", ReadText},     {"textlist", ReadTextList},     {"number", ReadNumber},   {"numberlist", ReadNumberList},
+    {"datetime", ReadTime}, {"datetimelist", ReadTimeList}, {"formula", ReadFormula}, {"rawitemdata", ReadRaw},
+    {"itemdata", ReadRaw},
+};
+
+// ---- Items
+
+std::optional<std::string> ItemName(AttributesLeft& attributes) {
+    std::optional<std::string> name;
+    if (const auto coded = attributes.Take("krx:name")) {
+        name = BytesFromBase64(*coded);
+    } else if (const auto text = attributes.Take("name")) {
+        name = LmbcsFromUtf8(*text);
+    }
+    return name && name->size() <= maxItemName ? name : std::nullopt;
+}
+
+/** Flags but that of the summary; nothing when an attribute does not say which. */
+std::optional<WORD> ItemFlags(AttributesLeft& attributes) {
+    WORD flags = 0;
+    if (const auto digits = attributes.Take("krx:flags")) {
+        const auto unnamed = HexWord(*digits);
+        if (!unnamed) {
+            return std::nullopt;
+        }
+        flags = *unnamed;
+    }
+    for (const FlagName& flag : flagNames) {
+        if (attributes.TakeIf(flag.name, "true")) {
+            flags |= flag.flag;
+        }
+    }
+    return flags;
+}
+
+/** What export would not write of itself, for it to write all the same. */
+void AppendAttributes(std::string_view name, const AttributesLeft& ofItem, const AttributesLeft& ofValue,
+                      std::string_view element, std::string_view text, std::string& encoded) {
+    if (!ofItem.Left().empty() || !ofValue.Left().empty() || !element.empty() || !text.empty()) {
+        const std::string kept = AttributesText(ofItem.Left()) + '\0' + AttributesText(ofValue.Left()) + '\0' +
+                                 std::string(element) + '\0' + std::string(text);
+        AppendEncoded(encoded, {name, keptAttributes, 0, kept});
+    }
+}
+
+/** Whether an element has its value's bytes. */
+bool IsRaw(const DxlNode& element) {
+    return element.name == "rawitemdata" || element.name == "itemdata" ||
+           FindAttribute(element.attributes, "compiled") == "true";
+}
+
+/** Whether export would write the value in words and not as bytes. */
+bool IsReadable(const Value& value) {
+    const std::string text = ReadableText(value.type, value.bytes);
+    return !text.empty() && !(value.type == TYPE_FORMULA && BytesFromBase64(text) == value.bytes);
+}
+
+/** The text of an element when export would write the value in other words: "1.50", say. */
+std::string_view OwnWords(const DxlNode& element, const Value& value) {
+    const DxlNode* text = element.firstChild;
+    const bool mayDiffer = value.type == TYPE_NUMBER || value.type == TYPE_TIME || value.type == TYPE_FORMULA;
+    if (!mayDiffer || !text || text->next || text->text == ReadableText(value.type, value.bytes)) {
+        return {};
+    }
+    return StandsFor(text->text, value.type, value.bytes) ? text->text : std::string_view();
+}
+
+bool AppendNamedItem(const NamedItem& named, const DxlNode& node, std::string& encoded) {
+    if (!node.attributes.empty()) {
+        return false;
+    }
+    std::optional<std::string> value;
+    if (named.type == TYPE_TEXT_LIST) {
+        value = TextList(node, "name");
+    } else if (auto times = TimeList(node)) {
+        value = std::move(times->bytes);
+    }
+    if (!value || value->size() > maxSummaryValue) {
+        return false;
+    }
+    AppendEncoded(encoded, {named.item, named.type, named.flags, *value});
+    return true;
+}
+
+} // namespace
+
+std::optional<std::string_view> AttributesLeft::Take(std::string_view name) {
+    const auto found = std::ranges::find(attributes_, name, &DxlAttribute::name);
+    if (found == attributes_.end()) {
+        return std::nullopt;
+    }
+    const std::string_view value = found->value;
+    attributes_.erase(found);
+    return value;
+}
+
+bool AttributesLeft::TakeIf(std::string_view name, std::string_view value) {
+    const auto found = std::ranges::find(attributes_, name, &DxlAttribute::name);
+    if (found == attributes_.end() || found->value != value) {
+        return false;
+    }
+    attributes_.erase(found);
+    return true;
+}
+
+bool StandsFor(std::string_view text, WORD type, std::string_view value) {
+    std::string bytes;
+    if (type == TYPE_NUMBER) {
+        if (const auto number = NumberOf(text)) {
+            AppendValue(bytes, *number);
+        }
+    } else if (type == TYPE_TIME && value.size() == sizeof(TIMEDATE)) {
+        if (const auto time = TimedateFromDxl(Trimmed(text), IsDaylightSaving(ValueAt<TIMEDATE>(value.data() + 0)))) {
+            AppendValue(bytes, *time);
+        }
+    } else if (type == TYPE_FORMULA) {
+        auto compiled = CompileFormula(LmbcsFromUtf8(text));
+        bytes = std::holds_alternative<std::string>(compiled) ? std::get<std::string>(compiled) : std::string();
+    }
+    return !bytes.empty() && bytes == value;
+}
+
+std::optional<TIMEDATE> ReadDatetime(const DxlNode& node) {
+    if (node.name != "datetime") {
+        return std::nullopt;
+    }
+    return TimeOf(node, FindAttribute(node.attributes, "dst") == "true");
+}
+
+bool AppendItem(const DxlNode& node, std::string& encoded) {
+    if (const auto* named = std::ranges::find(namedItems, node.name, &NamedItem::element);
+        named != std::end(namedItems)) {
+        return AppendNamedItem(*named, node, encoded);
+    }
+    AttributesLeft attributes(node);
+    const auto name = ItemName(attributes);
+    auto flags = ItemFlags(attributes);
+    const auto children = ElementsOf(node);
+    if (!name || !flags || !children || children->size() != 1) {
+        return false;
+    }
+    const DxlNode& element = *children->front();
+    const auto* form = std::ranges::find(valueForms, element.name, &ValueForm::name);
+    if (form == std::end(valueForms)) {
+        return false;
+    }
+    AttributesLeft ofValue(element);
+    const Read value = form->read(element, ofValue);
+    if (!value) {
+        return false;
+    }
+    if (value->summary != attributes.TakeIf("summary", value->summary ? "false" : "true")) {
+        *flags |= ITEM_SUMMARY;
+    }
+    AppendEncoded(encoded, {*name, value->type, *flags, value->bytes});
+    const bool raw = IsRaw(element);
+    const bool other = raw && (element.name == "itemdata" || IsReadable(*value));
+    AppendAttributes(*name, attributes, ofValue, other ? element.name : std::string_view(),
+                     raw ? std::string_view() : OwnWords(element, *value), encoded);
+    return true;
+}
+
+void AppendKept(const DxlNode& node, std::string& encoded) {
+    if (node.name.empty()) {
+        const std::string text = Escaped(Trimmed(node.text), XmlPlace::kept);
+        return AppendEncoded(encoded, {{}, keptElement, 0, text});
+    }
+    std::string name;
+    if (node.name == "item") {
+        AttributesLeft attributes(node);
+        name = ItemName(attributes).value_or(std::string());
+    }
+    AppendEncoded(encoded, {name, keptElement, 0, XmlOf(node)});
+}
+
+} // namespace embedded::dxl
