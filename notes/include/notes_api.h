@@ -276,8 +276,8 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sou
  *  terminator: leave room for one. */
 WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size);
 STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE note, const char* name, const char* text, WORD length);
-/** ERR_ITEM_NOT_FOUND when absent. The out-pointers may be NULL; `length` counts the type word. A value that is too large
- *  for a memory block has type and length, and ERR_SEGMENT_TOO_BIG when `item` or `value` asks for it. */
+/** ERR_ITEM_NOT_FOUND when absent. The out-pointers may be NULL; `length` counts the type word. A value that is too
+ *  large for a memory block has type and length, and ERR_SEGMENT_TOO_BIG when `item` or `value` asks for it. */
 STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, BLOCKID* item, WORD* type,
                             BLOCKID* value, DWORD* length);
 /** Deletes all items of that name, or on some servers the first. */

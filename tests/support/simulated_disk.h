@@ -1,5 +1,5 @@
-// A disk that loses what was not synced when the power fails, and that can be full. While one lives, every database that
-// the process opens stands on it.
+// A disk that loses what was not synced when the power fails, and that can be full. While one lives, every database
+// that the process opens stands on it.
 #pragma once
 
 #include <sqlite3.h>

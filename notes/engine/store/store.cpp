@@ -128,11 +128,12 @@ struct Store::Statements {
     sqlite3_stmt* readObject = nullptr;
     sqlite3_stmt* objectsOfNote = nullptr;
     sqlite3_stmt* removeObject = nullptr;
+    sqlite3_stmt* anyObject = nullptr;
 
     ~Statements() {
         for (sqlite3_stmt* statement :
              {readHead, read, readNextUnid, findUnid, insert, replace, replaceUnid, remove, scan, getProperty,
-              setProperty, putPart, readObject, objectsOfNote, removeObject}) {
+              setProperty, putPart, readObject, objectsOfNote, removeObject, anyObject}) {
             sqlite3_finalize(statement);
         }
     }
@@ -187,8 +188,8 @@ void Settings(sqlite3* database, const std::filesystem::path& file) {
 
 // ---- The format and its upgrades
 
-// The file says in user_version which format it has. A change of the tables is a new format: raise currentFormat and add
-// the step to it. Give up a format by raising oldestFormat and joining its step into MakeOldestFormat().
+// The file says in user_version which format it has. A change of the tables is a new format: raise currentFormat and
+// add the step to it. Give up a format by raising oldestFormat and joining its step into MakeOldestFormat().
 constexpr int oldestFormat = 1;
 constexpr int currentFormat = 2;
 constexpr int objectsFormat = 2; // since which there are objects
@@ -320,6 +321,7 @@ void Store::Prepare(int format) {
         prepare(statements_->readObject, "SELECT bytes FROM object WHERE id=?1 ORDER BY part");
         prepare(statements_->objectsOfNote, "SELECT DISTINCT id FROM object WHERE note=?1");
         prepare(statements_->removeObject, "DELETE FROM object WHERE id=?1");
+        prepare(statements_->anyObject, "SELECT 1 FROM object LIMIT 1");
     }
 }
 
@@ -367,6 +369,10 @@ void Store::begin() {
     // IMMEDIATE: a second writer is turned away here, before it has done anything.
     Execute(database_, file_, "BEGIN IMMEDIATE");
     pending_ = true;
+    if (statements_->anyObject) { // not in a database that is just being made
+        const StatementUse use(statements_->anyObject);
+        hasObjects_ = Fetch(statements_->anyObject);
+    }
 }
 
 void Store::Commit() {
@@ -521,6 +527,7 @@ void Store::PutPart(uint32_t object, int part, NOTEID note, std::string_view byt
     sqlite3_bind_int64(statements_->putPart, 3, note);
     sqlite3_bind_blob64(statements_->putPart, 4, bytes.data(), bytes.size(), SQLITE_STATIC);
     Run(statements_->putPart);
+    hasObjects_ = true;
     pendingBytes_ += bytes.size(); // without a commit, which would store an object without its note
 }
 
@@ -578,7 +585,7 @@ std::string Store::CopyObjects(Store& from, std::string_view items, NOTEID note)
 
 void Store::KeepObjects(NOTEID note, std::string_view items) {
     std::vector<uint32_t> owned;
-    {
+    if (hasObjects_) {
         const StatementUse use(statements_->objectsOfNote);
         sqlite3_bind_int64(statements_->objectsOfNote, 1, note);
         while (Fetch(statements_->objectsOfNote)) {

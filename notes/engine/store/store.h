@@ -64,8 +64,8 @@ public:
     /** Makes an empty database. Throws ERR_EXISTS when the file exists. */
     static std::unique_ptr<Store> Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo);
     /** A file of an older format is read as it is, and upgraded before it is written: whole, or it stays as it was.
-     *  Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_NEWER, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer died).
-     */
+     *  Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_NEWER, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer
+     *  died). */
     static std::unique_ptr<Store> Open(const std::filesystem::path& file, StoreAccess access);
 
     Store(const Store&) = delete;
@@ -106,9 +106,9 @@ public:
     //
     // A note owns the objects that its items refer to. Put them first, under the ID that the note has or is going to
     // have (NextId()), then store the note with the references that putting gave: Insert and Replace keep the objects
-    // that the items refer to and delete the note's others, Remove deletes them all. Items that refer to an object which
-    // the note does not own are ERR_CONFLICT, and nothing is changed: somebody else has saved the note without it. An
-    // object and its note are stored by the same commit.
+    // that the items refer to and delete the note's others, Remove deletes them all. Items that refer to an object
+    // which the note does not own are ERR_CONFLICT, and nothing is changed: somebody else has saved the note without it.
+    // An object and its note are stored by the same commit.
 
     /** Takes the next bytes of an object, however many. */
     using ObjectSink = std::function<void(std::string_view bytes)>;
@@ -160,6 +160,7 @@ private:
     StoreAccess access_;
     std::unique_ptr<Statements> statements_;
     bool pending_ = false;
+    bool hasObjects_ = false; // as of the transaction: spares those who use none the look for a note's
     size_t pendingBytes_ = 0;
     uint64_t changes_ = 0;
     NOTEID nextId_ = 0;
