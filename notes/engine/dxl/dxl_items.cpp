@@ -60,6 +60,20 @@ std::optional<std::vector<const DxlNode*>> ElementsOf(const DxlNode& node) {
     return elements;
 }
 
+/** The one element below an element that holds nothing else, or NULL. */
+const DxlNode* OnlyElementOf(const DxlNode& node) {
+    const DxlNode* only = nullptr;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name.empty() ? !IsBlank(child.text) : only != nullptr) {
+            return nullptr;
+        }
+        if (!child.name.empty()) {
+            only = &child;
+        }
+    }
+    return only;
+}
+
 bool IsPlain(const DxlNode& node, std::string_view name) {
     return node.name == name && node.attributes.empty();
 }
@@ -68,6 +82,9 @@ bool IsPlain(const DxlNode& node, std::string_view name) {
 
 /** A text with breaks, which are zero bytes in the platform's form. */
 std::optional<std::string> LmbcsOf(const DxlNode& node) {
+    if (node.firstChild && node.firstChild->name.empty() && !node.firstChild->next) {
+        return LmbcsFromUtf8(node.firstChild->text);
+    }
     std::string text;
     for (const DxlNode& child : DxlChildren(node)) {
         if (child.name.empty()) {
@@ -183,7 +200,7 @@ Read ReadTime(const DxlNode& node, AttributesLeft& attributes) {
 bool AppendTime(const DxlNode& node, std::string& times) {
     AttributesLeft attributes(node);
     const bool dst = attributes.TakeIf("dst", "true");
-    const auto time = node.name == "datetime" && attributes.Left().empty() ? TimeOf(node, dst) : std::nullopt;
+    const auto time = node.name == "datetime" && attributes.Empty() ? TimeOf(node, dst) : std::nullopt;
     if (time) {
         AppendValue(times, *time);
     }
@@ -278,6 +295,9 @@ std::optional<std::string> ItemName(AttributesLeft& attributes) {
 /** Flags but that of the summary; nothing when an attribute does not say which. */
 std::optional<WORD> ItemFlags(AttributesLeft& attributes) {
     WORD flags = 0;
+    if (attributes.Empty()) {
+        return flags; // as most items have none
+    }
     if (const auto digits = attributes.Take("krx:flags")) {
         const auto unnamed = HexWord(*digits);
         if (!unnamed) {
@@ -296,7 +316,7 @@ std::optional<WORD> ItemFlags(AttributesLeft& attributes) {
 /** What export would not write of itself, for it to write all the same. */
 void AppendAttributes(std::string_view name, const AttributesLeft& ofItem, const AttributesLeft& ofValue,
                       std::string_view element, std::string_view text, std::string& encoded) {
-    if (!ofItem.Left().empty() || !ofValue.Left().empty() || !element.empty() || !text.empty()) {
+    if (!ofItem.Empty() || !ofValue.Empty() || !element.empty() || !text.empty()) {
         const std::string kept = AttributesText(ofItem.Left()) + '\0' + AttributesText(ofValue.Left()) + '\0' +
                                  std::string(element) + '\0' + std::string(text);
         AppendEncoded(encoded, {name, keptAttributes, 0, kept});
@@ -344,23 +364,44 @@ bool AppendNamedItem(const NamedItem& named, const DxlNode& node, std::string& e
 
 } // namespace
 
-std::optional<std::string_view> AttributesLeft::Take(std::string_view name) {
-    const auto found = std::ranges::find(attributes_, name, &DxlAttribute::name);
-    if (found == attributes_.end()) {
-        return std::nullopt;
+size_t AttributesLeft::Find(std::string_view name) const {
+    const size_t end = std::min(attributes_.size(), most);
+    for (size_t place = 0; place < end; ++place) {
+        if (attributes_[place].name == name && (taken_ >> place & 1) == 0) {
+            return place;
+        }
     }
-    const std::string_view value = found->value;
-    attributes_.erase(found);
-    return value;
+    return most;
+}
+
+std::string_view AttributesLeft::TakeAt(size_t place) {
+    taken_ |= uint64_t{1} << place;
+    ++count_;
+    return attributes_[place].value;
+}
+
+std::optional<std::string_view> AttributesLeft::Take(std::string_view name) {
+    const size_t place = Find(name);
+    return place == most ? std::nullopt : std::optional(TakeAt(place));
 }
 
 bool AttributesLeft::TakeIf(std::string_view name, std::string_view value) {
-    const auto found = std::ranges::find(attributes_, name, &DxlAttribute::name);
-    if (found == attributes_.end() || found->value != value) {
+    const size_t place = Find(name);
+    if (place == most || attributes_[place].value != value) {
         return false;
     }
-    attributes_.erase(found);
+    TakeAt(place);
     return true;
+}
+
+std::vector<DxlAttribute> AttributesLeft::Left() const {
+    std::vector<DxlAttribute> left;
+    for (size_t place = 0; place < attributes_.size() && !Empty(); ++place) {
+        if (place >= most || (taken_ >> place & 1) == 0) {
+            left.push_back(attributes_[place]);
+        }
+    }
+    return left;
 }
 
 bool StandsFor(std::string_view text, WORD type, std::string_view value) {
@@ -395,11 +436,11 @@ bool AppendItem(const DxlNode& node, std::string& encoded) {
     AttributesLeft attributes(node);
     const auto name = ItemName(attributes);
     auto flags = ItemFlags(attributes);
-    const auto children = ElementsOf(node);
-    if (!name || !flags || !children || children->size() != 1) {
+    const DxlNode* child = OnlyElementOf(node);
+    if (!name || !flags || !child) {
         return false;
     }
-    const DxlNode& element = *children->front();
+    const DxlNode& element = *child;
     const auto* form = std::ranges::find(valueForms, element.name, &ValueForm::name);
     if (form == std::end(valueForms)) {
         return false;

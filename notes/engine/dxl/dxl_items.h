@@ -1,7 +1,11 @@
 // The items of a note from DXL.
 #pragma once
 
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "engine/dxl/dxl_source.h"
 #include "engine/values/item_codec.h"
@@ -20,18 +24,26 @@ constexpr NamedItem namedItems[] = {
     {"revisions", "$Revisions", TYPE_TIME_RANGE, ITEM_SUMMARY},
 };
 
-/** Takes each attribute once; what nobody takes is kept. */
+/** Takes each attribute once; what nobody takes is kept. Most elements have few, and are read often: no memory. */
 class AttributesLeft {
 public:
-    explicit AttributesLeft(const DxlNode& node) : attributes_(node.attributes.begin(), node.attributes.end()) {}
+    explicit AttributesLeft(const DxlNode& node) : attributes_(node.attributes) {}
 
     std::optional<std::string_view> Take(std::string_view name);
     /** Takes the attribute when it has this value. */
     bool TakeIf(std::string_view name, std::string_view value);
-    [[nodiscard]] const std::vector<DxlAttribute>& Left() const noexcept { return attributes_; }
+    [[nodiscard]] bool Empty() const noexcept { return count_ == attributes_.size(); }
+    [[nodiscard]] std::vector<DxlAttribute> Left() const;
 
 private:
-    std::vector<DxlAttribute> attributes_;
+    static constexpr size_t most = 64; // those behind stay
+    /** The place of an attribute that is left, or `most`. */
+    [[nodiscard]] size_t Find(std::string_view name) const;
+    std::string_view TakeAt(size_t place);
+
+    std::span<const DxlAttribute> attributes_;
+    uint64_t taken_ = 0;
+    size_t count_ = 0;
 };
 
 /** Whether the text of a value's element, other than the one that export would write, stands for this value. */
