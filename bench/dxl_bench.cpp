@@ -2,8 +2,8 @@
 // come of it. Its peer does these two, with the same parser and the same table, in the same run. Both are measured in
 // turn; "ratio" is the import's best time over the peer's best. The goal is 2.0.
 //
-// Behind that, the largest memory of a process that does nothing but import a file of that size, and nothing but export.
-// dxl_bench [MB...]: the sizes, 10 and 100 without any.
+// In front of that, the largest memory of a process that does nothing but import a file of a size, and of one that does
+// nothing but export. dxl_bench [MB...]: the sizes, 10 and 100 without any.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>

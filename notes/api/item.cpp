@@ -50,7 +50,7 @@ std::vector<std::string_view> EntriesOf(Session& session, NOTEHANDLE note, std::
 std::optional<ItemView> FirstItem(const Items& items) {
     ItemCursor cursor = items.Cursor();
     for (ItemView item{}; cursor.Next(item);) {
-        if (!item.name.empty()) {
+        if (!item.name.empty() && !IsHidden(item.type)) {
             return item;
         }
     }

@@ -287,6 +287,7 @@ TEST_F(Lossless, AnItemThatIsKeptAsXmlIsFoundReplacedAndDeletedByItsName) {
     EXPECT_TRUE(note.items.Find("body"));
     EXPECT_EQ(ItemText(note.items, "Body"), "");
     note.items.Set({"Body", TYPE_TEXT, ITEM_SUMMARY, "replaced"});
+    EXPECT_TRUE(note.items.Erase("Share", true)); // the first of its name: what describes it has nothing to stand behind
     EXPECT_TRUE(note.items.Erase("$FILE"));
     EXPECT_FALSE(note.items.Find("$FILE"));
     database->UpdateNote(note, false);
@@ -295,6 +296,7 @@ TEST_F(Lossless, AnItemThatIsKeptAsXmlIsFoundReplacedAndDeletedByItsName) {
     EXPECT_EQ(dxl.find("Was diese Regel tut"), std::string::npos);
     EXPECT_EQ(dxl.find("filedata"), std::string::npos);
     EXPECT_NE(dxl.find("<item name='Body'><text>replaced</text></item>"), std::string::npos);
+    EXPECT_NE(dxl.find("<item name='Priority'><number>10</number></item>"), std::string::npos);
     EXPECT_NE(dxl.find("<wassignedby>"), std::string::npos);
     // An item that is changed no longer follows from the element's attributes.
     OpenNote form;

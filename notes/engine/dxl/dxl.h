@@ -25,8 +25,9 @@ enum class DxlImportInto {
 using DxlRemarks = std::vector<std::string>;
 
 /** Makes the database file from DXL. Throws StatusError: EMB_ERR_DXL with "FILE:LINE: cause" for a file that is not DXL
- *  or is beyond the limits, ERR_EXISTS, EMB_ERR_BUSY for an existing database that somebody has open, EMB_ERR_CANCELLED,
- *  or another status with the file and the cause; the database file is then as it was, and nothing is left beside it. */
+ *  or is beyond the limits, ERR_EXISTS, EMB_ERR_BUSY for an existing database that somebody has open,
+ *  EMB_ERR_CANCELLED, or another status with the file and the cause; the database file is then as it was, and nothing
+ *  is left beside it. */
 DxlRemarks ImportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,
                      DxlImportInto into, const DxlProgress& progress = {});
 

@@ -423,7 +423,8 @@ private:
             if (stable_ && SameItemName(items[at].name, "$Revisions")) {
                 continue;
             }
-            const bool described = at + 1 < items.size() && items[at + 1].type == keptAttributes;
+            const bool described = at + 1 < items.size() && items[at + 1].type == keptAttributes &&
+                                   SameItemName(items[at + 1].name, items[at].name);
             AddItem(element, items[at], described ? items[at + 1].value : std::string_view());
         }
         return element;

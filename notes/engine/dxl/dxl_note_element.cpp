@@ -106,7 +106,8 @@ std::span<const std::string_view> ImplyingAttributes(const NoteElement& element)
     return ofDesign;
 }
 
-// As text: the element, zero, how many items are implied or nothing, zero, the hash, zero, attributes, zero, the others.
+// As text: the element, zero, how many items are implied or nothing, zero, the hash, zero, the attributes that imply
+// something, zero, the others.
 
 std::string EncodeHead(const KeptHead& head) {
     return std::string(head.element) + '\0' + (head.implied ? std::to_string(*head.implied) : "") + '\0' +
