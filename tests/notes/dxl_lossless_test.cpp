@@ -76,7 +76,7 @@ Tree TreeOf(pugi::xml_node node) {
         tree.text.clear();
     } else if (std::ranges::find(data, tree.name) != std::end(data)) {
         tree.text = BytesFromBase64(dense).value_or(dense);
-    } else if (tree.name == "database" || tree.name == "note") {
+    } else if (tree.name == "database" || tree.name == "note" || tree.name == "noteinfo") {
         tree.text = dense; // not DXL: laid out anew
     }
     return tree;

@@ -69,6 +69,11 @@ std::optional<TIMEDATE> ReadNoteTime(const DxlNode& node) {
     return time;
 }
 
+/** A node as XML that stands in a line of its own. */
+std::string PieceOf(const DxlNode& node) {
+    return node.name.empty() ? Escaped(Trimmed(node.text), XmlPlace::kept) : XmlOf(node);
+}
+
 [[noreturn]] void FailAttribute(DxlSource& source, const DxlNode& node, std::string_view name, std::string_view value) {
     source.Fail(node, "the attribute '" + std::string(name) + "' cannot be '" + std::string(value) + "'");
 }
@@ -229,7 +234,7 @@ private:
                 }
             }
             std::string& place = child.name == "created" ? before : behind;
-            place += (place.empty() ? "" : betweenDates) + XmlOf(child);
+            place += (place.empty() ? "" : betweenDates) + PieceOf(child);
             unknown_.Look(child, node.name);
         }
         head.oid.SequenceTime = revised.value_or(modified.value_or(undated));
@@ -428,7 +433,7 @@ public:
         if (node.name == "databaseinfo" && !hasReplicaId) {
             (void)SetReplicaId(dxl::FindAttribute(node.attributes, "replicaid").value_or(std::string_view()));
         }
-        const std::string xml = node.name.empty() ? Escaped(Trimmed(node.text), XmlPlace::kept) : XmlOf(node);
+        const std::string xml = PieceOf(node);
         partsSize_ += xml.size();
         if (partsSize_ > maxParts) {
             source_.Fail(node, "more than " + std::to_string(maxParts >> 20) + " MiB beside the notes");
