@@ -91,7 +91,7 @@ void PrintNote(std::ostream& out, const DatabaseChange& database, const NoteChan
         << "\">" << NameOf(note.change) << "</span> " << Escaped(note.kind) << " <strong>" << Escaped(note.name)
         << "</strong>" << (note.lost.empty() ? "" : " <span class=\"tag removed\">lost</span>") << "</summary><div>";
     if (!note.lost.empty()) {
-        out << "<p class=lost>" << Escaped(note.lost) << "</p>";
+        out << "<p class=lost>Would be lost: " << Escaped(note.lost) << "</p>";
     }
     out << "<a class=unid href=\"#" << id << "\"><code>" << note.unid << "</code></a>\n";
     if (!note.unidBefore.empty()) {

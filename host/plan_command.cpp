@@ -58,6 +58,14 @@ std::string FetchIdName() {
     return name;
 }
 
+std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts& facts) {
+    try {
+        return std::make_unique<ServerCopy>(server, facts);
+    } catch (const fs::filesystem_error& error) {
+        throw Failure(notStarted, error.path1().string() + ": cannot be copied: " + error.code().message());
+    }
+}
+
 /** Everything that needs the session of the server itself, which only reads. With nothing to do the findings are of the
  *  server as it is. */
 Original Look(const PlanOptions& options, ChangeReport& report) {
@@ -73,7 +81,7 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     if (CompareWithBuild(ReadDatabases(server.DatabaseNames()), *original.facts.patchBuild).Reached()) {
         report.findings = ExamineEndState(server, original.facts);
     } else {
-        original.copy = std::make_unique<ServerCopy>(server, original.facts);
+        original.copy = CopyOf(server, original.facts);
     }
     return original;
 }

@@ -2,6 +2,8 @@
 #include "engine/database/note_reader.h"
 
 #include <cstdio>
+#include <optional>
+#include <vector>
 
 #include "api/call.h"
 #include "engine/system/caller_system.h"

@@ -63,24 +63,38 @@ void NoteReader::ReadAccessControlList(const std::string& encoded) {
     facts_.push_back({true, "log", Listed({}, acl.log)});
 }
 
-bool NoteReader::Next() {
-    do {
-        const UNID last = UnidOf(head_.oid);
-        if (!store_->ReadNextUnid(begun_ ? &last : nullptr, head_, items_)) {
-            return false;
+void NoteReader::ReadChunk() {
+    constexpr size_t chunkSize = size_t{1} << 18;
+    const std::optional<UNID> last = chunk_.empty() ? std::nullopt : std::optional(UnidOf(chunk_.back().head.oid));
+    chunk_.clear();
+    size_t size = 0;
+    store_->ScanUnids(last ? &*last : nullptr, [&](const NoteHead& head, std::string_view items) {
+        if (!head.deleted) {
+            chunk_.push_back({head, std::string(items)});
+            size += sizeof(StoredNote) + items.size();
         }
-        begun_ = true;
-    } while (head_.deleted);
-    return true;
+        return size < chunkSize;
+    });
+    at_ = 0;
+}
+
+bool NoteReader::Next() {
+    if (at_ + 1 < chunk_.size()) {
+        ++at_;
+    } else if (!ended_) {
+        ReadChunk();
+        ended_ = chunk_.empty();
+    }
+    return !ended_;
 }
 
 std::vector<ShownItem> NoteReader::Items() const {
     std::vector<ShownItem> shown;
-    ItemCursor cursor(items_);
+    ItemCursor cursor(Encoded());
     for (ItemView item{}; cursor.Next(item);) {
         shown.push_back(ShowItem(item));
         if (item.type == TYPE_SIGNATURE && SameItemName(item.name, signatureItem)) {
-            const SignatureState state = CheckSignature(embedded::Items(items_), head_.noteClass);
+            const SignatureState state = CheckSignature(embedded::Items(chunk_[at_].items), Head().noteClass);
             shown.back().type = "signature";
             shown.back().values = {Utf8FromLmbcs(state.signer), state.valid ? "unchanged since" : "changed since"};
         }

@@ -84,6 +84,9 @@ std::string Hex(uint32_t value, size_t digits) {
 
 /** The UTF-8 of a text, when import makes the same bytes of it. */
 std::optional<std::string> Readable(std::string_view lmbcs) {
+    if (std::ranges::all_of(lmbcs, [](char c) { return c >= ' ' && c <= '~'; })) {
+        return std::string(lmbcs); // ASCII, as most texts are, is the same in both
+    }
     std::string text = Utf8FromLmbcs(lmbcs);
     std::string withoutBreaks = text;
     std::erase(withoutBreaks, '\0');

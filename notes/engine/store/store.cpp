@@ -114,7 +114,7 @@ bool IsRegularFile(const std::filesystem::path& file) {
 struct Store::Statements {
     sqlite3_stmt* readHead = nullptr;
     sqlite3_stmt* read = nullptr;
-    sqlite3_stmt* readNextUnid = nullptr;
+    sqlite3_stmt* scanUnids = nullptr;
     sqlite3_stmt* findUnid = nullptr;
     sqlite3_stmt* insert = nullptr;
     sqlite3_stmt* replace = nullptr;
@@ -132,8 +132,8 @@ struct Store::Statements {
 
     ~Statements() {
         for (sqlite3_stmt* statement :
-             {readHead, read, readNextUnid, findUnid, insert, replace, replaceUnid, remove, scan, getProperty,
-              setProperty, putPart, readObject, objectsOfNote, removeObject, anyObject}) {
+             {readHead, read, scanUnids, findUnid, insert, replace, replaceUnid, remove, scan, getProperty, setProperty,
+              putPart, readObject, objectsOfNote, removeObject, anyObject}) {
             sqlite3_finalize(statement);
         }
     }
@@ -303,7 +303,7 @@ void Store::Prepare(int format) {
     const std::string columns = headColumns + ", items"; // in the order of the table
     prepare(statements_->readHead, "SELECT " + headColumns + " FROM note WHERE id=?1");
     prepare(statements_->read, "SELECT " + columns + " FROM note WHERE id=?1");
-    prepare(statements_->readNextUnid, "SELECT " + columns + " FROM note WHERE unid>?1 ORDER BY unid LIMIT 1");
+    prepare(statements_->scanUnids, "SELECT " + columns + " FROM note WHERE unid>?1 ORDER BY unid");
     prepare(statements_->findUnid, "SELECT id FROM note WHERE unid=?1");
     prepare(statements_->insert, "INSERT INTO note (" + columns + ") VALUES (?1,?2,?3,?4,?5,?6,?7,?8)");
     prepare(statements_->replace, "UPDATE note SET class=?2, sequence=?4, sequencetime=?5, modified=?6, deleted=?7, "
@@ -445,18 +445,20 @@ bool Store::Read(NOTEID id, NoteHead& head, std::string& items) {
     return true;
 }
 
-bool Store::ReadNextUnid(const UNID* after, NoteHead& head, std::string& items) {
-    sqlite3_stmt* statement = statements_->readNextUnid;
+void Store::ScanUnids(const UNID* after,
+                      const std::function<bool(const NoteHead& head, std::string_view items)>& visitor) {
+    sqlite3_stmt* statement = statements_->scanUnids;
     const StatementUse use(statement);
     // An empty value comes before all UNIDs. Its address matters: none would be NULL, behind which nothing comes.
     sqlite3_bind_blob(statement, 1, after ? static_cast<const void*>(after) : "", after ? sizeof *after : 0,
                       SQLITE_STATIC);
-    if (!Fetch(statement)) {
-        return false;
-    }
-    ReadHeadColumns(statement, head);
-    items = BlobOf(statement, itemsColumn);
-    return true;
+    NoteHead head;
+    do {
+        if (!Fetch(statement)) {
+            return;
+        }
+        ReadHeadColumns(statement, head);
+    } while (visitor(head, BlobOf(statement, itemsColumn)));
 }
 
 NOTEID Store::FindUnid(const UNID& unid) {

@@ -85,8 +85,6 @@ public:
     bool ReadHead(NOTEID id, NoteHead& head);
     /** Reads the head and the encoded items. */
     bool Read(NOTEID id, NoteHead& head, std::string& items);
-    /** Reads the note or stub whose UNID's bytes come next behind these (null: the first of all); false at the end. */
-    bool ReadNextUnid(const UNID* after, NoteHead& head, std::string& items);
     /** The note or stub that has this UNID, or 0. */
     NOTEID FindUnid(const UNID& unid);
     /** Above the ID of every note. */
@@ -126,6 +124,10 @@ public:
     /** Visits up to `limit` notes (stubs included) with IDs above `after`, in ID order; returns the last ID
      *  visited, or 0 when there was none. The visitor may read objects of this store, and use it for nothing else. */
     NOTEID Scan(NOTEID after, size_t limit, const Visitor& visitor, const ScanFilter& filter = {});
+
+    /** Visits notes in the order of their UNIDs' bytes, beginning behind `after` (null: with the first), until there is
+     *  no further one or the visitor gives false. The file is locked for reading meanwhile. */
+    void ScanUnids(const UNID* after, const std::function<bool(const NoteHead& head, std::string_view items)>& visitor);
 
     // ---- Properties
 
