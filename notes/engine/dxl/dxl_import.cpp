@@ -413,12 +413,16 @@ public:
             properties[property::title] = *title;
         }
         RefuseUnknownWords(source_, node, attributes);
+        std::vector<DxlAttribute> foreign;
         for (const DxlAttribute& attribute : attributes.Left()) {
             if (attribute.name.find('\n') != std::string_view::npos) {
-                properties[property::foreignAttributes] += AttributesText({&attribute, 1});
+                foreign.push_back(attribute);
             } else {
                 properties[property::attributePrefix + std::string(attribute.name)] = attribute.value;
             }
+        }
+        if (!foreign.empty()) {
+            properties[property::foreignAttributes] = AttributesText(foreign);
         }
     }
 
