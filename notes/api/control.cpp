@@ -6,6 +6,7 @@
 #include "engine/database/signature.h"
 #include "engine/dxl/dxl.h"
 #include "engine/system/caller_system.h"
+#include "engine/values/status_text.h"
 
 using namespace embedded;
 
@@ -116,6 +117,10 @@ const char* LNPUBLIC EmbBehaviourInForce(const char* name) {
         nullptr, [&](Session& session) { return behaviour ? session.behaviours.InForce(*behaviour) : nullptr; });
 }
 
+DWORD LNPUBLIC EmbStatusText(STATUS status, char* buffer, DWORD size) {
+    return Fill(buffer, size, StatusText(status & ERR_MASK));
+}
+
 void LNPUBLIC EmbClockSetVirtual(int64_t now) {
     ControlVoid([&](Session& session) { session.clock.SetVirtual(now); });
 }
@@ -126,6 +131,10 @@ void LNPUBLIC EmbClockAdvance(int64_t hundredths) {
 
 void LNPUBLIC EmbClockSetReal(void) {
     ControlVoid([&](Session& session) { session.clock.SetReal(); });
+}
+
+void LNPUBLIC EmbClockSkipPauses(void) {
+    ControlVoid([&](Session& session) { session.clock.SkipPauses(); });
 }
 
 int64_t LNPUBLIC EmbClockNow(void) {

@@ -69,6 +69,11 @@ const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index);
 /** The value that a behaviour has in this session; NULL for a name that there is not, and without a session. */
 const char* LNPUBLIC EmbBehaviourInForce(const char* name);
 
+/* ---- Statuses ------------------------------------------------------------------------------------------- */
+
+/** The text of a status; empty for one that is not known. Needs no session. */
+DWORD LNPUBLIC EmbStatusText(STATUS status, char* buffer, DWORD size);
+
 /* ---- Clock ---------------------------------------------------------------------------------------------- */
 
 /** Times are hundredths of a second since 1970-01-01 00:00:00 UTC. A session starts on the system's clock. */
@@ -77,6 +82,8 @@ const char* LNPUBLIC EmbBehaviourInForce(const char* name);
 void LNPUBLIC EmbClockSetVirtual(int64_t now);
 void LNPUBLIC EmbClockAdvance(int64_t hundredths);
 void LNPUBLIC EmbClockSetReal(void);
+/** Goes over to the system's clock without pauses: they take no time, and are only counted. */
+void LNPUBLIC EmbClockSkipPauses(void);
 int64_t LNPUBLIC EmbClockNow(void);
 
 /** The milliseconds that AddInIdleDelay and offline attempts have waited in this session. */

@@ -32,7 +32,7 @@ void Clock::Wait(uint32_t milliseconds) {
     waited_ += milliseconds;
     if (virtual_) {
         Advance((int64_t{milliseconds} + 9) / 10);
-    } else {
+    } else if (!skipsPauses_) {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
 }

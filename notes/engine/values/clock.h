@@ -1,4 +1,4 @@
-// The session's time: the system's clock, or a virtual one that only pauses move.
+// The session's time: the system's clock, with pauses or without, or a virtual one that only pauses move.
 #pragma once
 
 #include <cstdint>
@@ -17,16 +17,25 @@ public:
     TIMEDATE UniqueMoment() noexcept;
 
     void SetVirtual(int64_t now) noexcept { virtual_ = now; }
-    void SetReal() noexcept { virtual_.reset(); }
+    void SetReal() noexcept {
+        virtual_.reset();
+        skipsPauses_ = false;
+    }
+    /** The system's clock, on which pauses take no time. */
+    void SkipPauses() noexcept {
+        SetReal();
+        skipsPauses_ = true;
+    }
     void Advance(int64_t hundredths) noexcept;
 
-    /** Sleeps, or moves the virtual clock. */
+    /** Sleeps, moves the virtual clock, or only counts. */
     void Wait(uint32_t milliseconds);
     /** All milliseconds waited. */
     [[nodiscard]] int64_t Waited() const noexcept { return waited_; }
 
 private:
     std::optional<int64_t> virtual_;
+    bool skipsPauses_ = false;
     int64_t lastMoment_ = 0;
     int64_t waited_ = 0;
 };
