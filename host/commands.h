@@ -1,12 +1,18 @@
-// The commands of krxpatch, one file each. They print to standard output and return the exit code, or throw Failure.
+// The commands of krxpatch, one file each. They print to standard output, put what programs are to know into a report,
+// and return the exit code, or throw Failure.
 #pragma once
 
 #include <filesystem>
+#include <string>
+
+#include <nlohmann/json_fwd.hpp>
 
 #include "failure.h"
 #include "report_output.h"
 
 namespace krxpatch {
+
+using Report = nlohmann::ordered_json; // an object, which the command adds its members to
 
 struct SandboxOptions {
     std::filesystem::path folder;
@@ -26,24 +32,70 @@ struct RehearseOptions {
 /** Copies a server folder into one that is new or empty, for an upgrade to be rehearsed there. Links are resolved, and
  *  nothing of the original is written or shared. The copy takes its place whole or not at all. */
 [[nodiscard]] ExitCode Rehearse(const RehearseOptions& options);
+struct CheckOptions {
+    std::filesystem::path server;
+    bool colour = false;
+};
+
+/** Tells all that can be seen to go wrong in an upgrade, and what to do about it. Writes nothing. */
+[[nodiscard]] ExitCode CheckServer(const CheckOptions& options, Report& report);
 
 struct RunOptions {
     std::filesystem::path server;
     std::filesystem::path module;
     bool realTime = false; // keep the pauses
+    bool force = false;    // whatever the checks say
+    bool verbose = false;  // show the module's own log
+    bool colour = false;
 };
 
-/** Upgrades a server: shows the module's steps as they happen, then what became of each database. What an earlier run
- *  that died has changed is put back first. Begins and ends the process's session, and loads and unloads the module. */
-[[nodiscard]] ExitCode Run(const RunOptions& options);
+/** Upgrades a server: checks it, keeps a copy of the product folder, shows the module's steps as they happen, then what
+ *  became of each database. What an earlier run that died has changed is put back first. Begins and ends the process's
+ *  session, and loads and unloads the module. When it is interrupted while the module is at work, it ends the process.
+ *  */
+[[nodiscard]] ExitCode Run(const RunOptions& options, Report& report);
+
+struct RestoreOptions {
+    std::filesystem::path server;
+    std::string id; // of the copy; empty: the newest
+    bool list = false;
+    bool discard = false;
+    bool force = false; // discard the copy of a run that died
+};
+
+/** Lists the safety copies of a server, puts one back, or discards them. Needs no patch. */
+[[nodiscard]] ExitCode Restore(const RestoreOptions& options, Report& report);
 
 struct StatusOptions {
     std::filesystem::path server;
-    bool json = false;
 };
 
 /** Tells what a server carries, and writes nothing below its folder. Fails when something could not be read. */
-[[nodiscard]] ExitCode Status(const StatusOptions& options);
+[[nodiscard]] ExitCode Status(const StatusOptions& options, Report& report);
+
+struct HistoryOptions {
+    std::filesystem::path server;
+};
+
+/** Tells who did what to a server. Writes nothing. */
+[[nodiscard]] ExitCode History(const HistoryOptions& options, Report& report);
+
+struct LogOptions {
+    std::filesystem::path server;
+    bool errorsOnly = false;
+    bool follow = false; // until the command is interrupted
+    bool colour = false;
+};
+
+/** Shows the module's log without what only support needs, each line explained. Writes nothing. */
+[[nodiscard]] ExitCode ShowLog(const LogOptions& options, Report& report);
+
+struct ExplainOptions {
+    std::string text; // a status or a line of the log; empty: the whole table
+};
+
+/** Explains a status of the platform or a line of the module's log. */
+[[nodiscard]] ExitCode ExplainText(const ExplainOptions& options, Report& report);
 
 struct PlanOptions {
     std::filesystem::path server;

@@ -14,6 +14,7 @@
 #include "platform.h"
 #include "server_folder.h"
 #include "text_table.h"
+#include "utf8_path.h"
 
 namespace krxpatch {
 namespace {
@@ -61,6 +62,24 @@ std::string ItemText(NOTEHANDLE note, const char* item) {
     return platform::Utf8FromNative(native);
 }
 
+bool IsLineEnd(char byte) {
+    return static_cast<unsigned char>(byte) < 0x20;
+}
+
+/** The lines of an icon's title behind the first name the template that the database is ("#1NAME"), and the one that
+ *  its design comes from ("#2NAME"). */
+void ReadTemplateNames(NOTEHANDLE icon, DatabaseReport& report) {
+    char lmbcs[textSize];
+    const WORD length = updkrx::GetItemText(icon, "$TITLE", lmbcs, sizeof lmbcs); // without it there are none
+    const std::string_view title(lmbcs, length);
+    for (const auto& [mark, name] : {std::pair("#1", &report.templateName), std::pair("#2", &report.inheritsFrom)}) {
+        if (const size_t at = title.find(mark); at != std::string_view::npos) {
+            const auto begin = title.begin() + static_cast<std::ptrdiff_t>(at) + 2;
+            *name = std::string(begin, std::find_if(begin, title.end(), IsLineEnd));
+        }
+    }
+}
+
 std::string StatusText(STATUS status) {
     char text[textSize];
     updkrx::GetStatusText(status, text, sizeof text);
@@ -98,6 +117,9 @@ STATUS ReadOpenDatabase(DBHANDLE database, DatabaseReport& report) {
         if ((noteClass & NOTE_CLASS_HELP) != 0) {
             report.builds.push_back(ItemText(note, "BuildNumber"));
         }
+        if ((noteClass & NOTE_CLASS_ICON) != 0) {
+            ReadTemplateNames(note, report);
+        }
         if ((noteClass & NOTE_CLASS_REPLFORMULA) != 0) {
             report.replication.push_back(ItemText(note, "$TITLE"));
         }
@@ -123,12 +145,11 @@ DatabaseReport Missing(const std::string& name) {
     return report;
 }
 
-} // namespace
-
-DatabaseReport ReadDatabase(const std::string& name) {
+/** `path` is what the platform takes, and `file` what the system does, whose word for why it cannot be read counts
+ *  more. */
+DatabaseReport Read(const std::string& name, const std::string& path, const std::filesystem::path& file) {
     DatabaseReport report;
     report.name = name;
-    const std::string path = "krx/" + name;
     report.offline = EmbIsOffline(path.c_str()) != 0;
     updkrx::ScopedDatabase database;
     STATUS status = database.Open(NSFDbOpen, ToLmbcs(path).c_str());
@@ -143,9 +164,24 @@ DatabaseReport ReadDatabase(const std::string& name) {
         status = ReadSignatures(path, report);
     }
     if (status != NOERROR) {
-        report.error = StatusText(status);
+        std::error_code ignored; // what is not there is told by the platform
+        const std::string why =
+            std::filesystem::is_regular_file(file, ignored) ? platform::WhyUnreadable(file) : std::string();
+        report.error = why.empty() ? StatusText(status) : why;
     }
     return report;
+}
+
+} // namespace
+
+DatabaseReport ReadDatabaseFile(const std::string& name, const std::filesystem::path& file) {
+    return Read(name, file.string(), file);
+}
+
+DatabaseReport ReadDatabase(const std::string& name) {
+    char data[MAXPATH] = "";
+    (void)OSGetDataDirectory(data); // its length; only for the cause, should there be one
+    return Read(name, "krx/" + name, PathOf(data) / "krx" / name);
 }
 
 std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names) {
@@ -165,6 +201,33 @@ std::string BuildsOf(const DatabaseReport& report) {
     std::replace(builds.begin(), builds.end(), std::string(), std::string("none"));
     builds.erase(std::unique(builds.begin(), builds.end()), builds.end());
     return builds.empty() ? "none" : Join(builds);
+}
+
+int32_t HighestBuild(const std::vector<DatabaseReport>& reports) {
+    int32_t highest = 0;
+    for (const DatabaseReport& report : reports) {
+        for (const std::string& build : report.builds) {
+            highest = std::max(highest, BuildNumber(build));
+        }
+    }
+    return highest;
+}
+
+std::string DescribeBuilds(const std::vector<DatabaseReport>& reports) {
+    std::vector<std::string> builds;
+    for (const DatabaseReport& report : reports) {
+        const bool isProduct = std::ranges::any_of(
+            updkrx::ProductDatabases, [&](const auto& product) { return report.name == product.databaseName; });
+        if (isProduct && report.error.empty()) {
+            builds.insert(builds.end(), report.builds.begin(), report.builds.end());
+        }
+    }
+    std::erase(builds, "");
+    if (builds.empty()) {
+        return "none";
+    }
+    const auto [lowest, highest] = std::ranges::minmax_element(builds, {}, BuildNumber);
+    return *lowest == *highest ? *lowest : *lowest + " to " + *highest;
 }
 
 UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_t build) {

@@ -15,6 +15,8 @@ struct DatabaseReport {
     bool missing = false; // it could not be read because there is no such file
     bool offline = false;
     std::string title;
+    std::string templateName;        // that its design is known by; empty when it is no template
+    std::string inheritsFrom;        // the template that its design comes from; empty when it comes from none
     std::vector<std::string> builds; // the build text of each help note, empty where the note has none
     bool designHidden = false;
     size_t designNotes = 0;
@@ -27,10 +29,20 @@ struct DatabaseReport {
 /** Needs a session; opens the database for the length of the call. */
 [[nodiscard]] DatabaseReport ReadDatabase(const std::string& name);
 
+/** The same of a database anywhere. `name` is what the report is known by. */
+[[nodiscard]] DatabaseReport ReadDatabaseFile(const std::string& name, const std::filesystem::path& file);
+
 [[nodiscard]] std::vector<DatabaseReport> ReadDatabases(const std::vector<std::string>& names);
 
 /** The builds of a database in one text: "none" when it has no help note, "missing" when there is no database. */
 [[nodiscard]] std::string BuildsOf(const DatabaseReport& report);
+
+/** The highest build that any of these databases carries; 0 when none carries one. */
+[[nodiscard]] int32_t HighestBuild(const std::vector<DatabaseReport>& reports);
+
+/** What the product's databases among these carry: "5.8.0.3050", or "5.8.0.3001 to 5.8.0.3050"; "none" when none
+ *  carries a build. */
+[[nodiscard]] std::string DescribeBuilds(const std::vector<DatabaseReport>& reports);
 
 /** How far the product's databases, those of its table, have come. */
 struct UpgradeState {

@@ -64,7 +64,7 @@ std::string SomeOf(const std::vector<std::string>& texts) {
     return Join(some) + (texts.size() > shown ? " and " + std::to_string(texts.size() - shown) + " more" : "");
 }
 
-std::string Quoted(const std::string& text) {
+std::string InQuotes(const std::string& text) {
     return '"' + text + '"';
 }
 
@@ -90,12 +90,12 @@ std::string ProblemOfReplication(const fs::path& file, const std::string& server
             continue;
         }
         const Items items = reader.Items();
-        titles.push_back(Quoted(FirstLine(items, "$TITLE")));
+        titles.push_back(InQuotes(FirstLine(items, "$TITLE")));
         for (const ExpectedItem& item : expected) {
             const ItemValue* value = FindItem(items, item.name);
             if (problem.empty() && (value == nullptr || value->values != item.values)) {
                 problem = "the replication note " + titles.back() + " has another " + item.name + " than " +
-                          Quoted(Join(item.values));
+                          InQuotes(Join(item.values));
             }
         }
     }
@@ -118,7 +118,7 @@ std::vector<std::string> OldPatternVersions(const fs::path& file) {
         const ItemValue* version = FindItem(items, "InternalPVer");
         if (version != nullptr && updkrx::EqualIgnoringAsciiCase(FirstLine(items, "Form"), "Patternfile") &&
             FirstLine(items, "InternalPVer").find('.') == std::string::npos) {
-            versions.push_back(Quoted(FirstLine(items, "InternalPVer")));
+            versions.push_back(InQuotes(FirstLine(items, "InternalPVer")));
         }
     }
     return versions;
@@ -148,7 +148,7 @@ std::vector<std::string> DanglingReferences(const fs::path& file) {
             for (const std::string& unid : value == nullptr ? std::vector<std::string>() : value->values) {
                 if (!unid.empty()) {
                     references.emplace(unid, std::string(list) + " of " + form + " " +
-                                                 Quoted(FirstLine(items, "name")) + " names " + unid);
+                                                 InQuotes(FirstLine(items, "name")) + " names " + unid);
                 }
             }
         }
@@ -171,7 +171,7 @@ std::vector<std::string> DesignUnlikeDelivered(const fs::path& delivered, const 
                 return item.name == "$Signature" || item.name == "BuildNumber";
             });
         if (note.group == NoteGroup::design && !stamped) {
-            unlike.push_back(note.kind + " " + Quoted(note.name));
+            unlike.push_back(note.kind + " " + InQuotes(note.name));
         }
     }
     return unlike;
@@ -195,7 +195,7 @@ public:
         for (const DatabaseReport& report : reports) {
             Examine(report);
         }
-        for (const std::string& name : facts_.delivered) {
+        for (const std::string& name : facts_.entries) {
             ExamineDelivered(name);
         }
         ExamineLeftovers();
@@ -213,7 +213,7 @@ private:
 
     void Examine(const DatabaseReport& report) {
         const updkrx::ProductDatabase* product = FindProduct(report.name);
-        if (product == nullptr && !Has(facts_.delivered, report.name)) {
+        if (product == nullptr && !Has(facts_.entries, report.name)) {
             return; // not the upgrade's
         }
         const size_t before = findings_.size();
@@ -246,13 +246,13 @@ private:
         if (product != nullptr || facts_.signsDelivered) {
             ExamineSignatures(report);
         }
-        if (Has(facts_.delivered, report.name) && !report.designHidden) {
+        if (Has(facts_.entries, report.name) && !report.designHidden) {
             Fail(report.name, "its design is not hidden", putBackOrAgain);
         }
         if (product == nullptr) {
             return;
         }
-        if (product->templateName != nullptr && Has(facts_.delivered, product->templateName)) {
+        if (product->templateName != nullptr && Has(facts_.entries, product->templateName)) {
             ExamineDesign(report.name, product->templateName);
         }
         if (const std::string problem = ProblemOfReplication(file, mailServer_); !problem.empty()) {
@@ -314,13 +314,16 @@ private:
         std::istringstream lines(text.c_str());
         for (std::string kind, noteClass, title;
              std::getline(lines, kind, '\t') && std::getline(lines, noteClass, '\t') && std::getline(lines, title);) {
-            differences.push_back(kind + " " + noteClass + " " + Quoted(title));
+            differences.push_back(kind + " " + noteClass + " " + InQuotes(title));
         }
         Fail(name, "its design is not that of " + templateName + ": " + SomeOf(differences),
              "send the console `load convert " + path + " * " + templatePath + "` and sign the database");
     }
 
     void ExamineDelivered(const std::string& name) {
+        if (name.empty()) {
+            return;
+        }
         const fs::path delivered = facts_.programFolder / name;
         const fs::path installed = server_.ProductFolder() / name;
         if (!fs::exists(installed)) {
@@ -383,7 +386,7 @@ private:
 
     [[nodiscard]] std::vector<std::string> ExpectedCommands() const {
         std::vector<std::string> commands;
-        for (const std::string& name : facts_.delivered) {
+        for (const std::string& name : facts_.entries) {
             if (name.ends_with(".ntf")) {
                 const std::string stem = name.substr(0, name.size() - 4);
                 commands.push_back("load convert krx/" + stem + ".nsf * krx/" + name);

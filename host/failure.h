@@ -32,6 +32,15 @@ inline constexpr ExitMeaning exitMeanings[] = {
     {interrupted, "interrupted", "interrupted; the last line says what state things are in"},
 };
 
+[[nodiscard]] constexpr const char* NameOf(ExitCode exitCode) {
+    for (const ExitMeaning& row : exitMeanings) {
+        if (row.code == exitCode) {
+            return row.name;
+        }
+    }
+    return "unknown";
+}
+
 /** Ends the command with an exit code. The message is one line that names the file and the cause. */
 class Failure : public std::runtime_error {
 public:

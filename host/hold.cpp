@@ -1,52 +1,49 @@
 #include "hold.h"
 
-#include <ctime>
-
+#include "config_file.h"
 #include "failure.h"
+#include "times.h"
+#include "utf8_path.h"
 
 namespace krxpatch {
 namespace {
 
-std::filesystem::path HoldFile(const std::filesystem::path& server) {
-    return server / "krxpatch.hold";
-}
-
-std::string NowText() {
-    const std::time_t now = std::time(nullptr);
-    char text[32] = "";
-    (void)std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", std::gmtime(&now)); // its length; it fits
-    return text;
+std::filesystem::path HoldFile(const std::filesystem::path& dataDirectory) {
+    return dataDirectory / "krxpatch.hold";
 }
 
 } // namespace
 
 std::string DescribeThis(const std::string& command) {
-    return "krxpatch " + command + " by " + platform::DescribeProcess() + ", since " + NowText();
+    return "krxpatch " + command + " by " + platform::DescribeProcess() + ", since " + TimeText(Now());
 }
 
-platform::HeldFile HoldServer(const std::filesystem::path& server, const std::string& description) {
-    // Asked first: another user's file cannot even be opened to try.
-    auto holder = HolderOf(server);
+platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::string& description) {
+    RequireNotHeld(dataDirectory); // asked first: another user's file cannot even be opened to try
     try {
-        if (!holder) {
-            if (auto held = platform::HeldFile::Take(HoldFile(server), description)) {
-                return std::move(*held);
-            }
-            holder = HolderOf(server);
+        if (auto held = platform::HeldFile::Take(HoldFile(dataDirectory), description)) {
+            return std::move(*held);
         }
     } catch (const std::filesystem::filesystem_error& error) {
-        throw Failure(notStarted, server.string() + ": cannot be written: " + error.path1().filename().string() + ": " +
-                                      error.code().message());
+        throw Failure(notStarted, dataDirectory.string() + ": cannot be written: " + error.path1().filename().string() +
+                                      ": " + error.code().message());
     }
-    throw Failure(failed, server.string() + ": is in use: " + holder.value_or("try again"));
+    RequireNotHeld(dataDirectory);
+    throw Failure(heldByAnother, dataDirectory.string() + ": was in use a moment ago: try again");
 }
 
-std::optional<std::string> HolderOf(const std::filesystem::path& server) {
-    const auto text = platform::HeldFile::TextOfHolder(HoldFile(server));
+void RequireNotHeld(const std::filesystem::path& dataDirectory) {
+    if (const auto holder = HolderOf(dataDirectory)) {
+        throw Failure(heldByAnother, dataDirectory.string() + ": is in use: " + *holder);
+    }
+}
+
+std::optional<std::string> HolderOf(const std::filesystem::path& dataDirectory) {
+    const auto text = platform::HeldFile::TextOfHolder(HoldFile(dataDirectory));
     return text && text->empty() ? "a krxpatch that has just begun" : text;
 }
 
-std::optional<std::filesystem::path> ServerOf(std::filesystem::path folder) {
+std::optional<std::filesystem::path> DataDirectoryAround(std::filesystem::path folder) {
     std::error_code ignored; // what cannot be looked into is no server folder
     while (!std::filesystem::is_regular_file(folder / "notes.ini", ignored)) {
         if (!folder.has_relative_path()) {
@@ -54,7 +51,9 @@ std::optional<std::filesystem::path> ServerOf(std::filesystem::path folder) {
         }
         folder = folder.parent_path();
     }
-    return folder;
+    const auto directory = ConfigFile(folder / "notes.ini").Find("", "Directory");
+    const std::filesystem::path data = folder / PathOf(directory ? directory->value : "");
+    return std::filesystem::is_directory(data, ignored) ? std::optional(data) : std::nullopt;
 }
 
 } // namespace krxpatch

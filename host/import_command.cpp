@@ -3,7 +3,6 @@
 #include "commands.h"
 #include "embedded_notes.h"
 #include "hold.h"
-#include "interrupt.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
@@ -14,9 +13,10 @@ namespace {
 /** The next run is going to put back the product's folder, with the database that is about to be made in it. */
 void RequireNoDeadRun(std::filesystem::path folder, const std::string& database) {
     for (; folder.has_relative_path(); folder = folder.parent_path()) {
-        if (const auto run = RunWithCopyOf(folder)) {
-            throw Failure(failed, database + ": would be lost, because an earlier run died (" + *run +
-                                      ") and the next one puts back " + folder.string() + ": run that first");
+        if (const auto copy = UnendedCopyOf(folder)) {
+            throw Failure(failed, database + ": would be lost, because an earlier run died (" + copy->run +
+                                      ") and the next one puts back " + folder.string() +
+                                      ": do that first, with `krxpatch restore`");
         }
     }
 }
@@ -39,7 +39,7 @@ public:
 private:
     static STATUS LNCALLBACK Hear(void* self, uint64_t done, uint64_t total) {
         static_cast<ImportWatch*>(self)->Show(total == 0 ? 100 : static_cast<int>(done * 100 / total));
-        return InterruptWatch::IsAsked() ? EMB_ERR_CANCELLED : NOERROR;
+        return platform::IsInterrupted() ? EMB_ERR_CANCELLED : NOERROR;
     }
 
     void Show(int percent) {
@@ -52,7 +52,6 @@ private:
     std::string file_;
     bool shown_;
     int percent_ = -1;
-    InterruptWatch interrupt_;
 };
 
 void MakeDatabase(const ImportOptions& options) {
@@ -83,8 +82,8 @@ ExitCode Import(const ImportOptions& options) {
     const std::filesystem::path folder =
         std::filesystem::canonical(std::filesystem::absolute(options.database).parent_path());
     std::optional<platform::HeldFile> hold;
-    if (const auto server = ServerOf(folder)) {
-        hold.emplace(HoldServer(*server, DescribeThis("import")));
+    if (const auto dataDirectory = DataDirectoryAround(folder)) {
+        hold.emplace(Hold(*dataDirectory, DescribeThis("import")));
         RequireNoDeadRun(folder, options.database.string());
     }
     MakeDatabase(options);

@@ -24,7 +24,13 @@ std::vector<std::filesystem::path> LogFiles(const std::filesystem::path& folder)
     return files;
 }
 
-/** A line without its header, [time][pid=...][tid=...][module=...]: */
+/** What stands in the first brackets of a header, [time][pid=...][tid=...][module=...]: */
+std::string TimeOf(std::string_view line) {
+    return MessageOf(line).size() == line.size() ? "" : std::string(line.substr(1, line.find(']') - 1));
+}
+
+} // namespace
+
 std::string_view MessageOf(std::string_view line) {
     if (line.ends_with('\r')) {
         line.remove_suffix(1); // some systems end lines in two characters
@@ -34,14 +40,14 @@ std::string_view MessageOf(std::string_view line) {
     return line.starts_with('[') && end != std::string_view::npos ? line.substr(end + 2) : line;
 }
 
-} // namespace
-
-LogFollower::LogFollower(std::filesystem::path folder) : folder_(std::move(folder)) {
-    (void)TakeNewMessages();
+LogFollower::LogFollower(std::filesystem::path folder, From from) : folder_(std::move(folder)) {
+    if (from == From::now) {
+        (void)TakeNewLines();
+    }
 }
 
-std::vector<std::string> LogFollower::TakeNewMessages() {
-    std::vector<std::string> messages;
+std::vector<LoggedLine> LogFollower::TakeNewLines() {
+    std::vector<LoggedLine> lines;
     for (const std::filesystem::path& file : LogFiles(folder_)) {
         std::streamoff& taken = taken_[file];
         std::ifstream stream(file, std::ios::binary);
@@ -49,14 +55,14 @@ std::vector<std::string> LogFollower::TakeNewMessages() {
         const std::string text{std::istreambuf_iterator<char>(stream), {}};
         size_t start = 0;
         for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-            const std::string_view message = MessageOf(std::string_view(text).substr(start, end - start));
-            if (!message.empty()) {
-                messages.push_back(platform::Utf8FromNative(message));
+            const std::string_view line = std::string_view(text).substr(start, end - start);
+            if (const std::string_view message = MessageOf(line); !message.empty()) {
+                lines.push_back({TimeOf(line), platform::Utf8FromNative(message)});
             }
         }
         taken += static_cast<std::streamoff>(start); // a line that is not whole yet comes with the next call
     }
-    return messages;
+    return lines;
 }
 
 } // namespace krxpatch

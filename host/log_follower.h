@@ -5,18 +5,29 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace krxpatch {
 
+struct LoggedLine {
+    std::string time; // as the line has it; empty when it has none
+    std::string message;
+};
+
+/** A line without its header. */
+[[nodiscard]] std::string_view MessageOf(std::string_view line);
+
 /** Follows the log files of a folder; there may be two of them in a run that passes midnight. */
 class LogFollower {
 public:
-    /** What stands in the files by now is not shown. */
-    explicit LogFollower(std::filesystem::path folder);
+    enum class From { beginning, now };
 
-    /** The messages written since the last call, without the lines' headers and without empty lines. */
-    [[nodiscard]] std::vector<std::string> TakeNewMessages();
+    /** From now: what stands in the files by now is not shown. */
+    LogFollower(std::filesystem::path folder, From from);
+
+    /** The lines written since the last call, without empty ones. */
+    [[nodiscard]] std::vector<LoggedLine> TakeNewLines();
 
 private:
     std::filesystem::path folder_;

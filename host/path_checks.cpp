@@ -1,5 +1,7 @@
 #include "path_checks.h"
 
+#include <algorithm>
+
 namespace krxpatch {
 
 void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise) {
@@ -17,6 +19,13 @@ void RequirePlaceForFile(const std::filesystem::path& file) {
     if (file.has_parent_path()) {
         RequireFolder(file.parent_path(), failed);
     }
+}
+
+bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    std::error_code ignored; // a path that cannot be resolved is below nothing
+    const auto inner = std::filesystem::weakly_canonical(path, ignored);
+    const auto outer = std::filesystem::weakly_canonical(folder, ignored);
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
 } // namespace krxpatch

@@ -11,4 +11,7 @@ void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise);
 /** The file need not exist, but the folder that it stands in must. */
 void RequirePlaceForFile(const std::filesystem::path& file);
 
+/** Whether a path leads to a folder or to something in it, wherever links lead. */
+[[nodiscard]] bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
+
 } // namespace krxpatch

@@ -27,8 +27,14 @@ extern const char* const moduleFile;
  *  takes it as UTF-8. */
 void PrepareOutput();
 
-/** Whether a person reads standard error as it is written. */
+/** Whether a person reads standard output, or standard error, as it is written. */
+[[nodiscard]] bool OutputIsTerminal() noexcept;
 [[nodiscard]] bool ErrorIsTerminal() noexcept;
+
+/** From here on what would end this program from outside (a key of the terminal, a closed terminal, the system's
+ *  shutdown) is only noted, so that the program can say what state things are in. */
+void NoteInterrupts() noexcept;
+[[nodiscard]] bool IsInterrupted() noexcept;
 
 /** Texts of the module, which are in the native character set, and the other way round. What a set lacks becomes its
  *  replacement character. */
@@ -47,6 +53,17 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
  *  user must still be able to open it. Nothing happens where the system has no such notion. */
 void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& from) noexcept;
 
+/** Why a file cannot be read, or a file or folder not written, in the system's words; empty when it can. Both leave it
+ *  as it is. */
+[[nodiscard]] std::string WhyUnreadable(const std::filesystem::path& file);
+[[nodiscard]] std::string WhyUnwritable(const std::filesystem::path& path);
+
+/** Whether another process has a database open. */
+[[nodiscard]] bool IsInUse(const std::filesystem::path& database);
+
+/** Adds a line to the end of a file, which is made if need be, in one write. Throws filesystem_error. */
+void AppendLine(const std::filesystem::path& file, const std::string& line);
+
 /** A file that one process at a time holds. The system lets go of it when the process ends, however that happens. */
 class HeldFile {
 public:
@@ -54,8 +71,8 @@ public:
      *  Never waits. Throws filesystem_error when the file cannot be made or written. */
     [[nodiscard]] static std::optional<HeldFile> Take(const std::filesystem::path& file, const std::string& text);
 
-    /** The text of the process that holds the file; nothing when none does. Writes nothing, and keeps nobody from
-     *  taking the file. */
+    /** The text of the process that holds the file; nothing when none does. Of a file that this user may not read, who
+     *  knows: it counts as held. Writes nothing, and keeps nobody from taking the file. */
     [[nodiscard]] static std::optional<std::string> TextOfHolder(const std::filesystem::path& file);
 
     HeldFile(HeldFile&& other) noexcept;

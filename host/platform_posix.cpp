@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -10,6 +11,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -62,6 +64,8 @@ struct flock WholeFile() {
     return lock;
 }
 
+volatile std::sig_atomic_t interruptSeen = 0;
+
 /** Whether the name still leads to the open file: its holder may have removed it before it let go. */
 bool IsStill(int descriptor, const std::filesystem::path& file) {
     struct stat opened = {};
@@ -92,6 +96,27 @@ std::vector<std::string> Arguments(int argc, char** argv) {
 
 void PrepareOutput() {
     (void)std::signal(SIGPIPE, SIG_IGN); // cannot fail for this signal
+}
+
+void NoteInterrupts() noexcept {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction ignored = {};
+        if (sigaction(signal, nullptr, &ignored) == 0 && ignored.sa_handler == SIG_IGN) {
+            continue; // as nohup wants it
+        }
+        struct sigaction noted = {};
+        noted.sa_handler = [](int) { interruptSeen = 1; };
+        noted.sa_flags = SA_RESTART;
+        (void)sigaction(signal, &noted, nullptr); // cannot fail for these signals
+    }
+}
+
+bool IsInterrupted() noexcept {
+    return interruptSeen != 0;
+}
+
+bool OutputIsTerminal() noexcept {
+    return isatty(STDOUT_FILENO) == 1;
 }
 
 bool ErrorIsTerminal() noexcept {
@@ -140,6 +165,27 @@ void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& f
     }
 }
 
+std::string WhyUnreadable(const std::filesystem::path& file) {
+    const Descriptor opened(file, O_RDONLY);
+    return opened.IsOpen() ? "" : std::strerror(errno);
+}
+
+std::string WhyUnwritable(const std::filesystem::path& path) {
+    return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 ? "" : std::strerror(errno);
+}
+
+bool IsInUse(const std::filesystem::path& database) {
+    const Descriptor opened(database, O_RDONLY); // its users share a lock of this kind, which goes with the descriptor
+    return opened.IsOpen() && flock(opened.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+void AppendLine(const std::filesystem::path& file, const std::string& line) {
+    const Descriptor opened(file, O_WRONLY | O_APPEND | O_CREAT);
+    Check(opened.IsOpen(), "open", file);
+    const std::string text = line + '\n';
+    Check(write(opened.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "write", file);
+}
+
 std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const std::string& text) {
     for (;;) {
         Descriptor opened(file, O_RDWR | O_CREAT | O_NOFOLLOW);
@@ -154,7 +200,8 @@ std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const 
         }
         HeldFile held(file, opened.Release());
         const int descriptor = static_cast<int>(held.handle_);
-        Check(ftruncate(descriptor, 0) == 0 &&
+        Check(fchmod(descriptor, 0644) == 0 && // others are to see who holds it
+                  ftruncate(descriptor, 0) == 0 &&
                   write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size()),
               "write", file);
         return held;
@@ -163,6 +210,9 @@ std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const 
 
 std::optional<std::string> HeldFile::TextOfHolder(const std::filesystem::path& file) {
     const Descriptor opened(file, O_RDONLY);
+    if (!opened.IsOpen() && errno == EACCES) {
+        return "another user's krxpatch (" + file.string() + " cannot be read)";
+    }
     struct flock lock = WholeFile();
     if (!opened.IsOpen() || fcntl(opened.Get(), F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) {
         return std::nullopt;

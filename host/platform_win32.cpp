@@ -1,5 +1,6 @@
 #include "platform.h"
 
+#include <atomic>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -50,6 +51,8 @@ std::string Translate(UINT from, UINT to, std::string_view text) {
     return translated;
 }
 
+std::atomic<bool> interruptSeen = false;
+
 constexpr DWORD everyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 } // namespace
@@ -94,6 +97,23 @@ void PrepareOutput() {
     (void)_setmode(_fileno(stdout), _O_BINARY); // DXL goes out as it is
 }
 
+void NoteInterrupts() noexcept {
+    (void)SetConsoleCtrlHandler( // without a console nobody interrupts
+        [](DWORD) -> BOOL {
+            interruptSeen = true;
+            return TRUE;
+        },
+        TRUE);
+}
+
+bool IsInterrupted() noexcept {
+    return interruptSeen;
+}
+
+bool OutputIsTerminal() noexcept {
+    return _isatty(_fileno(stdout)) != 0;
+}
+
 bool ErrorIsTerminal() noexcept {
     return _isatty(_fileno(stderr)) != 0;
 }
@@ -125,6 +145,29 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
 
 void TakeOwner(const std::filesystem::path& /*path*/, const std::filesystem::path& /*from*/) noexcept {
     // A new file has the access list of its folder, whoever makes it.
+}
+
+std::string WhyUnreadable(const std::filesystem::path& file) {
+    return Open(file, GENERIC_READ, everyShare, OPEN_EXISTING) ? "" : Utf8FromNative(LastError().message());
+}
+
+std::string WhyUnwritable(const std::filesystem::path& path) {
+    // The right to add files to a folder has the number of that to write to a file.
+    const Handle opened = Open(path, FILE_WRITE_DATA, everyShare, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    return opened || GetLastError() == ERROR_SHARING_VIOLATION ? "" : Utf8FromNative(LastError().message());
+}
+
+bool IsInUse(const std::filesystem::path& database) {
+    return !Open(database, GENERIC_READ, 0, OPEN_EXISTING) && GetLastError() == ERROR_SHARING_VIOLATION;
+}
+
+void AppendLine(const std::filesystem::path& file, const std::string& line) {
+    const Handle opened = Open(file, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
+    const std::string text = line + '\n';
+    DWORD written = 0;
+    if (!opened || WriteFile(opened.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == FALSE) {
+        throw std::filesystem::filesystem_error("write", file, LastError());
+    }
 }
 
 // The file goes away with its last handle, also when the process is killed. Others can read it, and nobody else can

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <vector>
 
 #include "failure.h"
 #include "hold.h"
 #include "platform.h"
+#include "times.h"
 
 namespace krxpatch {
 namespace {
@@ -18,18 +20,19 @@ fs::path WithSuffix(fs::path path, const char* suffix) {
     return path += suffix;
 }
 
-/** Beside the folder itself and not beside a link to it, so that every path to the folder leads to the same copy. */
-fs::path CopyOf(const fs::path& productFolder) {
+/** Beside the folder itself and not beside a link to it, so that every path to the folder leads to the same copies. */
+fs::path PlaceOfCopies(const fs::path& productFolder) {
     return WithSuffix(fs::weakly_canonical(productFolder), ".recovery");
 }
 
-/** The name under which a copy comes and goes. */
-fs::path PassingCopyOf(const fs::path& productFolder) {
-    return WithSuffix(CopyOf(productFolder), ".tmp");
-}
+constexpr const char* passing = ".tmp"; // ends the name under which a copy comes and goes
 
 fs::path RunFile(const fs::path& copy) {
     return copy / "run";
+}
+
+fs::path EndedFile(const fs::path& copy) {
+    return copy / "ended";
 }
 
 /** What the copy holds, to tell a whole one from one of which somebody has removed a part. */
@@ -63,7 +66,15 @@ void PutIntoPlace(const fs::path& file, const Write& write) {
     platform::FlushToDisk(target.parent_path());
 }
 
+/** Long work goes on in pieces. What is broken off between two of them can be begun again. */
+void StopWhenInterrupted() {
+    if (platform::IsInterrupted()) {
+        throw Failure(interrupted, "interrupted");
+    }
+}
+
 void CopyFile(const fs::path& from, const fs::path& to) {
+    StopWhenInterrupted();
     PutIntoPlace(to, [&](const fs::path& made) {
         platform::CopyFile(from, made);
         fs::last_write_time(made, fs::last_write_time(from));
@@ -112,11 +123,18 @@ void WriteText(const fs::path& file, const std::string& text) {
     });
 }
 
+/** Which files a copy has to hold to be whole. */
+bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
+    const fs::path& path = entry.path();
+    return KindOf(entry) == Kind::file && path != RunFile(copy) && path != EndedFile(copy) &&
+           path != ContentsFile(copy);
+}
+
 /** A line for each file in a copy, with its size. */
 std::vector<std::string> ContentsOf(const fs::path& copy) {
     std::vector<std::string> lines;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(copy)) {
-        if (KindOf(entry) == Kind::file && entry.path() != RunFile(copy) && entry.path() != ContentsFile(copy)) {
+        if (IsContent(entry, copy)) {
             lines.push_back(entry.path().lexically_relative(copy).generic_string() + '\t' +
                             std::to_string(entry.file_size()) + '\n');
         }
@@ -131,9 +149,10 @@ void RequireWhole(const fs::path& copy) {
     const std::vector<std::string> there = ContentsOf(copy);
     std::ifstream stream(ContentsFile(copy), std::ios::binary);
     const auto refuse = [&](const fs::path& file) {
-        throw Failure(failed, "what an earlier run changed cannot be put back, and nothing was touched: " +
-                                  (copy / file).string() + " is missing or damaged; remove " + copy.string() +
-                                  " to go on with the product folder as it is");
+        throw Failure(failed, (copy / file).string() + " is missing or damaged: the safety copy " +
+                                  copy.filename().string() +
+                                  " cannot be put back, and nothing was touched; `krxpatch "
+                                  "restore --discard --force` goes on with the product folder as it is");
     };
     if (!stream) {
         refuse("contents");
@@ -151,8 +170,36 @@ void Rename(const fs::path& from, const fs::path& to) {
     platform::FlushToDisk(to.parent_path());
 }
 
-void Make(const ServerFolder& server, const std::string& run) {
-    const fs::path made = PassingCopyOf(server.ProductFolder());
+void RemoveFile(const fs::path& file) {
+    fs::remove(file);
+    platform::FlushToDisk(file.parent_path());
+}
+
+std::optional<std::string> ReadText(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return stream ? std::optional(std::string(std::istreambuf_iterator<char>(stream), {})) : std::nullopt;
+}
+
+/** A copy's ID, which no other has. */
+std::string NewId(const fs::path& place) {
+    const std::string time = FormatTime(Now(), "%Y%m%d-%H%M%S");
+    std::string id = time;
+    for (int n = 2; fs::exists(place / id); ++n) {
+        id = time + "-" + std::to_string(n);
+    }
+    return id;
+}
+
+/** What a dead run has left of copies that it was making or removing. */
+void RemovePassing(const fs::path& place) {
+    for (const fs::directory_entry& entry : EntriesOf(place)) {
+        if (entry.path().extension() == passing) {
+            fs::remove_all(entry.path());
+        }
+    }
+}
+
+void Fill(const fs::path& made, const ServerFolder& server, const std::string& run) {
     fs::create_directory(made);
     // Held mail is in there: only who may look into the product's folder may look into its copy.
     CopyFolder(server.ProductFolder(), made / server.ProductFolder().filename());
@@ -165,14 +212,14 @@ void Make(const ServerFolder& server, const std::string& run) {
     }
     WriteText(ContentsFile(made), contents);
     WriteText(RunFile(made), run);
-    Rename(made, CopyOf(server.ProductFolder()));
 }
 
 /** Can be broken off and done again: the copy stays as it is. */
-void PutBack(const ServerFolder& server) {
-    const fs::path copy = CopyOf(server.ProductFolder());
+void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
     const fs::path folder = copy / server.ProductFolder().filename();
-    RequireWhole(copy);
+    if (!fs::exists(server.ProductFolder())) {
+        fs::create_directory(server.ProductFolder(), folder);
+    }
     // First what is too much: a journal of the dead run must not meet a database that it does not belong to.
     RemoveAllBut(folder, server.ProductFolder());
     CopyFolder(folder, server.ProductFolder());
@@ -192,63 +239,124 @@ std::string Cause(const fs::filesystem_error& error) {
 
 } // namespace
 
-std::optional<std::string> RunWithCopyOf(const fs::path& productFolder) {
-    std::ifstream stream(RunFile(CopyOf(productFolder)), std::ios::binary);
-    if (!stream) {
-        return std::nullopt;
+fs::path RecoveryCopy::Folder() const {
+    return PlaceOfCopies(productFolder) / id;
+}
+
+std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
+    std::vector<RecoveryCopy> copies;
+    std::error_code ignored; // where nothing can be listed no copies are known
+    for (const fs::directory_entry& entry : fs::directory_iterator(PlaceOfCopies(productFolder), ignored)) {
+        const auto run = ReadText(RunFile(entry.path()));
+        if (run && entry.path().extension() != passing) {
+            copies.push_back(
+                {entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path()))});
+        }
     }
-    return std::string(std::istreambuf_iterator<char>(stream), {});
+    std::ranges::sort(copies, std::ranges::greater(), &RecoveryCopy::id);
+    return copies;
+}
+
+std::optional<RecoveryCopy> UnendedCopyOf(const fs::path& productFolder) {
+    const std::vector<RecoveryCopy> copies = CopiesOf(productFolder);
+    const auto unended = std::ranges::find_if(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
+    return unended == copies.end() ? std::nullopt : std::optional(*unended);
 }
 
 std::optional<std::string> DeadRunOf(const ServerFolder& server) {
-    const auto run = RunWithCopyOf(server.ProductFolder());
-    // A run that is going on holds the server for longer than its copy is there.
-    const bool goingOn = HolderOf(server.Path()) || RunWithCopyOf(server.ProductFolder()) != run;
-    return goingOn ? std::nullopt : run;
+    const auto copy = UnendedCopyOf(server.ProductFolder());
+    if (!copy || HolderOf(server.DataDirectory())) {
+        return std::nullopt;
+    }
+    // A run that was going on holds the server until it has ended its copy.
+    const auto still = UnendedCopyOf(server.ProductFolder());
+    return still && still->run == copy->run ? std::optional(copy->run) : std::nullopt;
 }
 
-RecoveryCopy::RecoveryCopy(const ServerFolder& server, const std::string& run)
-    : productFolder_(server.ProductFolder()) {
-    const fs::path passing = PassingCopyOf(productFolder_);
-    if (RunWithCopyOf(productFolder_)) {
-        try {
-            PutBack(server);
-            WriteText(RunFile(CopyOf(productFolder_)), run);
-            return;
-        } catch (const fs::filesystem_error& error) {
-            throw Failure(failed, "what an earlier run changed cannot be put back wholly: " + Cause(error));
+uintmax_t SizeOf(const fs::path& folder) {
+    uintmax_t size = 0;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        size += KindOf(entry) == Kind::file ? entry.file_size() : 0;
+    }
+    return size;
+}
+
+RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
+    const fs::path place = PlaceOfCopies(server.ProductFolder());
+    fs::path made;
+    const auto giveUp = [&] {
+        std::error_code ignored; // what stays means nothing, and the next run removes it
+        fs::remove_all(made, ignored);
+        fs::remove(place, ignored); // unless there are others
+    };
+    try {
+        fs::create_directory(place, server.ProductFolder());
+        RemovePassing(place);
+        const std::vector<RecoveryCopy> older = CopiesOf(server.ProductFolder());
+        const std::string id = NewId(place);
+        made = place / (id + passing);
+        Fill(made, server, run);
+        Rename(made, place / id);
+        for (const RecoveryCopy& copy : older) {
+            if (!copy.ended->ends_with(outcome::bad)) {
+                Discard(copy);
+            }
+        }
+        return {id, server.ProductFolder(), run, std::nullopt};
+    } catch (const Failure& failure) {
+        giveUp();
+        throw Failure(failure.Code(), std::string(failure.what()) + " before anything was changed");
+    } catch (const fs::filesystem_error& error) {
+        giveUp();
+        throw Failure(notStarted, "the safety copy cannot be made: " + Cause(error));
+    }
+}
+
+RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run) {
+    WriteText(RunFile(copy.Folder()), run);
+    RemoveFile(EndedFile(copy.Folder())); // in this order: without the mark the folder counts as changed by that run
+    return {copy.id, copy.productFolder, run, std::nullopt};
+}
+
+void MarkEnded(const RecoveryCopy& copy, const char* how) {
+    WriteText(EndedFile(copy.Folder()), TimeText(Now()) + ", " + how);
+}
+
+void DiscardOthers(const RecoveryCopy& copy) {
+    for (const RecoveryCopy& other : CopiesOf(copy.productFolder)) {
+        if (other.id != copy.id) {
+            Discard(other);
         }
     }
+}
+
+void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
+    RequireWhole(copy.Folder());
+    const auto fail = [&](ExitCode exitCode, const std::string& what) {
+        throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
+                                    "; `krxpatch restore` can be called again, and the safety copy " + copy.id +
+                                    " is whole");
+    };
     try {
-        fs::remove_all(passing);
-        Make(server, run);
+        RemoveFile(EndedFile(copy.Folder()));
+        PutBackFiles(server, copy.Folder());
+        MarkEnded(copy, outcome::putBack);
+    } catch (const Failure& failure) {
+        fail(failure.Code(), failure.what());
     } catch (const fs::filesystem_error& error) {
-        std::error_code ignored; // it means nothing, and the next run removes it
-        fs::remove_all(passing, ignored);
-        throw Failure(notStarted,
-                      "the product's folder cannot be copied for the case that the run dies: " + Cause(error));
+        fail(failed, Cause(error));
     }
 }
 
-RecoveryCopy::~RecoveryCopy() {
+void Discard(const RecoveryCopy& copy) {
     try {
-        Discard();
-    } catch (const std::exception&) {
-        // An error is on its way already; it says what matters more.
-    }
-}
-
-void RecoveryCopy::Discard() {
-    const fs::path passing = PassingCopyOf(productFolder_);
-    try {
-        if (RunWithCopyOf(productFolder_)) {
-            fs::remove_all(passing);
-            Rename(CopyOf(productFolder_), passing);
-        }
-        fs::remove_all(passing);
+        const fs::path going = WithSuffix(copy.Folder(), passing);
+        Rename(copy.Folder(), going);
+        fs::remove_all(going);
+        std::error_code ignored; // there are others
+        fs::remove(copy.Folder().parent_path(), ignored);
     } catch (const fs::filesystem_error& error) {
-        throw Failure(failed, CopyOf(productFolder_).string() +
-                                  ": cannot be removed, and the next run would put it back: " + Cause(error));
+        throw Failure(failed, copy.Folder().string() + ": cannot be removed: " + Cause(error));
     }
 }
 

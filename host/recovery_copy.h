@@ -1,53 +1,84 @@
-// What a run may change, as it was before: a run that dies half-way leaves this copy behind, and the next one puts it
-// back before it starts anew.
+// The safety copy: what a run may change, as it was before. It is kept after the run, until a later run has made its
+// own or somebody discards it; that of a run which fell short is kept until a run has succeeded. A run that died is put
+// back from it before anything else is done.
 //
-//   data/krx.recovery/       beside the product folder; whole, or not there
-//     run                    the run that it was made for
-//     contents               its files and their sizes: one that has lost a file is not put back
-//     krx/                   the product folder, with every file and folder in it
-//     offline.lst            which databases were offline, when any was
-//   data/krx.recovery.tmp/   one that is being made or removed
+//   data/krx.recovery/            beside the product folder
+//     20261123-031007/            a copy by its ID, the time at which it was made; whole, or not there
+//       run                       the run that it was made for
+//       ended                     when that run ended, and how; missing while it goes on, and of a run that died
+//       contents                  its files and their sizes: one that has lost a file is not put back
+//       krx/                      the product folder, with every file and folder in it
+//       offline.lst               which databases were offline, when any was
+//     20261123-031007.tmp/        one that is being made or removed
 //
-// Not in it, because they are only added to and tell what the dead run did: the module's log and the server's
-// console.log.
+// A copy that is being put back has no "ended" either: putting back that was broken off counts as a run that died, and
+// is done again.
+//
+// Not in it, because they are only added to and tell what the run did: the module's log and the server's console.log.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "server_folder.h"
 
 namespace krxpatch {
 
-/** The description of the run that a copy of this folder was made for; nothing when there is no copy. Unless the caller
- *  holds the server, that run may still be going on. Writes nothing. */
-[[nodiscard]] std::optional<std::string> RunWithCopyOf(const std::filesystem::path& productFolder);
+struct RecoveryCopy {
+    std::string id;
+    std::filesystem::path productFolder;
+    std::string run;                  // the description of the run that it was made for
+    std::optional<std::string> ended; // when and how that run ended; unless somebody holds the server, it died without
+
+    /** Where the copy is. */
+    [[nodiscard]] std::filesystem::path Folder() const;
+};
+
+/** The copies of a product folder, the newest first. Writes nothing, and needs no hold. */
+[[nodiscard]] std::vector<RecoveryCopy> CopiesOf(const std::filesystem::path& productFolder);
+
+/** The copy of a run that has not ended: one that died, unless somebody holds the server. Writes nothing. */
+[[nodiscard]] std::optional<RecoveryCopy> UnendedCopyOf(const std::filesystem::path& productFolder);
 
 /** The description of a run that died and whose changes are to be put back; nothing when there is none. Writes nothing,
  *  and needs no hold. */
 [[nodiscard]] std::optional<std::string> DeadRunOf(const ServerFolder& server);
 
-/** The copy of a server that is held. */
-class RecoveryCopy {
-public:
-    /**
-     * Puts back what a run that died has changed, if there is its copy, and takes that one over; else makes one. Needs
-     * the session and no database open. `run` describes the run that begins. Throws Failure, as not started, when the
-     * copy cannot be made: nothing is left of it then; and as failed when it cannot be put back: the copy stays, and
-     * putting back can be tried again.
-     */
-    RecoveryCopy(const ServerFolder& server, const std::string& run);
-    /** Discards the copy, if that can be done. */
-    ~RecoveryCopy();
-    RecoveryCopy(const RecoveryCopy&) = delete;
-    RecoveryCopy& operator=(const RecoveryCopy&) = delete;
+/** The bytes in the files of a folder. */
+[[nodiscard]] uintmax_t SizeOf(const std::filesystem::path& folder);
 
-    /** Removes the copy: what the run changed is to stay. Throws Failure when it cannot be removed. */
-    void Discard();
+// What follows changes the copies of a server that is held, while none of its databases is open.
 
-private:
-    std::filesystem::path productFolder_;
-};
+/** How a copy's run has ended. */
+namespace outcome {
+inline constexpr const char* good = "done";
+inline constexpr const char* bad = "fell short";
+inline constexpr const char* putBack = "put back";
+} // namespace outcome
+
+/** Makes a copy for a run that begins, and when it is whole removes older ones, but for those of runs that fell short.
+ *  Throws Failure, as not started or
+ *  interrupted, when it cannot be made: nothing is left of it then, and an older one stays. */
+[[nodiscard]] RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run);
+
+/** Has a copy that was put back stand for a run that begins. */
+[[nodiscard]] RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run);
+
+/** Notes that the copy's run has ended, and how: the next run does not put it back. */
+void MarkEnded(const RecoveryCopy& copy, const char* how);
+
+/** Removes all copies but this one. */
+void DiscardOthers(const RecoveryCopy& copy);
+
+/** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
+ *  removed). The copy stays. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
+ *  again then. */
+void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
+
+/** Removes a copy. Throws Failure when that cannot be done. */
+void Discard(const RecoveryCopy& copy);
 
 } // namespace krxpatch

@@ -1,9 +1,7 @@
 #include "report_output.h"
 
-#include <algorithm>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 
 #include "html_report.h"
 #include "json_report.h"
@@ -12,11 +10,6 @@
 
 namespace krxpatch {
 namespace {
-
-const char* NameOf(ExitCode code) {
-    const auto* found = std::ranges::find(exitMeanings, code, &ExitMeaning::code);
-    return found == std::end(exitMeanings) ? "failed" : found->name;
-}
 
 void WriteHtml(const ChangeReport& report, const std::filesystem::path& file) {
     std::ofstream out(file, std::ios::binary | std::ios::trunc);

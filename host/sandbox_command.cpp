@@ -8,6 +8,7 @@
 #include "path_checks.h"
 #include "server_folder.h"
 #include "server_settings.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -78,7 +79,7 @@ ExitCode Sandbox(const SandboxOptions& options) {
     LayOut(options.from, made.Content(), made.Target());
     made.PutIntoPlace();
     std::cout << (options.sample ? "The sample server" : "The server") << " is in " << made.Target().string()
-              << ". To upgrade it: krxpatch run --server " << made.Target().string() << std::endl;
+              << "\nTo upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << std::endl;
     if (!options.sample) {
         RequireUpgradable(made.Target());
     }

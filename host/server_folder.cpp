@@ -38,23 +38,15 @@ std::filesystem::path ReadDataDirectory() {
     return HostPath(native);
 }
 
-bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder) {
-    std::error_code ignored; // a path that cannot be resolved is below nothing
-    const auto inner = std::filesystem::weakly_canonical(path, ignored);
-    const auto outer = std::filesystem::weakly_canonical(folder, ignored);
-    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
-}
-
 constexpr const char* configSection = "Config";
 
 /** What the patch is to install. */
-std::vector<std::string> NamesIn(const updkrx::IniFile& config) {
+std::vector<std::string> EntriesIn(const updkrx::IniFile& config) {
     char value[valueSize] = "";
     int size = sizeof value;
     (void)config.GetValue(configSection, "Databases", value, &size); // without it there is nothing to deliver
     std::vector<std::string> names;
     updkrx::SplitCommaList(names, value);
-    std::erase(names, "");
     return names;
 }
 
@@ -74,7 +66,7 @@ std::vector<std::string> FindUndelivered(const std::vector<std::string>& names,
                                          const std::filesystem::path& programFolder) {
     std::vector<std::string> undelivered;
     for (const std::string& name : names) {
-        if (const std::filesystem::path file = programFolder / HostPath(name); !CanBeRead(file)) {
+        if (const std::filesystem::path file = programFolder / HostPath(name); !name.empty() && !CanBeRead(file)) {
             undelivered.push_back(file.string());
         }
     }
@@ -83,7 +75,7 @@ std::vector<std::string> FindUndelivered(const std::vector<std::string>& names,
 
 } // namespace
 
-ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access)
+ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access, bool mayLackProduct)
     : path_(std::filesystem::absolute(folder).lexically_normal()) {
     RequireFolder(folder, notStarted);
     char message[1024];
@@ -92,16 +84,25 @@ ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access)
         throw Failure(notStarted, message);
     }
     dataDirectory_ = ReadDataDirectory();
+    if (const std::string problem = FindProblem(mayLackProduct); !problem.empty()) {
+        EmbSessionEnd();
+        throw Failure(notStarted, problem);
+    }
+}
+
+std::string ServerFolder::FindProblem(bool mayLackProduct) const {
+    const std::string setting = IniFile().string() + ": Directory=" + dataDirectory_.string();
+    if (!dataDirectory_.is_absolute()) { // the module would take it from wherever this program was started
+        return setting + " is not an absolute path";
+    }
     // The notes.ini of a copied server still names the folders of the original, which a rehearsal must not touch.
-    if (dataDirectory_.is_absolute() && !IsBelow(dataDirectory_, path_)) {
-        EmbSessionEnd();
-        throw Failure(notStarted, IniFile().string() + ": Directory=" + dataDirectory_.string() +
-                                      " lies outside this server folder");
+    if (!IsBelow(dataDirectory_, path_)) {
+        return setting + " lies outside this server folder";
     }
-    if (std::error_code ignored; !std::filesystem::is_directory(ProductFolder(), ignored)) {
-        EmbSessionEnd();
-        throw Failure(notStarted, ProductFolder().string() + ": no folder with the product's databases");
-    }
+    std::error_code ignored; // what cannot be looked at is no folder
+    return mayLackProduct || std::filesystem::is_directory(ProductFolder(), ignored)
+               ? ""
+               : ProductFolder().string() + ": no folder with the product's databases";
 }
 
 ServerFolder::~ServerFolder() {
@@ -135,26 +136,32 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
                         std::to_string(sizeof folder - 2) + " bytes";
         return facts;
     }
-    const std::filesystem::path programFolder = facts.programFolder = HostPath(folder);
-    facts.installedBuild = updkrx::ParseVersionDirName(programFolder.filename().string()).back();
-    const std::string file = (programFolder / "krxpatch.ini").string();
+    facts.programFolder = HostPath(folder);
+    const updkrx::VersionNumbers version = updkrx::ParseVersionDirName(facts.programFolder.filename().string());
+    for (const int32_t number : version) {
+        facts.installedVersion += (facts.installedVersion.empty() ? "" : ".") + std::to_string(number);
+    }
+    facts.installedBuild = version.back();
+    const std::string file = (facts.programFolder / "krxpatch.ini").string();
     updkrx::IniFile config;
-    char value[valueSize];
-    int size = sizeof value;
     if (config.Load(platform::NativeFromUtf8(file).c_str()) != updkrx::IDD_ERR_ZERO) {
         facts.problem = file + ": cannot be read";
-    } else if (config.GetValue(configSection, "BuildNumber", value, &size) != updkrx::IDD_ERR_ZERO) {
+        return facts;
+    }
+    facts.entries = EntriesIn(config);
+    char value[valueSize];
+    int size = sizeof value;
+    if (config.GetValue(configSection, "BuildNumber", value, &size) != updkrx::IDD_ERR_ZERO) {
         facts.problem = file + ": no BuildNumber in section Config";
     } else if (const int32_t build = updkrx::NumberOf(value);
                build <= 0 ||
                build == std::numeric_limits<int32_t>::max()) { // the latter stands for all that are too large
         facts.problem = file + ": BuildNumber=" + value + " is no build number";
-    } else if (const auto names = NamesIn(config); const std::string* path = FindPath(names)) {
+    } else if (const std::string* path = FindPath(facts.entries)) {
         facts.problem = file + ": Databases= names " + *path + ", which is a path and no file name";
     } else {
         facts.patchBuild = build;
-        facts.undelivered = FindUndelivered(names, programFolder);
-        facts.delivered = names;
+        facts.undelivered = FindUndelivered(facts.entries, facts.programFolder);
         size = sizeof value;
         facts.signsDelivered = config.GetValue(configSection, "SkipDbSign", value, &size) != updkrx::IDD_ERR_ZERO ||
                                updkrx::NumberOf(value) == 0;

@@ -14,40 +14,44 @@ class ServerFolder {
 public:
     enum class Access { readOnly, readWrite };
 
-    /** Throws Failure, as something that is missing, when there is no session to be had or no folder krx. */
-    ServerFolder(const std::filesystem::path& folder, Access access);
+    /** Throws Failure, as not started, when there is no session to be had, when the data directory is not an absolute
+     *  path or lies outside, or when there is no folder krx, unless it may be missing. */
+    ServerFolder(const std::filesystem::path& folder, Access access, bool mayLackProduct = false);
     ~ServerFolder();
     ServerFolder(const ServerFolder&) = delete;
     ServerFolder& operator=(const ServerFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
     [[nodiscard]] std::filesystem::path IniFile() const { return path_ / "notes.ini"; }
-    /** As notes.ini says it, which may be relative. */
+    /** Absolute. */
     [[nodiscard]] const std::filesystem::path& DataDirectory() const noexcept { return dataDirectory_; }
-    [[nodiscard]] std::filesystem::path ProductFolder() const { return path_ / dataDirectory_ / "krx"; }
+    [[nodiscard]] std::filesystem::path ProductFolder() const { return dataDirectory_ / "krx"; }
     /** Where the server keeps which databases are offline; no file when none is. */
     [[nodiscard]] std::filesystem::path OfflineList() const { return path_ / "offline.lst"; }
     /** Where the module writes its log. */
-    [[nodiscard]] std::filesystem::path LogFolder() const { return path_ / dataDirectory_ / "krxtemp"; }
+    [[nodiscard]] std::filesystem::path LogFolder() const { return dataDirectory_ / "krxtemp"; }
 
     /** The names of the databases and templates in the product folder, and of those of the product's table that should
      *  be there, sorted. */
     [[nodiscard]] std::vector<std::string> DatabaseNames() const;
 
 private:
+    [[nodiscard]] std::string FindProblem(bool mayLackProduct) const;
+
     std::filesystem::path path_;
     std::filesystem::path dataDirectory_;
 };
 
 /** What the newest program folder says. */
 struct PatchFacts {
+    std::filesystem::path programFolder; // the newest; empty when there is none
+    std::string installedVersion;        // such as 5.8.0.3050; empty without a program folder
     std::optional<int32_t> installedBuild;
     std::optional<int32_t> patchBuild;
     std::string problem;                  // why one of them is missing: one line that names the file and the cause
+    std::vector<std::string> entries;     // of Databases=, as they stand there
     std::vector<std::string> undelivered; // paths of files that the patch is to install and that cannot be read
-    std::filesystem::path programFolder;
-    std::vector<std::string> delivered; // the files that the patch is to install, by name
-    bool signsDelivered = true;         // and not only the databases of the product's table
+    bool signsDelivered = true;           // the patch's files, and not only the databases of the product's table
 };
 
 /** Needs the session. */

@@ -13,7 +13,7 @@
 namespace krxpatch {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = Report;
 
 Json JsonBuild(const std::optional<int32_t>& build) {
     return build ? Json(*build) : Json();
@@ -46,15 +46,17 @@ struct Findings {
 };
 
 Findings Examine(const ServerFolder& server) {
-    return {ReadPatchFacts(server), ReadDatabases(server.DatabaseNames()), HolderOf(server.Path()), DeadRunOf(server)};
+    return {ReadPatchFacts(server), ReadDatabases(server.DatabaseNames()), HolderOf(server.DataDirectory()),
+            DeadRunOf(server)};
 }
 
 /** What stands in the way of calling the server sound, the gravest first; empty when nothing does. That it is behind
  *  the patch does not. */
 std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
     if (findings.deadRun) {
-        return server.Path().string() + ": a run died: " + *findings.deadRun + "; the next run puts back " +
-               server.ProductFolder().string() + " as it was before, and starts anew";
+        return server.Path().string() + ": a run died: " + *findings.deadRun +
+               "; the next run, or `krxpatch restore`, puts back " + server.ProductFolder().string() +
+               " as it was before";
     }
     if (!findings.facts.problem.empty()) {
         return findings.facts.problem;
@@ -77,23 +79,18 @@ Json UpToDate(const Findings& findings) {
            findings.facts.undelivered.empty() && !findings.deadRun;
 }
 
-void PrintJson(const ServerFolder& server, const Findings& findings) {
+void AddTo(Report& report, const Findings& findings) {
     Json databases = Json::array();
-    for (const DatabaseReport& report : findings.reports) {
-        databases.push_back(ToJson(report));
+    for (const DatabaseReport& each : findings.reports) {
+        databases.push_back(ToJson(each));
     }
-    const Json status = {
-        {"server", server.Path().string()},
-        {"installedBuild", JsonBuild(findings.facts.installedBuild)},
-        {"patchBuild", JsonBuild(findings.facts.patchBuild)},
-        {"upToDate", UpToDate(findings)},
-        {"goingOn", JsonText(findings.holder)},
-        {"deadRun", JsonText(findings.deadRun)},
-        {"databases", databases},
-        {"error", JsonText(ProblemOf(server, findings))},
-    };
-    // Names that are no UTF-8 are shown with replacement characters rather than not at all.
-    std::cout << status.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    report["installedVersion"] = JsonText(findings.facts.installedVersion);
+    report["installedBuild"] = JsonBuild(findings.facts.installedBuild);
+    report["patchBuild"] = JsonBuild(findings.facts.patchBuild);
+    report["upToDate"] = UpToDate(findings);
+    report["goingOn"] = JsonText(findings.holder);
+    report["deadRun"] = JsonText(findings.deadRun);
+    report["databases"] = std::move(databases);
 }
 
 std::string TextOf(const std::optional<int32_t>& build) {
@@ -110,10 +107,11 @@ std::string StateText(const Findings& findings) {
 }
 
 void PrintText(const ServerFolder& server, const Findings& findings) {
-    std::vector<std::vector<std::string>> rows = {{"Server", server.Path().string()},
-                                                  {"Installed build", TextOf(findings.facts.installedBuild)},
-                                                  {"Patch build", TextOf(findings.facts.patchBuild)},
-                                                  {"State", StateText(findings)}};
+    std::vector<std::vector<std::string>> rows = {
+        {"Server", server.Path().string()},
+        {"Installed build", findings.facts.installedVersion.empty() ? "unknown" : findings.facts.installedVersion},
+        {"Patch build", TextOf(findings.facts.patchBuild)},
+        {"State", StateText(findings)}};
     if (findings.holder) {
         rows.push_back({"Going on", *findings.holder});
     }
@@ -125,14 +123,16 @@ void PrintText(const ServerFolder& server, const Findings& findings) {
 
 } // namespace
 
-ExitCode Status(const StatusOptions& options) {
+ExitCode Status(const StatusOptions& options, Report& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     const Findings findings = Examine(server);
-    (options.json ? PrintJson : PrintText)(server, findings);
+    report["server"] = server.Path().string();
+    AddTo(report, findings);
+    PrintText(server, findings);
     if (const std::string problem = ProblemOf(server, findings); !problem.empty()) {
         throw Failure(failed, problem);
     }
-    return succeeded;
+    return UpToDate(findings) == true ? succeeded : changesPending;
 }
 
 } // namespace krxpatch

@@ -1,6 +1,7 @@
 #include "text_table.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace krxpatch {
 namespace {
@@ -38,6 +39,23 @@ std::string Printable(std::string_view text) {
     std::replace_if(
         printable.begin(), printable.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
     return printable;
+}
+
+std::string Quoted(std::string_view text) {
+    std::string plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/:._-";
+    if (std::filesystem::path::preferred_separator == '\\') { // the shell there knows this quote alone
+        plain += '\\';
+        return text.find_first_not_of(plain) == std::string_view::npos ? std::string(text)
+                                                                       : '"' + std::string(text) + '"';
+    }
+    if (text.find_first_not_of(plain) == std::string_view::npos) {
+        return std::string(text);
+    }
+    std::string quoted = "'";
+    for (const char character : text) {
+        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return quoted + "'";
 }
 
 std::string FormatTable(const std::vector<std::vector<std::string>>& rows) {

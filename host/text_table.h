@@ -14,6 +14,9 @@ namespace krxpatch {
  *  shows. */
 [[nodiscard]] std::string Printable(std::string_view text);
 
+/** A text as an argument that can be pasted into a shell: in quotes when it has more than plain characters. */
+[[nodiscard]] std::string Quoted(std::string_view text);
+
 /** One line for each row, printable, with the columns aligned. */
 [[nodiscard]] std::string FormatTable(const std::vector<std::vector<std::string>>& rows);
 

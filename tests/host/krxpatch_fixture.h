@@ -42,11 +42,15 @@ protected:
         return RunProgram(KRXPATCH_PROGRAM, arguments, Folder());
     }
     void MakeSandbox() const { ASSERT_TRUE(Exits(Krxpatch({"sandbox", "server"}), 0)); }
-    Outcome Run() const { return Krxpatch({"run", "--server", "server"}); }
-    Outcome RunModule(const std::string& module) const {
-        return Krxpatch({"run", "--server", "server", "--module", module});
+    /** A command on the server, with further arguments. */
+    Outcome OnServer(const std::string& command, const std::vector<std::string>& further = {}) const {
+        std::vector<std::string> arguments = {command, "--server", "server"};
+        arguments.insert(arguments.end(), further.begin(), further.end());
+        return Krxpatch(arguments);
     }
-    Outcome StatusAsJson() const { return Krxpatch({"status", "--server", "server", "--json"}); }
+    Outcome Run() const { return OnServer("run"); }
+    Outcome RunModule(const std::string& module) const { return OnServer("run", {"--module", module}); }
+    Outcome StatusAsJson() const { return OnServer("status", {"--json"}); }
 
     /** Of a server with which nothing is wrong. */
     Json Status() const;
@@ -61,6 +65,7 @@ protected:
     [[nodiscard]] const fs::path& Folder() const { return folder_.Path(); }
     [[nodiscard]] fs::path Server() const { return Folder() / "server"; }
     [[nodiscard]] fs::path Databases() const { return Server() / "data/krx"; }
+    [[nodiscard]] fs::path Copies() const { return Server() / "data/krx.recovery"; }
 
     const fs::path iniFile_ = "notes.ini";
     const fs::path patchFile_ = "install/program/V5.8.0.3050/krxpatch.ini";

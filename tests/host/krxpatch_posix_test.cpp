@@ -1,5 +1,15 @@
-// What only this system's shell can do to krxpatch.
+// What only this system can do to krxpatch: its shell, its signals, its links, and a kill at a chosen moment.
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "host/krxpatch_fixture.h"
 
@@ -40,6 +50,102 @@ TEST_F(KrxpatchTest, AnInterruptedImportLeavesNothing) {
     fs::remove(Folder() / "code");
     fs::remove(Folder() / "error");
     EXPECT_TRUE(fs::is_empty(Folder()));
+}
+
+TEST_F(KrxpatchTest, InterruptedSaysWhatStateThingsAreIn) {
+    MakeSandbox();
+    const auto before = Snapshot(Databases());
+    // The module waits for output, of which there is none without its log.
+    const Outcome run =
+        RunProgram("/bin/sh",
+                   {"-c", std::string(KRXPATCH_PROGRAM) + " run --server server --module " PROBE_MODULE +
+                              " & until [ -e server/data/krxtemp/*.dbg ]; do sleep 0.1; done; kill -TERM $!; wait $!"},
+                   Folder());
+    EXPECT_TRUE(Exits(run, 130));
+    EXPECT_TRUE(Contains(run.error, "the databases are half upgraded. The safety copy "));
+    EXPECT_TRUE(Fails(OnServer("status"), 1, "a run died"));
+    EXPECT_TRUE(Exits(OnServer("restore"), 0));
+    EXPECT_TRUE(Snapshot(Databases()) == before);
+    EXPECT_EQ(Json::parse(OnServer("history", {"--json"}).out)["history"][0]["result"], "interrupted");
+}
+
+TEST_F(KrxpatchTest, RefusesWhatLeadsOutOfTheServerFolder) {
+    MakeSandbox();
+    fs::rename(Databases() / "krtime.nsf", Folder() / "production.nsf");
+    fs::create_symlink(Folder() / "production.nsf", Databases() / "krtime.nsf");
+    auto before = Snapshot(Folder());
+    EXPECT_TRUE(Fails(Run(), 2, "/data/krx/krtime.nsf: leads out of the server folder, to "));
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+    fs::rename(Databases(), Folder() / "krx");
+    fs::create_directory_symlink(Folder() / "krx", Databases());
+    before = Snapshot(Folder());
+    EXPECT_TRUE(Fails(Run(), 2, "/data/krx: leads out of the server folder, to "));
+    EXPECT_TRUE(Fails(OnServer("restore"), 2, "there is no safety copy"));
+    EXPECT_TRUE(Snapshot(Folder()) == before);
+}
+
+/** Kills the program before the n-th call with which it changes a name or has something put on the disk; false when it
+ *  comes to its end before. */
+bool KillAtChange(const std::vector<std::string>& arguments, const fs::path& folder, size_t n) {
+    constexpr std::array<uint64_t, 6> changes = {SYS_rename, SYS_unlink, SYS_unlinkat, SYS_rmdir, SYS_mkdir, SYS_fsync};
+    std::vector<const char*> texts = {KRXPATCH_PROGRAM};
+    for (const std::string& argument : arguments) {
+        texts.push_back(argument.c_str());
+    }
+    texts.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int nowhere = open("/dev/null", O_WRONLY);
+        (void)dup2(nowhere, STDOUT_FILENO);
+        (void)setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // which cannot be done to a traced process
+        if (chdir(folder.c_str()) == 0 && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0) {
+            (void)execv(KRXPATCH_PROGRAM, const_cast<char* const*>(texts.data()));
+        }
+        _exit(1);
+    }
+    int status = 0;
+    (void)waitpid(child, &status, 0);
+    (void)ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    for (size_t seen = 0; !WIFEXITED(status) && !WIFSIGNALED(status); (void)waitpid(child, &status, 0)) {
+        __ptrace_syscall_info call = {};
+        (void)ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+        const bool isChange = call.op == PTRACE_SYSCALL_INFO_ENTRY &&
+                              std::find(changes.begin(), changes.end(), call.entry.nr) != changes.end();
+        if (isChange && ++seen == n) {
+            (void)kill(child, SIGKILL);
+        }
+        (void)ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    }
+    return WIFSIGNALED(status);
+}
+
+std::map<std::string, std::string> ContentsOf(const fs::path& folder) {
+    std::map<std::string, std::string> contents;
+    for (const auto& [path, entry] : Snapshot(folder)) {
+        contents[path] = entry.content;
+    }
+    return contents;
+}
+
+TEST_F(KrxpatchTest, RestoreStandsAKillAtAnyMoment) {
+    MakeSandbox();
+    const auto before = ContentsOf(Databases());
+    ASSERT_TRUE(Exits(Run(), 0));
+    fs::copy(Server(), Folder() / "upgraded", fs::copy_options::recursive);
+    constexpr size_t step = 7; // no divisor of the calls for a file, so that each of them is met in turn
+    size_t kills = 0;
+    for (size_t n = 1; KillAtChange({"restore", "--server", "server"}, Folder(), n); n += step, ++kills) {
+        if (ContentsOf(Databases()) != before) { // begun, and not through
+            const bool untouched = NamesIn(Databases()) == NamesIn(Folder() / "upgraded/data/krx");
+            EXPECT_TRUE(untouched || Contains(OnServer("status").error, "a run died: ")) << "killed at change " << n;
+        }
+        EXPECT_TRUE(Exits(OnServer("restore"), 0)) << "killed at change " << n;
+        EXPECT_TRUE(ContentsOf(Databases()) == before) << "killed at change " << n;
+        fs::remove_all(Server());
+        fs::copy(Folder() / "upgraded", Server(), fs::copy_options::recursive);
+    }
+    EXPECT_GE(kills, 8U);
+    EXPECT_TRUE(ContentsOf(Databases()) == before) << "the last one was not killed";
 }
 
 } // namespace

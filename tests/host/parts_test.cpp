@@ -1,12 +1,13 @@
 // The parts of krxpatch that decide something by themselves.
 #include <fstream>
+#include <regex>
 
 #include <gtest/gtest.h>
 
 #include "database_report.h"
-#include "failure_cause.h"
 #include "foundation/product_databases.h"
 #include "log_follower.h"
+#include "log_lines.h"
 #include "support/temporary_folder.h"
 #include "text_table.h"
 
@@ -74,10 +75,33 @@ TEST(FailureCauseTest, IsTheMessageThatTellsMost) {
     }
 }
 
+TEST(LogLinesTest, EachRowIsReachedAndExplains) {
+    for (const LogLine& row : LogLines()) {
+        const std::string message = std::regex_replace(row.pattern, std::regex("\\*"), "x");
+        EXPECT_EQ(FindLogLine(message), &row) << message << " is taken by an earlier row";
+        EXPECT_EQ(row.kind == LineKind::step, row.step != nullptr) << message;
+    }
+    EXPECT_EQ(Explain("Failed to recreate krency.nsf, Error: 246"),
+              "The encyclopedia was not made anew; the old one is there, or the next lines say where. Status 246: You "
+              "are not authorized to perform that operation.");
+    EXPECT_EQ(Explain("Error: Sign database failed - krconf.ntf. The error number is 263"),
+              "The database lacks signatures. Status 107: Insufficient memory.");
+    EXPECT_EQ(KindOf("a line that nobody knows"), LineKind::detail);
+    EXPECT_EQ(KindOf("ERR: a line that nobody knows"), LineKind::failure);
+}
+
 class LogFollowerTest : public testing::Test {
 protected:
     void Append(const char* file, const std::string& text) {
         std::ofstream(folder_.Path() / file, std::ios::app) << text;
+    }
+
+    static Texts Messages(LogFollower& follower) {
+        Texts messages;
+        for (const LoggedLine& line : follower.TakeNewLines()) {
+            messages.push_back(line.message);
+        }
+        return messages;
     }
 
     updkrx::test::TemporaryFolder folder_;
@@ -86,18 +110,19 @@ protected:
 TEST_F(LogFollowerTest, TakesEachNewMessageOnce) {
     const std::string header = "[2026/11/18 10:15:00][pid=1][tid=2][module=1f]:";
     Append("updkrx_20261118.dbg", header + "old\n");
-    LogFollower follower(folder_.Path());
-    EXPECT_EQ(follower.TakeNewMessages(), Texts{});
+    LogFollower follower(folder_.Path(), LogFollower::From::now);
+    EXPECT_EQ(Messages(follower), Texts{});
 
     Append("updkrx_20261118.dbg",
            header + "[a]: message\n" + header + "with a line end\n\nand no header\n" + header + "who");
-    EXPECT_EQ(follower.TakeNewMessages(), (Texts{"[a]: message", "with a line end", "and no header"}));
+    EXPECT_EQ(Messages(follower), (Texts{"[a]: message", "with a line end", "and no header"}));
     Append("updkrx_20261118.dbg", "le now\n");
     Append("updkrx_20261119.dbg", header + "after midnight\n");
     Append("other_20261119.dbg", header + "not the module's\n");
-    EXPECT_EQ(follower.TakeNewMessages(), (Texts{"whole now", "after midnight"}));
-    EXPECT_EQ(follower.TakeNewMessages(), Texts{});
-    EXPECT_EQ(LogFollower(folder_.Path() / "none").TakeNewMessages(), Texts{});
+    EXPECT_EQ(Messages(follower), (Texts{"whole now", "after midnight"}));
+    EXPECT_EQ(Messages(follower), Texts{});
+    LogFollower none(folder_.Path() / "none", LogFollower::From::beginning);
+    EXPECT_EQ(Messages(none), Texts{});
 }
 
 TEST(TextTableTest, AlignsCharactersAndShowsNoControls) {

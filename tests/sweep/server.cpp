@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "commands.h"
 #include "common/startup.h"
 #include "embedded_notes.h"
@@ -47,7 +49,8 @@ STATUS RunModule() {
 int RunKrxpatch() {
     try {
         const fs::path module = krxpatch::platform::ExecutableFolder() / krxpatch::platform::moduleFile;
-        return krxpatch::Run({standingFolder, module});
+        krxpatch::Report report;
+        return krxpatch::Run({.server = standingFolder, .module = module}, report);
     } catch (const krxpatch::Failure& failure) {
         std::cerr << failure.what() << '\n';
         return failure.Code();

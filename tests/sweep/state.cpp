@@ -162,10 +162,40 @@ bool IsDatabase(const fs::path& file) {
     return file.extension() == ".nsf" || file.extension() == ".ntf";
 }
 
+const std::string copies = "data/krx.recovery/"; // krxpatch's safety copies, each by its ID
+
+bool IsOfCopy(const fs::path& path) {
+    return path.string().starts_with(copies);
+}
+
 /** What only tells of runs: it differs from one run to the next, and no run reads it. */
 bool IsRecord(const fs::path& path) {
     return path == "notes.ini" || path == "console.log" || path.parent_path() == "data/krxtemp" ||
-           path.filename() == "krxpatch.hold" || path == "data/krx.recovery/run";
+           path.filename() == "krxpatch.hold" || path == "krxpatch.history" ||
+           (IsOfCopy(path) && path.filename() == "run");
+}
+
+/** A path without the ID of a safety copy, which is the time at which it was made. */
+std::string WithoutId(const fs::path& path) {
+    static const std::regex id("^" + copies + "[0-9-]*"); // what stays tells of one that is being made
+    return std::regex_replace(path.string(), id, copies + "ID");
+}
+
+/** What an ended run has left as safety copies: how many, whether their runs have ended, and every file in them, to the
+ *  last byte: it is what stood there before the first of the runs. */
+void AddCopies(const fs::path& server, const std::set<fs::path>& files, State& state) {
+    size_t count = 0;
+    for (const fs::path& path : files) {
+        if (!IsOfCopy(path)) {
+            continue;
+        }
+        const bool isMark = path.filename() == "run" || path.filename() == "ended";
+        count += path.filename() == "run";
+        state["copy" + WithoutId(path).substr(copies.size())] = isMark ? "there" : HashOf(ReadFile(server / path));
+    }
+    if (count != 0) {
+        state["copies"] = std::to_string(count);
+    }
 }
 
 std::set<fs::path> FilesOf(const fs::path& server) {
@@ -183,7 +213,12 @@ std::set<fs::path> FilesOf(const fs::path& server) {
 State ReadState(const fs::path& server, const Replacements& replacements) {
     static std::map<std::string, State> known; // most databases are as they were in an earlier state
     State state;
-    for (const fs::path& path : FilesOf(server)) {
+    const std::set<fs::path> files = FilesOf(server);
+    AddCopies(server, files, state);
+    for (const fs::path& path : files) {
+        if (IsOfCopy(path)) {
+            continue;
+        }
         if (path.parent_path() == "data/krxtemp" && path.extension() != ".dbg") {
             state["file/" + path.string()] = "a file that is no log";
         }
@@ -209,7 +244,7 @@ State ReadState(const fs::path& server, const Replacements& replacements) {
 
 void RecoverDatabases(const fs::path& server) {
     for (const fs::path& path : FilesOf(server)) {
-        if (IsDatabase(path) && fs::exists(server / (path.string() + "-journal"))) {
+        if (IsDatabase(path) && !IsOfCopy(path) && fs::exists(server / (path.string() + "-journal"))) {
             try {
                 embedded::Store::Open(server / path, embedded::StoreAccess::readWrite)->Close();
             } catch (const embedded::StatusError&) {
@@ -238,7 +273,8 @@ std::string DigestOf(const fs::path& server) {
     std::string all;
     for (const fs::path& path : FilesOf(server)) {
         if (!IsRecord(path)) {
-            all += path.string() + '\0' + HashOf(ReadFile(server / path));
+            const bool isMark = IsOfCopy(path) && path.filename() == "ended";
+            all += WithoutId(path) + '\0' + (isMark ? "" : HashOf(ReadFile(server / path)));
         }
     }
     return HashOf(all);

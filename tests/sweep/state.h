@@ -11,6 +11,7 @@ namespace sweep {
 /**
  * Facets and their values; times, note IDs and sequence numbers are left out.
  *
+ *   copy..., copies                krxpatch's safety copies: every file, and how many there are
  *   file/PATH                      every file, but for logs, notes.ini and what krxpatch notes about a run
  *   DATABASE/error                 why it cannot be read
  *   DATABASE/content               its design and documents, without what follows; of krconf.nsf the design only

@@ -1,0 +1,97 @@
+// What can be seen to go wrong before an upgrade is begun: a table of checks, all of which are run, and all of whose
+// findings are told at once. Nothing is written.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "config_file.h"
+#include "database_report.h"
+#include "server_folder.h"
+
+namespace krxpatch {
+
+enum class Level { ok, warning, failure };
+
+struct Finding {
+    std::string check; // its name
+    Level level = Level::ok;
+    std::filesystem::path file; // that it is about; may be empty
+    size_t line = 0;            // of the file; 0 when it is not about one
+    std::string message;        // what is wrong, or for ok what was looked at
+    std::string remedy;         // what to do; empty for ok
+};
+
+/** What the checks look at. */
+struct CheckSubject {
+    const ServerFolder& server;
+    bool isHeld = false; // by this process itself
+    ConfigFile settings; // notes.ini
+    ConfigFile patch;    // krxpatch.ini, without lines when there is none
+    std::filesystem::path patchFile;
+    PatchFacts facts;
+    std::vector<DatabaseReport> databases;
+    std::vector<DatabaseReport> delivered; // of the databases and templates that the patch brings
+};
+
+/** Needs the session. */
+[[nodiscard]] CheckSubject Examine(const ServerFolder& server, bool isHeld);
+
+/** What one check finds. */
+class Findings {
+public:
+    void Ok(const std::string& message) { Add({{}, Level::ok, {}, 0, message, {}}); }
+    void Warn(const std::filesystem::path& file, size_t line, const std::string& message, const std::string& remedy) {
+        Add({{}, Level::warning, file, line, message, remedy});
+    }
+    void Fail(const std::filesystem::path& file, size_t line, const std::string& message, const std::string& remedy) {
+        Add({{}, Level::failure, file, line, message, remedy});
+    }
+
+    [[nodiscard]] const std::vector<Finding>& All() const noexcept { return all_; }
+
+private:
+    void Add(Finding finding) { all_.push_back(std::move(finding)); }
+
+    std::vector<Finding> all_;
+};
+
+using Check = void (*)(const CheckSubject& subject, Findings& findings);
+
+struct CheckRow {
+    const char* name;
+    Check check;
+    /** It judges what stands in the product folder, which after a run that died is not what an upgrade begins with. */
+    bool ofFolder;
+};
+
+// The rows, in groups of a file each.
+[[nodiscard]] std::span<const CheckRow> FolderChecks();   // links, rights, room, other commands
+[[nodiscard]] std::span<const CheckRow> SettingsChecks(); // notes.ini
+[[nodiscard]] std::span<const CheckRow> PatchChecks();    // krxpatch.ini and what the patch brings
+[[nodiscard]] std::span<const CheckRow> DatabaseChecks(); // the databases that are there
+
+/** The paths of a server through which an upgrade would change what lies elsewhere: links that lead out of the folder,
+ *  and files with more than one name. */
+void FindLinks(const ServerFolder& server, Findings& findings);
+
+/** The findings of every check; one that finds nothing wrong has one that is ok. With `afterDeadRun`, only of checks
+ *  that do not depend on what that run has left. */
+[[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun = false);
+
+[[nodiscard]] bool AnyFails(const std::vector<Finding>& findings);
+
+/** In the form FILE:LINE: message. */
+[[nodiscard]] std::string Describe(const Finding& finding);
+
+/** The failures in one line: the first, and how many more there are. */
+[[nodiscard]] std::string DescribeFailures(const std::vector<Finding>& findings);
+
+/** One line for each finding, with what to do below it; with `onlyBad`, without those that are ok. */
+[[nodiscard]] std::string FormatFindings(const std::vector<Finding>& findings, bool onlyBad, bool colour);
+
+} // namespace krxpatch

@@ -1,0 +1,120 @@
+#include <algorithm>
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+
+#include "checks.h"
+#include "commands.h"
+#include "database_report.h"
+#include "history.h"
+#include "hold.h"
+#include "recovery_copy.h"
+#include "server_folder.h"
+#include "text_table.h"
+
+namespace krxpatch {
+namespace {
+
+std::string StateOf(const RecoveryCopy& copy) {
+    return copy.ended ? *copy.ended : "died, unless it is still going on";
+}
+
+ExitCode List(const std::vector<RecoveryCopy>& copies, Report& report) {
+    std::vector<std::vector<std::string>> table = {{"ID", "MADE FOR", "THAT RUN ENDED", "SIZE"}};
+    Report& rows = report["copies"] = Report::array();
+    for (const RecoveryCopy& copy : copies) {
+        const uintmax_t size = SizeOf(copy.Folder());
+        table.push_back({copy.id, copy.run, StateOf(copy), std::to_string(size) + " bytes"});
+        rows.push_back({{"id", copy.id},
+                        {"run", copy.run},
+                        {"ended", copy.ended ? Report(*copy.ended) : Report()},
+                        {"folder", copy.Folder().string()},
+                        {"bytes", size}});
+    }
+    std::cout << (copies.empty() ? "There is no safety copy.\n" : FormatTable(table));
+    return succeeded;
+}
+
+/** The copies that the command is about: the one with the ID, or without an ID all. */
+std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const RestoreOptions& options) {
+    if (!options.id.empty()) {
+        std::erase_if(copies, [&](const RecoveryCopy& copy) { return copy.id != options.id; });
+    }
+    if (copies.empty()) {
+        throw Failure(notStarted, options.server.string() + ": there is no safety copy" +
+                                      (options.id.empty() ? "" : " " + options.id + "; --list tells which there are"));
+    }
+    return copies;
+}
+
+void RequireEnded(const std::vector<RecoveryCopy>& copies) {
+    const auto died = std::ranges::find_if(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
+    if (died != copies.end()) {
+        throw Failure(notStarted, "the safety copy " + died->id + " is of a run that died (" + died->run +
+                                      "), and the product folder is half upgraded: put it back with `krxpatch "
+                                      "restore`, or discard it with --force");
+    }
+}
+
+void DiscardAll(const std::vector<RecoveryCopy>& copies) {
+    for (const RecoveryCopy& copy : copies) {
+        Discard(copy);
+        std::cout << "The safety copy " << copy.id << " is removed.\n";
+    }
+}
+
+/** What lies elsewhere must not be overwritten. */
+void RequireNoLinks(const ServerFolder& server) {
+    if (!std::filesystem::exists(server.ProductFolder())) {
+        return;
+    }
+    Findings findings;
+    FindLinks(server, findings);
+    if (!findings.All().empty()) {
+        throw Failure(notStarted, DescribeFailures(findings.All()));
+    }
+}
+
+/** Before anything is touched. */
+void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>& copies,
+                     const RestoreOptions& options) {
+    RequireNotHeld(server.DataDirectory());
+    if (!options.discard) {
+        RequireNoLinks(server);
+    } else if (!options.force) {
+        RequireEnded(copies);
+    }
+}
+
+void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy) {
+    PutBack(server, copy);
+    std::cout << server.ProductFolder().string() << " is as it was before " << copy.run << ".\nThe safety copy "
+              << copy.id << " stays; `krxpatch restore --discard` removes it.\n";
+}
+
+} // namespace
+
+ExitCode Restore(const RestoreOptions& options, Report& report) {
+    const ServerFolder server(options.server, ServerFolder::Access::readOnly, true);
+    if (options.list) {
+        return List(CopiesOf(server.ProductFolder()), report);
+    }
+    RequirePossible(server, Select(CopiesOf(server.ProductFolder()), options), options);
+    const std::string command = options.discard ? "restore --discard" : "restore";
+    const platform::HeldFile hold = Hold(server.DataDirectory(), DescribeThis(command));
+    const std::vector<RecoveryCopy> copies = Select(CopiesOf(server.ProductFolder()), options);
+    report["id"] = copies.front().id;
+    Chronicle chronicle(server.Path(), command);
+    try {
+        options.discard ? DiscardAll(copies) : PutNewestBack(server, copies.front());
+    } catch (const Failure& failure) {
+        if (failure.Code() != notStarted) {
+            chronicle.End(NameOf(failure.Code()), failure.what());
+        }
+        throw;
+    }
+    chronicle.End(NameOf(succeeded));
+    return succeeded;
+}
+
+} // namespace krxpatch
