@@ -1,6 +1,5 @@
 #include "commands.h"
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <sstream>
@@ -11,6 +10,7 @@
 #include "folder_view.h"
 #include "hold.h"
 #include "lost_changes.h"
+#include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
 #include "report_output.h"
@@ -31,7 +31,7 @@ struct Original {
 };
 
 void RequireQuiet(const ServerFolder& server) {
-    if (const auto holder = HolderOf(server.Path())) {
+    if (const auto holder = HolderOf(server.DataDirectory())) {
         throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
     }
     if (const auto run = DeadRunOf(server)) {
@@ -45,9 +45,7 @@ void RequireOutside(const fs::path& html, const ServerFolder& server) {
     if (html.empty()) {
         return;
     }
-    const fs::path page = fs::weakly_canonical(fs::absolute(html));
-    const fs::path folder = fs::weakly_canonical(server.Path());
-    if (std::mismatch(folder.begin(), folder.end(), page.begin(), page.end()).first == folder.end()) {
+    if (IsBelow(fs::absolute(html), server.Path())) {
         throw Failure(notStarted, html.string() + ": lies in the server folder, in which a plan writes nothing");
     }
 }
@@ -103,7 +101,7 @@ DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, Chang
     const ServerFolder server(copy.Path(), ServerFolder::Access::readWrite);
     const platform::Library module(options.module);
     auto* const entry = module.Find<STATUS()>("MainEntryPoint");
-    EmbClockSetVirtual(EmbClockNow()); // pauses are skipped
+    EmbClockSkipPauses();
     const auto start = std::chrono::steady_clock::now();
     (void)entry(); // 0 whatever happened; the outcome is read from the databases
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -14,6 +14,7 @@
 #include "recovery_copy.h"
 #include "server_folder.h"
 #include "server_settings.h"
+#include "text_table.h"
 #include "utf8_path.h"
 
 namespace krxpatch {
@@ -26,7 +27,7 @@ using Chain = std::vector<fs::path>;
 
 /** What only tells of commands on the original. */
 bool IsOfTheOriginal(const fs::path& name) {
-    return name.string().find(".recovery") != std::string::npos;
+    return name.string().find(".recovery") != std::string::npos || name == "krxpatch.hold";
 }
 
 void CopyFile(const fs::path& from, const fs::path& to) {
@@ -87,11 +88,12 @@ fs::path InstallFolderOf(const ServerFolder& server, const std::string& ini) {
 
 /** Nobody may change the server while it is copied, and half an upgrade is no start for a rehearsal. */
 void RequireAtRest(const ServerFolder& server) {
-    if (const auto holder = HolderOf(server.Path())) {
-        throw Failure(failed, server.Path().string() + ": is being changed by " + *holder);
+    if (const auto holder = HolderOf(server.DataDirectory())) {
+        throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
     }
     if (const auto run = DeadRunOf(server)) {
-        throw Failure(failed, server.Path().string() + ": a run died: " + *run + "; put it back first");
+        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
+                                      "; first `krxpatch restore` is to put back what it has changed");
     }
 }
 
@@ -100,7 +102,7 @@ std::vector<std::string> CopyServer(const fs::path& folder, const NewFolder& cop
     const ServerFolder server(folder, ServerFolder::Access::readOnly);
     RequireAtRest(server);
     const std::string ini = ReadText(server.IniFile());
-    const std::pair<fs::path, const char*> folders[] = {{server.Path() / server.DataDirectory(), "data"},
+    const std::pair<fs::path, const char*> folders[] = {{server.DataDirectory(), "data"},
                                                         {InstallFolderOf(server, ini), "install"}};
     for (const auto& [from, to] : folders) {
         Chain above;
@@ -137,8 +139,8 @@ ExitCode Rehearse(const RehearseOptions& options) {
         fs::remove_all(copy.Target());
         throw;
     }
-    std::cout << "A copy for a rehearsal is in " << copy.Target().string() << ". To upgrade it: krxpatch run --server "
-              << copy.Target() << '\n';
+    std::cout << "A copy for a rehearsal is in " << copy.Target().string() << "\nTo upgrade it: krxpatch run --server "
+              << Quoted(copy.Target().string()) << '\n';
     return succeeded;
 }
 
