@@ -186,10 +186,9 @@ private:
         const auto options = std::make_shared<SandboxOptions>();
         options->from = PathOf(KRXPATCH_SAMPLES);
         AddPath(command, "DIR", options->folder, "", "The folder")->required();
-        const CLI::Option* from =
-            AddPath(command, "--from", options->from, "TREE", "A tree of exports, instead of the sample server");
-        Carry(command, [options, from](const Look&, Report&) {
-            options->sample = from->count() == 0;
+        AddPath(command, "--from", options->from, "TREE", "A tree of exports, instead of the sample server");
+        Carry(command, [options](const Look&, Report&) {
+            options->sample = options->from == PathOf(KRXPATCH_SAMPLES);
             return Sandbox(*options);
         });
     }
