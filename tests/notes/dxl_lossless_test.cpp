@@ -287,7 +287,8 @@ TEST_F(Lossless, AnItemThatIsKeptAsXmlIsFoundReplacedAndDeletedByItsName) {
     EXPECT_TRUE(note.items.Find("body"));
     EXPECT_EQ(ItemText(note.items, "Body"), "");
     note.items.Set({"Body", TYPE_TEXT, ITEM_SUMMARY, "replaced"});
-    EXPECT_TRUE(note.items.Erase("Share", true)); // the first of its name: what describes it has nothing to stand behind
+    EXPECT_TRUE(
+        note.items.Erase("Share", true)); // the first of its name: what describes it has nothing to stand behind
     EXPECT_TRUE(note.items.Erase("$FILE"));
     EXPECT_FALSE(note.items.Find("$FILE"));
     database->UpdateNote(note, false);

@@ -20,9 +20,9 @@ struct Reference {
     Runner runner = Runner::module;
     std::string behaviours;                   // of the server, "" for the defaults
     std::array<std::vector<Event>, 3> events; // by kind
-    std::vector<std::string> messages; // of the module's log
-    std::vector<State> states;         // when nothing is open, and at the end
-    State endAgain;                    // of a run on a server that is upgraded already, but does not say so
+    std::vector<std::string> messages;        // of the module's log
+    std::vector<State> states;                // when nothing is open, and at the end
+    State endAgain;                           // of a run on a server that is upgraded already, but does not say so
     Replacements replacements;
 
     [[nodiscard]] const State& End() const { return states.back(); }
