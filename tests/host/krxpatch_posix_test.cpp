@@ -42,7 +42,7 @@ TEST_F(KrxpatchTest, AnInterruptedImportLeavesNothing) {
     RunProgram("/bin/sh",
                {"-c", program +
                           " import a.nsf a.dxl 2>error & until ls a.nsf.new-* >/dev/null 2>&1; do sleep 0.01; done; "
-                          "kill -INT $!; wait $!; echo $? >code"},
+                          "kill -TERM $!; wait $!; echo $? >code"},
                Folder());
     EXPECT_EQ(ReadFile(Folder() / "code"), "130\n");
     EXPECT_EQ(ReadFile(Folder() / "error"), "krxpatch: a.dxl: interrupted\n");
