@@ -12,9 +12,9 @@
 #include "database_diff.h"
 #include "database_report.h"
 #include "embedded_notes.h"
+#include "foundation/dlp_forms.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
-#include "migrations/dlp_upgrade.h"
 #include "note_reader.h"
 #include "platform.h"
 #include "text_table.h"
@@ -147,8 +147,9 @@ std::vector<std::string> DanglingReferences(const fs::path& file) {
             const ItemValue* value = FindItem(items, list);
             for (const std::string& unid : value == nullptr ? std::vector<std::string>() : value->values) {
                 if (!unid.empty()) {
-                    references.emplace(unid, std::string(list) + " of " + form + " " +
-                                                 InQuotes(FirstLine(items, "name")) + " names " + unid);
+                    std::string place = list;
+                    place.append(" of ").append(form).append(" ").append(InQuotes(FirstLine(items, "name")));
+                    references.emplace(unid, place.append(" names ").append(unid));
                 }
             }
         }
@@ -314,7 +315,7 @@ private:
         std::istringstream lines(text.c_str());
         for (std::string kind, noteClass, title;
              std::getline(lines, kind, '\t') && std::getline(lines, noteClass, '\t') && std::getline(lines, title);) {
-            differences.push_back(kind + " " + noteClass + " " + InQuotes(title));
+            differences.push_back(kind.append(" ").append(noteClass).append(" ").append(InQuotes(title)));
         }
         Fail(name, "its design is not that of " + templateName + ": " + SomeOf(differences),
              "send the console `load convert " + path + " * " + templatePath + "` and sign the database");
@@ -389,7 +390,8 @@ private:
         for (const std::string& name : facts_.entries) {
             if (name.ends_with(".ntf")) {
                 const std::string stem = name.substr(0, name.size() - 4);
-                commands.push_back("load convert krx/" + stem + ".nsf * krx/" + name);
+                std::string command = "load convert krx/";
+                commands.push_back(command.append(stem).append(".nsf * krx/").append(name));
             }
             if (name == "krconf.ntf") {
                 commands.emplace_back("load design -f krx/krconf.nsf");

@@ -7,15 +7,11 @@
 
 #include <string>
 
+#include "foundation/dlp_forms.h"
 #include "migrations/dlp_document.h"
 #include "notes_api.h"
 
 namespace updkrx {
-
-/** The DLP forms, in the order in which they are upgraded. */
-inline constexpr const char* DlpForms[] = {
-    "dictionary", "entity", "template", "dictionary_type", "entity_type", "industry", "region", "validator",
-};
 
 /** What a function of this file returns when it failed; UpgradeDLPForm returns it masked. */
 inline constexpr STATUS dlpUpgradeFailed = 65535;
