@@ -1,5 +1,6 @@
 #include "html_report.h"
 
+#include <cmath>
 #include <ctime>
 #include <string_view>
 
@@ -243,7 +244,7 @@ void PrintHtml(std::ostream& out, const ChangeReport& report) {
                          << Cell(command.outcome);
                  });
     if (report.seconds) {
-        out << "<p class=gist>The upgrade took " << static_cast<long>(*report.seconds + 0.5)
+        out << "<p class=gist>The upgrade took " << std::lround(*report.seconds)
             << " s, without its pauses.</p>\n";
     }
     out << "</main>\n";

@@ -74,7 +74,7 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
         EXPECT_TRUE(Fails(OnServer("restore"), 1, " is not put back wholly: "));
         EXPECT_TRUE(Fails(OnServer("restore"), 1, "krconf.nsf.recovery.tmp: File too large; "));
     }
-    EXPECT_TRUE(Contains(OnServer("restore").out, "/data/krx is as it was before krxpatch run by "));
+    EXPECT_TRUE(Contains(OnServer("restore").out, "krx is as it was before krxpatch run by "));
     EXPECT_TRUE(Snapshot(Databases()) == before);
     EXPECT_EQ(ReadFile(Server() / "offline.lst"), offline);
     EXPECT_TRUE(Json::parse(StatusAsJson().out)["deadRun"].is_null());

@@ -291,8 +291,7 @@ TEST_F(KrxpatchTest, WhatIsNotThereIsNotDone) {
     fs::copy(Databases() / "krtime.ntf", Databases() / "krtime.nsf");
     ASSERT_TRUE(Exits(Run(), 0)) << "the template has the build";
     fs::remove(Databases() / "krtime.nsf");
-    fs::copy_file(fs::directory_iterator(Copies())->path() / "krx/krxquor.nsf", Databases() / "krxquor.nsf",
-                  fs::copy_options::overwrite_existing);
+    WriteFile(Databases() / "krxquor.nsf", ReadFile(fs::directory_iterator(Copies())->path() / "krx/krxquor.nsf"));
     EXPECT_TRUE(Contains(OnServer("check").out, "carries the patch's build already, so the upgrade would do nothing"));
 }
 
