@@ -98,5 +98,10 @@ int Main(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     krxpatch::platform::PrepareOutput(); // "krxpatch run | head" must not end the upgrade
-    return krxpatch::Main(krxpatch::platform::Arguments(argc, argv));
+    try {
+        return krxpatch::Main(krxpatch::platform::Arguments(argc, argv));
+    } catch (const std::exception& error) { // the report of a failure has failed
+        std::cerr << "krxpatch: " << error.what() << '\n';
+        return krxpatch::failed;
+    }
 }

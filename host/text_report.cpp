@@ -31,6 +31,7 @@ void PrintSettings(std::ostream& out, const char* heading, const std::vector<Set
     out << "  " << heading << '\n';
     const auto shown = [](const std::string& text) { return text.empty() ? "(none)" : text; };
     std::vector<std::vector<std::string>> rows;
+    rows.reserve(settings.size());
     for (const SettingChange& setting : settings) {
         rows.push_back({"    " + setting.name, shown(setting.before) + " -> " + shown(setting.after)});
     }
@@ -86,6 +87,7 @@ void PrintDatabase(std::ostream& out, const DatabaseChange& database) {
 
 void PrintFindings(std::ostream& out, const std::vector<StateFinding>& findings) {
     std::vector<std::vector<std::string>> rows;
+    rows.reserve(findings.size());
     for (const StateFinding& finding : findings) {
         rows.push_back({NameOf(finding.level), finding.subject,
                         finding.text + (finding.remedy.empty() ? "" : ". " + finding.remedy)});
