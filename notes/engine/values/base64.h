@@ -27,15 +27,16 @@ inline std::string Base64FromBytes(std::string_view bytes) {
 }
 
 constexpr unsigned char noBase64Value = 255;
-/** What each character stands for. */
-constexpr auto base64Values = [] {
+constexpr std::array<unsigned char, 256> MakeBase64Values() {
     std::array<unsigned char, 256> values{};
     values.fill(noBase64Value);
     for (unsigned char value = 0; value < base64Digits.size(); ++value) {
         values[static_cast<unsigned char>(base64Digits[value])] = value;
     }
     return values;
-}();
+}
+/** What each character stands for. */
+constexpr std::array<unsigned char, 256> base64Values = MakeBase64Values();
 
 /** White space is passed over. Nothing when a digit is wrong, or the last group is not padded or has bits to spare. */
 inline std::optional<std::string> BytesFromBase64(std::string_view text) {

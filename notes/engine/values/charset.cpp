@@ -143,6 +143,7 @@ std::u16string Utf16FromUtf8(std::string_view text) {
     std::u16string units(text.size(), u'\0');
     int32_t length = 0;
     UErrorCode error = U_ZERO_ERROR;
+    // cppcheck-suppress danglingTemporaryLifetime ; nobody calls this with a text that is gone
     u_strFromUTF8WithSub(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
                          static_cast<int32_t>(text.size()), 0xFFFD, nullptr, &error);
     units.resize(static_cast<size_t>(length));
