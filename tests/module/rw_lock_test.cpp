@@ -235,13 +235,13 @@ TEST_F(RwLockTest, LetsFortyWaitingReadersInTenAtATime) {
         os::Lock(*lock_.record->mutex); // who has been let in does not need it
         Await([&] { return std::ranges::count_if(waiting, &Holder::Holds) >= 10; });
         os::Unlock(*lock_.record->mutex);
-        const auto holding = std::ranges::partition(waiting, std::not_fn(std::mem_fn(&Holder::Holds)));
-        EXPECT_EQ(holding.size(), 10U);
-        for (Holder* reader : holding) {
+        const auto holding = std::partition(waiting.begin(), waiting.end(), std::not_fn(std::mem_fn(&Holder::Holds)));
+        EXPECT_EQ(waiting.end() - holding, 10);
+        for (auto reader = holding; reader != waiting.end(); ++reader) {
             EXPECT_EQ(CountersOf(lock_).waitingReaders, left);
-            reader->End();
+            (*reader)->End();
         }
-        waiting.erase(holding.begin(), holding.end());
+        waiting.erase(holding, waiting.end());
     }
 }
 

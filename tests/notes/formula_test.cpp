@@ -408,7 +408,7 @@ TEST(Formula, NestingAndSizeAreBounded) {
                                                       {"a - (", ")", "b"},
                                                       {"(a - b * (", ") : c)", "d"}}) {
         const size_t nesting = std::string_view(opening).starts_with("(") ? 2 : 1;
-        const auto sum = [&](size_t depth) {
+        const auto sum = [&, opening = opening, closing = closing, innermost = innermost](size_t depth) {
             return Repeated(opening, depth) + innermost + Repeated(closing, depth) + " < 1";
         };
         const std::string deepest = Compiled(sum(maxFormulaNesting / nesting));

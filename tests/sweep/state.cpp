@@ -186,7 +186,8 @@ std::string WithoutId(const fs::path& path) {
 void AddCopies(const fs::path& server, const std::set<fs::path>& files, State& state) {
     size_t count = 0;
     for (const fs::path& path : files) {
-        if (!IsOfCopy(path)) {
+        // A mark that was being set anew as its run died means nothing, and goes with its copy.
+        if (!IsOfCopy(path) || path.filename() == "ended.recovery.tmp") {
             continue;
         }
         const bool isMark = path.filename() == "run" || path.filename() == "ended";

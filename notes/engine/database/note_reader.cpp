@@ -10,13 +10,14 @@ namespace {
 
 std::string Listed(const std::map<std::string, std::string>& attributes, const std::vector<std::string>& roles) {
     std::string text;
-    const auto add = [&](const std::string& part) { text += (text.empty() ? "" : ", ") + part; };
+    const auto add = [&](const std::string& part) { text.append(text.empty() ? "" : ", ").append(part); };
     if (const auto level = attributes.find("level"); level != attributes.end()) {
         add(level->second);
     }
     for (const auto& [name, value] : attributes) {
         if (name != "level" && value != "false") {
-            add(value == "true" ? name : name + " " + value);
+            add(name);
+            text.append(value == "true" ? "" : " ").append(value == "true" ? "" : value);
         }
     }
     for (const std::string& role : roles) {

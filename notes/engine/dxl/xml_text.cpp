@@ -72,14 +72,14 @@ private:
     std::string StartTag(const DxlNode& node, std::string_view& defaultUri) {
         const auto foreign = ForeignPartsOf(node.name);
         if (foreign && !foreign->prefix.empty()) {
-            const std::string name = foreign->prefix + ":" + std::string(foreign->local);
+            std::string name = foreign->prefix + ":" + std::string(foreign->local);
             out += "<" + name;
             Declare(*foreign);
             return name;
         }
         const bool own = node.name.starts_with("krx:");
         const std::string_view uri = foreign ? foreign->uri : own ? defaultUri : dxl::namespaceUri;
-        const std::string name(foreign ? foreign->local : node.name);
+        std::string name(foreign ? foreign->local : node.name);
         out += "<" + name;
         if (uri != defaultUri) {
             out += AttributeText("xmlns", uri);

@@ -18,7 +18,8 @@ enum class Kind : uint8_t { condition, value, fieldName };
  *  logical operation to the right. */
 enum class Shape : uint8_t { none, leaf, function, prefix, logical, comparison, chain };
 
-struct Operation {
+// In the order of the table's columns.
+struct Operation { // NOLINT(clang-analyzer-optin.performance.Padding)
     char code;
     Shape shape;
     std::string_view symbol;

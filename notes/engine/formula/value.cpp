@@ -50,7 +50,7 @@ Value ListOf(WORD type, std::string_view bytes) {
     }
     Value value;
     for (size_t i = 0; i < entries; ++i) {
-        const Value entry = Single(type, bytes.substr(headSize + i * entrySize, entrySize));
+        Value entry = Single(type, bytes.substr(headSize + i * entrySize, entrySize));
         if (entry.type == ValueType::other) {
             return entry;
         }
@@ -338,6 +338,8 @@ Value Join(Workspace& work, Value left, const Value& right) {
     return left;
 }
 
+// All operations have one signature, whether they work on the left value itself or not.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 Value Add(Workspace& work, Value left, const Value& right) {
     return AreOf(ValueType::text, left, right)     ? Concatenate(work, left, right)
            : AreOf(ValueType::number, left, right) ? EachNumber(work, left, right, std::plus<>())
@@ -383,5 +385,6 @@ Value CountElements(Workspace&, Value left, const Value&) {
     const bool empty = IsText(left) && left.size() == 1 && left[0].text.empty();
     return left.type >= ValueType::other ? ErrorValue() : NumberValue(empty ? 0 : static_cast<double>(left.size()));
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace embedded
