@@ -30,8 +30,8 @@ constexpr unsigned char noBase64Value = 255;
 constexpr std::array<unsigned char, 256> MakeBase64Values() {
     std::array<unsigned char, 256> values{};
     values.fill(noBase64Value);
-    for (unsigned char value = 0; value < base64Digits.size(); ++value) {
-        values[static_cast<unsigned char>(base64Digits[value])] = value;
+    for (size_t value = 0; value < base64Digits.size(); ++value) {
+        values[static_cast<unsigned char>(base64Digits[value])] = static_cast<unsigned char>(value);
     }
     return values;
 }
