@@ -45,9 +45,10 @@ void FindLinks(const ServerFolder& server, Findings& findings) {
         std::error_code ignored; // what goes away meanwhile leads nowhere
         if (entry.is_symlink(ignored)) {
             requireInside(entry.path());
-        } else if (entry.is_regular_file(ignored) && entry.hard_link_count(ignored) > 1) {
+        } else if (const uintmax_t names = platform::NumberOfNames(entry.path());
+                   entry.is_regular_file(ignored) && names > 1) {
             findings.Fail(entry.path(), 0,
-                          "the file has " + std::to_string(entry.hard_link_count(ignored)) +
+                          "the file has " + std::to_string(names) +
                               " names: an upgrade would change it under each of them",
                           "put a copy in its place: cp FILE FILE.new && mv FILE.new FILE");
         }

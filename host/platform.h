@@ -53,6 +53,9 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
  *  user must still be able to open it. Nothing happens where the system has no such notion. */
 void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& from) noexcept;
 
+/** How many names a file has on its disk; 1 when that cannot be found out. The library's own count is 1 on Windows. */
+[[nodiscard]] uintmax_t NumberOfNames(const std::filesystem::path& file) noexcept;
+
 /** Why a file cannot be read, or a file or folder not written, in the system's words; empty when it can. Both leave it
  *  as it is. */
 [[nodiscard]] std::string WhyUnreadable(const std::filesystem::path& file);

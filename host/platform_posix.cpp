@@ -158,6 +158,12 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
     check(fsync(target.Get()) == 0);
 }
 
+uintmax_t NumberOfNames(const std::filesystem::path& file) noexcept {
+    std::error_code unknown;
+    const uintmax_t names = std::filesystem::hard_link_count(file, unknown);
+    return unknown ? 1 : names;
+}
+
 void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& from) noexcept {
     struct stat old = {};
     if (stat(from.c_str(), &old) == 0) {

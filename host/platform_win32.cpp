@@ -143,6 +143,12 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
     FlushToDisk(to);
 }
 
+uintmax_t NumberOfNames(const std::filesystem::path& file) noexcept {
+    const Handle opened = Open(file, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
+    BY_HANDLE_FILE_INFORMATION information = {};
+    return opened && GetFileInformationByHandle(opened.get(), &information) != 0 ? information.nNumberOfLinks : 1;
+}
+
 void TakeOwner(const std::filesystem::path& /*path*/, const std::filesystem::path& /*from*/) noexcept {
     // A new file has the access list of its folder, whoever makes it.
 }
