@@ -18,6 +18,11 @@ std::string DescribeThis(const std::string& command) {
     return "krxpatch " + command + " by " + platform::DescribeProcess() + ", since " + TimeText(Now());
 }
 
+bool HasHoldFile(const std::filesystem::path& dataDirectory) {
+    std::error_code ignored; // what cannot be looked at leaves no trace to clear
+    return std::filesystem::exists(HoldFile(dataDirectory), ignored);
+}
+
 platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::string& description) {
     RequireNotHeld(dataDirectory); // asked first: another user's file cannot even be opened to try
     try {

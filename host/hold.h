@@ -16,6 +16,9 @@ namespace krxpatch {
 /** A command to others: what it is, who runs it where, and since when, as one line. */
 [[nodiscard]] std::string DescribeThis(const std::string& command);
 
+/** Whether the file of a hold is there: of a command at work, or of one that died, which holds nothing. */
+[[nodiscard]] bool HasHoldFile(const std::filesystem::path& dataDirectory);
+
 /** Holds a data directory for as long as the result lives. Throws Failure, as held, when another command holds it, and
  *  as not started when it cannot be written. `description` tells others who holds it. */
 [[nodiscard]] platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::string& description);

@@ -330,6 +330,12 @@ void DiscardOthers(const RecoveryCopy& copy) {
     }
 }
 
+void RemoveHalfMarks(const fs::path& productFolder) {
+    for (const RecoveryCopy& copy : CopiesOf(productFolder)) {
+        RemoveFile(WithSuffix(EndedFile(copy.Folder()), ".recovery.tmp"));
+    }
+}
+
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     RequireWhole(copy.Folder());
     const auto fail = [&](ExitCode exitCode, const std::string& what) {

@@ -73,6 +73,9 @@ void MarkEnded(const RecoveryCopy& copy, const char* how);
 /** Removes all copies but this one. */
 void DiscardOthers(const RecoveryCopy& copy);
 
+/** Removes what commands that died over the mark of a copy have left beside it. */
+void RemoveHalfMarks(const std::filesystem::path& productFolder);
+
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
  *  removed). The copy stays. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
  *  again then. */

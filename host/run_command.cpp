@@ -203,6 +203,10 @@ bool Upgrade::IsAnythingToDo() {
     if (!CompareWithBuild(subject.databases, *facts_.patchBuild).Reached() || HasKeptFiles(server)) {
         return true;
     }
+    if (!hold_ && HasHoldFile(server.DataDirectory())) { // a run that died at its very end has left traces
+        hold_.emplace(Hold(server.DataDirectory(), description_));
+        RemoveHalfMarks(server.ProductFolder());
+    }
     std::cout << FormatDatabases(subject.databases) << '\n';
     report_["builds"] = builds;
     Judge(server, subject.databases, {});

@@ -186,8 +186,7 @@ std::string WithoutId(const fs::path& path) {
 void AddCopies(const fs::path& server, const std::set<fs::path>& files, State& state) {
     size_t count = 0;
     for (const fs::path& path : files) {
-        // A mark that was being set anew as its run died means nothing, and goes with its copy.
-        if (!IsOfCopy(path) || path.filename() == "ended.recovery.tmp") {
+        if (!IsOfCopy(path)) {
             continue;
         }
         const bool isMark = path.filename() == "run" || path.filename() == "ended";
@@ -223,7 +222,7 @@ State ReadState(const fs::path& server, const Replacements& replacements) {
         if (path.parent_path() == "data/krxtemp" && path.extension() != ".dbg") {
             state["file/" + path.string()] = "a file that is no log";
         }
-        if (IsRecord(path)) { // a hold, too: that of a command which died holds nothing, and may stay
+        if (IsRecord(path) && path.filename() != "krxpatch.hold") {
             continue;
         }
         const std::string bytes = ReadFile(server / path);
