@@ -1,6 +1,7 @@
 #include "change_report.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "common/ascii_text.h"
 #include "text_table.h"
@@ -55,11 +56,11 @@ size_t DatabaseChange::CountLost() const {
     return static_cast<size_t>(std::ranges::count_if(notes, [](const NoteChange& note) { return !note.lost.empty(); }));
 }
 
-void AddFailures(ChangeReport& report, const std::string& code) {
-    for (const StateFinding& finding : report.findings) {
-        if (finding.level == StateFinding::Level::failure) {
-            report.errors.push_back(
-                {code, finding.subject + ": " + finding.text + (finding.remedy.empty() ? "" : ". " + finding.remedy)});
+void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, const std::string& code) {
+    for (const Finding& finding : findings) {
+        if (finding.level == Level::failure) {
+            report.errors.push_back({code, (finding.file.empty() ? finding.subject + ": " : "") + Describe(finding) +
+                                               (finding.remedy.empty() ? "" : ". " + finding.remedy)});
         }
     }
     if (!report.errors.empty()) {
@@ -106,6 +107,13 @@ std::string Summary(const ChangeReport& report) {
         const size_t more = report.errors.size() - 1;
         return report.errors.front().message + (more == 0 ? "" : " (and " + std::to_string(more) + " more)");
     }
+    if (report.command == "check") {
+        return "Nothing stands in the way of an upgrade.";
+    }
+    if (report.command == "run") {
+        return (report.safetyCopy.empty() ? "Nothing to do" : "Done") + std::string(": the product databases carry build ") +
+               report.builds + ".";
+    }
     if (report.command == "verify") {
         return "The upgrade is really done: everything is as build " + report.patchBuild + " is to leave it.";
     }
@@ -125,6 +133,12 @@ std::string Summary(const ChangeReport& report) {
         text += "; " + Counted(lost, "change") + " of the customer's would be lost";
     }
     return text + ".";
+}
+
+std::string DurationText(const ChangeReport& report) {
+    char seconds[32] = "";
+    (void)std::snprintf(seconds, sizeof seconds, "%.1f", *report.seconds); // its length; it fits
+    return std::string("The upgrade took ") + seconds + (report.withPauses ? " s." : " s, without its pauses.");
 }
 
 std::string Counted(size_t count, const std::string& thing) {
@@ -153,18 +167,6 @@ const char* NameOf(NoteGroup group) {
         break;
     }
     return "design";
-}
-
-const char* NameOf(StateFinding::Level level) {
-    switch (level) {
-    case StateFinding::Level::warning:
-        return "warn";
-    case StateFinding::Level::failure:
-        return "FAIL";
-    case StateFinding::Level::ok:
-        break;
-    }
-    return "ok";
 }
 
 } // namespace krxpatch

@@ -1,4 +1,4 @@
-// What plan, diff and verify tell: one data model, which text_report, json_report and html_report show.
+// What check, plan, run, verify and diff tell: one data model, which text_report, json_report and html_report show.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "failure.h"
+#include "finding.h"
 
 namespace krxpatch {
 
@@ -94,15 +95,6 @@ struct ConsoleCommand {
     [[nodiscard]] bool Succeeded() const { return outcome.starts_with("done"); }
 };
 
-/** What an examination of the end state found. */
-struct StateFinding {
-    enum class Level { ok, warning, failure };
-    Level level = Level::ok;
-    std::string subject; // the database or file
-    std::string text;    // cause first
-    std::string remedy;  // what to do; empty when all is well
-};
-
 struct ReportError {
     std::string code; // to programs
     std::string message;
@@ -112,22 +104,27 @@ struct ChangeReport {
     std::string command;
     ExitCode exitCode = succeeded;
     std::vector<ReportError> errors; // none: the command could do what it is for
-    std::string before;              // what is compared, by its path; of verify and plan the server folder
+    std::string before;              // what is compared, by its path; of check, plan, run and verify the server folder
     std::string after;
     std::string patchBuild;
+    std::string builds;                    // of a run: what the product databases carry at its end
+    std::string safetyCopy;                // of a run: the ID of the copy that restore puts back
     std::optional<double> seconds;         // that the upgrade took
+    bool withPauses = false;               // the time includes them
     std::vector<DatabaseChange> databases; // those that differ; of a comparison of two files the one
     size_t equalDatabases = 0;
     std::vector<FileChange> files;
     std::vector<ConsoleCommand> console;
-    std::vector<StateFinding> findings;
+    std::vector<Finding> findings;
 };
 
-/** Makes each finding that is a failure an error of this code; with any error the exit code is "failed". */
-void AddFailures(ChangeReport& report, const std::string& code);
+/** Makes each of these findings that is a failure an error of this code; with any error the exit code is "failed". */
+void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, const std::string& code);
 
 /** The gist in one sentence. */
 [[nodiscard]] std::string Summary(const ChangeReport& report);
+/** How long the upgrade took, as a sentence; needs the time. */
+[[nodiscard]] std::string DurationText(const ChangeReport& report);
 /** What changes in a database, in a few words: "3 documents added, 1 design note changed". */
 [[nodiscard]] std::string Summary(const DatabaseChange& database);
 
@@ -135,6 +132,5 @@ void AddFailures(ChangeReport& report, const std::string& code);
 [[nodiscard]] std::string Counted(size_t count, const std::string& thing);
 [[nodiscard]] const char* NameOf(Change change);
 [[nodiscard]] const char* NameOf(NoteGroup group);
-[[nodiscard]] const char* NameOf(StateFinding::Level level);
 
 } // namespace krxpatch

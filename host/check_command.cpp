@@ -1,11 +1,7 @@
-#include <iostream>
 #include <optional>
-
-#include <nlohmann/json.hpp>
 
 #include "checks.h"
 #include "commands.h"
-#include "findings_json.h"
 
 namespace krxpatch {
 namespace {
@@ -16,20 +12,19 @@ std::vector<Finding> FindAll(const std::filesystem::path& folder) {
     try {
         server.emplace(folder, ServerFolder::Access::readOnly);
     } catch (const Failure& failure) {
-        return {{"server folder", Level::failure, {}, 0, failure.what(), "correct that, then check again"}};
+        return {{Level::failure, "server folder", {}, 0, failure.what(), "correct that, then check again"}};
     }
     return RunChecks(Examine(*server, false));
 }
 
 } // namespace
 
-ExitCode CheckServer(const CheckOptions& options, Report& report) {
-    const std::vector<Finding> findings = FindAll(options.server);
-    AddFindings(report, findings);
-    std::cout << FormatFindings(findings, false, options.colour);
-    const bool fails = AnyFails(findings);
-    std::cout << (fails ? "\nAn upgrade would fail.\n" : "\nNothing stands in the way of an upgrade.\n");
-    return fails ? failed : succeeded;
+ExitCode CheckServer(const CheckOptions& options) {
+    return OutputReport("check", options.output, [&](ChangeReport& report) {
+        report.before = options.server.string();
+        report.findings = FindAll(options.server);
+        AddFailures(report, report.findings, "would-fail");
+    });
 }
 
 } // namespace krxpatch

@@ -11,20 +11,10 @@
 
 #include "config_file.h"
 #include "database_report.h"
+#include "finding.h"
 #include "server_folder.h"
 
 namespace krxpatch {
-
-enum class Level { ok, warning, failure };
-
-struct Finding {
-    std::string check; // its name
-    Level level = Level::ok;
-    std::filesystem::path file; // that it is about; may be empty
-    size_t line = 0;            // of the file; 0 when it is not about one
-    std::string message;        // what is wrong, or for ok what was looked at
-    std::string remedy;         // what to do; empty for ok
-};
 
 /** What the checks look at. */
 struct CheckSubject {
@@ -44,12 +34,12 @@ struct CheckSubject {
 /** What one check finds. */
 class Findings {
 public:
-    void Ok(const std::string& message) { Add({{}, Level::ok, {}, 0, message, {}}); }
+    void Ok(const std::string& message) { Add({Level::ok, {}, {}, 0, message, {}}); }
     void Warn(const std::filesystem::path& file, size_t line, const std::string& message, const std::string& remedy) {
-        Add({{}, Level::warning, file, line, message, remedy});
+        Add({Level::warning, {}, file, line, message, remedy});
     }
     void Fail(const std::filesystem::path& file, size_t line, const std::string& message, const std::string& remedy) {
-        Add({{}, Level::failure, file, line, message, remedy});
+        Add({Level::failure, {}, file, line, message, remedy});
     }
 
     [[nodiscard]] const std::vector<Finding>& All() const noexcept { return all_; }
@@ -79,19 +69,8 @@ struct CheckRow {
  *  and files with more than one name. */
 void FindLinks(const ServerFolder& server, Findings& findings);
 
-/** The findings of every check; one that finds nothing wrong has one that is ok. With `afterDeadRun`, only of checks
+/** The findings of every check, whose name is their subject; one that finds nothing wrong has one that is ok. With `afterDeadRun`, only of checks
  *  that do not depend on what that run has left. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun = false);
-
-[[nodiscard]] bool AnyFails(const std::vector<Finding>& findings);
-
-/** In the form FILE:LINE: message. */
-[[nodiscard]] std::string Describe(const Finding& finding);
-
-/** The failures in one line: the first, and how many more there are. */
-[[nodiscard]] std::string DescribeFailures(const std::vector<Finding>& findings);
-
-/** One line for each finding, with what to do below it; with `onlyBad`, without those that are ok. */
-[[nodiscard]] std::string FormatFindings(const std::vector<Finding>& findings, bool onlyBad, bool colour);
 
 } // namespace krxpatch

@@ -75,16 +75,16 @@ public:
 
     [[nodiscard]] CommandLine Chosen() const { return chosen_; }
     [[nodiscard]] bool IsSwitch(const std::string& name) const { return switches_.contains(name); }
+    /** Whether a command prints its report itself. */
+    [[nodiscard]] bool PrintsReport(const std::string& command) const { return reporters_.contains(command); }
 
 private:
     void AddCheck() {
         CLI::App* command = Add("check", "Tell all that can be seen to go wrong in an upgrade; writes nothing");
         const auto options = std::make_shared<CheckOptions>();
         AddServer(command, options->server);
-        Carry(command, [options](const Look& look, Report& report) {
-            options->colour = look.Colour();
-            return CheckServer(*options, report);
-        });
+        AddPage(command, options->output);
+        CarryAndPrint(command, options, CheckServer);
     }
 
     void AddRun() {
@@ -97,11 +97,8 @@ private:
         AddSwitch(command, "--real-time", options->realTime, "Keep the pauses, which are skipped otherwise");
         AddSwitch(command, "--force", options->force, "Go on whatever the checks say");
         AddSwitch(command, "-v,--verbose", options->verbose, "Show the lines of the module's own log");
-        Carry(command, [options](const Look& look, Report& report) {
-            options->colour = look.Colour();
-            platform::NoteInterrupts();
-            return Run(*options, report);
-        });
+        AddPage(command, options->output);
+        CarryAndPrint(command, options, Run);
     }
 
     void AddRestore() {
@@ -169,6 +166,7 @@ private:
         CLI::App* command = Add("verify", "Tell whether an upgrade is really done; writes nothing");
         const auto options = std::make_shared<VerifyOptions>();
         AddServer(command, options->server);
+        AddPage(command, options->output);
         CarryAndPrint(command, options, Verify);
     }
 
@@ -258,7 +256,7 @@ private:
         return command->add_flag(name, on, description)->disable_flag_override();
     }
 
-    static void AddPage(CLI::App* command, ReportOptions& options) {
+    void AddPage(CLI::App* command, ReportOptions& options) {
         AddPath(command, "--html", options.html, "FILE", "Write the report as one HTML file, too");
     }
 
@@ -268,9 +266,11 @@ private:
                        ExitCode (*carryOut)(const Options& options)) {
         command->callback([this, name = command->get_name(), options, carryOut] {
             options->output.json = look_->json;
+            options->output.colour = look_->Colour();
             chosen_ = {name, look_->json, look_->quiet, true,
                        [options, carryOut](Report&) { return carryOut(*options); }};
         });
+        reporters_.insert(command->get_name());
     }
 
     template<class Command>
@@ -285,6 +285,7 @@ private:
     std::shared_ptr<Look> look_ = std::make_shared<Look>();
     CommandLine chosen_;
     std::set<std::string> switches_;
+    std::set<std::string> reporters_;
 };
 
 /** How many letters to change, add or take away to make one word of another. */
@@ -329,18 +330,8 @@ void RequireCommand(const CLI::App& program, const std::vector<std::string>& arg
                                   (meant.empty() ? "" : "; is " + meant + " meant?") + " (krxpatch --help tells more)");
 }
 
-} // namespace
-
-CommandLine ParseCommandLine(std::vector<std::string> arguments) {
-    CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
-    program.formatter(std::make_shared<HelpText>()); // the commands have it too
-    program.set_help_flag("-h,--help", "Print this help and exit");
-    program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
-    program.require_subcommand(0, 1); // a missing one is reported below
-    program.footer(ExitCodesText());
-    Registration registration(program);
-    registration.AddAll();
-
+/** Throws Failure. */
+CommandLine Parse(CLI::App& program, const Registration& registration, std::vector<std::string> arguments) {
     RequireCommand(program, arguments);
     for (const std::string& argument : arguments) {
         if (const size_t equals = argument.find('=');
@@ -363,8 +354,40 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments) {
     return registration.Chosen();
 }
 
-bool AsksForJson(const std::vector<std::string>& arguments) {
-    return std::ranges::find(arguments, "--json") != arguments.end();
+/** What tells of the failure as the command would have. */
+CommandLine Refuse(const Registration& registration, const std::vector<std::string>& arguments,
+                   const Failure& failure) {
+    CommandLine line;
+    line.command = arguments.empty() || arguments.front().starts_with('-') ? "" : arguments.front();
+    line.json = std::ranges::find(arguments, "--json") != arguments.end();
+    line.printsReport = registration.PrintsReport(line.command);
+    line.run = [line, failure](Report&) -> ExitCode {
+        if (!line.printsReport) {
+            throw failure;
+        }
+        ReportOptions output;
+        output.json = line.json;
+        return OutputReport(line.command, output, [&](ChangeReport&) { throw failure; });
+    };
+    return line;
+}
+
+} // namespace
+
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
+    CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
+    program.formatter(std::make_shared<HelpText>()); // the commands have it too
+    program.set_help_flag("-h,--help", "Print this help and exit");
+    program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
+    program.require_subcommand(0, 1); // a missing one is reported below
+    program.footer(ExitCodesText());
+    Registration registration(program);
+    registration.AddAll();
+    try {
+        return Parse(program, registration, arguments);
+    } catch (const Failure& failure) {
+        return Refuse(registration, arguments, failure);
+    }
 }
 
 } // namespace krxpatch

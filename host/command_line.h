@@ -18,10 +18,7 @@ struct CommandLine {
     std::function<ExitCode(Report& report)> run;
 };
 
-/** Touches nothing. Throws Failure, as not started, for a command line that is not wholly understood. */
-[[nodiscard]] CommandLine ParseCommandLine(std::vector<std::string> arguments);
-
-/** Whether a bad command line asks for JSON. */
-[[nodiscard]] bool AsksForJson(const std::vector<std::string>& arguments);
+/** Touches nothing. Where the command line is not wholly understood, `run` fails, as not started. */
+[[nodiscard]] CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
 
 } // namespace krxpatch

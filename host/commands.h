@@ -32,13 +32,14 @@ struct RehearseOptions {
 /** Copies a server folder into one that is new or empty, for an upgrade to be rehearsed there. Links are resolved, and
  *  nothing of the original is written or shared. The copy takes its place whole or not at all. */
 [[nodiscard]] ExitCode Rehearse(const RehearseOptions& options);
+
 struct CheckOptions {
     std::filesystem::path server;
-    bool colour = false;
+    ReportOptions output;
 };
 
 /** Tells all that can be seen to go wrong in an upgrade, and what to do about it. Writes nothing. */
-[[nodiscard]] ExitCode CheckServer(const CheckOptions& options, Report& report);
+[[nodiscard]] ExitCode CheckServer(const CheckOptions& options);
 
 struct RunOptions {
     std::filesystem::path server;
@@ -46,14 +47,14 @@ struct RunOptions {
     bool realTime = false; // keep the pauses
     bool force = false;    // whatever the checks say
     bool verbose = false;  // show the module's own log
-    bool colour = false;
+    ReportOptions output;
 };
 
 /** Upgrades a server: checks it, keeps a copy of the product folder, shows the module's steps as they happen, then what
- *  became of each database. What an earlier run that died has changed is put back first. Begins and ends the process's
+ *  became of each database, and verifies that. What an earlier run that died has changed is put back first. Begins and ends the process's
  *  session, and loads and unloads the module. When it is interrupted while the module is at work, it ends the process.
  *  */
-[[nodiscard]] ExitCode Run(const RunOptions& options, Report& report);
+[[nodiscard]] ExitCode Run(const RunOptions& options);
 
 struct RestoreOptions {
     std::filesystem::path server;

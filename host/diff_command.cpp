@@ -1,7 +1,7 @@
 #include "commands.h"
 
 #include "database_diff.h"
-#include "folder_view.h"
+#include "session_view.h"
 #include "path_checks.h"
 #include "report_output.h"
 

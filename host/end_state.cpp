@@ -16,14 +16,15 @@
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
 #include "note_reader.h"
+#include "patch_entries.h"
 #include "platform.h"
+#include "session_view.h"
 #include "text_table.h"
 
 namespace krxpatch {
 namespace {
 
 namespace fs = std::filesystem;
-using Level = StateFinding::Level;
 using Items = std::vector<NamedItem>;
 
 constexpr const char* putBackOrAgain = "`krxpatch restore` puts the server back as it was; then the upgrade can be run "
@@ -39,21 +40,14 @@ std::string ServerName() {
     return platform::Utf8FromNative(native);
 }
 
-std::string IdInUse() {
-    char name[1024];
-    (void)EmbIdName(name, sizeof name); // names are shorter
-    return name;
+/** Null when it is none of the databases of the product's table; their templates are none. */
+const updkrx::ProductDatabase* ProductOf(const std::string& name) {
+    const updkrx::ProductDatabase* product = FindProduct(name);
+    return product != nullptr && name == product->databaseName ? product : nullptr;
 }
 
 bool Has(const std::vector<std::string>& texts, const std::string& text) {
     return std::ranges::find(texts, text) != texts.end();
-}
-
-/** Null when the database is none of the product's table. */
-const updkrx::ProductDatabase* FindProduct(const std::string& name) {
-    const auto found = std::ranges::find_if(
-        updkrx::ProductDatabases, [&](const updkrx::ProductDatabase& each) { return name == each.databaseName; });
-    return found == updkrx::ProductDatabases.end() ? nullptr : &*found;
 }
 
 /** A few of many, in one text. */
@@ -185,7 +179,7 @@ public:
     Examination(const ServerFolder& server, const PatchFacts& facts)
         : server_(server), facts_(facts), id_(IdInUse()), mailServer_(ServerName()) {}
 
-    std::vector<StateFinding> Run() {
+    std::vector<Finding> Run() {
         const std::vector<DatabaseReport> reports = ReadDatabases(server_.DatabaseNames());
         if (const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
             state.behind.size() == state.databases) {
@@ -206,14 +200,14 @@ public:
 
 private:
     void Fail(const std::string& subject, const std::string& text, const std::string& remedy) {
-        findings_.push_back({Level::failure, subject, text, remedy});
+        findings_.push_back({Level::failure, subject, {}, 0, text, remedy});
     }
     void Warn(const std::string& subject, const std::string& text, const std::string& remedy) {
-        findings_.push_back({Level::warning, subject, text, remedy});
+        findings_.push_back({Level::warning, subject, {}, 0, text, remedy});
     }
 
     void Examine(const DatabaseReport& report) {
-        const updkrx::ProductDatabase* product = FindProduct(report.name);
+        const updkrx::ProductDatabase* product = ProductOf(report.name);
         if (product == nullptr && !Has(facts_.entries, report.name)) {
             return; // not the upgrade's
         }
@@ -230,7 +224,7 @@ private:
             }
         }
         if (findings_.size() == before) {
-            findings_.push_back({Level::ok, report.name,
+            findings_.push_back({Level::ok, report.name, {}, 0,
                                  BuildsOf(report) + ", " + std::to_string(report.signedNotes) + " of " +
                                      std::to_string(report.designNotes) + " design notes signed" +
                                      (report.designHidden ? ", design hidden" : ""),
@@ -328,7 +322,7 @@ private:
         const fs::path delivered = facts_.programFolder / name;
         const fs::path installed = server_.ProductFolder() / name;
         if (!fs::exists(installed)) {
-            if (FindProduct(name) == nullptr) { // of which it is told already
+            if (ProductOf(name) == nullptr) { // of which it is told already
                 Fail(name, "is not installed", putBackOrAgain);
             }
             return;
@@ -407,12 +401,12 @@ private:
     const PatchFacts& facts_;
     std::string id_;
     std::string mailServer_;
-    std::vector<StateFinding> findings_;
+    std::vector<Finding> findings_;
 };
 
 } // namespace
 
-std::vector<StateFinding> ExamineEndState(const ServerFolder& server, const PatchFacts& facts) {
+std::vector<Finding> ExamineEndState(const ServerFolder& server, const PatchFacts& facts) {
     return Examination(server, facts).Run();
 }
 

@@ -3,13 +3,13 @@
 
 #include <vector>
 
-#include "change_report.h"
+#include "finding.h"
 #include "server_folder.h"
 
 namespace krxpatch {
 
 /** Needs the session; writes nothing. Each database has at least one finding: what is wrong with it, or that all is as
  *  it should be. */
-[[nodiscard]] std::vector<StateFinding> ExamineEndState(const ServerFolder& server, const PatchFacts& facts);
+[[nodiscard]] std::vector<Finding> ExamineEndState(const ServerFolder& server, const PatchFacts& facts);
 
 } // namespace krxpatch

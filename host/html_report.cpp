@@ -1,6 +1,5 @@
 #include "html_report.h"
 
-#include <cmath>
 #include <ctime>
 #include <string_view>
 
@@ -92,7 +91,7 @@ void PrintNote(std::ostream& out, const DatabaseChange& database, const NoteChan
         << "\">" << NameOf(note.change) << "</span> " << Escaped(note.kind) << " <strong>" << Escaped(note.name)
         << "</strong>" << (note.lost.empty() ? "" : " <span class=\"tag removed\">lost</span>") << "</summary><div>";
     if (!note.lost.empty()) {
-        out << "<p class=lost>Would be lost: " << Escaped(note.lost) << "</p>";
+        out << "<p class=lost>Lost: " << Escaped(note.lost) << "</p>";
     }
     out << "<a class=unid href=\"#" << id << "\"><code>" << note.unid << "</code></a>\n";
     if (!note.unidBefore.empty()) {
@@ -183,8 +182,16 @@ std::string NowText() {
     return text;
 }
 
+const char* TitleOf(const std::string& command) {
+    return command == "plan"     ? "Upgrade plan"
+           : command == "check"  ? "Check before an upgrade"
+           : command == "run"    ? "Upgrade"
+           : command == "verify" ? "Verification of an upgrade"
+                                 : "Comparison";
+}
+
 void PrintHead(std::ostream& out, const ChangeReport& report) {
-    const std::string title = report.command == "plan" ? "Upgrade plan" : "Comparison";
+    const std::string title = TitleOf(report.command);
     // Nothing may be loaded, whatever text got into the page.
     out << "<!DOCTYPE html>\n<html lang=en>\n<head>\n<meta charset=utf-8>\n"
            "<meta name=viewport content=\"width=device-width, initial-scale=1\">\n"
@@ -202,13 +209,13 @@ void PrintHead(std::ostream& out, const ChangeReport& report) {
 }
 
 void PrintFindings(std::ostream& out, const ChangeReport& report) {
-    PrintSection(out, "Findings", "<th></th><th>database</th><th>finding</th>", report.findings,
-                 [&](const StateFinding& finding) {
-                     const char* colour = finding.level == StateFinding::Level::failure   ? "removed"
-                                          : finding.level == StateFinding::Level::warning ? "changed"
+    PrintSection(out, "Findings", "<th></th><th>about</th><th>finding</th>", report.findings,
+                 [&](const Finding& finding) {
+                     const char* colour = finding.level == Level::failure   ? "removed"
+                                          : finding.level == Level::warning ? "changed"
                                                                                           : "added";
                      out << Tag(colour, NameOf(finding.level)) << Cell(finding.subject)
-                         << Cell(finding.text + (finding.remedy.empty() ? "" : ". " + finding.remedy));
+                         << Cell(Describe(finding) + (finding.remedy.empty() ? "" : ". " + finding.remedy));
                  });
 }
 
@@ -244,7 +251,7 @@ void PrintHtml(std::ostream& out, const ChangeReport& report) {
                          << Cell(command.outcome);
                  });
     if (report.seconds) {
-        out << "<p class=gist>The upgrade took " << std::lround(*report.seconds) << " s, without its pauses.</p>\n";
+        out << "<p class=gist>" << DurationText(report) << "</p>\n";
     }
     out << "</main>\n";
     if (!report.databases.empty()) {

@@ -51,9 +51,11 @@ Json ToJson(const ConsoleCommand& command) {
     return {{"command", command.command}, {"outcome", command.outcome}, {"succeeded", command.Succeeded()}};
 }
 
-Json ToJson(const StateFinding& finding) {
+Json ToJson(const Finding& finding) {
     return {{"level", NameOf(finding.level)},
             {"subject", finding.subject},
+            {"file", OrNull(finding.file.string())},
+            {"line", finding.line == 0 ? Json() : Json(finding.line)},
             {"text", finding.text},
             {"remedy", OrNull(finding.remedy)}};
 }
@@ -116,17 +118,26 @@ void PrintDatabase(std::ostream& out, const DatabaseChange& database) {
 
 } // namespace
 
+Json HeadOf(const std::string& command, ExitCode exitCode, const std::vector<ReportError>& errors) {
+    return {{"schema", schemaVersion},
+            {"command", command},
+            {"success", errors.empty()},
+            {"exitCode", static_cast<int>(exitCode)},
+            {"errors", ToJson(errors)}};
+}
+
 void PrintJson(std::ostream& out, const ChangeReport& report) {
     out << "{\n";
-    PrintMember(out, "schema", schemaVersion);
-    PrintMember(out, "command", report.command);
-    PrintMember(out, "success", report.errors.empty());
-    PrintMember(out, "exitCode", static_cast<int>(report.exitCode));
+    const Json head = HeadOf(report.command, report.exitCode, report.errors);
+    for (const auto& [name, value] : head.items()) {
+        PrintMember(out, name.c_str(), value);
+    }
     PrintMember(out, "summary", Summary(report));
-    PrintMember(out, "errors", ToJson(report.errors));
     PrintMember(out, "before", report.before);
     PrintMember(out, "after", OrNull(report.after));
     PrintMember(out, "patchBuild", OrNull(report.patchBuild));
+    PrintMember(out, "builds", OrNull(report.builds));
+    PrintMember(out, "safetyCopy", OrNull(report.safetyCopy));
     PrintMember(out, "seconds", report.seconds ? Json(*report.seconds) : Json());
     PrintMember(out, "findings", ToJson(report.findings));
     PrintMember(out, "console", ToJson(report.console));

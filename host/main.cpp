@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "command_line.h"
+#include "json_report.h"
 #include "platform.h"
 
 namespace krxpatch {
@@ -31,19 +32,11 @@ private:
     std::streambuf* shown_;
 };
 
-constexpr int schema = 1;
-
-/** The report of every command, whatever came of it: what it is about, success, errors, and what the command adds. */
+/** The report of a command that does not print it itself, whatever came of it. */
 void PrintReport(const std::string& command, ExitCode exitCode, const std::string& error, const Report& content) {
-    Report report = {{"schema", schema},
-                     {"command", command},
-                     {"success", exitCode == succeeded || exitCode == changesPending},
-                     {"exitCode", static_cast<int>(exitCode)},
-                     {"errors", Report::array()}};
+    const std::vector<ReportError> errors = {{NameOf(exitCode), error}};
+    Report report = HeadOf(command, exitCode, error.empty() ? std::vector<ReportError>() : errors);
     report.update(content);
-    if (!error.empty() && report["errors"].empty()) {
-        report["errors"].push_back({{"code", NameOf(exitCode)}, {"message", error}});
-    }
     // Names that are no UTF-8 are shown with replacement characters rather than not at all.
     std::cout << report.dump(2, ' ', false, Report::error_handler_t::replace) << '\n';
 }
@@ -65,22 +58,18 @@ ExitCode Guarded(std::string& error, const Work& work) {
 }
 
 int Main(const std::vector<std::string>& arguments) {
-    CommandLine line;
+    const CommandLine line = ParseCommandLine(arguments);
     Report report = Report::object();
     std::string error;
-    ExitCode exitCode = Guarded(error, [&] {
-        line = ParseCommandLine(arguments);
-        return succeeded;
-    });
-    const bool json = line.json || (!error.empty() && AsksForJson(arguments));
+    ExitCode exitCode = succeeded;
     if (line.run) {
         std::optional<SilentOutput> silent;
-        if ((line.json && !line.printsReport) || line.quiet) {
+        if (line.json ? !line.printsReport : line.quiet) {
             silent.emplace();
         }
         exitCode = Guarded(error, [&] { return line.run(report); });
     }
-    if (json && !line.printsReport) {
+    if (line.run && line.json && !line.printsReport) {
         PrintReport(line.command, exitCode, error, report);
     }
     if (!std::cout.flush() && error.empty()) { // what was done so far stands before the reason

@@ -1,13 +1,12 @@
 #include "commands.h"
 
 #include <chrono>
+#include <iostream>
 #include <memory>
-#include <sstream>
 
 #include "database_report.h"
 #include "embedded_notes.h"
 #include "end_state.h"
-#include "folder_view.h"
 #include "hold.h"
 #include "lost_changes.h"
 #include "path_checks.h"
@@ -16,6 +15,8 @@
 #include "report_output.h"
 #include "server_copy.h"
 #include "server_folder.h"
+#include "session_view.h"
+#include "upgrade_module.h"
 
 namespace krxpatch {
 namespace {
@@ -50,12 +51,6 @@ void RequireOutside(const fs::path& html, const ServerFolder& server) {
     }
 }
 
-std::string FetchIdName() {
-    char name[1024];
-    (void)EmbIdName(name, sizeof name); // names are shorter
-    return name;
-}
-
 std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts& facts) {
     try {
         return std::make_unique<ServerCopy>(server, facts);
@@ -70,7 +65,7 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     RequireOutside(options.output.html, server);
     RequireQuiet(server);
-    Original original{ViewOf(server), ReadPatchFacts(server), FetchIdName(), nullptr};
+    Original original{ViewOf(server), ReadPatchFacts(server), IdInUse(), nullptr};
     if (!original.facts.patchBuild) {
         throw Failure(notStarted, original.facts.problem);
     }
@@ -84,30 +79,28 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     return original;
 }
 
-std::vector<ConsoleCommand> ConsoleCommands() {
-    std::string transcript(EmbConsoleTranscript(nullptr, 0) + 1, '\0'); // with the terminator
-    (void)EmbConsoleTranscript(transcript.data(), static_cast<DWORD>(transcript.size()));
-    std::vector<ConsoleCommand> commands;
-    std::istringstream lines(transcript.c_str());
-    for (std::string time, outcome, command;
-         std::getline(lines, time, '\t') && std::getline(lines, outcome, '\t') && std::getline(lines, command);) {
-        commands.push_back({command, outcome});
-    }
-    return commands;
+/** What the module has under way cannot be stopped, so that the process ends as it is. */
+[[noreturn]] void EndInterrupted(const ServerCopy& copy) {
+    copy.Remove();
+    std::cerr << "krxpatch: interrupted; nothing of the server was changed" << std::endl;
+    std::_Exit(interrupted);
 }
 
 /** Runs the module on the copy, and returns the copy's databases. */
 DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, ChangeReport& report) {
     const ServerFolder server(copy.Path(), ServerFolder::Access::readWrite);
-    const platform::Library module(options.module);
-    auto* const entry = module.Find<STATUS()>("MainEntryPoint");
+    const UpgradeModule module(options.module);
     EmbClockSkipPauses();
     const auto start = std::chrono::steady_clock::now();
-    (void)entry(); // 0 whatever happened; the outcome is read from the databases
+    module.Run([&] {
+        if (platform::IsInterrupted()) {
+            EndInterrupted(copy);
+        }
+    });
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.console = ConsoleCommands();
     report.findings = ExamineEndState(server, ReadPatchFacts(server));
-    for (StateFinding& finding : report.findings) {
+    for (Finding& finding : report.findings) {
         finding.text = copy.AsOriginal(std::move(finding.text));
         finding.remedy = copy.AsOriginal(std::move(finding.remedy));
     }
@@ -115,11 +108,6 @@ DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, Chang
         command.outcome = copy.AsOriginal(std::move(command.outcome));
     }
     return ViewOf(server);
-}
-
-/** That all is well with a database goes without saying in a plan. */
-void KeepProblems(std::vector<StateFinding>& findings) {
-    std::erase_if(findings, [](const StateFinding& finding) { return finding.level == StateFinding::Level::ok; });
 }
 
 void MakePlan(const PlanOptions& options, ChangeReport& report) {
@@ -132,7 +120,7 @@ void MakePlan(const PlanOptions& options, ChangeReport& report) {
             error.message = original.copy->AsOriginal(std::move(error.message));
         }
     }
-    AddFailures(report, original.copy ? "would-fail" : "not-as-it-should-be");
+    AddFailures(report, report.findings, original.copy ? "would-fail" : "not-as-it-should-be");
     KeepProblems(report.findings);
     if (report.exitCode == succeeded && (!report.databases.empty() || !report.files.empty())) {
         report.exitCode = changesPending;
@@ -142,6 +130,7 @@ void MakePlan(const PlanOptions& options, ChangeReport& report) {
 } // namespace
 
 ExitCode Plan(const PlanOptions& options) {
+    platform::NoteInterrupts();
     return OutputReport("plan", options.output, [&](ChangeReport& report) { MakePlan(options, report); });
 }
 

@@ -11,28 +11,28 @@
 
 namespace krxpatch {
 
-Progress::Progress(const ServerFolder& server, Totals totals, bool verbose)
-    : log_(server.LogFolder(), LogFollower::From::now), totals_(std::move(totals)), verbose_(verbose),
-      onTerminal_(platform::OutputIsTerminal() && !verbose), step_("begin") {
+Progress::Progress(std::ostream& out, const ServerFolder& server, Totals totals, bool verbose)
+    : out_(out), log_(server.LogFolder(), LogFollower::From::now), totals_(std::move(totals)), verbose_(verbose),
+      onTerminal_(&out == &std::cout && platform::OutputIsTerminal() && !verbose), step_("begin") {
     std::error_code ignored; // what cannot be looked at is no folder
     if (!updkrx::IsDebugLogEnabled()) {
-        std::cout << "Steps cannot be shown: the module's log is off (KRX_ENABLE_KRENCY_LOG is not 1 in "
+        out_ << "Steps cannot be shown: the module's log is off (KRX_ENABLE_KRENCY_LOG is not 1 in "
                   << server.IniFile().string() << ").\n";
     } else if (!std::filesystem::is_directory(server.LogFolder(), ignored)) {
-        std::cout << "Steps cannot be shown: there is no folder for the module's log, " << server.LogFolder().string()
+        out_ << "Steps cannot be shown: there is no folder for the module's log, " << server.LogFolder().string()
                   << ".\n";
     } else if (const std::string why = platform::WhyUnwritable(server.LogFolder()); !why.empty()) {
-        std::cout << "Steps cannot be shown: the module's log cannot be written: " << server.LogFolder().string()
+        out_ << "Steps cannot be shown: the module's log cannot be written: " << server.LogFolder().string()
                   << ": " << why << ".\n";
     } else {
-        std::cout << "Steps\n";
+        out_ << "Steps\n";
     }
-    std::cout.flush();
+    out_.flush();
 }
 
 Progress::~Progress() {
     if (onTerminal_) {
-        std::cout << "\r\x1b[K" << std::flush;
+        out_ << "\r\x1b[K" << std::flush;
     }
 }
 
@@ -40,7 +40,7 @@ void Progress::ShowNews() {
     for (const LoggedLine& line : log_.TakeNewLines()) {
         messages_.push_back(line.message);
         if (verbose_) {
-            std::cout << "  " << Printable(line.message) << '\n';
+            out_ << "  " << Printable(line.message) << '\n';
         } else {
             ShowStep(line.message);
         }
@@ -48,7 +48,7 @@ void Progress::ShowNews() {
     if (onTerminal_) {
         ShowLine();
     }
-    std::cout.flush();
+    out_.flush();
 }
 
 void Progress::ShowStep(const std::string& message) {
@@ -66,12 +66,12 @@ void Progress::ShowStep(const std::string& message) {
         step_ += " (" + std::to_string(number) + " of " + std::to_string(total->second) + ")";
     }
     if (!onTerminal_) {
-        std::cout << "  " << TimeText(Now()) << "  " << step_ << '\n';
+        out_ << "  " << TimeText(Now()) << "  " << step_ << '\n';
     }
 }
 
 void Progress::ShowLine() {
-    std::cout << "\r\x1b[K  " << Elapsed() << "  " << step_;
+    out_ << "\r\x1b[K  " << Elapsed() << "  " << step_;
 }
 
 std::string Progress::Elapsed() const {

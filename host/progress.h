@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ public:
     /** How many there will be of a step, by its name. */
     using Totals = std::map<std::string, size_t>;
 
-    Progress(const ServerFolder& server, Totals totals, bool verbose);
+    Progress(std::ostream& out, const ServerFolder& server, Totals totals, bool verbose);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     /** Takes the changing line away. */
@@ -32,6 +33,7 @@ private:
     void ShowLine();
     [[nodiscard]] std::string Elapsed() const;
 
+    std::ostream& out_;
     LogFollower log_;
     Totals totals_;
     std::map<std::string, size_t> begun_;

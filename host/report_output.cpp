@@ -37,7 +37,7 @@ ExitCode OutputReport(const std::string& command, const ReportOptions& options,
     report.command = command;
     if (!options.json) {
         Work(options, work, report);
-        PrintText(std::cout, report);
+        PrintText(std::cout, report, options.colour);
         if (!report.errors.empty()) {
             throw Failure(report.exitCode, Summary(report));
         }

@@ -11,6 +11,7 @@ namespace krxpatch {
 
 struct ReportOptions {
     bool json = false;
+    bool colour = false;
     std::filesystem::path html; // empty: none
 };
 

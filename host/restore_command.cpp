@@ -71,7 +71,7 @@ void RequireNoLinks(const ServerFolder& server) {
     Findings findings;
     FindLinks(server, findings);
     if (!findings.All().empty()) {
-        throw Failure(notStarted, DescribeFailures(findings.All()));
+        throw Failure(notStarted, Describe(findings.All().front()));
     }
 }
 

@@ -1,13 +1,11 @@
 #include <algorithm>
 #include <chrono>
-#include <future>
 #include <iostream>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <string_view>
 #include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "behaviours.h"
 #include "checks.h"
@@ -15,30 +13,33 @@
 #include "database_report.h"
 #include "database_table.h"
 #include "embedded_notes.h"
-#include "findings_json.h"
+#include "end_state.h"
 #include "foundation/debug_log.h"
 #include "foundation/product_databases.h"
 #include "history.h"
 #include "hold.h"
+#include "json_report.h"
 #include "log_lines.h"
+#include "lost_changes.h"
 #include "platform.h"
 #include "progress.h"
 #include "recovery_copy.h"
 #include "server_folder.h"
+#include "session_view.h"
 #include "text_table.h"
+#include "upgrade_module.h"
 
 namespace krxpatch {
 namespace {
 
-using MainEntryPoint = STATUS();
-
-/** A run from its beginning to its end. */
+/** A run from its beginning to its end. It shows what happens as it happens, unless the report is for a program. */
 class Upgrade {
 public:
-    Upgrade(const RunOptions& options, MainEntryPoint* entry, Report& report)
-        : options_(options), entry_(entry), report_(report), description_(DescribeThis("run")) {}
+    Upgrade(const RunOptions& options, const UpgradeModule& module, ChangeReport& report)
+        : options_(options), module_(module), report_(report), out_(options.output.json ? nowhere_ : std::cout),
+          description_(DescribeThis("run")) {}
 
-    ExitCode Run();
+    void Run();
 
 private:
     /** The three parts of the work, each in a session of its own; the first two only read databases. */
@@ -47,14 +48,17 @@ private:
     void UpgradeDatabases();
 
     void RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun);
-    void CallModule(Progress& progress);
+    [[nodiscard]] std::vector<std::string> CallModule(const ServerFolder& server);
     [[noreturn]] void EndInterrupted();
     void Judge(const ServerFolder& server, const std::vector<DatabaseReport>& reports,
                const std::vector<std::string>& messages);
+    void AddChanges(const ServerFolder& server, const std::set<std::string>& wereOffline);
 
     const RunOptions& options_;
-    MainEntryPoint* entry_;
-    Report& report_;
+    const UpgradeModule& module_;
+    ChangeReport& report_;
+    std::ostream nowhere_{nullptr};
+    std::ostream& out_;
     std::string description_;
     std::optional<platform::HeldFile> hold_;
     std::optional<Chronicle> chronicle_; // once something may be touched
@@ -84,25 +88,12 @@ std::vector<std::string> NamesOf(const std::vector<DatabaseReport>& before, cons
     return {names.begin(), names.end()};
 }
 
-/** Lines of tab-separated fields: time, outcome, command. */
-void ShowConsoleCommands(const std::string& transcript) {
-    std::vector<std::vector<std::string>> rows;
-    std::istringstream lines(transcript);
-    for (std::string time, outcome, command;
-         std::getline(lines, time, '\t') && std::getline(lines, outcome, '\t') && std::getline(lines, command);) {
-        rows.push_back({"  " + command, outcome});
-    }
-    if (!rows.empty()) {
-        std::cout << "\nConsole commands\n" << FormatTable(rows);
-    }
-}
-
 /** Lines of two tab-separated fields: time, text. */
-void ShowServerLog(std::string_view log) {
+void ShowServerLog(std::ostream& out, std::string_view log) {
     std::istringstream lines{std::string(log)};
     const char* heading = "\nServer log\n";
     for (std::string time, text; std::getline(lines, time, '\t') && std::getline(lines, text);) {
-        std::cout << std::exchange(heading, "") << "  " << Printable(text) << '\n';
+        out << std::exchange(heading, "") << "  " << Printable(text) << '\n';
     }
 }
 
@@ -120,7 +111,7 @@ std::string CauseInLog(const UpgradeState& state, const std::vector<std::string>
     return updkrx::IsDebugLogEnabled() ? "" : "The module's log, which would say why, is off. ";
 }
 
-void ShowHead(const ServerFolder& server, const PatchFacts& facts, const RecoveryCopy& copy) {
+void ShowHead(std::ostream& out, const ServerFolder& server, const PatchFacts& facts, const RecoveryCopy& copy) {
     std::vector<std::vector<std::string>> rows = {
         {"Server", server.Path().string()}, {"Patch build", BuildText(*facts.patchBuild)}, {"Safety copy", copy.id}};
     if (updkrx::IsDebugLogEnabled()) {
@@ -129,7 +120,7 @@ void ShowHead(const ServerFolder& server, const PatchFacts& facts, const Recover
     if (std::string behaviours = DescribeBehaviours(); !behaviours.empty()) {
         rows.push_back({"Behaviours", std::move(behaviours)});
     }
-    std::cout << FormatTable(rows) << '\n';
+    out << FormatTable(rows) << '\n';
 }
 
 /** A module that has died on a server keeps what it had out in files of such names, and puts it back when it is called.
@@ -154,20 +145,20 @@ Progress::Totals TotalsOf(const PatchFacts& facts) {
 }
 
 void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) {
-    const std::vector<Finding> findings = RunChecks(subject, afterDeadRun);
+    std::vector<Finding> findings = RunChecks(subject, afterDeadRun);
     if (afterDeadRun && !AnyFails(findings)) {
         return; // all of them are made again in a moment
     }
-    std::cout << FormatFindings(findings, true, options_.colour);
+    KeepProblems(findings);
     if (AnyFails(findings) && !options_.force) {
-        AddFindings(report_, findings);
+        report_.findings = findings;
+        AddFailures(report_, findings, "would-fail");
         throw Failure(notStarted,
-                      DescribeFailures(findings) + "; `krxpatch check` tells what to do" +
+                      Summary(report_) + "; `krxpatch check` tells all" +
                           (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
                                         : ", and --force goes on all the same"));
     }
-    AddFindings(report_, findings);
-    report_["errors"] = Report::array(); // they were overruled
+    out_ << FormatFindings(findings, options_.output.colour);
 }
 
 void Upgrade::PutBackDeadRun() {
@@ -179,7 +170,7 @@ void Upgrade::PutBackDeadRun() {
     }
     RequireGoodChecks(Examine(server, false), true);
     hold_.emplace(Hold(server.DataDirectory(), description_));
-    std::cout << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
+    out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
     AddToHistory(server.Path(), {"run", copy->run, Now(), 0, "", "", "died", "what it changed is put back"});
     chronicle_.emplace(server.Path(), "run");
     PutBack(server, *copy);
@@ -198,8 +189,8 @@ bool Upgrade::IsAnythingToDo() {
     if (!chronicle_) {
         chronicle_.emplace(server.Path(), "run");
     }
-    const std::string builds = DescribeBuilds(subject.databases);
-    chronicle_->Note(builds, builds);
+    report_.builds = DescribeBuilds(subject.databases);
+    chronicle_->Note(report_.builds, report_.builds);
     if (!CompareWithBuild(subject.databases, *facts_.patchBuild).Reached() || HasKeptFiles(server)) {
         return true;
     }
@@ -207,10 +198,8 @@ bool Upgrade::IsAnythingToDo() {
         hold_.emplace(Hold(server.DataDirectory(), description_));
         RemoveHalfMarks(server.ProductFolder());
     }
-    std::cout << FormatDatabases(subject.databases) << '\n';
-    report_["builds"] = builds;
+    out_ << FormatDatabases(subject.databases) << '\n';
     Judge(server, subject.databases, {});
-    std::cout << "Nothing to do: the product databases carry build " << builds << ".\n";
     return false;
 }
 
@@ -222,39 +211,59 @@ void Upgrade::EndInterrupted() {
         " has them as they were: `krxpatch restore --server " + options_.server.string() +
         "` puts them back, and so does the next run";
     chronicle_->End(NameOf(interrupted), text);
+    report_.exitCode = interrupted;
+    report_.errors = {{NameOf(interrupted), text}};
+    if (options_.output.json) {
+        PrintJson(std::cout, report_);
+    }
     std::cout << std::flush;
     std::cerr << "\nkrxpatch: " << text << std::endl;
     std::_Exit(interrupted);
 }
 
-void Upgrade::CallModule(Progress& progress) {
-    constexpr auto interval = std::chrono::milliseconds(50);
-    // Its result is 0 whatever happened; the outcome is read from the databases.
-    std::future<STATUS> call = std::async(std::launch::async, entry_);
-    while (call.wait_for(interval) != std::future_status::ready) {
+/** Returns what the module has logged. */
+std::vector<std::string> Upgrade::CallModule(const ServerFolder& server) {
+    Progress progress(out_, server, TotalsOf(facts_), options_.verbose);
+    const auto start = std::chrono::steady_clock::now();
+    module_.Run([&] {
         progress.ShowNews();
         if (platform::IsInterrupted()) {
             EndInterrupted();
         }
-    }
-    progress.ShowNews();
+    });
+    report_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    report_.withPauses = options_.realTime;
+    return progress.Messages();
 }
 
-/** Throws Failure with all that is lacking. What a run has really reached is judged here and nowhere else. */
+/** Adds to the report what is not as it should be. What a run has really reached is judged here and nowhere else. */
 void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport>& reports,
                     const std::vector<std::string>& messages) {
+    std::vector<Finding> findings = ExamineEndState(server, facts_);
+    KeepProblems(findings);
+    AddFailures(report_, findings, "not-as-it-should-be");
+    report_.findings = std::move(findings);
+    if (report_.errors.empty()) {
+        return;
+    }
     const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
-    std::string reason = DescribeError(server.ProductFolder(), reports); // a template, when the databases are right
+    const std::string advice = copy_ ? ". `krxpatch restore` puts back what was there before" : "";
     if (!state.Reached()) {
-        reason = CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
-                 DescribeBehind(state, *facts_.patchBuild);
+        report_.errors.insert(report_.errors.begin(),
+                              {NameOf(failed), CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
+                                                   DescribeBehind(state, *facts_.patchBuild) + advice});
     }
-    if (!facts_.undelivered.empty()) {
-        reason += (reason.empty() ? "" : "; ") + DescribeUndelivered(facts_);
-    }
-    if (!reason.empty()) {
-        throw Failure(failed, reason + (copy_ ? ". `krxpatch restore` puts back what was there before" : ""));
-    }
+}
+
+/** What the run has changed, item by item: for a report that somebody keeps. */
+void Upgrade::AddChanges(const ServerFolder& server, const std::set<std::string>& wereOffline) {
+    const DatabaseFolder before{copy_->Folder() / server.ProductFolder().filename(), wereOffline};
+    ChangeReport changes;
+    CompareFolders(before, ViewOf(server), changes);
+    MarkLostChanges(changes, {before.path, facts_.programFolder, IdInUse()});
+    report_.databases = std::move(changes.databases);
+    report_.files = std::move(changes.files);
+    report_.equalDatabases = changes.equalDatabases;
 }
 
 void Upgrade::UpgradeDatabases() {
@@ -266,7 +275,7 @@ void Upgrade::UpgradeDatabases() {
         }
     }
     copy_ = copy_ ? Reuse(*copy_, description_) : MakeCopy(server, description_);
-    report_["copy"] = copy_->id;
+    report_.safetyCopy = copy_->id;
     if (platform::IsInterrupted()) {
         MarkEnded(*copy_, outcome::putBack);
         throw Failure(interrupted, "interrupted before anything was changed");
@@ -275,31 +284,29 @@ void Upgrade::UpgradeDatabases() {
         EmbClockSkipPauses();
     }
     const std::vector<DatabaseReport> before = ReadDatabases(server.DatabaseNames());
-    ShowHead(server, facts_, *copy_);
+    const std::set<std::string> wereOffline = ViewOf(server).offline;
+    ShowHead(out_, server, facts_, *copy_);
     const size_t logged = EmbServerLog(nullptr, 0); // what reading the databases added is not the run's
-    std::vector<std::string> messages;
-    {
-        Progress progress(server, TotalsOf(facts_), options_.verbose);
-        CallModule(progress);
-        messages = progress.Messages();
-    }
+    const std::vector<std::string> messages = CallModule(server);
     MarkEnded(*copy_, outcome::bad); // until it is judged; from here on what the run left is what counts
-    ShowConsoleCommands(Fetch(EmbConsoleTranscript));
-    ShowServerLog(std::string_view(Fetch(EmbServerLog)).substr(logged));
+    report_.console = ConsoleCommands();
+    ShowServerLog(out_, std::string_view(Fetch(EmbServerLog)).substr(logged));
 
     const std::vector<DatabaseReport> after = ReadDatabases(NamesOf(before, server));
-    std::cout << '\n' << FormatDatabases(before, after) << '\n';
-    const std::string builds = DescribeBuilds(after);
-    report_["builds"] = builds;
-    chronicle_->Note(DescribeBuilds(before), builds);
+    out_ << '\n' << FormatDatabases(before, after) << '\n';
+    report_.builds = DescribeBuilds(after);
+    chronicle_->Note(DescribeBuilds(before), report_.builds);
     Judge(server, after, messages);
-    MarkEnded(*copy_, outcome::good);
-    DiscardOthers(*copy_);
-    std::cout << "Done: the product databases carry build " << builds << ".\nThe safety copy " << copy_->id
-              << " stays until the next run; `krxpatch restore --discard` removes it.\n";
+    if (options_.output.json || !options_.output.html.empty()) {
+        AddChanges(server, wereOffline);
+    }
+    if (report_.errors.empty()) {
+        MarkEnded(*copy_, outcome::good);
+        DiscardOthers(*copy_);
+    }
 }
 
-ExitCode Upgrade::Run() {
+void Upgrade::Run() {
     try {
         PutBackDeadRun();
         if (IsAnythingToDo()) {
@@ -311,19 +318,25 @@ ExitCode Upgrade::Run() {
         }
         throw;
     }
-    chronicle_->End(NameOf(succeeded));
-    if (!std::cout.flush()) { // nobody may take a finished upgrade for one that failed
-        throw Failure(succeeded, "standard output: cannot be written; the product databases carry build " +
-                                     report_["builds"].get<std::string>());
-    }
-    return succeeded;
+    chronicle_->End(NameOf(report_.exitCode), report_.errors.empty() ? "" : Summary(report_));
 }
 
 } // namespace
 
-ExitCode Run(const RunOptions& options, Report& report) {
-    const platform::Library module(options.module);
-    return Upgrade(options, module.Find<MainEntryPoint>("MainEntryPoint"), report).Run();
+ExitCode Run(const RunOptions& options) {
+    platform::NoteInterrupts();
+    std::string builds;
+    const ExitCode exitCode = OutputReport("run", options.output, [&](ChangeReport& report) {
+        report.before = options.server.string();
+        const UpgradeModule module(options.module);
+        Upgrade(options, module, report).Run();
+        builds = report.builds;
+    });
+    if (exitCode == succeeded && !std::cout.flush()) { // nobody may take a finished upgrade for one that failed
+        throw Failure(succeeded,
+                      "standard output: cannot be written; the product databases carry build " + builds);
+    }
+    return exitCode;
 }
 
 } // namespace krxpatch

@@ -5,23 +5,17 @@
 
 #include "common/ascii_text.h"
 #include "failure.h"
+#include "platform.h"
+#include "recovery_copy.h"
 
 namespace krxpatch {
 namespace {
 
 namespace fs = std::filesystem;
 
-uintmax_t SizeOfFiles(const fs::path& folder) {
-    uintmax_t size = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        size += entry.is_regular_file() ? entry.file_size() : 0;
-    }
-    return size;
-}
-
 /** The upgrade needs the databases once more: it keeps what it replaces, and a journal holds what it changes. */
 void RequireRoom(const fs::path& folder, const fs::path& products, const fs::path& program) {
-    const uintmax_t needed = 2 * SizeOfFiles(products) + 2 * SizeOfFiles(program);
+    const uintmax_t needed = 2 * SizeOf(products) + 2 * SizeOf(program);
     const uintmax_t available = fs::space(folder).available;
     if (available < needed) {
         constexpr uintmax_t megabyte = uintmax_t{1} << 20;
@@ -36,6 +30,9 @@ void RequireRoom(const fs::path& folder, const fs::path& products, const fs::pat
 void CopyFiles(const fs::path& from, const fs::path& to) {
     fs::create_directories(to);
     for (const auto& entry : fs::directory_iterator(from)) {
+        if (platform::IsInterrupted()) {
+            throw Failure(interrupted, "interrupted; nothing of the server was changed");
+        }
         const fs::path copy = to / entry.path().filename();
         if (entry.is_directory() && !entry.is_symlink()) {
             CopyFiles(entry.path(), copy);
@@ -84,6 +81,11 @@ ServerCopy::ServerCopy(const ServerFolder& server, const PatchFacts& facts)
     CopyFiles(facts.programFolder, program_);
     CopyIniFile(server);
     CopyOfflineList(server);
+}
+
+void ServerCopy::Remove() const noexcept {
+    std::error_code ignored; // the process is about to end, and the system clears its temporary files, too
+    fs::remove_all(path_, ignored);
 }
 
 std::string ServerCopy::AsCopy(std::string text) const {

@@ -16,11 +16,14 @@ namespace krxpatch {
  */
 class ServerCopy {
 public:
-    /** Needs the session. Throws Failure, as not started, when there is no room for the copy. */
+    /** Needs the session. Throws Failure, as not started, when there is no room for the copy, or as interrupted. */
     ServerCopy(const ServerFolder& server, const PatchFacts& facts);
 
     /** The server folder that the copy is. */
     [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
+
+    /** Before this object's life is over, for a process that ends at once. */
+    void Remove() const noexcept;
 
     /** A text with the server's own paths in place of the copy's. */
     [[nodiscard]] std::string AsOriginal(std::string text) const;

@@ -85,14 +85,16 @@ void PrintDatabase(std::ostream& out, const DatabaseChange& database) {
     }
 }
 
-void PrintFindings(std::ostream& out, const std::vector<StateFinding>& findings) {
-    std::vector<std::vector<std::string>> rows;
-    rows.reserve(findings.size());
-    for (const StateFinding& finding : findings) {
-        rows.push_back({NameOf(finding.level), finding.subject,
-                        finding.text + (finding.remedy.empty() ? "" : ". " + finding.remedy)});
+void PrintChanges(std::ostream& out, const ChangeReport& report) {
+    for (const DatabaseChange& database : report.databases) {
+        PrintDatabase(out, database);
     }
-    out << FormatTable(rows);
+    if (!report.files.empty()) {
+        out << "\nother files\n";
+    }
+    for (const FileChange& file : report.files) {
+        out << "    " << SignOf(file.change) << ' ' << Printable(file.name) << '\n';
+    }
 }
 
 } // namespace
@@ -118,8 +120,8 @@ std::string OneLine(const ItemValue& value, size_t limit) {
     return value.type.starts_with("text") ? '"' + text + '"' : text;
 }
 
-void PrintText(std::ostream& out, const ChangeReport& report) {
-    PrintFindings(out, report.findings);
+void PrintText(std::ostream& out, const ChangeReport& report, bool colour) {
+    out << FormatFindings(report.findings, colour);
     if (!report.console.empty()) {
         std::vector<std::vector<std::string>> rows;
         for (const ConsoleCommand& command : report.console) {
@@ -127,22 +129,18 @@ void PrintText(std::ostream& out, const ChangeReport& report) {
         }
         out << "Console commands\n" << FormatTable(rows);
     }
-    for (const DatabaseChange& database : report.databases) {
-        PrintDatabase(out, database);
-    }
-    if (!report.files.empty()) {
-        out << "\nother files\n";
-    }
-    for (const FileChange& file : report.files) {
-        out << "    " << SignOf(file.change) << ' ' << Printable(file.name) << '\n';
+    if (report.command != "run") { // which has shown a table of its databases
+        PrintChanges(out, report);
     }
     if (report.seconds) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.1f", *report.seconds);
-        out << "\nThe upgrade took " << text << " s, without its pauses.\n";
+        out << '\n' << DurationText(report) << '\n';
     }
     if (report.errors.empty()) {
         out << (report.command == "diff" && report.databases.empty() ? "" : "\n") << Summary(report) << '\n';
+        if (!report.safetyCopy.empty()) {
+            out << "The safety copy " << report.safetyCopy
+                << " stays until the next run; `krxpatch restore --discard` removes it.\n";
+        }
     }
 }
 
