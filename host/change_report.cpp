@@ -111,8 +111,8 @@ std::string Summary(const ChangeReport& report) {
         return "Nothing stands in the way of an upgrade.";
     }
     if (report.command == "run") {
-        return (report.safetyCopy.empty() ? "Nothing to do" : "Done") + std::string(": the product databases carry build ") +
-               report.builds + ".";
+        return (report.safetyCopy.empty() ? "Nothing to do" : "Done") +
+               std::string(": the product databases carry build ") + report.builds + ".";
     }
     if (report.command == "verify") {
         return "The upgrade is really done: everything is as build " + report.patchBuild + " is to leave it.";

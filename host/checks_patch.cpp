@@ -109,9 +109,10 @@ void CheckBuildNumber(const CheckSubject& subject, Findings& findings) {
         findings.Fail(subject.patchFile, line->number, "BuildNumber=" + value + " " + message, remedy);
     };
     const std::string last = value.substr(value.rfind('.') + 1);
+    const bool lastIsNumber = !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
     if (value.find_first_not_of("0123456789") != std::string::npos) {
         fail("is no build number: it is read as " + std::to_string(build),
-             "write the last number alone, such as BuildNumber=" + (last.empty() ? "3050" : last));
+             "write the last number alone, such as BuildNumber=" + (lastIsNumber ? last : "3050"));
     } else if (build <= 0 || build == std::numeric_limits<int32_t>::max()) {
         fail("is no build number", "write the patch's own, such as BuildNumber=3050");
     } else if (subject.facts.installedBuild && build > *subject.facts.installedBuild) {

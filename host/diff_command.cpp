@@ -1,9 +1,9 @@
 #include "commands.h"
 
 #include "database_diff.h"
-#include "session_view.h"
 #include "path_checks.h"
 #include "report_output.h"
+#include "session_view.h"
 
 namespace krxpatch {
 namespace {

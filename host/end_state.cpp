@@ -184,7 +184,7 @@ public:
         if (const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
             state.behind.size() == state.databases) {
             Fail("server", "it has not been upgraded: no database carries build " + BuildText(*facts_.patchBuild),
-                 "`krxpatch run` upgrades it");
+                 "`krxpatch run` upgrades it; after a run, `krxpatch log --errors` tells why it did not");
             return std::move(findings_);
         }
         for (const DatabaseReport& report : reports) {
@@ -224,7 +224,10 @@ private:
             }
         }
         if (findings_.size() == before) {
-            findings_.push_back({Level::ok, report.name, {}, 0,
+            findings_.push_back({Level::ok,
+                                 report.name,
+                                 {},
+                                 0,
                                  BuildsOf(report) + ", " + std::to_string(report.signedNotes) + " of " +
                                      std::to_string(report.designNotes) + " design notes signed" +
                                      (report.designHidden ? ", design hidden" : ""),

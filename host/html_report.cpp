@@ -213,7 +213,7 @@ void PrintFindings(std::ostream& out, const ChangeReport& report) {
                  [&](const Finding& finding) {
                      const char* colour = finding.level == Level::failure   ? "removed"
                                           : finding.level == Level::warning ? "changed"
-                                                                                          : "added";
+                                                                            : "added";
                      out << Tag(colour, NameOf(finding.level)) << Cell(finding.subject)
                          << Cell(Describe(finding) + (finding.remedy.empty() ? "" : ". " + finding.remedy));
                  });

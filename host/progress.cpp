@@ -17,13 +17,13 @@ Progress::Progress(std::ostream& out, const ServerFolder& server, Totals totals,
     std::error_code ignored; // what cannot be looked at is no folder
     if (!updkrx::IsDebugLogEnabled()) {
         out_ << "Steps cannot be shown: the module's log is off (KRX_ENABLE_KRENCY_LOG is not 1 in "
-                  << server.IniFile().string() << ").\n";
+             << server.IniFile().string() << ").\n";
     } else if (!std::filesystem::is_directory(server.LogFolder(), ignored)) {
         out_ << "Steps cannot be shown: there is no folder for the module's log, " << server.LogFolder().string()
-                  << ".\n";
+             << ".\n";
     } else if (const std::string why = platform::WhyUnwritable(server.LogFolder()); !why.empty()) {
-        out_ << "Steps cannot be shown: the module's log cannot be written: " << server.LogFolder().string()
-                  << ": " << why << ".\n";
+        out_ << "Steps cannot be shown: the module's log cannot be written: " << server.LogFolder().string() << ": "
+             << why << ".\n";
     } else {
         out_ << "Steps\n";
     }

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <chrono>
-#include <iostream>
 #include <cstdlib>
+#include <iostream>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -243,15 +243,12 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
     KeepProblems(findings);
     AddFailures(report_, findings, "not-as-it-should-be");
     report_.findings = std::move(findings);
-    if (report_.errors.empty()) {
-        return;
-    }
-    const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
-    const std::string advice = copy_ ? ". `krxpatch restore` puts back what was there before" : "";
-    if (!state.Reached()) {
-        report_.errors.insert(report_.errors.begin(),
-                              {NameOf(failed), CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
-                                                   DescribeBehind(state, *facts_.patchBuild) + advice});
+    if (const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild); !state.Reached()) {
+        // The findings tell what follows from that.
+        report_.exitCode = failed;
+        report_.errors = {{NameOf(failed), CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
+                                               DescribeBehind(state, *facts_.patchBuild) +
+                                               ". `krxpatch restore` puts back what was there before"}};
     }
 }
 
@@ -333,8 +330,7 @@ ExitCode Run(const RunOptions& options) {
         builds = report.builds;
     });
     if (exitCode == succeeded && !std::cout.flush()) { // nobody may take a finished upgrade for one that failed
-        throw Failure(succeeded,
-                      "standard output: cannot be written; the product databases carry build " + builds);
+        throw Failure(succeeded, "standard output: cannot be written; the product databases carry build " + builds);
     }
     return exitCode;
 }

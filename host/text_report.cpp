@@ -127,7 +127,7 @@ void PrintText(std::ostream& out, const ChangeReport& report, bool colour) {
         for (const ConsoleCommand& command : report.console) {
             rows.push_back({"  " + command.command, command.outcome});
         }
-        out << "Console commands\n" << FormatTable(rows);
+        out << (report.findings.empty() ? "" : "\n") << "Console commands\n" << FormatTable(rows);
     }
     if (report.command != "run") { // which has shown a table of its databases
         PrintChanges(out, report);

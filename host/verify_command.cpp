@@ -20,7 +20,11 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     report.patchBuild = BuildText(*facts.patchBuild);
     report.findings = ExamineEndState(server, facts);
     if (const auto run = DeadRunOf(server)) {
-        report.findings.push_back({Level::failure, "server", {}, 0, "a run died: " + *run,
+        report.findings.push_back({Level::failure,
+                                   "server",
+                                   {},
+                                   0,
+                                   "a run died: " + *run,
                                    "`krxpatch restore` puts back what it has changed"});
     }
     AddFailures(report, report.findings, "not-as-it-should-be");

@@ -55,14 +55,16 @@ std::optional<size_t> TextLengthOf(NOTEHANDLE note, const char* item) noexcept {
 }
 
 STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept {
-    // Of several items of one name, some servers delete the first one only.
     const WORD length = static_cast<WORD>(std::strlen(item));
-    bool deleted = false;
-    STATUS status = NOERROR;
-    while ((status = NSFItemDelete(note, item, length)) == NOERROR) {
-        deleted = true;
+    STATUS status = NSFItemDelete(note, item, length);
+    if (status != NOERROR) {
+        return status;
     }
-    return deleted && TellsOfAbsence(status) ? NOERROR : status;
+    // Of several items of one name, some servers delete the first one only.
+    while (status == NOERROR && !LacksItem(note, item)) {
+        status = NSFItemDelete(note, item, length);
+    }
+    return TellsOfAbsence(status) ? NOERROR : status;
 }
 
 std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept {

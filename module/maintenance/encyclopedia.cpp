@@ -29,12 +29,15 @@ constexpr TIMEDATE replicaId = {{0x001E96E4, 0x852552F9}};
 bool HasOldVersion(NOTEHANDLE note) noexcept {
     constexpr const char* item = "InternalPVer";
     // Only a version that is there and was read makes the database old: an old one is deleted.
-    if (!HasItem(note, item)) {
+    if (LacksItem(note, item)) {
         return false;
     }
     char text[versionSize];
     const auto length = ReadItemText(note, item, text, sizeof text);
-    return length && std::string_view(text, *length).find('.') == std::string_view::npos;
+    if (!length || (*length == 0 && !HasItem(note, item))) {
+        return false;
+    }
+    return std::string_view(text, *length).find('.') == std::string_view::npos;
 }
 
 /** Whether a pattern file's version is of the old form. A document that cannot be opened tells nothing. */
@@ -192,8 +195,8 @@ STATUS DeleteDatabase(KeptDatabase& kept) noexcept {
         kept.GiveUp();
         return ERR_UNKNOWN;
     }
-    status = TakeOffline(removeDatabase);
-    if ((status & ERR_MASK) == ERR_DBOFFLINE && kept.BringBackOnline()) { // some servers delete only what is online
+    status = TakeOfflineOnce(databasePath, removeDatabase);
+    if (status != NOERROR && kept.BringBackOnline()) { // some servers delete only what is online
         status = TakeOffline(removeDatabase);
     }
     if (status != NOERROR) {

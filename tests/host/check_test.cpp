@@ -19,8 +19,8 @@ protected:
         std::string text;
         for (const Json& finding : report["findings"]) {
             if (finding["level"] == level) {
-                text += finding["check"].get<std::string>() + ":" + finding["line"].dump() + ": " +
-                        finding["message"].get<std::string>() + "\n";
+                text += finding["subject"].get<std::string>() + ":" + finding["line"].dump() + ": " +
+                        finding["text"].get<std::string>() + "\n";
             }
         }
         return text;
@@ -122,7 +122,7 @@ TEST_F(CheckTest, TellsEverythingAtOnceWithWhatToDo) {
     EXPECT_TRUE(Contains(check.out, "FAIL  databases open      "));
     EXPECT_TRUE(Contains(check.out, "\n                          -> put the database back from the backup"));
     EXPECT_FALSE(Contains(check.out, "\x1b")) << "colours are for terminals";
-    EXPECT_TRUE(Contains(OnServer("run").error, " (and 1 more); `krxpatch check` tells what to do"));
+    EXPECT_TRUE(Contains(OnServer("run").error, " (and 1 more); `krxpatch check` tells all"));
     EXPECT_EQ(OnServer("check", {"--quiet"}).out, "");
 }
 

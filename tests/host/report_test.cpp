@@ -21,8 +21,8 @@ protected:
             members.insert(name);
         }
         EXPECT_EQ(members, (std::set<std::string>{"schema", "command", "success", "exitCode", "summary", "errors",
-                                                  "before", "after", "patchBuild", "seconds", "findings", "console",
-                                                  "files", "equalDatabases", "databases"}));
+                                                  "before", "after", "patchBuild", "builds", "safetyCopy", "seconds",
+                                                  "findings", "console", "files", "equalDatabases", "databases"}));
         EXPECT_EQ(report["schema"], 1);
         EXPECT_EQ(report["command"], arguments.front());
         EXPECT_EQ(report["exitCode"], exitCode);

@@ -198,7 +198,7 @@ TEST_F(EncyclopediaTest, KeepsTheOldOneWhateverFails) {
         {"NSFItemGetText", 1, true, ERR_NOACCESS, 0, notRead},
         {"NSFItemInfo", 1, false, ERR_NOACCESS, 0, {}, noVersion},
         {"NSFTakeDatabaseOffline", 1, false, EMB_ERR_DISK, EMB_ERR_DISK, keptInPlace},
-        {"NSFTakeDatabaseOffline", 2, false, EMB_ERR_DISK, EMB_ERR_DISK, keptInPlace},
+        {"NSFTakeDatabaseOffline", 2, true, EMB_ERR_DISK, EMB_ERR_DISK, keptInPlace},
         {"NSFDbCreateAndCopy",
          1,
          true,
@@ -237,6 +237,19 @@ TEST_F(EncyclopediaTest, KeepsTheOldOneWhateverFails) {
     EXPECT_NE(UpdateKrency(), NOERROR);
     EXPECT_EQ(Now(), Before()) << "without a place to keep it";
     EXPECT_FALSE(EmbIsOffline(databasePath));
+}
+
+TEST_F(EncyclopediaTest, IsMadeAnewInSpiteOfAPassingFailure) {
+    for (const auto& [operation, n] : {std::pair("NSFItemInfo", 1U), std::pair("NSFTakeDatabaseOffline", 2U)}) {
+        SCOPED_TRACE(operation);
+        Reset(oldDatabase);
+        ASSERT_EQ(EmbFaultArm(operation, n, EMB_ERR_DISK, 0), NOERROR);
+        EXPECT_EQ(UpdateKrency(), 0U);
+        EXPECT_EQ(EmbFaultsFired(), 1U);
+        EXPECT_EQ(Now(), Recreated());
+        EXPECT_EQ(LogMessages(), (Texts{recreate, created}));
+        EXPECT_FALSE(IsKept());
+    }
 }
 
 /** What dresses the new one is tried twice; without it, the file of the old one stays. */
