@@ -1,5 +1,6 @@
 #include "checks.h"
 
+#include "failure.h"
 #include "patch_entries.h"
 
 namespace krxpatch {
@@ -38,6 +39,16 @@ std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun) {
         }
     }
     return all;
+}
+
+std::vector<Finding> CheckFolder(const std::filesystem::path& folder) {
+    std::optional<ServerFolder> server;
+    try {
+        server.emplace(folder, ServerFolder::Access::readOnly);
+    } catch (const Failure& failure) {
+        return {{Level::failure, "server folder", {}, 0, failure.what(), "correct that, then check again"}};
+    }
+    return RunChecks(Examine(*server, false));
 }
 
 } // namespace krxpatch

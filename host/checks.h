@@ -73,4 +73,8 @@ void FindLinks(const ServerFolder& server, Findings& findings);
  *  that do not depend on what that run has left. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun = false);
 
+/** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends the
+ *  process's session. */
+[[nodiscard]] std::vector<Finding> CheckFolder(const std::filesystem::path& folder);
+
 } // namespace krxpatch

@@ -185,7 +185,9 @@ private:
         options->from = PathOf(KRXPATCH_SAMPLES);
         AddPath(command, "DIR", options->folder, "", "The folder")->required();
         AddPath(command, "--from", options->from, "TREE", "A tree of exports, instead of the sample server");
-        Carry(command, [options](const Look&, Report&) {
+        Carry(command, [options](const Look& look, Report&) {
+            platform::NoteInterrupts();
+            options->colour = look.Colour();
             options->sample = options->from == PathOf(KRXPATCH_SAMPLES);
             return Sandbox(*options);
         });
@@ -196,7 +198,10 @@ private:
         const auto options = std::make_shared<RehearseOptions>();
         AddServer(command, options->server);
         AddPath(command, "NEW", options->folder, "", "The copy: a new or empty folder")->required();
-        Carry(command, [options](const Look&, Report&) { return Rehearse(*options); });
+        Carry(command, [options](const Look&, Report&) {
+            platform::NoteInterrupts();
+            return Rehearse(*options);
+        });
     }
 
     void AddImport() {
@@ -207,9 +212,9 @@ private:
         CLI::Option* replace = AddSwitch(command, "--force", options->force, "Replace an existing database");
         AddSwitch(command, "--into", options->into, "Add the file's one note to an existing database")
             ->excludes(replace);
-        Carry(command, [options](const Look&, Report&) {
+        Carry(command, [options](const Look&, Report& report) {
             platform::NoteInterrupts();
-            return Import(*options);
+            return Import(*options, report);
         });
     }
 

@@ -18,6 +18,7 @@ struct SandboxOptions {
     std::filesystem::path folder;
     std::filesystem::path from; // what is laid out: a tree in which NAME.dxl stands for the database NAME
     bool sample = true;         // it is the sample server
+    bool colour = false;
 };
 
 /** Lays out a server in a folder that is new or empty. The folder takes its place whole or not at all. Fails when what is
@@ -134,7 +135,7 @@ struct ImportOptions {
 
 /** Makes a database from DXL, or adds a note to one, and prints what a person should know of it; a bad file or an
  *  interrupt leaves nothing behind. */
-[[nodiscard]] ExitCode Import(const ImportOptions& options);
+[[nodiscard]] ExitCode Import(const ImportOptions& options, Report& report);
 
 struct ExportOptions {
     std::filesystem::path database;
@@ -143,7 +144,7 @@ struct ExportOptions {
     bool force = false;        // replace an existing file
 };
 
-/** Writes a database as DXL and leaves it as it is. */
+/** Writes a database as DXL and leaves it as it is. A damaged database or an interrupt leaves no file. */
 [[nodiscard]] ExitCode Export(const ExportOptions& options);
 
 } // namespace krxpatch

@@ -347,10 +347,9 @@ private:
     }
 
     void ExamineLeftovers() {
-        constexpr const char* leftovers[] = {"krency.nsf.updkrx-kept", "krency.nsf.updkrx-offline",
-                                             "krency.nsf.updkrx-old", "krconf.updkrx-kept.nsf"};
-        for (const char* name : leftovers) {
-            if (fs::exists(server_.ProductFolder() / name)) {
+        for (const fs::directory_entry& entry : fs::directory_iterator(server_.ProductFolder())) {
+            const std::string name = entry.path().filename().string();
+            if (name.find(".updkrx-") != std::string::npos) {
                 Fail(name, "is left of an upgrade that could not finish its work on the database", putBackOrAgain);
             }
         }

@@ -1,20 +1,70 @@
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 
 #include "commands.h"
 #include "embedded_notes.h"
 #include "path_checks.h"
+#include "platform.h"
 #include "temporary_folder.h"
+#include "watched_work.h"
 
 namespace krxpatch {
 namespace {
 
-void ExportToFile(const ExportOptions& options, const std::filesystem::path& dxl) {
-    char message[1024];
-    const DWORD flags = options.stable ? EMB_DXL_STABLE : 0;
-    if (EmbDxlExport(options.database.string().c_str(), dxl.string().c_str(), flags, message, sizeof message) !=
-        NOERROR) {
-        throw Failure(failed, message);
+namespace fs = std::filesystem;
+
+/** Makes the file in a folder that goes away when the command is interrupted. */
+void ExportToFolder(const ExportOptions& options, const fs::path& folder, const fs::path& dxl) {
+    platform::NoteInterrupts();
+    DoWatched(
+        [&] {
+            char message[1024];
+            const DWORD flags = options.stable ? EMB_DXL_STABLE : 0;
+            if (EmbDxlExport(options.database.string().c_str(), dxl.string().c_str(), flags, message, sizeof message) !=
+                NOERROR) {
+                throw Failure(failed, message);
+            }
+        },
+        [&] {
+            if (platform::IsInterrupted()) {
+                std::error_code ignored; // the process ends in any case
+                fs::remove_all(folder, ignored);
+                std::cerr << "krxpatch: interrupted; nothing is exported" << std::endl;
+                std::_Exit(interrupted);
+            }
+        });
+}
+
+void ExportToFile(const ExportOptions& options, const fs::path& target) {
+    const TemporaryFolder folder(target);
+    const fs::path dxl = folder.Path() / target.filename();
+    ExportToFolder(options, folder.Path(), dxl);
+    fs::rename(dxl, target);
+}
+
+/** By way of a file, so that a database that turns out to be damaged prints nothing instead of a part. */
+void ExportToStream(const ExportOptions& options, std::ostream& out) {
+    const TemporaryFolder folder(fs::temp_directory_path() / "krxpatch");
+    const fs::path dxl = folder.Path() / "export.dxl";
+    ExportToFolder(options, folder.Path(), dxl);
+    out << std::ifstream(dxl, std::ios::binary).rdbuf() << std::flush;
+}
+
+/** What a name stands for that is there already. A link stays one, and a device, which can only be written to, stays
+ *  what it is. */
+void ExportOver(const ExportOptions& options) {
+    if (std::error_code ignored; fs::equivalent(options.database, options.dxl, ignored)) {
+        throw Failure(failed, options.dxl.string() + ": the DXL would take the place of its own database");
+    }
+    if (fs::is_regular_file(options.dxl)) {
+        ExportToFile(options, fs::canonical(options.dxl));
+        return;
+    }
+    std::ofstream device(options.dxl, std::ios::binary);
+    ExportToStream(options, device);
+    if (!device) {
+        throw Failure(failed, options.dxl.string() + ": cannot be written");
     }
 }
 
@@ -22,19 +72,18 @@ void ExportToFile(const ExportOptions& options, const std::filesystem::path& dxl
 
 ExitCode Export(const ExportOptions& options) {
     RequirePlaceForFile(options.database);
-    if (!options.dxl.empty() && options.dxl != "-") {
-        RequirePlaceForFile(options.dxl);
-        if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(options.dxl))) {
-            throw Failure(failed, options.dxl.string() + ": exists already (--force replaces it)");
-        }
-        ExportToFile(options, options.dxl);
+    if (options.dxl.empty() || options.dxl == "-") {
+        ExportToStream(options, std::cout);
         return succeeded;
     }
-    // By way of a file, so that a database that turns out to be damaged prints nothing instead of a part.
-    const TemporaryFolder folder(std::filesystem::temp_directory_path() / "krxpatch");
-    const std::filesystem::path dxl = folder.Path() / "export.dxl";
-    ExportToFile(options, dxl);
-    std::cout << std::ifstream(dxl, std::ios::binary).rdbuf();
+    RequirePlaceForFile(options.dxl);
+    if (!fs::exists(fs::symlink_status(options.dxl))) {
+        ExportToFile(options, options.dxl);
+    } else if (options.force) {
+        ExportOver(options);
+    } else {
+        throw Failure(failed, options.dxl.string() + ": exists already (--force replaces it)");
+    }
     return succeeded;
 }
 

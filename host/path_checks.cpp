@@ -21,6 +21,12 @@ void RequirePlaceForFile(const std::filesystem::path& file) {
     }
 }
 
+void RequireOutside(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    if (IsBelow(std::filesystem::absolute(path), std::filesystem::absolute(folder))) {
+        throw Failure(notStarted, path.string() + ": lies in the folder that is only read, " + folder.string());
+    }
+}
+
 bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder) {
     std::error_code ignored; // a path that cannot be resolved is below nothing
     const auto inner = std::filesystem::weakly_canonical(path, ignored);

@@ -11,6 +11,9 @@ void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise);
 /** The file need not exist, but the folder that it stands in must. */
 void RequirePlaceForFile(const std::filesystem::path& file);
 
+/** What is written must not come to stand in a folder that is only read. */
+void RequireOutside(const std::filesystem::path& path, const std::filesystem::path& folder);
+
 /** Whether a path leads to a folder or to something in it, wherever links lead. */
 [[nodiscard]] bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
 

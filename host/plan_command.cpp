@@ -7,7 +7,6 @@
 #include "database_report.h"
 #include "embedded_notes.h"
 #include "end_state.h"
-#include "hold.h"
 #include "lost_changes.h"
 #include "path_checks.h"
 #include "platform.h"
@@ -31,26 +30,6 @@ struct Original {
     std::unique_ptr<ServerCopy> copy; // none: there is nothing to do
 };
 
-void RequireQuiet(const ServerFolder& server) {
-    if (const auto holder = HolderOf(server.DataDirectory())) {
-        throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
-    }
-    if (const auto run = DeadRunOf(server)) {
-        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
-                                      "; first `krxpatch restore` is to put back what it has changed");
-    }
-}
-
-/** A plan that writes its page into the folder would not leave it as it was. */
-void RequireOutside(const fs::path& html, const ServerFolder& server) {
-    if (html.empty()) {
-        return;
-    }
-    if (IsBelow(fs::absolute(html), server.Path())) {
-        throw Failure(notStarted, html.string() + ": lies in the server folder, in which a plan writes nothing");
-    }
-}
-
 std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts& facts) {
     try {
         return std::make_unique<ServerCopy>(server, facts);
@@ -63,8 +42,10 @@ std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts&
  *  server as it is. */
 Original Look(const PlanOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
-    RequireOutside(options.output.html, server);
-    RequireQuiet(server);
+    if (!options.output.html.empty()) {
+        RequireOutside(options.output.html, server.Path());
+    }
+    RequireAtRest(server);
     Original original{ViewOf(server), ReadPatchFacts(server), IdInUse(), nullptr};
     if (!original.facts.patchBuild) {
         throw Failure(notStarted, original.facts.problem);

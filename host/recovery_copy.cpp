@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <iterator>
 #include <vector>
 
@@ -33,6 +34,10 @@ fs::path RunFile(const fs::path& copy) {
 
 fs::path EndedFile(const fs::path& copy) {
     return copy / "ended";
+}
+
+fs::path NextEndedFile(const fs::path& copy) {
+    return copy / "ended.next";
 }
 
 /** What the copy holds, to tell a whole one from one of which somebody has removed a part. */
@@ -199,6 +204,10 @@ void RemovePassing(const fs::path& place) {
     }
 }
 
+std::string Ending(const char* how) {
+    return TimeText(Now()) + ", " + how;
+}
+
 void Fill(const fs::path& made, const ServerFolder& server, const std::string& run) {
     fs::create_directory(made);
     // Held mail is in there: only who may look into the product's folder may look into its copy.
@@ -211,7 +220,16 @@ void Fill(const fs::path& made, const ServerFolder& server, const std::string& r
         contents += line;
     }
     WriteText(ContentsFile(made), contents);
+    WriteText(EndedFile(made), Ending(outcome::notBegun));
     WriteText(RunFile(made), run);
+}
+
+void DiscardIfPossible(const RecoveryCopy& copy) {
+    try {
+        Discard(copy);
+    } catch (const Failure& failure) {
+        std::cerr << "krxpatch: warning: " << failure.what() << '\n';
+    }
 }
 
 /** Can be broken off and done again: the copy stays as it is. */
@@ -263,6 +281,16 @@ std::optional<RecoveryCopy> UnendedCopyOf(const fs::path& productFolder) {
     return unended == copies.end() ? std::nullopt : std::optional(*unended);
 }
 
+void RequireAtRest(const ServerFolder& server) {
+    if (const auto holder = HolderOf(server.DataDirectory())) {
+        throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
+    }
+    if (const auto run = DeadRunOf(server)) {
+        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
+                                      "; first `krxpatch restore` is to put back what it has changed");
+    }
+}
+
 std::optional<std::string> DeadRunOf(const ServerFolder& server) {
     const auto copy = UnendedCopyOf(server.ProductFolder());
     if (!copy || HolderOf(server.DataDirectory())) {
@@ -299,10 +327,10 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
         Rename(made, place / id);
         for (const RecoveryCopy& copy : older) {
             if (!copy.ended->ends_with(outcome::bad)) {
-                Discard(copy);
+                DiscardIfPossible(copy);
             }
         }
-        return {id, server.ProductFolder(), run, std::nullopt};
+        return {id, server.ProductFolder(), run, Ending(outcome::notBegun)};
     } catch (const Failure& failure) {
         giveUp();
         throw Failure(failure.Code(), std::string(failure.what()) + " before anything was changed");
@@ -314,25 +342,37 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
 
 RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run) {
     WriteText(RunFile(copy.Folder()), run);
-    RemoveFile(EndedFile(copy.Folder())); // in this order: without the mark the folder counts as changed by that run
-    return {copy.id, copy.productFolder, run, std::nullopt};
+    return {copy.id, copy.productFolder, run, Ending(outcome::putBack)};
+}
+
+void MarkBegun(const RecoveryCopy& copy) {
+    WriteText(NextEndedFile(copy.Folder()), Ending(outcome::bad));
+    RemoveFile(EndedFile(copy.Folder()));
 }
 
 void MarkEnded(const RecoveryCopy& copy, const char* how) {
-    WriteText(EndedFile(copy.Folder()), TimeText(Now()) + ", " + how);
+    try {
+        WriteText(EndedFile(copy.Folder()), Ending(how));
+        RemoveFile(NextEndedFile(copy.Folder()));
+    } catch (const fs::filesystem_error&) {
+        Rename(NextEndedFile(copy.Folder()), EndedFile(copy.Folder())); // needs no room
+    }
 }
 
 void DiscardOthers(const RecoveryCopy& copy) {
     for (const RecoveryCopy& other : CopiesOf(copy.productFolder)) {
         if (other.id != copy.id) {
-            Discard(other);
+            DiscardIfPossible(other);
         }
     }
 }
 
 void RemoveHalfMarks(const fs::path& productFolder) {
     for (const RecoveryCopy& copy : CopiesOf(productFolder)) {
-        RemoveFile(WithSuffix(EndedFile(copy.Folder()), ".recovery.tmp"));
+        for (const fs::path& mark : {EndedFile(copy.Folder()), NextEndedFile(copy.Folder())}) {
+            RemoveFile(WithSuffix(mark, ".recovery.tmp"));
+        }
+        RemoveFile(NextEndedFile(copy.Folder()));
     }
 }
 
@@ -346,7 +386,11 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     try {
         RemoveFile(EndedFile(copy.Folder()));
         PutBackFiles(server, copy.Folder());
-        MarkEnded(copy, outcome::putBack);
+        for (const RecoveryCopy& each : CopiesOf(server.ProductFolder())) {
+            if (!each.ended) {
+                MarkEnded(each, outcome::putBack); // of whatever run, what it has changed is gone
+            }
+        }
     } catch (const Failure& failure) {
         fail(failure.Code(), failure.what());
     } catch (const fs::filesystem_error& error) {

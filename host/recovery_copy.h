@@ -6,6 +6,7 @@
 //     20261123-031007/            a copy by its ID, the time at which it was made; whole, or not there
 //       run                       the run that it was made for
 //       ended                     when that run ended, and how; missing while it goes on, and of a run that died
+//       ended.next                what "ended" becomes when the disk is full by then
 //       contents                  its files and their sizes: one that has lost a file is not put back
 //       krx/                      the product folder, with every file and folder in it
 //       offline.lst               which databases were offline, when any was
@@ -47,6 +48,10 @@ struct RecoveryCopy {
  *  and needs no hold. */
 [[nodiscard]] std::optional<std::string> DeadRunOf(const ServerFolder& server);
 
+/** For what reads a server as a whole. Throws Failure: as held by another while a command changes it, and as not started
+ *  after a run that died, as half an upgrade is no start. */
+void RequireAtRest(const ServerFolder& server);
+
 /** The bytes in the files of a folder. */
 [[nodiscard]] uintmax_t SizeOf(const std::filesystem::path& folder);
 
@@ -54,30 +59,35 @@ struct RecoveryCopy {
 
 /** How a copy's run has ended. */
 namespace outcome {
+inline constexpr const char* notBegun = "changed nothing";
 inline constexpr const char* good = "done";
 inline constexpr const char* bad = "fell short";
 inline constexpr const char* putBack = "put back";
 } // namespace outcome
 
-/** Makes a copy for a run that begins, and when it is whole removes older ones, but for those of runs that fell short.
- *  Throws Failure, as not started or
- *  interrupted, when it cannot be made: nothing is left of it then, and an older one stays. */
+/** Makes a copy for a run, which counts as ended until it begins. Removes older copies, but for those of runs that fell
+ *  short. Throws Failure, as not started or interrupted, when it cannot be made: nothing is left of it then, and an older
+ *  one stays. */
 [[nodiscard]] RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run);
 
-/** Has a copy that was put back stand for a run that begins. */
+/** Has a copy that was put back stand for another run. */
 [[nodiscard]] RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run);
 
-/** Notes that the copy's run has ended, and how: the next run does not put it back. */
+/** From here on the run changes the folder: if it dies, the next one puts the copy back. */
+void MarkBegun(const RecoveryCopy& copy);
+
+/** Notes that the copy's run has ended, and how: the next run does not put it back. On a full disk it counts as a run
+ *  that fell short. */
 void MarkEnded(const RecoveryCopy& copy, const char* how);
 
-/** Removes all copies but this one. */
+/** Removes all copies but this one. One that cannot be removed is told on standard error, and stays. */
 void DiscardOthers(const RecoveryCopy& copy);
 
 /** Removes what commands that died over the mark of a copy have left beside it. */
 void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
- *  removed). The copy stays. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
+ *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
  *  again then. */
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
 

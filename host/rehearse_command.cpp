@@ -7,9 +7,10 @@
 
 #include "commands.h"
 #include "embedded_notes.h"
+#include "folder_walk.h"
 #include "foundation/notes_text.h"
-#include "hold.h"
 #include "new_folder.h"
+#include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
 #include "server_folder.h"
@@ -22,42 +23,44 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** The folders from the top down to one whose content is being copied, by their own names. */
-using Chain = std::vector<fs::path>;
-
 /** What only tells of commands on the original. */
 bool IsOfTheOriginal(const fs::path& name) {
-    return name.string().find(".recovery") != std::string::npos || name == "krxpatch.hold";
+    return name == "krx.recovery" || name == "krxpatch.hold" || name.extension() == ".tmp";
 }
 
-void CopyFile(const fs::path& from, const fs::path& to) {
+/** The files that were copied, and when each of them had last been written. */
+using Copied = std::vector<std::pair<fs::path, fs::file_time_type>>;
+
+void CopyFile(const fs::directory_entry& from, const fs::path& to) {
     fs::copy_file(from, to); // follows links, so that the copy is a file of its own
     fs::permissions(to, fs::perms::owner_write, fs::perm_options::add); // a rehearsal writes
-    fs::last_write_time(to, fs::last_write_time(from));
+    fs::last_write_time(to, from.last_write_time());
 }
 
-/** Copies what is in a folder, and what links in it lead to. Throws Failure for a link that leads back up. */
-void CopyFolder(const fs::path& from, const fs::path& to, Chain& above) {
-    const fs::path own = fs::canonical(from);
-    if (std::ranges::find(above, own) != above.end()) {
-        throw Failure(failed, from.string() + ": is a link to a folder that it lies in");
-    }
-    above.push_back(own);
+void CopyFolder(const fs::path& from, const fs::path& to, Copied& copied) {
     fs::create_directory(to);
-    for (const fs::directory_entry& entry : fs::directory_iterator(from)) {
-        const fs::path name = entry.path().filename();
-        if (IsOfTheOriginal(name)) {
-            continue;
+    WalkFolder(from, [&](const fs::directory_entry& entry, const fs::path& place) {
+        if (IsOfTheOriginal(place.filename())) {
+            return false;
         }
         if (entry.is_directory()) {
-            CopyFolder(entry.path(), to / name, above);
-        } else if (entry.is_regular_file()) {
-            CopyFile(entry.path(), to / name);
+            fs::create_directory(to / place);
         } else {
-            throw Failure(failed, entry.path().string() + ": is neither a file nor a folder, or a link to nothing");
+            copied.emplace_back(entry.path(), entry.last_write_time());
+            CopyFile(entry, to / place);
+        }
+        return true;
+    });
+}
+
+/** Nobody may have changed the server while it was copied. */
+void RequireUnchanged(const Copied& copied) {
+    for (const auto& [file, time] : copied) {
+        if (std::error_code ignored; fs::last_write_time(file, ignored) != time) { // what is gone has another
+            throw Failure(heldByAnother, file.string() + ": was changed while it was copied; stop what does that, then "
+                                                         "try again");
         }
     }
-    above.pop_back();
 }
 
 std::string ReadText(const fs::path& file) {
@@ -86,17 +89,6 @@ fs::path InstallFolderOf(const ServerFolder& server, const std::string& ini) {
     return server.Path() / PathOf(text);
 }
 
-/** Nobody may change the server while it is copied, and half an upgrade is no start for a rehearsal. */
-void RequireAtRest(const ServerFolder& server) {
-    if (const auto holder = HolderOf(server.DataDirectory())) {
-        throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
-    }
-    if (const auto run = DeadRunOf(server)) {
-        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
-                                      "; first `krxpatch restore` is to put back what it has changed");
-    }
-}
-
 /** Copies the server and returns which of its databases are offline. */
 std::vector<std::string> CopyServer(const fs::path& folder, const NewFolder& copy) {
     const ServerFolder server(folder, ServerFolder::Access::readOnly);
@@ -104,11 +96,12 @@ std::vector<std::string> CopyServer(const fs::path& folder, const NewFolder& cop
     const std::string ini = ReadText(server.IniFile());
     const std::pair<fs::path, const char*> folders[] = {{server.DataDirectory(), "data"},
                                                         {InstallFolderOf(server, ini), "install"}};
+    Copied copied;
     for (const auto& [from, to] : folders) {
-        Chain above;
-        CopyFolder(from, copy.Content() / to, above);
+        CopyFolder(from, copy.Content() / to, copied);
     }
-    WriteText(copy.Content() / "notes.ini", WithFolders(ini, copy.Target()));
+    RequireUnchanged(copied);
+    WriteText(copy.Content() / "notes.ini", WithFolders(WithPath(ini, server.Path(), copy.Target()), copy.Target()));
     std::vector<std::string> offline = server.DatabaseNames();
     std::erase_if(offline, [](const std::string& name) { return EmbIsOffline(("krx/" + name).c_str()) == 0; });
     return offline;
@@ -130,6 +123,7 @@ void TakeOffline(const fs::path& folder, const std::vector<std::string>& names) 
 } // namespace
 
 ExitCode Rehearse(const RehearseOptions& options) {
+    RequireOutside(options.folder, options.server);
     NewFolder copy(options.folder);
     const std::vector<std::string> offline = CopyServer(options.server, copy);
     copy.PutIntoPlace();

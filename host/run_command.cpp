@@ -127,7 +127,8 @@ void ShowHead(std::ostream& out, const ServerFolder& server, const PatchFacts& f
  *  */
 bool HasKeptFiles(const ServerFolder& server) {
     return std::ranges::any_of(std::filesystem::directory_iterator(server.ProductFolder()), [](const auto& entry) {
-        return entry.path().filename().string().find(".updkrx-") != std::string::npos;
+        const std::string name = entry.path().filename().string();
+        return name.find(".updkrx-") != std::string::npos && !name.ends_with("old"); // which no run picks up
     });
 }
 
@@ -274,7 +275,6 @@ void Upgrade::UpgradeDatabases() {
     copy_ = copy_ ? Reuse(*copy_, description_) : MakeCopy(server, description_);
     report_.safetyCopy = copy_->id;
     if (platform::IsInterrupted()) {
-        MarkEnded(*copy_, outcome::putBack);
         throw Failure(interrupted, "interrupted before anything was changed");
     }
     if (!options_.realTime) {
@@ -284,6 +284,7 @@ void Upgrade::UpgradeDatabases() {
     const std::set<std::string> wereOffline = ViewOf(server).offline;
     ShowHead(out_, server, facts_, *copy_);
     const size_t logged = EmbServerLog(nullptr, 0); // what reading the databases added is not the run's
+    MarkBegun(*copy_);
     const std::vector<std::string> messages = CallModule(server);
     MarkEnded(*copy_, outcome::bad); // until it is judged; from here on what the run left is what counts
     report_.console = ConsoleCommands();

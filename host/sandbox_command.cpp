@@ -1,12 +1,15 @@
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 
+#include "checks.h"
 #include "commands.h"
-#include "embedded_notes.h"
+#include "common/ascii_text.h"
+#include "dxl_file.h"
+#include "folder_walk.h"
 #include "new_folder.h"
 #include "path_checks.h"
-#include "server_folder.h"
 #include "server_settings.h"
 #include "text_table.h"
 
@@ -25,11 +28,8 @@ void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::pa
     }
 }
 
-void ImportDatabase(const std::filesystem::path& dxl, const std::filesystem::path& database) {
-    char message[1024];
-    if (EmbDxlImport(database.string().c_str(), dxl.string().c_str(), 0, message, sizeof message) != NOERROR) {
-        throw Failure(failed, message);
-    }
+bool IsDxl(const std::filesystem::path& file) {
+    return updkrx::EqualIgnoringAsciiCase(file.extension().string(), ".dxl");
 }
 
 /** Puts one file of the samples into a folder; `server` is where the whole is going to stand. */
@@ -38,8 +38,8 @@ void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path
     if (sample.filename() == ".keep") {
         return; // it only makes version control keep its folder
     }
-    if (sample.extension() == ".dxl") {
-        ImportDatabase(sample, folder / sample.stem());
+    if (IsDxl(sample)) {
+        std::cout << ImportDxlFile(folder / sample.stem(), sample, 0);
     } else if (sample.filename() == "notes.ini") {
         WriteIniFile(sample, folder / sample.filename(), server);
     } else {
@@ -49,25 +49,24 @@ void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path
 
 void LayOut(const std::filesystem::path& samples, const std::filesystem::path& target,
             const std::filesystem::path& server) {
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(samples)) {
-        const std::filesystem::path copy = target / entry.path().lexically_relative(samples);
+    WalkFolder(samples, [&](const std::filesystem::directory_entry& entry, const std::filesystem::path& place) {
         if (entry.is_directory()) {
-            std::filesystem::create_directory(copy);
+            std::filesystem::create_directory(target / place);
         } else {
-            LayOutFile(entry.path(), copy.parent_path(), server);
+            LayOutFile(entry.path(), (target / place).parent_path(), server);
         }
-    }
+        return true;
+    });
 }
 
-/** What `run` would refuse. */
-void RequireUpgradable(const std::filesystem::path& folder) {
-    const ServerFolder server(folder, ServerFolder::Access::readOnly);
-    const PatchFacts facts = ReadPatchFacts(server);
-    if (!facts.patchBuild) {
-        throw Failure(failed, facts.problem);
-    }
-    if (!facts.undelivered.empty()) {
-        throw Failure(failed, DescribeUndelivered(facts));
+/** What `run` would refuse. The folder stays, for what is missing to be added. */
+void RequireUpgradable(const std::filesystem::path& folder, bool colour) {
+    std::vector<Finding> findings = CheckFolder(folder);
+    KeepProblems(findings);
+    std::cout << FormatFindings(findings, colour);
+    if (AnyFails(findings)) {
+        const auto first = std::ranges::find(findings, Level::failure, &Finding::level);
+        throw Failure(failed, "an upgrade would fail: " + Describe(*first) + "; `krxpatch check` tells all");
     }
 }
 
@@ -75,13 +74,14 @@ void RequireUpgradable(const std::filesystem::path& folder) {
 
 ExitCode Sandbox(const SandboxOptions& options) {
     RequireFolder(options.from, failed);
+    RequireOutside(options.folder, options.from);
     NewFolder made(options.folder);
     LayOut(options.from, made.Content(), made.Target());
     made.PutIntoPlace();
     std::cout << (options.sample ? "The sample server" : "The server") << " is in " << made.Target().string()
               << "\nTo upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << std::endl;
     if (!options.sample) {
-        RequireUpgradable(made.Target());
+        RequireUpgradable(made.Target(), options.colour);
     }
     return succeeded;
 }

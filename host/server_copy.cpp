@@ -3,10 +3,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "common/ascii_text.h"
 #include "failure.h"
 #include "platform.h"
 #include "recovery_copy.h"
+#include "server_settings.h"
 
 namespace krxpatch {
 namespace {
@@ -43,12 +43,6 @@ void CopyFiles(const fs::path& from, const fs::path& to) {
     }
 }
 
-void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
-    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
-        text.replace(at, from.size(), to);
-    }
-}
-
 std::string ReadWhole(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     std::ostringstream text;
@@ -61,11 +55,6 @@ void WriteWhole(const fs::path& file, const std::string& text) {
     if (!(stream << text << std::flush)) {
         throw Failure(notStarted, file.string() + ": cannot be written");
     }
-}
-
-bool IsSetting(std::string_view line, std::string_view name) {
-    return line.size() > name.size() && line[name.size()] == '=' &&
-           updkrx::EqualIgnoringAsciiCase(line.substr(0, name.size()), name);
 }
 
 } // namespace
@@ -88,37 +77,19 @@ void ServerCopy::Remove() const noexcept {
     fs::remove_all(path_, ignored);
 }
 
-std::string ServerCopy::AsCopy(std::string text) const {
-    ReplaceAll(text, original_.string(), path_.string());
-    return text;
-}
-
 std::string ServerCopy::AsOriginal(std::string text) const {
-    ReplaceAll(text, program_.string(), originalProgram_.string());
-    ReplaceAll(text, path_.string(), original_.string());
-    return text;
+    return WithPath(WithPath(std::move(text), program_, originalProgram_), path_, original_);
 }
 
 void ServerCopy::CopyIniFile(const ServerFolder& server) const {
-    std::istringstream lines(ReadWhole(server.IniFile()));
-    std::string copy;
-    for (std::string line; std::getline(lines, line);) {
-        if (IsSetting(line, "Directory")) {
-            line = "Directory=" + (path_ / "data").string();
-        } else if (IsSetting(line, "VarnholtInstallPath")) {
-            line = "VarnholtInstallPath=" + (path_ / "install").string();
-        }
-        copy += AsCopy(std::move(line)) + "\n";
-    }
-    WriteWhole(path_ / "notes.ini", copy);
+    WriteWhole(path_ / "notes.ini", WithFolders(WithPath(ReadWhole(server.IniFile()), original_, path_), path_));
 }
 
 /** It holds the whole paths of databases. */
 void ServerCopy::CopyOfflineList(const ServerFolder& server) const {
     if (fs::exists(server.OfflineList())) {
-        std::string list = ReadWhole(server.OfflineList());
-        ReplaceAll(list, server.ProductFolder().string(), (path_ / "data/krx").string());
-        WriteWhole(path_ / server.OfflineList().filename(), list);
+        WriteWhole(path_ / server.OfflineList().filename(),
+                   WithPath(ReadWhole(server.OfflineList()), server.ProductFolder(), path_ / "data/krx"));
     }
 }
 

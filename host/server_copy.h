@@ -31,7 +31,6 @@ public:
 private:
     void CopyIniFile(const ServerFolder& server) const;
     void CopyOfflineList(const ServerFolder& server) const;
-    [[nodiscard]] std::string AsCopy(std::string text) const;
 
     TemporaryFolder folder_;
     std::filesystem::path path_;

@@ -50,6 +50,22 @@ std::string SettingIn(std::string_view ini, std::string_view name) {
     return place ? std::string(ini.substr(place->start, place->length)) : "";
 }
 
+std::string WithPath(std::string text, const std::filesystem::path& folder, const std::filesystem::path& other) {
+    const std::string from = folder.string();
+    const std::string to = other.string();
+    constexpr std::string_view endsName = "/\\ \t\r\n,;:\"'"; // another name may begin like the folder's
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos;) {
+        const size_t end = at + from.size();
+        if (end == text.size() || endsName.find(text[end]) != std::string_view::npos) {
+            text.replace(at, from.size(), to);
+            at += to.size();
+        } else {
+            at = end;
+        }
+    }
+    return text;
+}
+
 std::string WithFolders(std::string ini, const std::filesystem::path& server) {
     Set(ini, "Directory", server.string() + "/data");
     Set(ini, "VarnholtInstallPath", server.string() + "/install");

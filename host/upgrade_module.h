@@ -2,10 +2,10 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 
 #include "embedded_notes.h"
 #include "platform.h"
+#include "watched_work.h"
 
 namespace krxpatch {
 
@@ -15,10 +15,13 @@ public:
     explicit UpgradeModule(const std::filesystem::path& file)
         : library_(file), entry_(library_.Find<EntryPoint>("MainEntryPoint")) {}
 
-    /** Upgrades the server of the process's session. Calls `look` twenty times a second and once at the end. `look` may
-     *  end the process, as what the module has under way cannot be stopped; it does not throw. The module's result is 0
-     *  whatever happened, so that there is none: the outcome is read from the databases. */
-    void Run(const std::function<void()>& look) const;
+    /** Upgrades the server of the process's session. Calls `look` as DoWatched() does; what the module has under way
+     *  cannot be stopped otherwise than by an end of the process. Its result is 0 whatever happened, so that there is
+     *  none here: the outcome is read from the databases. */
+    template<class Look>
+    void Run(const Look& look) const {
+        DoWatched([this] { (void)entry_(); }, look);
+    }
 
 private:
     using EntryPoint = STATUS();

@@ -285,7 +285,7 @@ TEST_F(ReportTest, EveryAnswerLeavesTheFolderAsItWas) {
          {"plan", "--server", "server", "--html", "server/data/plan.html"},
          2,
          "not-started",
-         "lies in the server folder"},
+         "lies in the folder that is only read"},
         {"behind", nothing, {"verify", "--server", "server"}, 1, "not-as-it-should-be", "it has not been upgraded"},
         {"upgraded", nothing, {"verify", "--server", "server"}, 0, nullptr, "really done"},
         {"upgraded", nothing, {"verify", "--server", "none"}, 2, "not-started", "none: no such folder"},

@@ -1,5 +1,7 @@
 #include "engine/database/note_reader.h"
 
+#include <algorithm>
+
 #include "engine/database/signature.h"
 #include "engine/values/acl.h"
 #include "engine/values/bytes.h"
@@ -24,6 +26,23 @@ std::string Listed(const std::map<std::string, std::string>& attributes, const s
         add(role);
     }
     return text;
+}
+
+/** Also of what has no value that a person could read: an object tells equal values by their hashes, and what is kept as
+ *  XML is shown so. */
+ShownItem Show(const ItemView& item) {
+    ShownItem shown = ShowItem(item);
+    if (item.object) {
+        shown.values = {std::to_string(item.object->size) + " bytes, hash " + std::to_string(item.object->hash)};
+    } else if (IsKept(item.type)) {
+        shown.type = "xml";
+        shown.values = {std::string(item.value)};
+        std::ranges::replace(shown.values.front(), '\0', '\n');
+        shown.name = item.type == keptHead                           ? "(note)"
+                     : item.type == keptElement && item.name.empty() ? "(element)"
+                                                                     : shown.name;
+    }
+    return shown;
 }
 
 } // namespace
@@ -93,7 +112,10 @@ std::vector<ShownItem> NoteReader::Items() const {
     std::vector<ShownItem> shown;
     ItemCursor cursor(Encoded());
     for (ItemView item{}; cursor.Next(item);) {
-        shown.push_back(ShowItem(item));
+        if (item.type == keptInfo) {
+            continue; // times, and where the note stood: two equal databases do not have that in common
+        }
+        shown.push_back(Show(item));
         if (item.type == TYPE_SIGNATURE && SameItemName(item.name, signatureItem)) {
             const SignatureState state = CheckSignature(embedded::Items(chunk_[at_].items), Head().noteClass);
             shown.back().type = "signature";
