@@ -1,5 +1,7 @@
 #include "checks.h"
 
+#include <algorithm>
+
 #include "failure.h"
 #include "patch_entries.h"
 
@@ -20,10 +22,16 @@ CheckSubject Examine(const ServerFolder& server, bool isHeld) {
             patchFile, std::move(facts), ReadDatabases(server.DatabaseNames()), std::move(delivered)};
 }
 
+namespace {
+
+constexpr auto allRows = {SettingsChecks, FolderChecks, PatchChecks, DatabaseChecks};
+
+} // namespace
+
 std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun) {
     std::vector<Finding> all;
-    for (const auto& rows : {SettingsChecks(), FolderChecks(), PatchChecks(), DatabaseChecks()}) {
-        for (const CheckRow& row : rows) {
+    for (const auto rows : allRows) {
+        for (const CheckRow& row : rows()) {
             if (afterDeadRun && row.ofFolder) {
                 continue;
             }
@@ -39,6 +47,15 @@ std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun) {
         }
     }
     return all;
+}
+
+bool AnyIsFinal(const std::vector<Finding>& findings) {
+    return std::ranges::any_of(findings, [](const Finding& finding) {
+        return finding.level == Level::failure && std::ranges::any_of(allRows, [&](const auto rows) {
+                   return std::ranges::any_of(
+                       rows(), [&](const CheckRow& row) { return row.final && finding.subject == row.name; });
+               });
+    });
 }
 
 std::vector<Finding> CheckFolder(const std::filesystem::path& folder) {

@@ -57,6 +57,8 @@ struct CheckRow {
     Check check;
     /** It judges what stands in the product folder, which after a run that died is not what an upgrade begins with. */
     bool ofFolder;
+    /** --force does not overrule it: somebody else's data is at stake. */
+    bool final = false;
 };
 
 // The rows, in groups of a file each.
@@ -72,6 +74,9 @@ void FindLinks(const ServerFolder& server, Findings& findings);
 /** The findings of every check, whose name is their subject; one that finds nothing wrong has one that is ok. With `afterDeadRun`, only of checks
  *  that do not depend on what that run has left. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun = false);
+
+/** Whether one of the failures stands whatever the administrator wants. */
+[[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);
 
 /** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends the
  *  process's session. */

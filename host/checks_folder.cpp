@@ -7,6 +7,7 @@
 #include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -79,11 +80,6 @@ void CheckWritable(const CheckSubject& subject, Findings& findings) {
     }
 }
 
-std::string Megabytes(uintmax_t bytes) {
-    constexpr uintmax_t megabyte = 1'000'000;
-    return std::to_string((bytes + megabyte - 1) / megabyte) + " MB";
-}
-
 /** The copy, then what the patch brings, and twice the largest database: its journal, and the old encyclopedia beside
  *  the new one. */
 void CheckRoom(const CheckSubject& subject, Findings& findings) {
@@ -115,8 +111,8 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
 }
 
 constexpr CheckRow rows[] = {
-    {"others at work", CheckOthers, false},
-    {"links", CheckLinks, false},
+    {"others at work", CheckOthers, false, true},
+    {"links", CheckLinks, false, true},
     {"rights", CheckWritable, false},
     {"room on the disk", CheckRoom, false},
 };

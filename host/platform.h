@@ -46,7 +46,8 @@ void NoteInterrupts() noexcept;
 void FlushToDisk(const std::filesystem::path& path);
 
 /** Makes `to`, or overwrites it, with the bytes, the access rights and the owner of a file, and waits until it is on
- *  the disk. Throws filesystem_error with both names and the system's own cause. */
+ *  the disk. Throws filesystem_error with both names and the system's own cause, and Failure when somebody asks this
+ *  process to end meanwhile. */
 void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
 /** Gives a file or folder to the user whom `from` belongs to, where this process may: a server that runs as another

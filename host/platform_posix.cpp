@@ -150,8 +150,11 @@ void CopyFile(const std::filesystem::path& from, const std::filesystem::path& to
     struct stat facts = {};
     check(fstat(source.Get(), &facts) == 0 && fchmod(target.Get(), facts.st_mode & 07777) == 0);
     TakeOwner(to, from);
-    constexpr size_t chunk = size_t{1} << 30;
+    constexpr size_t chunk = size_t{1} << 26;
     for (ssize_t copied = 1; copied > 0;) {
+        if (IsInterrupted()) {
+            throw Failure(interrupted, "interrupted");
+        }
         copied = sendfile(target.Get(), source.Get(), nullptr, chunk);
         check(copied >= 0);
     }
@@ -189,7 +192,13 @@ void AppendLine(const std::filesystem::path& file, const std::string& line) {
     const Descriptor opened(file, O_WRONLY | O_APPEND | O_CREAT);
     Check(opened.IsOpen(), "open", file);
     const std::string text = line + '\n';
-    Check(write(opened.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "write", file);
+    const ssize_t written = write(opened.Get(), text.data(), text.size());
+    if (written > 0 && written < static_cast<ssize_t>(text.size())) { // a full disk: no half line stays
+        const off_t end = lseek(opened.Get(), 0, SEEK_CUR);
+        [[maybe_unused]] const int cut = ftruncate(opened.Get(), end - written); // tried; the failure is told below
+        errno = ENOSPC;
+    }
+    Check(written == static_cast<ssize_t>(text.size()), "write", file);
 }
 
 std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const std::string& text) {

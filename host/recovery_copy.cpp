@@ -9,6 +9,7 @@
 
 #include "failure.h"
 #include "hold.h"
+#include "patch_entries.h"
 #include "platform.h"
 #include "times.h"
 
@@ -124,6 +125,7 @@ void WriteText(const fs::path& file, const std::string& text) {
             throw fs::filesystem_error("write", made, std::make_error_code(std::errc::io_error));
         }
         stream.close();
+        platform::TakeOwner(made, file.parent_path());
         platform::FlushToDisk(made);
     });
 }
@@ -132,7 +134,7 @@ void WriteText(const fs::path& file, const std::string& text) {
 bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
     const fs::path& path = entry.path();
     return KindOf(entry) == Kind::file && path != RunFile(copy) && path != EndedFile(copy) &&
-           path != ContentsFile(copy);
+           path != NextEndedFile(copy) && path != ContentsFile(copy);
 }
 
 /** A line for each file in a copy, with its size. */
@@ -180,19 +182,52 @@ void RemoveFile(const fs::path& file) {
     platform::FlushToDisk(file.parent_path());
 }
 
+/** Nothing when there is no such file. Throws Failure for one that cannot be read: who may not look must not take it that
+ *  there is nothing. */
 std::optional<std::string> ReadText(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
-    return stream ? std::optional(std::string(std::istreambuf_iterator<char>(stream), {})) : std::nullopt;
+    if (stream) {
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    }
+    if (fs::exists(file)) {
+        throw Failure(notStarted, file.string() + ": cannot be read: " + platform::WhyUnreadable(file));
+    }
+    return std::nullopt;
 }
 
-/** A copy's ID, which no other has. */
-std::string NewId(const fs::path& place) {
-    const std::string time = FormatTime(Now(), "%Y%m%d-%H%M%S");
-    std::string id = time;
-    for (int n = 2; fs::exists(place / id); ++n) {
-        id = time + "-" + std::to_string(n);
+/** A copy's ID. It is the greatest, also when another was made in the same second or the clock has gone back. */
+std::string NewId(const std::vector<RecoveryCopy>& copies) {
+    const std::string id = FormatTime(Now(), "%Y%m%d-%H%M%S");
+    return copies.empty() || copies.front().id < id ? id : copies.front().id + "a";
+}
+
+/** Copies are made, found and removed in a folder of the server's own: behind a link they would be shared with whatever
+ *  else links there. */
+void RequireOwnFolder(const fs::path& place) {
+    const fs::file_status status = fs::symlink_status(place);
+    if (fs::exists(status) && !fs::is_directory(status)) {
+        throw Failure(notStarted, place.string() + ": is " + (fs::is_symlink(status) ? "a link" : "a file") +
+                                      " and not a folder: the safety copies must stand beside the product folder");
     }
-    return id;
+}
+
+void RemoveIfEmpty(const fs::path& folder) {
+    std::error_code ignored; // there are other copies in it
+    if (fs::is_directory(fs::symlink_status(folder, ignored))) {
+        fs::remove(folder, ignored);
+    }
+}
+
+/** Whoever has a database open goes on writing into a file that is no longer there. */
+void RequireUnused(const fs::path& productFolder) {
+    std::error_code ignored; // no folder, no users
+    for (const fs::directory_entry& entry : fs::directory_iterator(productFolder, ignored)) {
+        if (KindOf(entry) == Kind::file && IsDatabaseName(entry.path().filename().string()) &&
+            platform::IsInUse(entry.path())) {
+            throw Failure(heldByAnother, entry.path().string() + ": is in use by another process; stop that, then try "
+                                                                 "again");
+        }
+    }
 }
 
 /** What a dead run has left of copies that it was making or removing. */
@@ -209,7 +244,8 @@ std::string Ending(const char* how) {
 }
 
 void Fill(const fs::path& made, const ServerFolder& server, const std::string& run) {
-    fs::create_directory(made);
+    fs::create_directory(made, server.ProductFolder());
+    platform::TakeOwner(made, server.ProductFolder());
     // Held mail is in there: only who may look into the product's folder may look into its copy.
     CopyFolder(server.ProductFolder(), made / server.ProductFolder().filename());
     if (fs::exists(server.OfflineList())) {
@@ -263,10 +299,19 @@ fs::path RecoveryCopy::Folder() const {
 
 std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
     std::vector<RecoveryCopy> copies;
-    std::error_code ignored; // where nothing can be listed no copies are known
-    for (const fs::directory_entry& entry : fs::directory_iterator(PlaceOfCopies(productFolder), ignored)) {
-        const auto run = ReadText(RunFile(entry.path()));
-        if (run && entry.path().extension() != passing) {
+    const fs::path place = PlaceOfCopies(productFolder);
+    RequireOwnFolder(place);
+    if (!fs::exists(place)) {
+        return copies;
+    }
+    if (const std::string why = platform::WhyUnreadable(place); !why.empty()) {
+        throw Failure(notStarted, place.string() + ": cannot be read: " + why);
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(place)) {
+        if (entry.path().extension() == passing) {
+            continue;
+        }
+        if (const auto run = ReadText(RunFile(entry.path()))) {
             copies.push_back(
                 {entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path()))});
         }
@@ -315,13 +360,16 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
     const auto giveUp = [&] {
         std::error_code ignored; // what stays means nothing, and the next run removes it
         fs::remove_all(made, ignored);
-        fs::remove(place, ignored); // unless there are others
+        RemoveIfEmpty(place);
     };
     try {
-        fs::create_directory(place, server.ProductFolder());
-        RemovePassing(place);
         const std::vector<RecoveryCopy> older = CopiesOf(server.ProductFolder());
-        const std::string id = NewId(place);
+        if (fs::create_directory(place, server.ProductFolder())) {
+            platform::TakeOwner(place, server.ProductFolder());
+            platform::FlushToDisk(place.parent_path());
+        }
+        RemovePassing(place);
+        const std::string id = NewId(older);
         made = place / (id + passing);
         Fill(made, server, run);
         Rename(made, place / id);
@@ -378,6 +426,7 @@ void RemoveHalfMarks(const fs::path& productFolder) {
 
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     RequireWhole(copy.Folder());
+    RequireUnused(server.ProductFolder());
     const auto fail = [&](ExitCode exitCode, const std::string& what) {
         throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
                                     "; `krxpatch restore` can be called again, and the safety copy " + copy.id +
@@ -403,8 +452,7 @@ void Discard(const RecoveryCopy& copy) {
         const fs::path going = WithSuffix(copy.Folder(), passing);
         Rename(copy.Folder(), going);
         fs::remove_all(going);
-        std::error_code ignored; // there are others
-        fs::remove(copy.Folder().parent_path(), ignored);
+        RemoveIfEmpty(copy.Folder().parent_path());
     } catch (const fs::filesystem_error& error) {
         throw Failure(failed, copy.Folder().string() + ": cannot be removed: " + Cause(error));
     }

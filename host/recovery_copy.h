@@ -38,7 +38,8 @@ struct RecoveryCopy {
     [[nodiscard]] std::filesystem::path Folder() const;
 };
 
-/** The copies of a product folder, the newest first. Writes nothing, and needs no hold. */
+/** The copies of a product folder, the newest first. Writes nothing, and needs no hold. Throws Failure, as not started,
+ *  when they cannot be looked at or stand behind a link. */
 [[nodiscard]] std::vector<RecoveryCopy> CopiesOf(const std::filesystem::path& productFolder);
 
 /** The copy of a run that has not ended: one that died, unless somebody holds the server. Writes nothing. */
@@ -87,7 +88,8 @@ void DiscardOthers(const RecoveryCopy& copy);
 void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
- *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
+ *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure, as held by another, when
+ *  somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
  *  again then. */
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
 

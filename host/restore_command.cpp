@@ -8,6 +8,7 @@
 #include "database_report.h"
 #include "history.h"
 #include "hold.h"
+#include "path_checks.h"
 #include "recovery_copy.h"
 #include "server_folder.h"
 #include "text_table.h"
@@ -35,7 +36,8 @@ ExitCode List(const std::vector<RecoveryCopy>& copies, Report& report) {
     return succeeded;
 }
 
-/** The copies that the command is about: the one with the ID, or without an ID all. */
+/** The copies that the command is about: the one with the ID, or without an ID all. First is the one to be put back: of a
+ *  run that died, or else the newest. */
 std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const RestoreOptions& options) {
     if (!options.id.empty()) {
         std::erase_if(copies, [&](const RecoveryCopy& copy) { return copy.id != options.id; });
@@ -44,6 +46,7 @@ std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const Restore
         throw Failure(notStarted, options.server.string() + ": there is no safety copy" +
                                       (options.id.empty() ? "" : " " + options.id + "; --list tells which there are"));
     }
+    std::ranges::stable_partition(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
     return copies;
 }
 
@@ -78,7 +81,9 @@ void RequireNoLinks(const ServerFolder& server) {
 /** Before anything is touched. */
 void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>& copies,
                      const RestoreOptions& options) {
-    RequireNotHeld(server.DataDirectory());
+    if (!IsBelow(server.ProductFolder(), server.Path())) { // the copies would be another server's
+        throw Failure(notStarted, server.ProductFolder().string() + ": leads out of the server folder");
+    }
     if (!options.discard) {
         RequireNoLinks(server);
     } else if (!options.force) {
@@ -99,10 +104,12 @@ ExitCode Restore(const RestoreOptions& options, Report& report) {
     if (options.list) {
         return List(CopiesOf(server.ProductFolder()), report);
     }
+    RequireNotHeld(server.DataDirectory());
     RequirePossible(server, Select(CopiesOf(server.ProductFolder()), options), options);
     const std::string command = options.discard ? "restore --discard" : "restore";
     const platform::HeldFile hold = Hold(server.DataDirectory(), DescribeThis(command));
     const std::vector<RecoveryCopy> copies = Select(CopiesOf(server.ProductFolder()), options);
+    RequirePossible(server, copies, options); // once more: a run may have died in between
     report["id"] = copies.front().id;
     Chronicle chronicle(server.Path(), command);
     try {

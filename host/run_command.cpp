@@ -132,6 +132,25 @@ bool HasKeptFiles(const ServerFolder& server) {
     });
 }
 
+/** A server that was started again after the run died has taken mail since, which putting back would lose. The run left
+ *  its last sign in its log, or when it began. */
+void RequireNothingSince(const ServerFolder& server, const RecoveryCopy& copy) {
+    namespace fs = std::filesystem;
+    constexpr auto quiet = std::chrono::minutes(10); // that the module may work without a line
+    std::error_code ignored;                         // what is not there has no time
+    fs::file_time_type last = fs::last_write_time(copy.Folder() / "ended.next", ignored);
+    for (const fs::directory_entry& entry : fs::directory_iterator(server.LogFolder(), ignored)) {
+        last = std::max(last, entry.last_write_time(ignored));
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(server.ProductFolder(), ignored)) {
+        if (entry.is_regular_file(ignored) && entry.last_write_time(ignored) > last + quiet) {
+            throw Failure(notStarted, entry.path().string() +
+                                          ": was written after the run that died. Putting back what that run changed "
+                                          "would lose it: `krxpatch restore` does so, and so does --force");
+        }
+    }
+}
+
 /** Its ID; empty when there is none. */
 std::string NewestCopyOf(const ServerFolder& server) {
     const std::vector<RecoveryCopy> copies = CopiesOf(server.ProductFolder());
@@ -151,13 +170,15 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
         return; // all of them are made again in a moment
     }
     KeepProblems(findings);
-    if (AnyFails(findings) && !options_.force) {
+    const bool mayForce = !AnyIsFinal(findings);
+    if (AnyFails(findings) && !(options_.force && mayForce)) {
         report_.findings = findings;
         AddFailures(report_, findings, "would-fail");
         throw Failure(notStarted,
                       Summary(report_) + "; `krxpatch check` tells all" +
                           (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
-                                        : ", and --force goes on all the same"));
+                           : mayForce   ? ", and --force goes on all the same"
+                                        : ""));
     }
     out_ << FormatFindings(findings, options_.output.colour);
 }
@@ -170,6 +191,9 @@ void Upgrade::PutBackDeadRun() {
         return;
     }
     RequireGoodChecks(Examine(server, false), true);
+    if (!options_.force) {
+        RequireNothingSince(server, *copy);
+    }
     hold_.emplace(Hold(server.DataDirectory(), description_));
     out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
     AddToHistory(server.Path(), {"run", copy->run, Now(), 0, "", "", "died", "what it changed is put back"});
@@ -271,6 +295,9 @@ void Upgrade::UpgradeDatabases() {
         if (NewestCopyOf(server) != newestCopy_) {
             throw Failure(heldByAnother, server.Path().string() + ": another run came in between: run again");
         }
+    }
+    if (!copy_) {
+        out_ << "Making the safety copy (" << Megabytes(SizeOf(server.ProductFolder())) << ")\n" << std::flush;
     }
     copy_ = copy_ ? Reuse(*copy_, description_) : MakeCopy(server, description_);
     report_.safetyCopy = copy_->id;

@@ -77,4 +77,9 @@ std::string FormatTable(const std::vector<std::vector<std::string>>& rows) {
     return table;
 }
 
+std::string Megabytes(uintmax_t bytes) {
+    constexpr uintmax_t megabyte = 1'000'000;
+    return std::to_string((bytes + megabyte - 1) / megabyte) + " MB";
+}
+
 } // namespace krxpatch

@@ -1,6 +1,7 @@
 // Text for a terminal.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,9 @@ namespace krxpatch {
 /** The text with a blank for a tab and "?" for any other control character, which could change what a terminal
  *  shows. */
 [[nodiscard]] std::string Printable(std::string_view text);
+
+/** A size, rounded up: "12 MB". */
+[[nodiscard]] std::string Megabytes(uintmax_t bytes);
 
 /** A text as an argument that can be pasted into a shell: in quotes when it has more than plain characters. */
 [[nodiscard]] std::string Quoted(std::string_view text);
