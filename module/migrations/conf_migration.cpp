@@ -20,43 +20,59 @@ constexpr WORD pathSize = 32;
 constexpr const char* databasePath = "krx/krconf.nsf";
 constexpr const char* templatePath = "krx/krconf.ntf";
 
-void RepairReferences(DBHANDLE database) {
+/** Carries out a pass over the references, once more when anything has failed. False when that did not help. */
+bool Repair(STATUS (*pass)(DBHANDLE database, bool& whole), DBHANDLE database) {
+    bool whole = false;
+    (void)pass(database, whole); // logged
+    if (!whole) {
+        (void)pass(database, whole);
+    }
+    return whole;
+}
+
+/** False when references may have stayed as they were. */
+bool RepairReferences(DBHANDLE database) {
     if (ObsoleteUNIDSet.empty()) {
         DebugLog(level::detail, "m_nsf_ObsoleteUNIDSet is NULL, so happy!");
-        return;
+        return true;
     }
     LogObsoleteUnids();
     // Either pass is worth its while without the other.
-    (void)RemoveObsoleteUNID(database);
-    (void)ReplaceObsoleteUNID(database);
+    const bool removed = Repair(RemoveObsoleteUNID, database);
+    return Repair(ReplaceObsoleteUNID, database) && removed;
 }
 
-void UpgradeFromTemplate(DBHANDLE database) {
+/** False when references may dangle. */
+bool UpgradeFromTemplate(DBHANDLE database) {
     ScopedDatabase templateDatabase;
     if (templateDatabase.Open(NSFDbOpen, templatePath) != NOERROR) {
         char path[MAXPATH];
         ToNative(templatePath, path, sizeof path);
         DebugLog(level::detail, "cannot open krconf.ntf, path: %s", path);
-        if (!ObsoleteUNIDSet.empty()) { // of copies that were removed as documents were put back
-            RepairReferences(database);
-        }
-        return;
+        // Copies may have been removed as documents were put back.
+        return ObsoleteUNIDSet.empty() || RepairReferences(database);
     }
     (void)UpgradeDLPDocumentFromNTFtoNSF(templateDatabase.Get(), database); // its forms succeed or fail by themselves
-    RepairReferences(database);
+    return RepairReferences(database);
 }
 
 /** Closes the database: what is kept of its documents goes when the disk has what stands in their place. */
 void UpgradeDocuments(ScopedDatabase& database) {
     // Without all that an earlier run had taken out, another document would be taken for one that is missing.
     if (HasKeptDocuments() && !PutBackKeptDocuments(database.Get())) {
+        if (!ObsoleteUNIDSet.empty()) { // of copies that were removed all the same
+            (void)RepairReferences(database.Get());
+        }
         return;
     }
-    UpgradeFromTemplate(database.Get());
+    const bool repaired = UpgradeFromTemplate(database.Get());
     if (!HasKeptDocuments()) {
         return;
     }
-    const bool complete = AllKeptDocumentsStand(database.Get());
+    if (!repaired) {
+        DebugLog(level::progress, "Error: References may dangle. What they need is kept for the next run.");
+    }
+    const bool complete = AllKeptDocumentsStand(database.Get()) && repaired;
     if (database.Close() == NOERROR && complete) {
         RemoveKeptDocuments();
     }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
-#include <optional>
 #include <set>
 #include <span>
+#include <utility>
 
 #include "common/ascii_text.h"
 #include "common/startup.h"
@@ -36,9 +36,10 @@ constexpr Pass removal = {
     ""};
 constexpr Pass replacement = {"ReplaceObsoleteUNID", "ReplaceObsoleteUNIDCallback", "Form=\"template\"", " "};
 
-/** Calls `step` with the ID of each note that the pass selects. */
+/** Calls `step` with the ID of each note that the pass selects. `whole` becomes true when all of them were true. */
 template<class Step>
-STATUS RunPass(const Pass& pass, DBHANDLE database, Step step) noexcept {
+STATUS RunPass(const Pass& pass, DBHANDLE database, Step step, bool& whole) noexcept {
+    whole = false;
     ScopedFormula formula;
     STATUS status = CompileOrLog(pass.operation, pass.selection, maxSelectionLength, formula);
     if (status != NOERROR) {
@@ -49,7 +50,12 @@ STATUS RunPass(const Pass& pass, DBHANDLE database, Step step) noexcept {
                                .formula = formula.Get(),
                                .classMask = NOTE_CLASS_DOCUMENT,
                                .logsUnselected = true};
-    status = SearchNotes(search, [&](const SEARCH_MATCH& found) { step(found.ID.NoteID); });
+    bool all = true;
+    status = SearchNotes(search, [&](const SEARCH_MATCH& found) {
+        const bool before = std::exchange(all, false); // should the step throw
+        all = step(found.ID.NoteID) && before;
+    });
+    whole = status == NOERROR && all;
     if (status != NOERROR) {
         DebugLog(level::detail, "%s: NSFSearch failed,%serror[%d],error message[%s]\n", pass.operation, pass.separator,
                  status, StatusText(status).Text());
@@ -58,16 +64,17 @@ STATUS RunPass(const Pass& pass, DBHANDLE database, Step step) noexcept {
 }
 
 /** Opens a document, has `rewrite` work on each of its items and saves it. An item of which only a part could be
- *  written keeps what it had: the document is opened anew then, for the other items. */
+ *  written keeps what it had: the document is opened anew then, for the other items. False when anything stayed as it
+ *  was for a failure. */
 template<class Rewrite>
-void RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<const char* const> items,
+bool RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<const char* const> items,
                   Rewrite rewrite) {
     std::set<const char*> kept;
     for (bool whole = false; !whole;) {
         ScopedNote note;
         if (OpenNote(note, database, noteId) != NOERROR) {
             DebugLog(level::progress, "ERR: %s:NSFNoteOpen", step);
-            return;
+            return false;
         }
         whole = std::ranges::all_of(items, [&](const char* item) {
             const bool done = kept.contains(item) || rewrite(note.Get(), item);
@@ -83,8 +90,10 @@ void RewriteItems(const char* step, DBHANDLE database, NOTEID noteId, std::span<
                      "ERR: %s:NSFNoteUpdate. The document keeps what it had. UNID is %s, sError is %d, "
                      "czErrorMessage is %s...",
                      step, UnidTextOf(note.Get()).c_str(), status, StatusText(status).Text());
+            return false;
         }
     }
+    return kept.empty();
 }
 
 /** A text list that is being rewritten, and who does so. */
@@ -95,24 +104,24 @@ struct ListField {
     const std::string& unid; // of the note
 };
 
-/** The entries of a list that has obsolete ones among them; nothing when the list is to stay as it is. */
+/** Reads a list that is to be written anew. `entries` stays empty when it has no obsolete ones; false when it cannot be
+ *  read. */
 template<class IsObsolete>
-std::optional<TextSet> ReadObsolete(const ListField& field, IsObsolete isObsolete) {
+bool ReadObsolete(const ListField& field, IsObsolete isObsolete, TextSet& entries) {
     const auto& [operation, note, item, unid] = field;
     if (LacksItem(note, item)) {
         DebugLog(level::progress, "%s:UNID %s field %s is null", operation, unid.c_str(), item);
-        return std::nullopt;
+        return true;
     }
-    TextSet entries;
     if (!ReadTextListfield(note, item, entries)) {
-        return std::nullopt;
+        return false;
     }
     if (std::ranges::none_of(entries, isObsolete)) {
         DebugLog(level::progress, "%s: No obsolete UNID exist in this doc UNID %s field %s", operation, unid.c_str(),
                  item);
-        return std::nullopt;
+        entries.clear();
     }
-    return entries;
+    return true;
 }
 
 /** Takes the list out of the note, to be written back entry by entry. */
@@ -194,14 +203,17 @@ bool RemoveTextListfield(NOTEHANDLE note, const char* item) {
     const std::string unid = UnidTextOf(note);
     const ListField field = {"RemoveTextListfield", note, item, unid};
     const auto isObsolete = [](const std::string& entry) { return ObsoleteUNIDSet.contains(entry); };
-    const std::optional<TextSet> entries = ReadObsolete(field, isObsolete);
-    if (!entries) {
+    TextSet entries;
+    if (!ReadObsolete(field, isObsolete, entries)) {
+        return false;
+    }
+    if (entries.empty()) {
         return true;
     }
     if (!TakeOut(field)) {
         return false;
     }
-    for (const std::string& entry : *entries) {
+    for (const std::string& entry : entries) {
         if (isObsolete(entry)) {
             DebugLog(level::progress, "RemoveTextListfield: Remove the Obsolete UNID %s from %s in doc: %s!",
                      entry.c_str(), item, unid.c_str());
@@ -220,38 +232,40 @@ bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplaceme
     const std::string unid = UnidTextOf(note);
     const ListField field = {"ReplaceTextListfield", note, item, unid};
     // The keys of the replacements are the obsolete UNIDs.
-    const auto entries = ReadObsolete(field, [&](const std::string& entry) { return replacements.OccurIn(entry); });
-    if (!entries) {
-        return true;
+    TextSet entries;
+    if (!ReadObsolete(field, [&](const std::string& entry) { return replacements.OccurIn(entry); }, entries)) {
+        return false;
     }
-    return TakeOut(field) && std::ranges::all_of(*entries, [&](const std::string& entry) {
-               return PutBack(field, ReplaceInEntry(entry, replacements));
-           });
+    return entries.empty() || (TakeOut(field) && std::ranges::all_of(entries, [&](const std::string& entry) {
+                                   return PutBack(field, ReplaceInEntry(entry, replacements));
+                               }));
 }
 
 namespace {
 
-void RemoveObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId) {
+bool RemoveObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId) {
     static constexpr const char* items[] = {"ReferDocs", "UseDocs"};
-    RewriteItems(removal.step, database, noteId, items, RemoveTextListfield);
+    return RewriteItems(removal.step, database, noteId, items, RemoveTextListfield);
 }
 
-void ReplaceObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId, const TextReplacements& replacements) {
+bool ReplaceObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId, const TextReplacements& replacements) {
     static constexpr const char* items[] = {"matchRule"};
-    RewriteItems(replacement.step, database, noteId, items,
-                 [&](NOTEHANDLE note, const char* item) { return ReplaceTextListfield(note, item, replacements); });
+    return RewriteItems(replacement.step, database, noteId, items, [&](NOTEHANDLE note, const char* item) {
+        return ReplaceTextListfield(note, item, replacements);
+    });
 }
 
 } // namespace
 
-STATUS RemoveObsoleteUNID(DBHANDLE database) {
-    return RunPass(removal, database, [&](NOTEID noteId) { RemoveObsoleteUNIDCallback(database, noteId); });
+STATUS RemoveObsoleteUNID(DBHANDLE database, bool& whole) {
+    return RunPass(removal, database,
+                   [&](NOTEID noteId) { return RemoveObsoleteUNIDCallback(database, noteId); }, whole);
 }
 
-STATUS ReplaceObsoleteUNID(DBHANDLE database) {
+STATUS ReplaceObsoleteUNID(DBHANDLE database, bool& whole) {
     const TextReplacements replacements(gMap);
     return RunPass(replacement, database,
-                   [&](NOTEID noteId) { ReplaceObsoleteUNIDCallback(database, noteId, replacements); });
+                   [&](NOTEID noteId) { return ReplaceObsoleteUNIDCallback(database, noteId, replacements); }, whole);
 }
 
 } // namespace updkrx

@@ -34,14 +34,15 @@ void LogObsoleteUnids();
 
 /** Drop obsolete UNIDs from ReferDocs and UseDocs of all documents that detect or are used for it, and replace them in
  *  matchRule of all "template" documents. Return the status of the search or of compiling its formula, which is
- *  logged; what fails in a document is logged and leaves that document as it was. */
-STATUS RemoveObsoleteUNID(DBHANDLE database);
-STATUS ReplaceObsoleteUNID(DBHANDLE database);
+ *  logged; what fails in a document is logged and leaves that document as it was. `whole` tells whether every document
+ *  is as it is to be. */
+STATUS RemoveObsoleteUNID(DBHANDLE database, bool& whole);
+STATUS ReplaceObsoleteUNID(DBHANDLE database, bool& whole);
 
 /**
- * Do that to one text list of an open note. A list that holds no obsolete UNID, or cannot be read, which is logged,
- * stays as it is; any other is written anew in ascending order and without duplicates, or vanishes when nothing is left
- * of it. False when it could not be written whole: the note in memory must not be saved then.
+ * Do that to one text list of an open note. A list that holds no obsolete UNID stays as it is; any other is written anew
+ * in ascending order and without duplicates, or vanishes when nothing is left of it. False when it could not be read or
+ * not be written whole, which is logged: the note in memory must not be saved then.
  */
 [[nodiscard]] bool RemoveTextListfield(NOTEHANDLE note, const char* item);
 [[nodiscard]] bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplacements& replacements);

@@ -50,12 +50,14 @@ int32_t UpgradeEntities(const OpenDatabases& open) {
 
 int32_t RemoveReferences(const OpenDatabases& open) {
     ObsoleteUNIDSet = {unidA1};
-    return RemoveObsoleteUNID(open.database);
+    bool whole = false;
+    return RemoveObsoleteUNID(open.database, whole);
 }
 
 int32_t ReplaceReferences(const OpenDatabases& open) {
     gMap = {{unidA1, unidD1}};
-    return ReplaceObsoleteUNID(open.database);
+    bool whole = false;
+    return ReplaceObsoleteUNID(open.database, whole);
 }
 
 int32_t RemoveRetired(const OpenDatabases& /*open*/) {
@@ -129,7 +131,9 @@ TEST_F(MigrationFailuresTest, RewriteOneListWithoutTheOther) {
         ASSERT_EQ(NSFDbOpen(test::confDatabase, &database), NOERROR);
         ObsoleteUNIDSet = {unidA1};
         ASSERT_EQ(EmbFaultArm("NSFItemCreateTextList", n, failure, 0), NOERROR);
-        EXPECT_EQ(RemoveObsoleteUNID(database), NOERROR);
+        bool whole = true;
+        EXPECT_EQ(RemoveObsoleteUNID(database, whole), NOERROR);
+        EXPECT_FALSE(whole);
         EmbFaultClear();
         EXPECT_EQ(NSFDbClose(database), NOERROR);
         EXPECT_EQ(Content(), after);
@@ -237,7 +241,7 @@ TEST_F(MigrationFailuresTest, LogWhatFails) {
            "[0][PatchKRX:LINE]RemoveObsoleteUNID Cannot compile the formula! error[16966]\n"},
           {"NSFSearch", 1, failure, "[3]RemoveObsoleteUNID: NSFSearch failed,error[16966],error message[TEXT]\n"},
           {"NSFNoteOpen", 1, 0, "[1]ERR: RemoveObsoleteUNIDCallback:NSFNoteOpen"},
-          {"NSFItemDelete", 3, 0,
+          {"NSFItemDelete", 2, 0,
            "[1]RemoveTextListfield: NSFItemDelete error. item is ReferDocs, UNID is "
            "00000000000000000000000000000001, AND."},
           {"NSFItemCreateTextList", 1, 0,

@@ -110,13 +110,26 @@ TEST_F(MigrationsTest, OverrideWhoSavedMeanwhile) {
 /** Whatever fails from some call on, the run after it has every document. */
 TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
     bool wasKept = false;
+    const struct {
+        const char* fixture;
+        const char* operation;
+        DWORD first;
+        DWORD last;
+    } cases[] = {
+        {"replaced", "NSFNoteUpdate", 1, 9},
+        {"replaced", "NSFNoteDelete", 1, 9},
+        {"replaced", "NSFNoteOpen", 1, 9},
+        {"replaced", "NSFDbCopyNote", 1, 9},
+        {"references", "NSFFormulaCompile", 19, 20}, // the repair of references
+        {"references", "NSFNoteUpdate", 20, 20},
+    };
     for (const std::string_view behaviours : {"", "copy-unid=new,unid-change=refused", "stub-unid=taken"}) {
-        for (const char* operation : {"NSFNoteUpdate", "NSFNoteDelete", "NSFNoteOpen", "NSFDbCopyNote"}) {
-            for (DWORD n = 1; n <= 9; ++n) {
+        for (const auto& [fixture, operation, first, last] : cases) {
+            for (DWORD n = first; n <= last; ++n) {
                 SCOPED_TRACE(operation + std::to_string(n) + " on " + std::string(behaviours));
                 ForgetCollections();
                 SetBehaviours("");
-                LoadFixture("replaced");
+                LoadFixture(fixture);
                 SetBehaviours(behaviours);
                 ASSERT_EQ(EmbFaultArm(operation, n, ERR_NOACCESS, 1), NOERROR);
                 Migrate();
@@ -168,10 +181,11 @@ TEST_F(MigrationsTest, RewriteReferencesOfDlpFormsOnly) {
     LoadFixture("references");
     const OpenDatabases open;
     EmbResetCalls();
-    EXPECT_EQ(RemoveObsoleteUNID(open.database), NOERROR);
+    bool whole = false;
+    EXPECT_EQ(RemoveObsoleteUNID(open.database, whole), NOERROR);
     EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 10U) << "changed or not";
     EmbResetCalls();
-    EXPECT_EQ(ReplaceObsoleteUNID(open.database), NOERROR);
+    EXPECT_EQ(ReplaceObsoleteUNID(open.database, whole), NOERROR);
     EXPECT_EQ(EmbCallCount("NSFNoteUpdate"), 4U);
 }
 
