@@ -40,11 +40,16 @@ void SignProductDatabases() {
     SignDatabase(folder);
 }
 
+/** Takes up what an earlier run, or this one, had to leave half done. */
+void FinishWhatIsKept() {
+    FinishKrencyOfDeadRun();
+    FinishConfDatabaseOfDeadRun();
+}
+
 } // namespace
 
 STATUS ProcessDatabases(PatchRunContext& context) {
-    FinishKrencyOfDeadRun();
-    FinishConfDatabaseOfDeadRun();
+    FinishWhatIsKept();
     if (context.databaseBuild >= context.patchBuild) {
         DebugLog(level::progress, "The database build is large than build number of the patch, so return. %d",
                  context.runningBuild);
@@ -66,6 +71,7 @@ STATUS ProcessDatabases(PatchRunContext& context) {
     if (context.databaseBuild < encyclopediaFormatBuild) {
         (void)UpdateKrency();
     }
+    FinishWhatIsKept(); // of this run: the build number keeps later ones from the rest
     (void)SetBuildNumberOfAllDatabases();
     SignProductDatabases();
     (void)RunConsoleCommand("tell krxreal restart");
