@@ -17,9 +17,8 @@ namespace updkrx {
 /** The length of an item that is a single text; nothing when it is absent, of another type, or cannot be looked at. */
 [[nodiscard]] std::optional<size_t> TextLengthOf(NOTEHANDLE note, const char* item) noexcept;
 
-/** Deletes all items of a name. Returns the status of the deletion that failed; ERR_ITEM_NOT_FOUND when there was
-
- *  none. */
+/** Deletes all items of a name. Returns the status of the deletion that failed, and ERR_ITEM_NOT_FOUND when there was
+ *  nothing to delete. */
 [[nodiscard]] STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept;
 
 /** As GetItemText, but nothing, which is logged, when the item has a text of which none could be read, or when it

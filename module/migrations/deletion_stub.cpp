@@ -7,9 +7,8 @@
 namespace updkrx {
 namespace {
 
-/** Search step. Without a formula, what is delivered and does not match is a stub; some carry a mark in their note
-
- *  IDs. */
+/** Search step. Without a formula, what is delivered and does not match is a stub. Some stubs carry a mark in their
+ *  note IDs. */
 STATUS LNCALLBACK FindStub(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
     constexpr STATUS endsTheSearch = 1;
     Stub& stub = *static_cast<Stub*>(parameter);

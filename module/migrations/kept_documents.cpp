@@ -285,8 +285,7 @@ STATUS Restore(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
     return status;
 }
 
-/** Whether a note of the database is the document, or what replaces it, with all its references but the obsolete
-
+/** Whether a note of the database is the document, or what replaces it, with all its references except the obsolete
  *  ones. */
 bool IsComplete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
     ScopedNote note;

@@ -29,9 +29,8 @@ protected:
 
     using Run = int32_t (*)(const OpenDatabases&);
 
-    /** A run on a fixture's databases in which the n-th call of an operation fails, and with `persists` those after
-
-     *  it. */
+    /** A run on a fixture's databases in which the n-th call of an operation fails, and with `persists` those
+     *  after it. */
     int32_t RunFailing(const std::string& fixture, const char* operation, DWORD n, Run run, bool persists = false) {
         ForgetCollections();
         LoadFixture(fixture);

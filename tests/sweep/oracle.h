@@ -61,9 +61,8 @@ struct Outcome {
 /** Says in an outcome what was done to the run. */
 void Name(Outcome& outcome, const std::string& what);
 
-/** Judges the server folder that a disturbed run has left, in which this process stands. The follow-up runs change
-
- *  it. */
+/** Judges the server folder that a disturbed run has left, in which this process stands. The follow-up runs
+ *  change it. */
 void Judge(const Reference& reference, const Disturbance& disturbance, int processStatus, const Report& report,
            const std::filesystem::path& work, Outcome& outcome);
 

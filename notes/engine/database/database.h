@@ -16,8 +16,9 @@
 
 namespace embedded {
 
-/** A note in memory; nothing in it is stored before UpdateNote(). */
 class Database;
+
+/** A note in memory; nothing in it is stored before UpdateNote(). */
 struct OpenNote {
     std::shared_ptr<Database> database;
     NoteHead head;

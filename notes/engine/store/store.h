@@ -1,7 +1,7 @@
 // One database file: an SQLite file of notes, objects and properties. The store knows rows; what a note means is above
 // it.
 //
-// All writes of one store stand in one open transaction, which Commit() or close ends (and the store itself now
+// All writes of one store stand in one open transaction, which Commit() or Close() ends (and the store itself now
 // and then, to bound the journal). A process that dies leaves the last committed state, which the next writing
 // store restores; a closed database has no other file beside it.
 #pragma once
@@ -48,16 +48,17 @@ constexpr const char* aclElement = "aclelement";               // <acl>, behind 
 constexpr const char* partPrefix = "part:";                    // elements that are no notes, behind their place
 } // namespace property
 
+/** The places of parts, the first byte of each. */
+constexpr char partBeforeAcl = '1';
+constexpr char partBehindAcl = '2';
+constexpr char partBehindNotes = '3';
+
 /** Which notes a scan visits, and what it reads of them. */
 struct ScanFilter {
     WORD classes = 0xFFFF;       // notes of these
     NOTEID before = 0xFFFFFFFFu; // with IDs below this one
     bool withItems = true;       // without, the visitor gets no items, and they are not read
 };
-/** The places of parts, the first byte of each. */
-constexpr char partBeforeAcl = '1';
-constexpr char partBehindAcl = '2';
-constexpr char partBehindNotes = '3';
 
 class Store {
 public:

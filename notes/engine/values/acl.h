@@ -27,7 +27,7 @@ struct Acl {
 };
 
 std::string EncodeAcl(const Acl& acl);
-/** Throws StatusError EMB_ERR_DAMAGED for bytes that encodeAcl cannot have made. */
+/** Throws StatusError EMB_ERR_DAMAGED for bytes that EncodeAcl cannot have made. */
 Acl DecodeAcl(std::string_view encoded);
 
 /** The list of a database that is made without one: -Default- with manager access. */

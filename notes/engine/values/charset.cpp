@@ -106,7 +106,7 @@ bool IsEscapedControl(unsigned trail) {
     return (trail >= 0x20 && trail < 0x40) || (trail >= 0x80 && trail < 0xA0);
 }
 
-/** lmbcsCharacterLength without regard to characters of two UTF-16 units. */
+/** LmbcsCharacterLength without regard to characters of two UTF-16 units. */
 size_t UnitLength(std::string_view text) {
     const size_t length = text.empty() ? 0 : SizeByLead(ByteAt(text, 0));
     if (length <= 1) {

@@ -94,8 +94,7 @@ struct ItemView {
 void AppendEncoded(std::string& encoded, const ItemView& item);
 std::string EncodeItems(const std::vector<Item>& items);
 
-/** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that encodeItems cannot have
- *  made. */
+/** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that EncodeItems cannot have made. */
 class ItemCursor {
 public:
     explicit ItemCursor(std::string_view encoded) : rest_(encoded) {}
