@@ -14,8 +14,8 @@ enum class Report { logged, silent };
  *  is not known, or when its path is too long for one: files would be copied to another place. */
 [[nodiscard]] std::optional<std::string> GetProductFolder(Report report = Report::logged);
 
-/** Puts the path of a file of that folder, as the Notes API takes it, into `path`. False when it is too long for one, and
- *  cut. */
+/** Puts the path of a file of that folder, as the Notes API takes it, into `path`. False when it is too long for that,
+ *  and cut. */
 [[nodiscard]] bool GetProductPath(const char* fileName, char (&path)[MAXPATH]) noexcept;
 
 } // namespace updkrx

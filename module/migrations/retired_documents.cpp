@@ -27,8 +27,8 @@ bool MayBeReferredTo(NOTEHANDLE note) noexcept {
     return !LacksItem(note, "ReferDocs") && ReadItemText(note, "ReferDocs", text, sizeof text) != WORD{0};
 }
 
-/** Adds a document that is to go to the list. Returns 0, or the masked status of a document that cannot be opened, which
- *  ends the search. */
+/** Adds a document that is to go to the list. Returns 0, or the masked status of a document that cannot be opened,
+ *  which ends the search. */
 STATUS MigrateCFDLPDeleteAttachmentActionCallback(DBHANDLE database, NOTEID noteId, std::vector<NOTEID>& deleteList) {
     ScopedNote note;
     if (const STATUS status = OpenNote(note, database, noteId); status != NOERROR) {

@@ -59,8 +59,8 @@ using OwnedFile = std::unique_ptr<std::FILE, CloseFile>;
  *  hint: where it is not to be had, writing goes on as without it. */
 void ReserveSpace(std::FILE* file, std::FILE* content) noexcept;
 
-/** Has the system put on the disk what was written to a file, without waiting for that: the disk works while a copy goes
- *  on, which takes a tenth off its time. A hint as well, for which not every system has a means. */
+/** Has the system put on the disk what was written to a file, without waiting for that: the disk works while a copy
+ *  goes on, which takes a tenth off its time. A hint as well, for which not every system has a means. */
 void StartFlush(std::FILE* file) noexcept;
 
 /** Waits until what was written to a file is on the disk; false when some of it cannot get there. */

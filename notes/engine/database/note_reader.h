@@ -1,5 +1,5 @@
-// A database file read from outside a session: its settings, then its notes in the order of the bytes of their UNIDs, a few
-// in memory at a time. So two files can be compared side by side, however large they are.
+// A database file read from outside a session: its settings, then its notes in the order of the bytes of their UNIDs,
+// some 256 KiB of them in memory at a time. So two files can be compared side by side, however large they are.
 #pragma once
 
 #include <filesystem>

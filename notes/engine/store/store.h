@@ -106,8 +106,8 @@ public:
     // A note owns the objects that its items refer to. Put them first, under the ID that the note has or is going to
     // have (NextId()), then store the note with the references that putting gave: Insert and Replace keep the objects
     // that the items refer to and delete the note's others, Remove deletes them all. Items that refer to an object
-    // which the note does not own are ERR_CONFLICT, and nothing is changed: somebody else has saved the note without it.
-    // An object and its note are stored by the same commit.
+    // which the note does not own are ERR_CONFLICT, and nothing is changed: somebody else has saved the note without
+    // it. An object and its note are stored by the same commit.
 
     /** Takes the next bytes of an object, however many. */
     using ObjectSink = std::function<void(std::string_view bytes)>;
