@@ -1,6 +1,9 @@
 #include "api/call.h"
 
+#include <algorithm>
 #include <atomic>
+#include <new>
+#include <system_error>
 
 namespace embedded {
 namespace {
@@ -55,6 +58,38 @@ void LeaveInPlaceOf(DHANDLE& handle) {
         return;
     }
     handle = session && session->behaviours.Has(Deviation::failedHandlesGarbage) ? noHandle : DHANDLE{NULLHANDLE};
+}
+
+STATUS StatusOfException(const std::function<void(const char* cause)>& tell) noexcept {
+    try {
+        try {
+            throw;
+        } catch (const StatusError& error) {
+            if (*error.what() != '\0') {
+                tell(error.what());
+            }
+            return error.Status();
+        } catch (const std::bad_alloc&) {
+            return ERR_MEMORY;
+        } catch (const std::system_error& error) {
+            tell(error.what());
+            return EMB_ERR_DISK;
+        } catch (const std::exception& error) {
+            tell(error.what());
+            return ERR_UNKNOWN;
+        }
+    } catch (const std::exception&) {
+        return ERR_MEMORY; // to tell takes memory
+    }
+}
+
+DWORD Fill(char* buffer, DWORD size, std::string_view text) {
+    if (buffer && size != 0) {
+        const size_t length = std::min<size_t>(size - 1, text.size());
+        std::copy_n(text.data(), length, buffer);
+        buffer[length] = '\0';
+    }
+    return static_cast<DWORD>(text.size());
 }
 
 std::shared_ptr<Database> RequireDatabase(Session& session, DBHANDLE handle) {

@@ -2,16 +2,17 @@
 // turns whatever goes wrong into a status. No exception crosses the C interface.
 #pragma once
 
-#include <cstring>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
 
 #include "embedded_notes.h"
 #include "engine/server/session.h"
+#include "engine/values/status_text.h"
 
 namespace embedded {
 
@@ -41,9 +42,12 @@ inline void RequirePointer(const void* pointer) {
 /** What stands in the place of a handle when its operation has failed. */
 void LeaveInPlaceOf(DHANDLE& handle);
 
-/** Runs the body; what it throws becomes a status, and what a person must know of it goes into the server's log. */
-template<typename Body>
-STATUS StatusOf(Session* session, Body&& body) {
+/** The status of the exception that is being handled; `tell` gets what a person must know of it. */
+STATUS StatusOfException(const std::function<void(const char* cause)>& tell) noexcept;
+
+/** Runs the body; what it throws becomes a status, and `tell` gets the cause, if there is more to tell of it. */
+template<typename Body, typename Tell>
+STATUS StatusAndCause(Body&& body, Tell&& tell) noexcept {
     try {
         if constexpr (std::is_void_v<decltype(body())>) {
             body();
@@ -51,19 +55,31 @@ STATUS StatusOf(Session* session, Body&& body) {
         } else {
             return body();
         }
-    } catch (const StatusError& error) {
-        if (session && *error.what() != '\0') {
-            session->Log(error.what());
-        }
-        return error.Status();
-    } catch (const std::bad_alloc&) {
-        return ERR_MEMORY;
-    } catch (const std::filesystem::filesystem_error& error) {
-        if (session) {
-            session->Log(error.what());
-        }
-        return EMB_ERR_DISK;
+    } catch (const std::exception&) {
+        return StatusOfException(tell);
     }
+}
+
+/** Runs the body; the cause of a failure goes into the server's log. */
+template<typename Body>
+STATUS StatusOf(Session* session, Body&& body) noexcept {
+    return StatusAndCause(body, [session](const char* cause) {
+        if (session) {
+            session->Log(cause);
+        }
+    });
+}
+
+/** Puts a text into the caller's buffer, terminated and cut to fit; returns the length of the whole text. */
+DWORD Fill(char* buffer, DWORD size, std::string_view text);
+
+/** Runs the body; `message` (optional) gets the text that it returns, or the cause of its failure. */
+template<typename Body>
+STATUS StatusWithMessage(char* message, DWORD messageSize, Body&& body) noexcept {
+    std::string text;
+    const STATUS status = StatusAndCause([&] { text = body(); }, [&](const char* cause) { text = cause; });
+    Fill(message, messageSize, status != NOERROR && text.empty() ? StatusText(status) : std::string_view(text));
+    return status;
 }
 
 /** An operation that answers with a status; the body gets the session. */

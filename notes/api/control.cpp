@@ -1,26 +1,13 @@
 // The control surface, but for DXL.
-#include <algorithm>
-
 #include "api/call.h"
 #include "engine/database/design.h"
 #include "engine/database/signature.h"
 #include "engine/dxl/dxl.h"
 #include "engine/system/caller_system.h"
-#include "engine/values/status_text.h"
 
 using namespace embedded;
 
 namespace {
-
-/** Terminated and cut to fit; returns the length of the whole text. */
-DWORD Fill(char* buffer, DWORD size, std::string_view text) {
-    if (buffer && size != 0) {
-        const size_t length = std::min<size_t>(size - 1, text.size());
-        std::copy_n(text.data(), length, buffer);
-        buffer[length] = '\0';
-    }
-    return static_cast<DWORD>(text.size());
-}
 
 /** Runs the body on the session, if there is one; else gives `none`. */
 template<typename Value, typename Body>
@@ -55,25 +42,16 @@ std::filesystem::path PathOf(const Session& session, const char* path) {
 
 STATUS LNPUBLIC EmbSessionBegin(const char* iniPath, DWORD options, char* message, DWORD messageSize) {
     const std::scoped_lock lock(PlatformLock());
-    Fill(message, messageSize, {});
-    const auto refuse = [&](STATUS status, std::string_view text) {
-        Fill(message, messageSize, text);
-        return status;
-    };
-    if (!iniPath || (options & ~EMB_SESSION_READ_ONLY) != 0) {
-        return refuse(EMB_ERR_ARGUMENT, "a session needs the path of a notes.ini and known options");
-    }
-    if (CurrentSession()) {
-        return refuse(ERR_EXISTS, "a session has begun already");
-    }
-    try {
+    return StatusWithMessage(message, messageSize, [&] {
+        if (!iniPath || (options & ~EMB_SESSION_READ_ONLY) != 0) {
+            throw StatusError(EMB_ERR_ARGUMENT, "a session needs the path of a notes.ini and known options");
+        }
+        if (CurrentSession()) {
+            throw StatusError(ERR_EXISTS, "a session has begun already");
+        }
         CurrentSession() = std::make_unique<Session>(PathFromCaller(iniPath), (options & EMB_SESSION_READ_ONLY) != 0);
-    } catch (const StatusError& error) {
-        return refuse(error.Status(), error.what());
-    } catch (const std::exception& error) {
-        return refuse(EMB_ERR_DISK, error.what());
-    }
-    return NOERROR;
+        return std::string();
+    });
 }
 
 void LNPUBLIC EmbSessionEnd(void) {

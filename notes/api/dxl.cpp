@@ -1,37 +1,12 @@
 // The control surface's DXL in and out.
 #include "engine/dxl/dxl.h"
 
-#include <cstdio>
-
 #include "api/call.h"
 #include "engine/system/caller_system.h"
 
 using namespace embedded;
 
 namespace {
-
-/** The message is what the body returns, or the cause of its failure. */
-template<typename Body>
-STATUS WithMessage(char* message, DWORD messageSize, Body&& body) {
-    std::string text;
-    STATUS status = NOERROR;
-    try {
-        text = body();
-    } catch (const StatusError& error) {
-        status = error.Status();
-        text = error.what();
-    } catch (const std::bad_alloc&) {
-        status = ERR_MEMORY;
-        text = "insufficient memory";
-    } catch (const std::exception& error) {
-        status = EMB_ERR_DISK;
-        text = error.what();
-    }
-    if (message && messageSize != 0) {
-        std::snprintf(message, messageSize, "%s", text.c_str());
-    }
-    return status;
-}
 
 std::filesystem::path PathOf(const char* path) {
     RequirePointer(path);
@@ -57,7 +32,7 @@ void LNPUBLIC EmbDxlProgressSet(EMB_DXL_PROGRESS progress, void* parameter) {
 
 STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize) {
-    return WithMessage(message, messageSize, [&] {
+    return StatusWithMessage(message, messageSize, [&] {
         RequireKnown(options, EMB_DXL_REPLACE | EMB_DXL_INTO);
         const DxlImportInto into = options & EMB_DXL_INTO      ? DxlImportInto::existingDatabase
                                    : options & EMB_DXL_REPLACE ? DxlImportInto::replacedDatabase
@@ -78,7 +53,7 @@ STATUS LNPUBLIC EmbDxlImport(const char* databaseFile, const char* dxlFile, DWOR
 
 STATUS LNPUBLIC EmbDxlExport(const char* databaseFile, const char* dxlFile, DWORD options, char* message,
                              DWORD messageSize) {
-    return WithMessage(message, messageSize, [&] {
+    return StatusWithMessage(message, messageSize, [&] {
         RequireKnown(options, EMB_DXL_STABLE);
         ExportDxl(PathOf(databaseFile), PathOf(dxlFile), {.stable = (options & EMB_DXL_STABLE) != 0});
         return std::string();

@@ -34,22 +34,14 @@ STATUS Guarded(Body&& body) {
 } // namespace
 
 STATUS LNPUBLIC EmbReaderOpen(const char* databaseFile, EMBREADER** reader, char* message, DWORD messageSize) {
-    std::string cause;
-    const STATUS status = Guarded([&] {
+    const std::scoped_lock lock(PlatformLock());
+    return StatusWithMessage(message, messageSize, [&] {
         RequirePointer(databaseFile);
         RequirePointer(reader);
         *reader = nullptr;
-        try {
-            *reader = new EMBREADER(PathFromCaller(databaseFile));
-        } catch (const StatusError& error) {
-            cause = error.what();
-            throw;
-        }
+        *reader = new EMBREADER(PathFromCaller(databaseFile));
+        return std::string();
     });
-    if (message && messageSize != 0) {
-        std::snprintf(message, messageSize, "%s", cause.c_str());
-    }
-    return status;
 }
 
 void LNPUBLIC EmbReaderClose(EMBREADER* reader) {

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -338,6 +340,18 @@ TEST_F(Dxl, AnInterruptedImportLeavesNothing) {
     std::filesystem::remove(In("in.dxl"));
     EXPECT_EQ(Files(), std::vector<std::string>{"kept.nsf"});
     EXPECT_EQ(ReadFile(kept), before);
+}
+
+TEST_F(Dxl, LetsNoExceptionOutOfAnOperation) {
+    const auto dxl = WriteFile(In("in.dxl"), Database("<document form='1'/>"));
+    char message[128] = "";
+    EmbDxlProgressSet([](void*, uint64_t, uint64_t) -> STATUS { throw std::length_error("too long"); }, nullptr);
+    EXPECT_EQ(EmbDxlImport(In("a.nsf").c_str(), dxl.c_str(), 0, message, sizeof message), ERR_UNKNOWN);
+    EmbDxlProgressSet([](void*, uint64_t, uint64_t) -> STATUS { throw std::bad_alloc(); }, nullptr);
+    EXPECT_STREQ(message, "too long");
+    EXPECT_EQ(EmbDxlImport(In("a.nsf").c_str(), dxl.c_str(), 0, message, sizeof message), ERR_MEMORY);
+    EXPECT_STREQ(message, "Insufficient memory.");
+    EmbDxlProgressSet(nullptr, nullptr);
 }
 
 TEST_F(Dxl, NotesThatLeaveOutIdentityComeBehindThoseThatStateIt) {
