@@ -145,7 +145,7 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
             throw StatusError(ERR_SUMMARY_TOO_BIG);
         }
         RequireNote(session, note)
-            .items.append(
+            .items.Append(
                 {ItemName(name, nameLength), type, flags, std::string_view(static_cast<const char*>(value), length)});
     });
 }

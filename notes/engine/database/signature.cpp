@@ -73,7 +73,7 @@ void SignItems(Items& items, WORD noteClass, std::string_view signer, bool besid
     if (!beside) {
         items.Erase(signatureItem);
     }
-    items.append({signatureItem, TYPE_SIGNATURE, ITEM_SIGN | ITEM_SEAL, value});
+    items.Append({signatureItem, TYPE_SIGNATURE, ITEM_SIGN | ITEM_SEAL, value});
 }
 
 SignatureState CheckSignature(const Items& items, WORD noteClass) {

@@ -251,7 +251,7 @@ public:
     }
 
     void Run(std::ostream& out) {
-        out << "<?xml version='1.0' encoding='utf-8'?>\n" << databaseTag() << "\n";
+        out << "<?xml version='1.0' encoding='utf-8'?>\n" << DatabaseTag() << "\n";
         PrintParts(out, partBeforeAcl);
         PrintElement(out, AclElement());
         PrintParts(out, partBehindAcl);
@@ -284,7 +284,7 @@ private:
         return text;
     }
 
-    std::string databaseTag() {
+    std::string DatabaseTag() {
         std::string tag =
             "<database" + AttributeText("xmlns", dxl::namespaceUri) + AttributeText("xmlns:krx", dxl::extensionUri);
         constexpr std::string_view prefix = property::attributePrefix;

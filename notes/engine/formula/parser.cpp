@@ -194,14 +194,14 @@ Piece Parser::Primary() {
 }
 
 Piece Parser::Name() {
-    const Piece piece{variables_.Find(token_.source).value_or(Kind::value), token_.offset, token_.end()};
+    const Piece piece{variables_.Find(token_.source).value_or(Kind::value), token_.offset, token_.End()};
     EmitText(op::field, token_.source);
     Advance();
     return piece;
 }
 
 Piece Parser::Leaf() {
-    const Piece piece{Kind::value, token_.offset, token_.end()};
+    const Piece piece{Kind::value, token_.offset, token_.End()};
     if (token_.code == op::text) {
         EmitText(op::text, token_.literal);
     } else {
@@ -268,7 +268,7 @@ const Operation* Parser::Symbol(int strength) const {
 }
 
 void Parser::Advance() {
-    lastEnd_ = token_.end();
+    lastEnd_ = token_.End();
     token_ = scanner_.Next();
 }
 

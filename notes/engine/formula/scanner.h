@@ -21,7 +21,7 @@ struct Token {
     [[nodiscard]] bool IsWord(std::string_view word) const {
         return kind == TokenKind::name && SameItemName(source, word);
     }
-    [[nodiscard]] size_t end() const { return offset + source.size(); }
+    [[nodiscard]] size_t End() const { return offset + source.size(); }
 };
 
 /** The text of a formula, one token after the other. Walks characters, because the second byte of a character may

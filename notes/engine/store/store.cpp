@@ -253,7 +253,7 @@ std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DB
     sqlite3* database = OpenFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
     Settings(database, file);
-    store->begin();
+    store->Begin();
     Execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
     MakeOldestFormat(database, file);
     Upgrade(database, file, oldestFormat);
@@ -359,7 +359,7 @@ void Store::RequireTransaction() const {
     }
 }
 
-void Store::begin() {
+void Store::Begin() {
     if (pending_) {
         return RequireTransaction();
     }
@@ -488,7 +488,7 @@ void BindRow(sqlite3_stmt* statement, NOTEID id, const NoteHead& head, const UNI
 } // namespace
 
 NOTEID Store::Insert(const NoteHead& head, std::string_view items) {
-    begin();
+    Begin();
     const NOTEID id = head.id != 0 ? head.id : nextId_;
     const UNID unid = UnidOf(head.oid);
     KeepObjects(id, items);
@@ -503,7 +503,7 @@ NOTEID Store::Insert(const NoteHead& head, std::string_view items) {
 }
 
 void Store::Replace(const NoteHead& head, std::string_view items, bool unidChanged) {
-    begin();
+    Begin();
     KeepObjects(head.id, items);
     const UNID unid = UnidOf(head.oid);
     sqlite3_stmt* statement = unidChanged ? statements_->replaceUnid : statements_->replace;
@@ -514,7 +514,7 @@ void Store::Replace(const NoteHead& head, std::string_view items, bool unidChang
 }
 
 void Store::Remove(NOTEID id) {
-    begin();
+    Begin();
     const StatementUse use(statements_->remove);
     sqlite3_bind_int64(statements_->remove, 1, id);
     Run(statements_->remove);
@@ -534,7 +534,7 @@ void Store::PutPart(uint32_t object, int part, NOTEID note, std::string_view byt
 }
 
 ObjectRef Store::PutObject(NOTEID note, const std::function<void(const ObjectSink& sink)>& write) {
-    begin();
+    Begin();
     ObjectRef object{TakeSerial(), 0, 0};
     Hash hash;
     std::string part;
@@ -645,7 +645,7 @@ void Store::SetCounter(const char* name, uint32_t value) {
 }
 
 void Store::SetProperty(const std::string& name, std::string_view value) {
-    begin();
+    Begin();
     WriteProperty(name, value);
 }
 

@@ -148,7 +148,7 @@ private:
     void PutPart(uint32_t object, int part, NOTEID note, std::string_view bytes);
     /** Deletes the note's objects that the items do not refer to. */
     void KeepObjects(NOTEID note, std::string_view items);
-    void begin();
+    void Begin();
     void RequireTransaction() const;
     void Changed(size_t bytes);
     /** Runs a statement that gives no row. */

@@ -94,7 +94,7 @@ Items::Items(std::string encoded) : encoded_(std::move(encoded)) {
     }
 }
 
-void Items::append(const ItemView& item) {
+void Items::Append(const ItemView& item) {
     Check(item);
     AppendEncoded(encoded_, item);
 }
@@ -167,7 +167,7 @@ std::string ItemText(const Items& items, std::string_view name) {
 void AppendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates) {
     const auto existing = items.Find(name);
     if (!existing) {
-        return items.append({name, TYPE_TEXT_LIST, ITEM_SUMMARY, EncodeTextList({entry})});
+        return items.Append({name, TYPE_TEXT_LIST, ITEM_SUMMARY, EncodeTextList({entry})});
     }
     RequireInline(*existing);
     auto entries = TextEntries(existing->type, existing->value);

@@ -28,7 +28,7 @@ public:
     // here: what is too long to be stored is refused when the note is.
 
     /** Adds an item, also beside one of the same name. */
-    void append(const ItemView& item);
+    void Append(const ItemView& item);
     /** Puts the item in the place of all of its name. */
     void Set(const ItemView& item);
     /** Changes the first item of the name where it stands. There must be one. */
@@ -53,7 +53,7 @@ std::string ItemText(const Items& items, std::string_view name);
 std::vector<std::string_view> ItemEntries(const Items& items, std::string_view name);
 
 /** Adds an entry at the end of a text list; an absent item is created, a text becomes a list.
- *  Throws as append() does. */
+ *  Throws as Append() does. */
 void AppendTextListEntry(Items& items, std::string_view name, std::string_view entry, bool allowDuplicates);
 
 /** Texts, numbers and times become lists of one. */
