@@ -346,12 +346,9 @@ private:
 
     Element AclElement() {
         const std::string bytes = store_.GetProperty(property::acl);
-        if (const std::string kept = store_.GetProperty(property::aclElement); kept.size() > sizeof(uint64_t)) {
-            Hash hash;
-            hash.Add(bytes);
-            if (hash.Value() == ValueAt<uint64_t>(kept.data())) {
-                return PieceOfXml(std::string_view(kept).substr(sizeof(uint64_t)));
-            }
+        if (const std::string kept = store_.GetProperty(property::aclElement);
+            kept.size() > sizeof(uint64_t) && ValueAt<uint64_t>(kept.data()) == HashOf(bytes)) {
+            return PieceOfXml(std::string_view(kept).substr(sizeof(uint64_t)));
         }
         acl_ = bytes.empty() ? DefaultAcl() : DecodeAcl(bytes);
         const Acl& list = acl_;
@@ -471,7 +468,7 @@ private:
             for (const ItemView& item : items.first(*own.implied)) {
                 AppendEncoded(encoded, {item.name, item.type, item.flags, item.value});
             }
-            if (dxl::HashOf(encoded) == own.hash) {
+            if (HashOf(encoded) == own.hash) {
                 return *own.implied;
             }
         }

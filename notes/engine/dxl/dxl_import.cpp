@@ -285,7 +285,7 @@ private:
         if (all) {
             head.implied.reset();
         }
-        head.hash = dxl::HashOf(items);
+        head.hash = HashOf(items);
         for (const std::string_view name : dxl::ImplyingAttributes(element)) {
             if (const auto value = attributes.Take(name)) {
                 head.attributes += AttributeText(name, *value);
@@ -464,9 +464,7 @@ private:
         const std::string encoded = EncodeAcl(ReadAcl(node, whole));
         properties[property::acl] = encoded;
         if (!whole) {
-            Hash hash;
-            hash.Add(encoded);
-            AppendValue(properties[property::aclElement], hash.Value());
+            AppendValue(properties[property::aclElement], HashOf(encoded));
             properties[property::aclElement] += XmlOf(node);
             unknown_.Look(node, "database");
         }

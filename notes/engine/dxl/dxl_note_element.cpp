@@ -136,12 +136,6 @@ std::string_view TakePart(std::string_view& text) {
     return part;
 }
 
-uint64_t HashOf(std::string_view items) {
-    Hash hash;
-    hash.Add(items);
-    return hash.Value();
-}
-
 std::optional<std::string_view> FindAttribute(std::span<const DxlAttribute> attributes, std::string_view name) {
     const auto found = std::ranges::find(attributes, name, &DxlAttribute::name);
     return found == attributes.end() ? std::nullopt : std::optional(found->value);

@@ -49,9 +49,6 @@ KeptHead DecodeHead(std::string_view encoded);
 /** Takes what stands in front of the first zero, and that. */
 std::string_view TakePart(std::string_view& text);
 
-/** Of encoded items. */
-uint64_t HashOf(std::string_view items);
-
 std::optional<std::string_view> FindAttribute(std::span<const DxlAttribute> attributes, std::string_view name);
 
 } // namespace embedded::dxl

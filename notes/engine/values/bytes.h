@@ -23,18 +23,28 @@ void AppendValue(std::string& out, const T& value) {
     out.append(bytes, sizeof(T));
 }
 
-/** FNV-1a of 64 bits: no protection against intent, and the same on every machine. */
-class Hash {
+/** FNV-1a: no protection against intent, and the same on every machine. */
+template<typename Word, Word start, Word prime>
+class FnvHash {
 public:
     void Add(std::string_view bytes) noexcept {
         for (const char c : bytes) {
-            hash_ = (hash_ ^ static_cast<unsigned char>(c)) * 1099511628211u;
+            hash_ = (hash_ ^ static_cast<unsigned char>(c)) * prime;
         }
     }
-    [[nodiscard]] uint64_t Value() const noexcept { return hash_; }
+    [[nodiscard]] Word Value() const noexcept { return hash_; }
 
 private:
-    uint64_t hash_ = 14695981039346656037u;
+    Word hash_ = start;
 };
+
+using Hash = FnvHash<uint64_t, 14695981039346656037u, 1099511628211u>;
+using ShortHash = FnvHash<uint32_t, 2166136261u, 16777619u>;
+
+inline uint64_t HashOf(std::string_view bytes) noexcept {
+    Hash hash;
+    hash.Add(bytes);
+    return hash.Value();
+}
 
 } // namespace embedded

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "engine/values/ascii.h"
+#include "engine/values/bytes.h"
 
 namespace embedded {
 namespace {
@@ -59,14 +60,10 @@ std::optional<TIMEDATE> ParseId(std::string_view text) {
 }
 
 DBID GeneratedUnidFile(const TIMEDATE& replicaId, uint32_t serial) noexcept {
-    // FNV-1a over the three words: spread well enough for an identifier, and the same on every machine.
-    uint32_t hash = 2166136261u;
-    for (const uint32_t word : {replicaId.Innards[0], replicaId.Innards[1], serial}) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            hash = (hash ^ ((word >> shift) & 0xFF)) * 16777619u;
-        }
-    }
-    return DBID{{serial, hash}};
+    const uint32_t words[] = {replicaId.Innards[0], replicaId.Innards[1], serial};
+    ShortHash hash; // spread well enough for an identifier
+    hash.Add({reinterpret_cast<const char*>(words), sizeof words});
+    return DBID{{serial, hash.Value()}};
 }
 
 bool IsGeneratedUnid(const UNID& unid, const TIMEDATE& replicaId) noexcept {
