@@ -66,9 +66,8 @@ std::optional<ItemView> LastSignature(const Items& items) {
 } // namespace
 
 void SignItems(Items& items, WORD noteClass, std::string_view signer, bool beside) {
-    const uint64_t digest = DigestOf(items, noteClass);
     std::string value(magic);
-    value.append(reinterpret_cast<const char*>(&digest), sizeof digest);
+    AppendValue(value, DigestOf(items, noteClass));
     value += signer;
     if (!beside) {
         items.Erase(signatureItem);

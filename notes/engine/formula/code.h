@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "engine/formula/operation.h"
+#include "engine/values/bytes.h"
 
 namespace embedded {
 
@@ -43,8 +44,7 @@ inline std::string_view Code::TakePayload(char code) {
     if (rest_.size() < head) {
         return {};
     }
-    const size_t length =
-        fixed ? 8 : static_cast<unsigned char>(rest_[0]) + static_cast<unsigned char>(rest_[1]) * size_t{256};
+    const size_t length = fixed ? 8 : ValueAt<WORD>(rest_.data());
     if (rest_.size() - head < length) {
         return {};
     }

@@ -289,8 +289,7 @@ void Parser::Emit(const Operation& operation, size_t place) {
 /** A value too long for its length bytes makes the whole formula too long. */
 void Parser::EmitText(char code, std::string_view value) {
     code_ += code;
-    code_ += static_cast<char>(value.size() & 0xFF);
-    code_ += static_cast<char>(value.size() >> 8 & 0xFF);
+    AppendValue(code_, static_cast<WORD>(value.size()));
     code_ += value;
 }
 

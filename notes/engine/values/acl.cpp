@@ -3,7 +3,6 @@
 #include "engine/values/acl.h"
 
 #include <cstdint>
-#include <cstring>
 
 #include "engine/values/bytes.h"
 #include "engine/values/status_error.h"
@@ -14,8 +13,7 @@ namespace {
 constexpr std::string_view mark = "ACL1";
 
 void PutCount(std::string& out, size_t count) {
-    const auto value = static_cast<uint32_t>(count);
-    out.append(reinterpret_cast<const char*>(&value), sizeof value);
+    AppendValue(out, static_cast<uint32_t>(count));
 }
 
 void Put(std::string& out, const std::string& text) {
