@@ -19,7 +19,7 @@ bool IsKept(NOTEHANDLE note) noexcept {
     NSFNoteGetInfo(note, _NOTE_OID, &oid);
     char buffer[formSize];
     const auto length = ReadItemText(note, "Form", buffer, sizeof buffer);
-    return std::ranges::any_of(KeptDefaultDocuments, [&](const DefaultDocument& kept) {
+    return std::ranges::any_of(keptDefaultDocuments, [&](const DefaultDocument& kept) {
         // A form that cannot be read may be the one: the rule would be lost.
         return (!length || EqualIgnoringAsciiCase({buffer, *length}, kept.form)) &&
                oid.Note.Innards[0] == kept.note.Innards[0] && oid.Note.Innards[1] == kept.note.Innards[1];

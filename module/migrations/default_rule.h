@@ -13,7 +13,7 @@ struct DefaultDocument {
     TIMEDATE note;
 };
 
-inline constexpr DefaultDocument KeptDefaultDocuments[] = {
+inline constexpr DefaultDocument keptDefaultDocuments[] = {
     {"Policy", {{0x0066396D, 0xC1256E39}}},        {"MailConfiguration", {{0x0024ABCC, 0x48257582}}},
     {"LocalSettings", {{0x002368DD, 0x48256E16}}}, {"OrvixAgentSettings", {{0x002F965C, 0x4825751A}}},
     {"QUORsetting", {{0x00200EA2, 0x48257A23}}},

@@ -46,7 +46,7 @@ STATUS MigrateCFDLPDeleteAttachmentActionCallback(DBHANDLE database, NOTEID note
 
 void InitRetiredDocumentUNIDSet() {
     RetiredDocumentUNIDSet.clear();
-    RetiredDocumentUNIDSet.insert(std::begin(RetiredDocuments), std::end(RetiredDocuments));
+    RetiredDocumentUNIDSet.insert(std::begin(retiredDocuments), std::end(retiredDocuments));
 }
 
 namespace {
