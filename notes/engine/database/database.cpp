@@ -56,18 +56,13 @@ Database::Database(const std::filesystem::path& file, std::unique_ptr<Store> sto
     : file_(file), lock_(std::move(lock)), store_(std::move(store)), clock_(clock), behaviours_(behaviours) {}
 
 DBREPLICAINFO Database::ReplicaInfo() {
-    DBREPLICAINFO info;
-    const std::string bytes = store_->GetProperty(property::replicaInfo);
-    if (bytes.size() != sizeof info) {
-        throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file_) + ": the replication information is damaged");
-    }
-    std::memcpy(&info, bytes.data(), sizeof info);
+    const DBREPLICAINFO info = store_->ReplicaInfo();
     replicaId_ = info.ID;
     return info;
 }
 
 void Database::SetReplicaInfo(const DBREPLICAINFO& info) {
-    store_->SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
+    store_->SetReplicaInfo(info);
     replicaId_ = info.ID;
 }
 

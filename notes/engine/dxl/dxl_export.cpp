@@ -242,13 +242,8 @@ Element PieceOfXml(std::string_view xml) {
 class Exporter {
 public:
     Exporter(Store& store, const std::string& file, bool stable)
-        : store_(store), file_(file), stable_(stable), properties_(store.Properties()) {
-        const std::string bytes = store.GetProperty(property::replicaInfo);
-        if (bytes.size() != sizeof replicaInfo_) {
-            throw StatusError(EMB_ERR_DAMAGED, file_ + ": the replica information is damaged");
-        }
-        replicaInfo_ = ValueAt<DBREPLICAINFO>(bytes.data() + 0);
-    }
+        : store_(store), file_(file), stable_(stable), replicaInfo_(store.ReplicaInfo()),
+          properties_(store.Properties()) {}
 
     void Run(std::ostream& out) {
         out << "<?xml version='1.0' encoding='utf-8'?>\n" << DatabaseTag() << "\n";
@@ -609,7 +604,7 @@ private:
     Store& store_;
     const std::string& file_;
     bool stable_;
-    DBREPLICAINFO replicaInfo_{};
+    DBREPLICAINFO replicaInfo_;
     Acl acl_; // the names of attributes point into it
     std::map<std::string, std::string> properties_;
     std::string line_;

@@ -509,7 +509,7 @@ public:
 
     DxlRemarks AddTo(std::unique_ptr<Store> store) {
         store_ = std::move(store);
-        database_.replicaInfo = ValueAt<DBREPLICAINFO>(ReplicaInfoOf(*store_).data());
+        database_.replicaInfo = store_->ReplicaInfo();
         const DxlSource::Visitor visitor{[&](const DxlNode& root) {
                                              RequireRoot(root);
                                              if (!IsNote(root)) {
@@ -528,14 +528,6 @@ public:
     }
 
 private:
-    static std::string ReplicaInfoOf(Store& store) {
-        std::string bytes = store.GetProperty(property::replicaInfo);
-        if (bytes.size() != sizeof(DBREPLICAINFO)) {
-            throw StatusError(EMB_ERR_DAMAGED, "the replica information is damaged");
-        }
-        return bytes;
-    }
-
     DxlRemarks Remarks() {
         DxlRemarks all = std::move(remarks_);
         all.insert(all.end(), unknown_.remarks.begin(), unknown_.remarks.end());

@@ -260,7 +260,7 @@ std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DB
     store->nextId_ = firstNoteId;
     store->nextSerial_ = 1;
     store->Prepare(currentFormat);
-    store->SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&replicaInfo), sizeof replicaInfo});
+    store->SetReplicaInfo(replicaInfo);
     return store;
 }
 
@@ -647,6 +647,18 @@ void Store::SetCounter(const char* name, uint32_t value) {
 void Store::SetProperty(const std::string& name, std::string_view value) {
     Begin();
     WriteProperty(name, value);
+}
+
+DBREPLICAINFO Store::ReplicaInfo() {
+    const std::string bytes = GetProperty(property::replicaInfo);
+    if (bytes.size() != sizeof(DBREPLICAINFO)) {
+        throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file_) + ": the replication information is damaged");
+    }
+    return ValueAt<DBREPLICAINFO>(bytes.data());
+}
+
+void Store::SetReplicaInfo(const DBREPLICAINFO& info) {
+    SetProperty(property::replicaInfo, {reinterpret_cast<const char*>(&info), sizeof info});
 }
 
 std::map<std::string, std::string> Store::Properties() {

@@ -134,6 +134,8 @@ public:
 
     std::string GetProperty(const std::string& name);
     void SetProperty(const std::string& name, std::string_view value);
+    DBREPLICAINFO ReplicaInfo();
+    void SetReplicaInfo(const DBREPLICAINFO& info);
     std::map<std::string, std::string> Properties();
 
     [[nodiscard]] bool ReadOnly() const noexcept { return access_ == StoreAccess::readOnly; }
