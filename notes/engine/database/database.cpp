@@ -1,7 +1,6 @@
 #include "engine/database/database.h"
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 #include "engine/formula/formula.h"
@@ -34,10 +33,18 @@ NOTEID Scattered(NOTEID id) noexcept {
     return id / 4 * 2654435761u;
 }
 
-bool Before(const TIMEDATE& a, const TIMEDATE& b) noexcept {
-    constexpr DWORD dayMask = 0x00FFFFFF;
-    const DWORD dayA = a.Innards[1] & dayMask, dayB = b.Innards[1] & dayMask;
-    return dayA != dayB ? dayA < dayB : a.Innards[0] < b.Innards[0];
+/** Throws for what is no live note; `read` gets the head of what there is, and says whether there is something. */
+template<typename Read>
+void ReadLive(NOTEID id, const NoteHead& head, Read read) {
+    if (id & RRV_DELETED) {
+        throw StatusError(ERR_NOTE_DELETED);
+    }
+    if (!read()) {
+        throw StatusError(ERR_INVALID_NOTE);
+    }
+    if (head.deleted) {
+        throw StatusError(ERR_NOTE_DELETED);
+    }
 }
 
 } // namespace
@@ -68,15 +75,7 @@ void Database::SetReplicaInfo(const DBREPLICAINFO& info) {
 
 NoteHead Database::LiveHead(NOTEID id) {
     NoteHead head;
-    if (id & RRV_DELETED) {
-        throw StatusError(ERR_NOTE_DELETED);
-    }
-    if (!store_->ReadHead(id, head)) {
-        throw StatusError(ERR_INVALID_NOTE);
-    }
-    if (head.deleted) {
-        throw StatusError(ERR_NOTE_DELETED);
-    }
+    ReadLive(id, head, [&] { return store_->ReadHead(id, head); });
     return head;
 }
 
@@ -90,15 +89,7 @@ NOTEID Database::IdOfUnid(const UNID& unid) {
 
 void Database::ReadNote(NOTEID id, OpenNote& note) {
     std::string items;
-    if (id & RRV_DELETED) {
-        throw StatusError(ERR_NOTE_DELETED);
-    }
-    if (!store_->Read(id, note.head, items)) {
-        throw StatusError(ERR_INVALID_NOTE);
-    }
-    if (note.head.deleted) {
-        throw StatusError(ERR_NOTE_DELETED);
-    }
+    ReadLive(id, note.head, [&] { return store_->Read(id, note.head, items); });
     note.storedSequence = note.head.oid.Sequence;
     note.items = Items(std::move(items));
     note.objectsIn = ObjectsOf(note.items.Encoded()).empty() ? nullptr : shared_from_this();
@@ -135,37 +126,39 @@ void Database::ClearWayForUnid(const OID& oid, STATUS stubStatus) {
     store_->Remove(other);
 }
 
+Database::Version Database::NextVersion(const OpenNote& note, bool force) {
+    Version next{note.head, false};
+    OID& oid = next.head.oid;
+    const NoteHead stored = LiveHead(note.head.id);
+    if (stored.noteClass != note.head.noteClass) {
+        throw StatusError(ERR_UPDATE_CLASS);
+    }
+    if (!force && stored.oid.Sequence != note.storedSequence) {
+        throw StatusError(ERR_CONFLICT);
+    }
+    next.unidChanged = UnidOf(stored.oid) != UnidOf(oid);
+    if (next.unidChanged && behaviours_.Has(Deviation::unidChangeRefused)) {
+        throw StatusError(ERR_CANT_CHANGE_UNID);
+    }
+    if (behaviours_.Has(Deviation::unidChangeIgnored)) {
+        oid = stored.oid;
+        next.unidChanged = false;
+    }
+    if (next.unidChanged) {
+        ClearWayForUnid(oid, takenOnUpdate);
+    }
+    // A forced save on top of somebody else's is still the newer version.
+    if ((stored.oid.Sequence & 0xFFFFu) > (oid.Sequence & 0xFFFFu)) {
+        oid.Sequence = stored.oid.Sequence;
+    }
+    return next;
+}
+
 void Database::UpdateNote(OpenNote& note, bool force) {
     if (!FitIntoNote(note.items)) {
         throw StatusError(ERR_SUMMARY_TOO_BIG);
     }
-    NoteHead head = note.head;
-    bool unidChanged = false;
-    if (head.id != 0) {
-        const NoteHead stored = LiveHead(head.id);
-        if (stored.noteClass != head.noteClass) {
-            throw StatusError(ERR_UPDATE_CLASS);
-        }
-        if (!force && stored.oid.Sequence != note.storedSequence) {
-            throw StatusError(ERR_CONFLICT);
-        }
-        const UNID was = UnidOf(stored.oid), is = UnidOf(head.oid);
-        unidChanged = std::memcmp(&was, &is, sizeof was) != 0;
-        if (unidChanged && behaviours_.Has(Deviation::unidChangeRefused)) {
-            throw StatusError(ERR_CANT_CHANGE_UNID);
-        }
-        if (behaviours_.Has(Deviation::unidChangeIgnored)) {
-            head.oid = stored.oid;
-            unidChanged = false;
-        }
-        if (unidChanged) {
-            ClearWayForUnid(head.oid, takenOnUpdate);
-        }
-        // A forced save on top of somebody else's is still the newer version.
-        if ((stored.oid.Sequence & 0xFFFFu) > (head.oid.Sequence & 0xFFFFu)) {
-            head.oid.Sequence = stored.oid.Sequence;
-        }
-    }
+    auto [head, unidChanged] = note.head.id != 0 ? NextVersion(note, force) : Version{note.head, false};
     head.oid.Sequence = NextSequence(head.oid.Sequence);
     head.oid.SequenceTime = head.modified = clock_.NowTimedate();
     const std::optional<std::string> copied = CopyObjects(note, head.id != 0 ? head.id : store_->NextId());
@@ -259,7 +252,7 @@ std::optional<Database::Match> Database::Examine(const SearchRequest& request, c
     if (!(SearchClass(head.noteClass) & request.classMask) || (head.deleted && !request.stubs)) {
         return std::nullopt;
     }
-    if (request.since && Before(head.modified, *request.since)) {
+    if (request.since && IsBefore(head.modified, *request.since)) {
         return std::nullopt;
     }
     const bool selected = !head.deleted && (request.formula.empty() || FormulaSelects(request.formula, items));

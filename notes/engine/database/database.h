@@ -90,6 +90,12 @@ private:
     /** Delivers matches, as their notes are by then. Adds those that the step has saved to `saved`, if there is one. */
     STATUS DeliverChunk(const SearchRequest& request, const std::vector<Match>& chunk, uint64_t changesAtRead,
                         const Deliver& deliver, std::vector<NOTEID>* saved);
+    struct Version {
+        NoteHead head;
+        bool unidChanged;
+    };
+    /** What a stored note is to be stored as when it is saved. Its UNID, if that is another one, is free then. */
+    Version NextVersion(const OpenNote& note, bool force);
     [[nodiscard]] bool IsLive(const UNID& unid);
     /** Makes a stub of this UNID go away. Throws ERR_DUPLICATE_UNID when it is a note, `stubStatus` when stubs keep
      *  their UNIDs. */

@@ -41,7 +41,7 @@ std::vector<OpenNote> ReadDesign(Database& database) {
 }
 
 bool SameUnid(const OpenNote& a, const OpenNote& b) {
-    return a.head.oid.File == b.head.oid.File && a.head.oid.Note == b.head.oid.Note;
+    return UnidOf(a.head.oid) == UnidOf(b.head.oid);
 }
 
 bool SameElement(const OpenNote& a, const OpenNote& b) {

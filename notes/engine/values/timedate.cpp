@@ -58,6 +58,17 @@ std::optional<DWORD> ZoneBits(int offset, bool dst) noexcept {
            (distance / 60) << hourShift;
 }
 
+/** A number of hundredths since 1970 by day and time of the day. */
+struct DayAndTime {
+    int64_t day;
+    int64_t ticks;
+};
+
+DayAndTime SplitDay(int64_t hundredths) noexcept {
+    const int64_t ticks = (hundredths % ticksPerDay + ticksPerDay) % ticksPerDay;
+    return {(hundredths - ticks) / ticksPerDay, ticks};
+}
+
 std::string DateText(int64_t day) {
     const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{day}}};
     char text[32];
@@ -162,8 +173,8 @@ int ReadOffset(Reader& reader) noexcept {
 
 TIMEDATE TimedateFromHundredths(int64_t hundredths) noexcept {
     hundredths = std::clamp(hundredths, firstDay * ticksPerDay, (lastDay + 1) * ticksPerDay - 1);
-    const int64_t ticks = (hundredths % ticksPerDay + ticksPerDay) % ticksPerDay;
-    return TIMEDATE{{static_cast<DWORD>(ticks), DayWordOf((hundredths - ticks) / ticksPerDay)}};
+    const auto [day, ticks] = SplitDay(hundredths);
+    return TIMEDATE{{static_cast<DWORD>(ticks), DayWordOf(day)}};
 }
 
 std::optional<int64_t> HundredthsFromTimedate(const TIMEDATE& time) noexcept {
@@ -197,9 +208,7 @@ std::optional<std::string> DxlFromTimedate(const TIMEDATE& time) {
     if (!hundredths || ZoneBits(offset, IsDaylightSaving(time)) != (time.Innards[1] & ~dayMask)) {
         return std::nullopt; // "east of Greenwich" by nothing, for one
     }
-    const int64_t local = *hundredths + offset * ticksPerMinute;
-    const int64_t ticks = (local % ticksPerDay + ticksPerDay) % ticksPerDay;
-    const int64_t day = (local - ticks) / ticksPerDay;
+    const auto [day, ticks] = SplitDay(*hundredths + offset * ticksPerMinute);
     if (day < firstDay || day > lastDay) {
         return std::nullopt;
     }
@@ -234,10 +243,14 @@ std::optional<TIMEDATE> TimedateFromDxl(std::string_view text, bool dst) {
     return time;
 }
 
+bool IsBefore(const TIMEDATE& a, const TIMEDATE& b) noexcept {
+    const DWORD dayA = a.Innards[1] & dayMask, dayB = b.Innards[1] & dayMask;
+    return dayA != dayB ? dayA < dayB : a.Innards[0] < b.Innards[0];
+}
+
 std::string TextFromHundredths(int64_t hundredths) {
-    const auto time = *HundredthsFromTimedate(TimedateFromHundredths(hundredths));
-    const int64_t ticks = (time % ticksPerDay + ticksPerDay) % ticksPerDay;
-    std::string text = DateText((time - ticks) / ticksPerDay) + TimeText(ticks);
+    const auto [day, ticks] = SplitDay(*HundredthsFromTimedate(TimedateFromHundredths(hundredths)));
+    std::string text = DateText(day) + TimeText(ticks);
     text.replace(8, 1, " "); // yyyymmddThhmmss,hh
     text.insert(13, ":").insert(11, ":");
     text.insert(6, "-").insert(4, "-");

@@ -22,6 +22,9 @@ std::optional<std::string> DxlFromTimedate(const TIMEDATE& time);
 std::optional<TIMEDATE> TimedateFromDxl(std::string_view text, bool dst);
 bool IsDaylightSaving(const TIMEDATE& time) noexcept;
 
+/** By day and time; a zone does not count. */
+bool IsBefore(const TIMEDATE& a, const TIMEDATE& b) noexcept;
+
 /** "2026-11-22 20:33:00,12 UTC" for a person. */
 std::string TextFromHundredths(int64_t hundredths);
 

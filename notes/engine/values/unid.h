@@ -13,6 +13,10 @@ inline bool operator==(const TIMEDATE& a, const TIMEDATE& b) noexcept {
     return a.Innards[0] == b.Innards[0] && a.Innards[1] == b.Innards[1];
 }
 
+inline bool operator==(const UNID& a, const UNID& b) noexcept {
+    return a.File == b.File && a.Note == b.Note;
+}
+
 /** 32 upper-case hexadecimal digits. */
 std::string UnidText(const UNID& unid);
 std::optional<UNID> ParseUnid(std::string_view text);
