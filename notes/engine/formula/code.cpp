@@ -33,11 +33,9 @@ private:
 };
 
 bool Checker::Statements() {
-    while (code_.Next() == op::assignment || code_.Next() == op::remark) {
+    char statement = '\0';
+    for (std::string_view payload; code_.TakeStatement(statement, payload);) {
         grown_ = true;
-        const char statement = code_.Next();
-        code_.Take();
-        const std::string_view payload = code_.TakePayload(statement);
         if (statement == op::remark) {
             if (!payload.data() || !IsWholeCharacters(payload)) {
                 return false;
@@ -146,10 +144,8 @@ private:
 };
 
 std::string Writer::Whole() {
-    while (code_.Next() == op::assignment || code_.Next() == op::remark) {
-        const char statement = code_.Next();
-        code_.Take();
-        const std::string_view payload = code_.TakePayload(statement);
+    char statement = '\0';
+    for (std::string_view payload; code_.TakeStatement(statement, payload);) {
         if (statement == op::remark) {
             text_.append("REM ").append(*LeafText(op::text, payload));
         } else {
@@ -230,6 +226,16 @@ std::string_view Code::TakeChain(int strength) {
     const std::string_view chain = rest_.substr(0, length);
     rest_.remove_prefix(length);
     return chain;
+}
+
+bool Code::TakeStatement(char& code, std::string_view& payload) {
+    code = Next();
+    if (code != op::assignment && code != op::remark) {
+        return false;
+    }
+    Take();
+    payload = TakePayload(code);
+    return true;
 }
 
 void Code::Skip() {

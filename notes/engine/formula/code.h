@@ -31,6 +31,8 @@ public:
     std::string_view TakeChain(int strength);
     /** Takes what follows the code of a leaf or statement; without data when it is cut off. */
     std::string_view TakePayload(char code);
+    /** Takes an assignment, up to its expression, or a remark; false when neither is next. */
+    bool TakeStatement(char& code, std::string_view& payload);
     /** Passes over one condition or value. */
     void Skip();
 

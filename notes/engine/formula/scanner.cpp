@@ -12,7 +12,7 @@ void Scanner::Fail(size_t offset, size_t length, const std::string& message) con
     error.offset = offset;
     error.length = length;
     size_t lineStart = 0;
-    for (size_t at = 0; at < offset; at += std::max<size_t>(LmbcsCharacterLength(text_.substr(at)), 1)) {
+    for (size_t at = 0; at < offset; at += LmbcsStepLength(text_.substr(at))) {
         if (text_[at] == '\n') {
             ++error.line;
             lineStart = at + 1;

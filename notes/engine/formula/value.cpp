@@ -109,11 +109,6 @@ bool AnyOfEach(Workspace& work, const Value& left, const Value& right, Relation 
     return false;
 }
 
-/** The length of the character that `text` begins with; a byte that begins none counts as one. */
-size_t StepLength(std::string_view text) {
-    return std::max<size_t>(LmbcsCharacterLength(text), 1);
-}
-
 /** Gives what `make` makes of each text. */
 template<typename Make>
 Value EachText(Workspace& work, Value value, Make make) {
@@ -171,7 +166,7 @@ bool Contains(std::string_view text, std::string_view part) {
     size_t character = 0; // where one begins, at or before what was found: half a character is no part
     for (size_t found = text.find(part); found != std::string_view::npos; found = text.find(part, found + 1)) {
         while (character < found) {
-            character += StepLength(text.substr(character));
+            character += LmbcsStepLength(text.substr(character));
         }
         if (character == found) {
             return true;
@@ -182,7 +177,7 @@ bool Contains(std::string_view text, std::string_view part) {
 
 bool EndsWith(std::string_view text, std::string_view part) {
     while (text.size() > part.size()) {
-        text.remove_prefix(StepLength(text));
+        text.remove_prefix(LmbcsStepLength(text));
     }
     return text == part;
 }
@@ -192,7 +187,7 @@ std::string TrimmedText(std::string_view text) {
     std::string trimmed;
     bool blank = false;
     while (!text.empty()) {
-        const std::string_view character = text.substr(0, StepLength(text));
+        const std::string_view character = text.substr(0, LmbcsStepLength(text));
         if (character != " ") {
             trimmed.append(blank && !trimmed.empty() ? " " : "").append(character);
         }
@@ -215,7 +210,6 @@ Value NumberValue(double number) {
 }
 
 Value TimeValue(const TIMEDATE& time) {
-    constexpr DWORD anyTime = 0xFFFFFFFF;
     const TIMEDATE moment{{time.Innards[0] == anyTime ? 0 : time.Innards[0], time.Innards[1]}};
     const auto hundredths = HundredthsFromTimedate(moment);
     return hundredths ? OfType(ValueType::time, static_cast<double>(*hundredths)) : OfType(ValueType::other);

@@ -123,7 +123,7 @@ size_t UnitLength(std::string_view text) {
 std::string WithCase(std::string_view text, UChar32 (*convert)(UChar32)) {
     std::string result;
     while (!text.empty()) {
-        const size_t length = std::max<size_t>(LmbcsCharacterLength(text), 1);
+        const size_t length = LmbcsStepLength(text);
         const std::string_view character = text.substr(0, length);
         text.remove_prefix(length);
         if (length == 1 && static_cast<unsigned char>(character.front()) < 0x80) {
@@ -189,6 +189,10 @@ size_t LmbcsCharacterLength(std::string_view text) noexcept {
     return pair ? 2 * length : length;
 }
 
+size_t LmbcsStepLength(std::string_view text) noexcept {
+    return std::max<size_t>(LmbcsCharacterLength(text), 1);
+}
+
 std::string LmbcsLowerCase(std::string_view text) {
     return WithCase(text, u_tolower);
 }
@@ -212,7 +216,7 @@ std::string_view CutUtf8(std::string_view text, size_t size) {
 std::string_view CutLmbcs(std::string_view text, size_t size) {
     size_t end = 0;
     while (end < text.size()) {
-        const size_t next = end + std::max<size_t>(LmbcsCharacterLength(text.substr(end)), 1);
+        const size_t next = end + LmbcsStepLength(text.substr(end));
         if (next > size) {
             break;
         }

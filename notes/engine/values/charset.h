@@ -15,6 +15,8 @@ std::string LmbcsFromUtf8(std::string_view text);
 std::string Utf8FromLmbcs(std::string_view text);
 /** The bytes of the first character of `text`; 0 when there is none or its bytes are not LMBCS. */
 size_t LmbcsCharacterLength(std::string_view text) noexcept;
+/** The same for who goes on in any case: what begins no character counts as one byte. */
+size_t LmbcsStepLength(std::string_view text) noexcept;
 /** An LMBCS text with each letter in that case, one for one, whatever the locale. */
 std::string LmbcsLowerCase(std::string_view text);
 std::string LmbcsUpperCase(std::string_view text);

@@ -16,10 +16,6 @@ constexpr int64_t julianDayOfEpoch = 2440588; // 1970-01-01
 constexpr int64_t firstDay = -719162;
 constexpr int64_t lastDay = 2932896;
 
-// A moment of which one half is missing has all bits set in that half.
-constexpr DWORD anyTime = 0xFFFFFFFF;
-constexpr DWORD anyDay = 0xFFFFFFFF;
-
 constexpr DWORD dayMask = 0x00FFFFFF;
 constexpr DWORD dstBit = 0x80000000;
 constexpr DWORD eastBit = 0x40000000;

@@ -10,6 +10,10 @@
 
 namespace embedded {
 
+/** A moment of which one half is missing has all bits set in that half. */
+constexpr DWORD anyTime = 0xFFFFFFFF;
+constexpr DWORD anyDay = 0xFFFFFFFF;
+
 /** Hundredths of a second since 1970-01-01 00:00:00 UTC, to a TIMEDATE in zone GMT and back. */
 TIMEDATE TimedateFromHundredths(int64_t hundredths) noexcept;
 /** Nothing for a wildcard (date only, time only, all bits set) or a day out of range. */
