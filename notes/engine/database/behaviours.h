@@ -1,5 +1,5 @@
 // What a server may do where the platform's reference leaves it open: a table of behaviours, each with the values that
-// it can have. The first value is the default.
+// it can have. The first value is the default. docs/formats.md says what each decides, and what is known about it.
 #pragma once
 
 #include <bitset>
@@ -42,11 +42,10 @@ struct Behaviour {
     const char* name;
     std::span<const char* const> values; // the default first
     Deviation first;                     // of the second value
-    const char* sources;                 // what is known about it
 };
 
 [[nodiscard]] std::span<const Behaviour> KnownBehaviours() noexcept;
-/** NULL for a name that there is not. */
+/** NULL for an unknown name. */
 [[nodiscard]] const Behaviour* FindBehaviour(std::string_view name) noexcept;
 
 /** The behaviours of one session. */
