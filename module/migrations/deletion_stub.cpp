@@ -2,7 +2,7 @@
 
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 
 namespace updkrx {
 namespace {

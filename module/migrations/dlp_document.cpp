@@ -11,8 +11,9 @@
 #include "foundation/unid_text.h"
 #include "migrations/deletion_stub.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 #include "migrations/obsolete_unids.h"
+#include "migrations/predefined.h"
 #include "migrations/references.h"
 #include "migrations/replaced_document.h"
 

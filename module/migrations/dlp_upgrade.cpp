@@ -9,7 +9,7 @@
 #include "foundation/notes_search.h"
 #include "migrations/dlp_document.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 
 namespace updkrx {
 namespace {

@@ -16,7 +16,7 @@
 #include "foundation/unid_text.h"
 #include "migrations/deletion_stub.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 #include "migrations/obsolete_unids.h"
 #include "migrations/references.h"
 #include "os/os.h"

@@ -16,7 +16,7 @@
 #include "foundation/second_try.h"
 #include "foundation/text_lists.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 
 namespace updkrx {
 namespace {

@@ -8,7 +8,7 @@
 #include "migrations/deletion_stub.h"
 #include "migrations/kept_documents.h"
 #include "migrations/log_messages.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
 #include "migrations/obsolete_unids.h"
 
 namespace updkrx {

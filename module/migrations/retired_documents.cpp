@@ -9,7 +9,8 @@
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "migrations/note_items.h"
+#include "migrations/note_identity.h"
+#include "migrations/predefined.h"
 
 namespace updkrx {
 namespace {

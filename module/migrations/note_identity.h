@@ -1,4 +1,4 @@
-// Items of a document as the migrations look at them.
+// Which note a note is: its ID in the database, and its UNID.
 #pragma once
 
 #include <optional>
@@ -7,10 +7,6 @@
 #include "notes_api.h"
 
 namespace updkrx {
-
-/** True for a document that the product ships, until the customer makes it the customer's own. Nothing when that cannot
- *  be read, which is logged. */
-[[nodiscard]] std::optional<bool> IsPredefined(NOTEHANDLE note) noexcept;
 
 [[nodiscard]] NOTEID NoteIdOf(NOTEHANDLE note) noexcept;
 
