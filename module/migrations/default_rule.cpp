@@ -6,6 +6,7 @@
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
+#include "migrations/note_identity.h"
 
 namespace updkrx {
 namespace {
@@ -15,8 +16,7 @@ constexpr WORD formSize = 64;
 constexpr const char* item = "DefaultRule";
 
 bool IsKept(NOTEHANDLE note) noexcept {
-    OID oid = {};
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    const OID oid = OidOf(note);
     char buffer[formSize];
     const auto length = ReadItemText(note, "Form", buffer, sizeof buffer);
     return std::ranges::any_of(keptDefaultDocuments, [&](const DefaultDocument& kept) {

@@ -64,8 +64,7 @@ STATUS SaveUnderTemplateUnid(DBHANDLE database, NOTEHANDLE copy, NOTEHANDLE temp
     if (const STATUS status = note.Open(NSFNoteCopy, copy); status != NOERROR) {
         return status;
     }
-    OID identity = {};
-    NSFNoteGetInfo(templateNote, _NOTE_OID, &identity);
+    const OID identity = OidOf(templateNote);
     return SaveAs(database, note.Get(), identity, {UnidOf(templateNote)});
 }
 

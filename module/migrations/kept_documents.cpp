@@ -178,9 +178,7 @@ bool VisitKept(Visit visit) {
 
 DWORD VersionOf(NOTEHANDLE note) noexcept {
     constexpr DWORD mask = 0xFFFF; // the rest of a sequence number is flags
-    OID oid = {};
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
-    return oid.Sequence & mask;
+    return OidOf(note).Sequence & mask;
 }
 
 /** Replicas must take what stands under the document's UNID for newer than the deletion, which had the number of what
@@ -232,16 +230,10 @@ bool VisitCopies(NOTEHANDLE kept, const UNID& document, Visit visit) {
     return all;
 }
 
-std::string TextOf(const UNID& unid) {
-    char text[unidTextSize];
-    FormatUnidText(unid, text);
-    return text;
-}
-
 /** Others refer to the document from now on, not to the copy that was to take its place. */
 bool RemoveCopy(DBHANDLE database, const UNID& copy, const UNID& document) {
-    VanishingUnids vanishing(TextOf(document));
-    vanishing.Add(TextOf(copy));
+    VanishingUnids vanishing(UnidTextOf(document));
+    vanishing.Add(UnidTextOf(copy));
     const auto noteId = FindNote(database, copy);
     if (!noteId) {
         return false;
@@ -361,7 +353,7 @@ bool PutBackKeptDocuments(DBHANDLE database) {
             status = Restore(database, kept, document); // it takes up where the first try has failed
         }
         DebugLog(level::progress, "A document that an earlier run has kept is put back. UNID is %s, sError is %d",
-                 TextOf(document.unid).c_str(), status);
+                 UnidTextOf(document.unid).c_str(), status);
         return status == NOERROR;
     });
     return AllKeptDocumentsStand(database);
@@ -375,7 +367,7 @@ bool AllKeptDocumentsStand(DBHANDLE database) {
             DebugLog(level::progress,
                      "Error: A document is missing, not complete, or there twice. It is kept for the next run. "
                      "UNID is %s (%s)",
-                     TextOf(document.unid).c_str(), keptPath);
+                     UnidTextOf(document.unid).c_str(), keptPath);
         }
         return stands;
     });

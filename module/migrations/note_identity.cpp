@@ -22,16 +22,25 @@ NOTEID NoteIdOf(NOTEHANDLE note) noexcept {
     return noteId;
 }
 
-std::string UnidTextOf(NOTEHANDLE note) {
-    char text[unidTextSize];
-    GetUnidText(note, text);
-    return text;
+OID OidOf(NOTEHANDLE note) noexcept {
+    OID oid = {};
+    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    return oid;
 }
 
 UNID UnidOf(NOTEHANDLE note) noexcept {
-    OID oid = {};
-    NSFNoteGetInfo(note, _NOTE_OID, &oid);
+    const OID oid = OidOf(note);
     return {oid.File, oid.Note};
+}
+
+std::string UnidTextOf(const UNID& unid) {
+    char text[unidTextSize];
+    FormatUnidText(unid, text);
+    return text;
+}
+
+std::string UnidTextOf(NOTEHANDLE note) {
+    return UnidTextOf(UnidOf(note));
 }
 
 bool SameUnid(const UNID& a, const UNID& b) noexcept {

@@ -25,8 +25,7 @@ UNID UnidFrom(const std::string& text) noexcept {
 /** The identity of the note that takes a document's place, to be saved for the first time: the document's UNID, and a
  *  sequence number that saving makes higher than that of the document's deletion. */
 OID SuccessorOf(NOTEHANDLE note) noexcept {
-    OID identity = {};
-    NSFNoteGetInfo(note, _NOTE_OID, &identity);
+    OID identity = OidOf(note);
     // The deletion has counted the number up by one, saving does so too.
     identity.Sequence = (identity.Sequence & ~versionMask) | ((identity.Sequence + 1) & versionMask);
     return identity;
@@ -179,8 +178,7 @@ bool ReplacedDocument::SaveUnderOldUnid() noexcept {
 /** Replicas prefer the version with the higher number: the deletion of the document must not win over the copy, which
  *  has come with the number that it had in the template. Saving is what counts it up. */
 void ReplacedDocument::RaiseSequence() noexcept {
-    OID own = {};
-    NSFNoteGetInfo(copy_.Get(), _NOTE_OID, &own);
+    const OID own = OidOf(copy_.Get());
     const DWORD wanted = (successor_.Sequence + 1) & versionMask;
     for (DWORD version = own.Sequence & versionMask; version < wanted; ++version) {
         if (NSFNoteUpdate(copy_.Get(), UPDATE_FORCE) != NOERROR) {
