@@ -29,8 +29,7 @@ bool IsLive(DBHANDLE database, NOTEID noteId) noexcept {
 }
 
 bool Remove(DBHANDLE database, NOTEID noteId) noexcept {
-    return noteId != 0 && !IsLive(database, noteId) &&
-           NSFNoteDelete(database, noteId, UPDATE_FORCE | UPDATE_NOSTUB) == NOERROR;
+    return noteId != 0 && !IsLive(database, noteId) && DeleteWithoutTrace(database, noteId) == NOERROR;
 }
 
 } // namespace
@@ -38,6 +37,10 @@ bool Remove(DBHANDLE database, NOTEID noteId) noexcept {
 bool TellsOfTakenUnid(STATUS status) noexcept {
     const STATUS code = status & ERR_MASK;
     return code == ERR_DUPLICATE_UNID || code == ERR_NOTE_DELETED;
+}
+
+STATUS DeleteWithoutTrace(DBHANDLE database, NOTEID noteId) noexcept {
+    return NSFNoteDelete(database, noteId, UPDATE_FORCE | UPDATE_NOSTUB);
 }
 
 bool RemoveStub(DBHANDLE database, const Stub& stub) noexcept {
@@ -63,7 +66,7 @@ STATUS SaveAs(DBHANDLE database, NOTEHANDLE note, const OID& identity, const Stu
         return status;
     }
     // Stored it is, but not as it was to be.
-    (void)NSFNoteDelete(database, NoteIdOf(note), UPDATE_FORCE | UPDATE_NOSTUB);
+    (void)DeleteWithoutTrace(database, NoteIdOf(note));
     return ERR_CANT_CHANGE_UNID;
 }
 

@@ -9,6 +9,9 @@ namespace updkrx {
 /** Whether a status says that a note cannot be stored because its UNID is taken, maybe by a stub only. */
 [[nodiscard]] bool TellsOfTakenUnid(STATUS status) noexcept;
 
+/** Deletes a note, or its stub, and leaves no stub. */
+[[nodiscard]] STATUS DeleteWithoutTrace(DBHANDLE database, NOTEID noteId) noexcept;
+
 /** A deletion stub, by the UNID that it has, and by its note ID where that is known. */
 struct Stub {
     UNID unid;

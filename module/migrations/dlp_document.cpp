@@ -51,7 +51,7 @@ std::optional<std::string> ToNativeName(std::string_view text) {
 
 /** Removes a copy without a trace; false, which is logged, when it stays. */
 bool RemoveCopy(DBHANDLE database, NOTEID copyId) noexcept {
-    const STATUS status = NSFNoteDelete(database, copyId, UPDATE_FORCE | UPDATE_NOSTUB);
+    const STATUS status = DeleteWithoutTrace(database, copyId);
     if (status != NOERROR) {
         LogCopyThatStays(copyId, status);
     }

@@ -72,7 +72,7 @@ STATUS RemoveEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) 
         return ERR_UNKNOWN;
     }
     (void)note.Close(); // always succeeds
-    return NSFNoteDelete(kept, *earlier, UPDATE_FORCE | UPDATE_NOSTUB);
+    return DeleteWithoutTrace(kept, *earlier);
 }
 
 void Append(char (&copies)[textSize], const UNID& unid) noexcept {
@@ -103,7 +103,7 @@ STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared,
     if (!SameUnid(unid, replacement.unid)) {
         return NOERROR;
     }
-    return NSFNoteDelete(kept, std::exchange(prepared, 0), UPDATE_FORCE | UPDATE_NOSTUB);
+    return DeleteWithoutTrace(kept, std::exchange(prepared, 0));
 }
 
 STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, const TemplateNote& replacement,
@@ -238,8 +238,7 @@ bool RemoveCopy(DBHANDLE database, const UNID& copy, const UNID& document) {
     if (!noteId) {
         return false;
     }
-    const STATUS status = WithSecondTry(
-        [&] { return *noteId == 0 ? NOERROR : NSFNoteDelete(database, *noteId, UPDATE_FORCE | UPDATE_NOSTUB); });
+    const STATUS status = WithSecondTry([&] { return *noteId == 0 ? NOERROR : DeleteWithoutTrace(database, *noteId); });
     if (status == NOERROR) {
         vanishing.Record();
     } else {
@@ -375,9 +374,8 @@ bool AllKeptDocumentsStand(DBHANDLE database) {
 
 void RemoveKeptDocuments() {
     // Where the file stays, a later run must not find in it what customers have changed or deleted since.
-    (void)VisitKept([](DBHANDLE kept, const KeptNote& document) {
-        return NSFNoteDelete(kept, document.noteId, UPDATE_FORCE | UPDATE_NOSTUB) == NOERROR;
-    });
+    (void)VisitKept(
+        [](DBHANDLE kept, const KeptNote& document) { return DeleteWithoutTrace(kept, document.noteId) == NOERROR; });
     os::RemoveFile(KeptFile().c_str());
     if (HasKeptDocuments()) {
         DebugLog(level::progress, "Error: The kept documents cannot be removed. (%s)", keptPath);

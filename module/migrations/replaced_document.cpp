@@ -188,7 +188,7 @@ void ReplacedDocument::RaiseSequence() noexcept {
 }
 
 STATUS ReplacedDocument::Remove(NOTEID& noteId) noexcept {
-    const STATUS status = noteId == 0 ? NOERROR : NSFNoteDelete(database_, noteId, UPDATE_FORCE | UPDATE_NOSTUB);
+    const STATUS status = noteId == 0 ? NOERROR : DeleteWithoutTrace(database_, noteId);
     if (status == NOERROR) {
         noteId = 0;
     }
