@@ -38,7 +38,8 @@ public:
         return status;
     }
 
-    /** Closes early and returns the status of that; NOERROR when there is nothing to close. */
+    /** Closes early and returns the status of that; NOERROR when there is nothing to close. Closing a note always
+     *  succeeds. */
     STATUS Close() noexcept {
         const DHANDLE closing = std::exchange(handle_, DHANDLE{NULLHANDLE});
         return closing == NULLHANDLE ? NOERROR : CloseHandle(closing);

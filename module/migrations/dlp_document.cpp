@@ -91,7 +91,7 @@ bool SettleUnid(DBHANDLE database, const TemplateDocument& document, NOTEID copy
              static_cast<int>(copyId), own.c_str());
     status = WithSecondTry([&] { return SaveUnderTemplateUnid(database, copy.Get(), document.note); });
     if (Succeeded("NSFNoteUpdate", status)) {
-        (void)copy.Close();                                                   // always succeeds
+        copy.Close();
         (void)(RemoveCopy(database, copyId) || RemoveCopy(database, copyId)); // two documents of one name: try again
         return true;
     }

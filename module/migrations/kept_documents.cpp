@@ -71,7 +71,7 @@ STATUS RemoveEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) 
     if (OpenNote(note, kept, *earlier) != NOERROR || !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
         return ERR_UNKNOWN;
     }
-    (void)note.Close(); // always succeeds
+    note.Close();
     return DeleteWithoutTrace(kept, *earlier);
 }
 
@@ -99,7 +99,7 @@ STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared,
         return status;
     }
     unid = UnidOf(copy.Get());
-    (void)copy.Close(); // always succeeds
+    copy.Close();
     if (!SameUnid(unid, replacement.unid)) {
         return NOERROR;
     }

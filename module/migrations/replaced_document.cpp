@@ -69,7 +69,7 @@ bool ReplacedDocument::TakeOut(ScopedNote& note) {
     }
     successor_ = SuccessorOf(note.Get());
     MakeNewNote(kept_.Get(), successor_); // no note of the database is open when it is deleted
-    (void)note.Close();                   // always succeeds
+    note.Close();
     const bool deleted = Delete(database_, oldId_, "original", "Success");
     if (deleted || FindNote(database_, unid_) == NOTEID{0}) { // what failed may have been done all the same
         stage_ = Stage::takenOut;
@@ -120,7 +120,7 @@ bool ReplacedDocument::MakeFromTemplate(const References& references) {
     if (!SameUnid(UnidOf(templateNote_), copyUnid)) {
         shipped_.Add(UnidTextOf(templateNote_));
         if (!NoteCopyOfKept(unid_, copyUnid)) {
-            (void)copy_.Close(); // always succeeds
+            copy_.Close();
             const STATUS status = WithSecondTry([&] { return Remove(copyId_); });
             DebugLog(level::progress, "Error: The doc copied from ntf cannot be noted. unid is %s, sError is %d",
                      copyUnidText.c_str(), status);
@@ -147,7 +147,7 @@ bool ReplacedDocument::GiveOldUnid() noexcept {
         if (!SaveUnderOldUnid()) {
             return false;
         }
-        (void)copy_.Close(); // always succeeds
+        copy_.Close();
         removed = Delete(database_, copyId_, "temp", "sucess");
         // Two documents of one name are worth a second try.
         if (const STATUS status = removed ? NOERROR : Remove(copyId_); status != NOERROR) {
@@ -203,7 +203,7 @@ bool ReplacedDocument::CopyHasOldUnid() noexcept {
         return FindNote(database_, unid_) == copyId_;
     }
     const bool same = SameUnid(UnidOf(copy_.Get()), unid_);
-    (void)copy_.Close(); // always succeeds
+    copy_.Close();
     return same;
 }
 
