@@ -89,7 +89,7 @@ CopyResult CopyOver(const std::string& source, const std::string& destination, b
     if (!MakeFolderOf(destination)) {
         return copyTargetUnwritable;
     }
-    if (!overwrite && os::KindOf(destination.c_str()) == os::PathKind::file) {
+    if (!overwrite && os::IsFile(destination)) {
         return copyTargetExists;
     }
     const os::OwnedFile from = os::OpenForReading(source.c_str());
@@ -123,13 +123,9 @@ CopyResult WriteInPlace(const std::string& source, const std::string& destinatio
     return result != copied ? result : onDisk && closed ? copied : copyWriteFailed;
 }
 
-bool IsThere(const std::string& file) noexcept {
-    return os::KindOf(file.c_str()) == os::PathKind::file;
-}
-
 /** Writes a file in place, once its old content is kept. What a run that died has kept is the old content still. */
 CopyResult OverwriteKeepingOld(const std::string& source, const std::string& destination, const std::string& kept) {
-    if (!IsThere(kept) && CopyPath(destination, kept, false) != copied) {
+    if (!os::IsFile(kept) && CopyPath(destination, kept, false) != copied) {
         return copyTargetUnwritable;
     }
     return WriteInPlace(source, destination);
@@ -146,11 +142,11 @@ void Discard(const std::string& kept) {
 CopyResult CopyKeepingOld(const std::string& source, const std::string& destination) {
     const std::string kept = destination + ".updkrx-kept";
     CopyResult result = CopyPath(source, destination, true);
-    if (result == copyTargetUnwritable && IsThere(destination) && os::IsWritable(destination.c_str())) {
+    if (result == copyTargetUnwritable && os::IsFile(destination) && os::IsWritable(destination.c_str())) {
         result = WithoutExceptions("CopyPath", copyWriteFailed,
                                    [&] { return OverwriteKeepingOld(source, destination, kept); });
     }
-    if (!IsThere(kept)) {
+    if (!os::IsFile(kept)) {
         return result;
     }
     if (result == copied || CopyPath(kept, destination, true) == copied || WriteInPlace(kept, destination) == copied) {

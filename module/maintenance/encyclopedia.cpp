@@ -93,10 +93,10 @@ public:
 
     /** Marks that the database is going to be offline. False, which is logged, when there is no place for a file. */
     [[nodiscard]] bool MarkOffline() noexcept {
-        if (!IsThere(offline_)) {
+        if (!os::IsFile(offline_)) {
             (void)os::OpenNew(offline_.c_str()); // is there or not, which is asked next
         }
-        return IsThere(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
+        return os::IsFile(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
     }
     /** Keeps the database, which is offline, as it is now. False, which is logged, when it cannot be copied. */
     [[nodiscard]] bool Keep() noexcept {
@@ -107,15 +107,15 @@ public:
 
     /** The database has not been deleted after all, or it has: either way it is there and online afterwards. */
     void GiveUp() noexcept {
-        if (IsThere(kept_) && IsThere(database_)) {
+        if (os::IsFile(kept_) && os::IsFile(database_)) {
             os::RemoveFile(kept_.c_str());
         }
         PutBack();
     }
     /** Puts the kept database, if there is one, in the place of whatever is there, and brings it online. */
     void PutBack() noexcept {
-        if (IsThere(kept_)) {
-            const STATUS status = IsThere(database_) ? TakeOffline(OFFLINE_NODELETE) : NOERROR;
+        if (os::IsFile(kept_)) {
+            const STATUS status = os::IsFile(database_) ? TakeOffline(OFFLINE_NODELETE) : NOERROR;
             if (status != NOERROR || !os::MoveOver(kept_.c_str(), database_.c_str())) {
                 DebugLog(level::unusual, "Error: The old krency.nsf cannot be put back. It is kept. (%s):(%x)",
                          kept_.c_str(), status);
@@ -129,7 +129,7 @@ public:
     }
     void Unmark() noexcept {
         os::RemoveFile(offline_.c_str());
-        if (IsThere(offline_)) {
+        if (os::IsFile(offline_)) {
             DebugLog(level::unusual, "Error: A mark cannot be removed; the next run does that. (%s)", offline_.c_str());
         }
     }
@@ -158,12 +158,10 @@ public:
     }
 
     /** Whether a run has died with the old database kept, or offline. */
-    [[nodiscard]] bool HasKept() const noexcept { return IsThere(kept_); }
-    [[nodiscard]] bool IsMarkedOffline() const noexcept { return IsThere(offline_); }
+    [[nodiscard]] bool HasKept() const noexcept { return os::IsFile(kept_); }
+    [[nodiscard]] bool IsMarkedOffline() const noexcept { return os::IsFile(offline_); }
 
 private:
-    static bool IsThere(const std::string& file) noexcept { return os::KindOf(file.c_str()) == os::PathKind::file; }
-
     [[nodiscard]] bool LogThatItCannotBeKept(CopyResult result) const noexcept {
         DebugLog(level::unusual, "Error: krency.nsf cannot be kept, so it is not recreated. (%s):(%d)", kept_.c_str(),
                  result);

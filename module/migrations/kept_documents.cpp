@@ -342,7 +342,7 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
 }
 
 bool HasKeptDocuments() {
-    return os::KindOf(KeptFile().c_str()) == os::PathKind::file;
+    return os::IsFile(KeptFile());
 }
 
 bool PutBackKeptDocuments(DBHANDLE database) {

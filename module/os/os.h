@@ -70,6 +70,9 @@ enum class PathKind { missing, file, directory };
 
 /** What a path leads to; everything that is not a directory counts as a file, also what cannot be looked at. */
 [[nodiscard]] PathKind KindOf(const char* path) noexcept;
+[[nodiscard]] inline bool IsFile(const std::string& path) noexcept {
+    return KindOf(path.c_str()) == PathKind::file;
+}
 
 /** Whether this process may write to an existing file. */
 [[nodiscard]] bool IsWritable(const char* path) noexcept;

@@ -73,7 +73,7 @@ void WriteAccessControlList(const EntryPaths& paths, const ScopedMemory& held) {
 
 STATUS TakeOffline(const EntryPaths& paths) {
     const char* target = paths.target.c_str();
-    if (os::KindOf(target) != os::PathKind::file) {
+    if (!os::IsFile(paths.target)) {
         DebugLog(level::progress, "Database does not exist, do not bring it offline. (%s)", target);
         return NOERROR;
     }
