@@ -1,6 +1,8 @@
 #include "common/ascii_text.h"
 
 #include <climits>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -50,6 +52,31 @@ TEST(AsciiText, TakesANumberAndLeavesTheRest) {
     EXPECT_FALSE(TakeNumber(text, number));
     EXPECT_EQ(number, 5);
     EXPECT_EQ(text, ".8");
+}
+
+TEST(CommaList, KeepsItemsAsTheyAreWritten) {
+    const struct {
+        const char* text;
+        std::vector<std::string> items;
+    } cases[] = {
+        {"", {}},
+        {",", {""}},
+        {",,", {"", ""}},
+        {"a", {"a"}},
+        {"a,b", {"a", "b"}},
+        {"a,b,", {"a", "b"}},
+        {"a,,b", {"a", "", "b"}},
+        {",a", {"", "a"}},
+        {"a, b ,\"c,d\"", {"a", " b ", "\"c", "d\""}},
+        {"a,a", {"a", "a"}},
+    };
+    for (const auto& [text, items] : cases) {
+        std::vector<std::string> list = {"first"};
+        EXPECT_EQ(SplitCommaList(list, text), 0);
+        std::vector<std::string> expected = {"first"};
+        expected.insert(expected.end(), items.begin(), items.end());
+        EXPECT_EQ(list, expected) << text;
+    }
 }
 
 } // namespace

@@ -1,37 +1,11 @@
 #include "patch/patch_config.h"
 
-#include "common/ascii_text.h"
 #include "support/server_fixture.h"
 
 namespace updkrx {
 namespace {
 
 using Items = std::vector<std::string>;
-
-TEST(CommaList, KeepsItemsAsTheyAreWritten) {
-    const struct {
-        const char* text;
-        Items items;
-    } cases[] = {
-        {"", {}},
-        {",", {""}},
-        {",,", {"", ""}},
-        {"a", {"a"}},
-        {"a,b", {"a", "b"}},
-        {"a,b,", {"a", "b"}},
-        {"a,,b", {"a", "", "b"}},
-        {",a", {"", "a"}},
-        {"a, b ,\"c,d\"", {"a", " b ", "\"c", "d\""}},
-        {"a,a", {"a", "a"}},
-    };
-    for (const auto& [text, items] : cases) {
-        Items list = {"first"};
-        EXPECT_EQ(SplitCommaList(list, text), 0);
-        Items expected = {"first"};
-        expected.insert(expected.end(), items.begin(), items.end());
-        EXPECT_EQ(list, expected) << text;
-    }
-}
 
 class PatchConfigTest : public test::ServerFixture {
 protected:
