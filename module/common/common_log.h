@@ -23,9 +23,9 @@ extern RwLock CommonLogLock;
 extern CommonLogRecord CommonLogSettings;
 
 /**
- * Adds a line to today's file, directory/baseName_date.dbg. The message level is `level` modulo 4, what stands above
- * that only shows in the line; a `level` of 0 or below is written at any setting but off. The message is cut to 2047
- * characters, the head before it to 255. No failure is reported: when the file cannot be opened the line is lost.
+ * Adds a line to today's file, directory/baseName_date.dbg. Only `level` modulo 4 decides; the line shows all of it. A
+ * level of 0 or below is written unless the log is off. The message is cut to 2047 characters, the head before it to
+ * 255. No failure is reported: when the file cannot be opened the line is lost.
  */
 void CommonLogWrite(const char* sourceFile, int32_t line, int32_t level, const char* format, ...) noexcept
     UPDKRX_PRINTF_FORMAT(4, 5);

@@ -25,9 +25,9 @@ enum CopyResult : int32_t {
 [[nodiscard]] CopyResult CopyPath(const std::string& source, const std::string& destination, bool overwrite) noexcept;
 
 /**
- * Copies a file over one that others may have open, and that is never taken from them. Where they keep it from being
- * replaced, which some systems allow, it is written in place: its old content is kept beside it meanwhile, and put back
- * after a failure, or by the next call when a run has died. The results are those of CopyPath.
+ * Copies over a file that others may keep open. Where they keep it from being replaced, which some systems allow, it is
+ * written in place: its old content is kept beside it meanwhile, and put back after a failure, or by the next call when
+ * a run has died. The results are those of CopyPath.
  */
 [[nodiscard]] CopyResult CopyUnderReaders(const std::string& source, const std::string& destination) noexcept;
 

@@ -8,8 +8,8 @@ namespace updkrx {
 /** Puts back the documents that an earlier run had taken out and could not replace, and replaces them. */
 void FinishConfDatabaseOfDeadRun() noexcept;
 
-/** Brings the documents of the configuration database up to date and has the server refresh its design. Always 0; what
- *  fails is logged, but for a database that cannot be opened: its design is refreshed all the same. */
+/** Brings the documents of the configuration database up to date and has the server refresh its design. Always 0.
+ *  Logs failures, except that of opening the database; the design is refreshed even then. */
 STATUS MigrateConfDatabase();
 
 } // namespace updkrx

@@ -19,9 +19,9 @@ inline constexpr DefaultDocument keptDefaultDocuments[] = {
     {"QUORsetting", {{0x00200EA2, 0x48257A23}}},
 };
 
-/** Removes the item DefaultRule from the documents of the open configuration database that have it at "1", but for the
- *  kept ones. Returns the search's status, or that of compiling its formula, which is logged. A document that cannot
- *  be opened is passed over. */
+/** Removes the item DefaultRule from the documents of the open configuration database that have it at "1", except from
+ *  the kept ones. Returns the search's status, or that of compiling its formula, which is logged. A document that
+ *  cannot be opened is passed over. */
 STATUS ClearDefaultRule(DBHANDLE database) noexcept;
 
 } // namespace updkrx

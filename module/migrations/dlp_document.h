@@ -14,8 +14,8 @@ struct DocumentMap {
     /** UNID texts by name, in the native character set. Of several documents with one name the first that was found
      *  counts. */
     std::map<std::string, std::string> unids;
-    /** False when the name of some document could not be read. A document of the template without a partner may have
-     *  that one, and would be its double: none is added then. */
+    /** False when the name of some document could not be read. Then no document is added: the unread one might be its
+     *  double. */
     bool complete = true;
 };
 

@@ -18,10 +18,10 @@ struct TemplateNote {
 };
 
 /**
- * Copies a document of the configuration database to where it is kept, and sees that the disk has it. With it stand the
- * UNIDs that a copy of `replacement` may get, for the copy to be removed when the document is put back. On servers that
- * give copies UNIDs of their own, such a copy is made where the document is kept: `prepared` becomes its note ID, else
- * 0.
+ * Copies a document of the configuration database to where it is kept, and sees that the disk has it. Notes beside it
+ * the UNIDs that a copy of `replacement` may get, so that the copy can be removed when the document is put back. On
+ * servers that give copies UNIDs of their own, the copy is made where the document is kept: `prepared` becomes its note
+ * ID, else 0.
  */
 [[nodiscard]] STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const TemplateNote& replacement,
                                 NOTEID& prepared) noexcept;

@@ -30,9 +30,9 @@ inline constexpr std::string_view retiredDocuments[] = {
 void InitRetiredDocumentUNIDSet();
 
 /**
- * Deletes the retired documents of the configuration database, but for those that are marked pre-defined or that
- * another document refers to, or of which that cannot be read. Returns the status of opening the database, of compiling
- * the formula or of the search; what fails is logged, but for the first.
+ * Deletes the retired documents of the configuration database, except those that are marked pre-defined, that another
+ * document refers to, or of which either cannot be read. Returns the status of opening the database, of compiling the
+ * formula or of the search. Logs failures, except that of opening the database.
  */
 int32_t MigrateCFDLPDeleteAttachmentAction();
 

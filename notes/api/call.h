@@ -39,7 +39,7 @@ inline void RequirePointer(const void* pointer) {
     }
 }
 
-/** What stands in the place of a handle when its operation has failed. */
+/** Writes what a failed operation leaves for a handle, as the behaviour says. */
 void LeaveInPlaceOf(DHANDLE& handle);
 
 /** The status of the exception that is being handled; `tell` gets what a person must know of it. */

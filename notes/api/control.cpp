@@ -1,4 +1,4 @@
-// The control surface, but for DXL.
+// The control surface, except DXL and the reader.
 #include "api/call.h"
 #include "engine/database/design.h"
 #include "engine/database/signature.h"

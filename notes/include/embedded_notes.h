@@ -58,15 +58,15 @@ DWORD LNPUBLIC EmbIdName(char* buffer, DWORD size);
 /**
  * Where the platform's reference leaves open what a server does, this platform can be switched to each possibility. A
  * session begins with those that notes.ini names (EmbeddedBehaviour=copy-unid=new,search=all), and for the rest with
- * the defaults. Sets the value of a behaviour for the rest of the session; NULL is its default. EMB_ERR_ARGUMENT for a
- * name or value that there is not.
+ * the defaults. Sets the value of a behaviour for the rest of the session; NULL is its default. EMB_ERR_ARGUMENT for an
+ * unknown name or value.
  */
 STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value);
 /** The names in a fixed order; NULL at and after the end. Needs no session. */
 const char* LNPUBLIC EmbBehaviourName(DWORD index);
 /** The values of a behaviour, the default first; NULL at and after the end. Needs no session. */
 const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index);
-/** The value that a behaviour has in this session; NULL for a name that there is not, and without a session. */
+/** The value that a behaviour has in this session; NULL for an unknown name, and without a session. */
 const char* LNPUBLIC EmbBehaviourInForce(const char* name);
 
 /* ---- Statuses ------------------------------------------------------------------------------------------- */
@@ -136,7 +136,7 @@ BOOL LNPUBLIC EmbIsOffline(const char* path);
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size);
 
 typedef struct {
-    DWORD designNotes;  /* notes of the mask */
+    DWORD designNotes;  /* notes of the mask, of whatever class */
     DWORD signedNotes;  /* of these, with a signature */
     DWORD changedNotes; /* of these, changed since they were signed */
 } EMBSIGNATURES;
@@ -161,8 +161,8 @@ DWORD LNPUBLIC EmbServerLog(char* buffer, DWORD size);
 
 /**
  * Gives the settings of a database file and then its notes (not the deletion stubs), in the order of the bytes of their
- * UNIDs. One note is in memory at a time, and the file may meanwhile be written by others. What a call gives is valid
- * until the next call with the same reader. Needs no session; the file is not written.
+ * UNIDs. Some 256 KiB of notes are in memory at a time, and others may write the file meanwhile. What a call gives is
+ * valid until the next call with the same reader. Needs no session; the file is not written.
  */
 typedef struct EMBREADER EMBREADER;
 
@@ -186,7 +186,7 @@ typedef struct {
     const char* type;   /* the element that DXL has for it; "signature" with the values signer and "unchanged since" */
     const char* flags;  /* by name, with blanks between them */
     const char* values; /* one behind the other, each terminated */
-    DWORD valueCount;   /* one, but for lists */
+    DWORD valueCount;   /* 1, except for lists */
 } EMBITEM;
 
 /** `databaseFile` is a host path. On failure `message` (optional) names the file and the cause. */

@@ -7,8 +7,8 @@
  *
  * Texts that cross this header are in the Notes character set (LMBCS) unless a declaration says otherwise.
  * Lengths and buffer sizes are in bytes. Every operation returns a STATUS, 0 for success, unless its
- * declaration says otherwise; mask a status with ERR_MASK before comparing it or asking for its text. What a failed
- * operation leaves in the place of a handle is none.
+ * declaration says otherwise; mask a status with ERR_MASK before comparing it or asking for its text. A failed
+ * operation leaves no valid handle.
  */
 #ifndef NOTES_NOTES_API_H
 #define NOTES_NOTES_API_H
@@ -285,8 +285,8 @@ STATUS LNPUBLIC NSFItemDelete(NOTEHANDLE note, const char* name, WORD nameLength
 /** Adds an item, also beside one of the same name; `length` does not count a type word. */
 STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WORD nameLength, WORD type,
                               const void* value, DWORD length);
-/* What list operations make of an item that is a single text differs from server to server, but for
- * NSFItemCreateTextList, which replaces whatever there is. */
+/* What list operations make of an item that is a single text differs from server to server, except
+ * for NSFItemCreateTextList, which replaces whatever there is. */
 WORD LNPUBLIC NSFItemGetTextListEntries(NOTEHANDLE note, const char* name);
 /** Returns the entry's length, which may be more than was put into `buffer`; that need not be terminated. `position`
  *  counts from 0. */

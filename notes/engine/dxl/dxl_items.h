@@ -46,7 +46,7 @@ private:
     size_t count_ = 0;
 };
 
-/** Whether the text of a value's element, other than the one that export would write, stands for this value. */
+/** Whether this text, though export would write another one, means the value. */
 bool StandsFor(std::string_view text, WORD type, std::string_view value);
 
 /** A <datetime>; nothing for other elements and for what is no time. Passes over attributes other than dst. */

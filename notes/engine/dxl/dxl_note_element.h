@@ -36,8 +36,8 @@ std::span<const std::string_view> ImplyingAttributes(const NoteElement& element)
 /** A value of keptHead: a note's own element. */
 struct KeptHead {
     std::string_view element = {};
-    /** How many items behind it follow from the attributes, as long as they have this hash; nothing when no import is
-     *  to make items of the attributes, because not all that follow are there. */
+    /** How many items behind it follow from the attributes, as long as they have this hash. Nothing: the attributes
+     *  must not become items again, because some of those items are gone. */
     std::optional<size_t> implied = 0;
     uint64_t hash = 0;
     std::string attributes = {};      // those that imply something, as XML

@@ -165,7 +165,7 @@ private:
     StoreAccess access_;
     std::unique_ptr<Statements> statements_;
     bool pending_ = false;
-    bool hasObjects_ = false; // as of the transaction: spares those who use none the look for a note's
+    bool hasObjects_ = false; // as of the transaction: databases without objects skip the search for a note's
     size_t pendingBytes_ = 0;
     uint64_t changes_ = 0;
     NOTEID nextId_ = 0;

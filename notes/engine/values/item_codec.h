@@ -43,9 +43,11 @@ constexpr size_t maxSummaryValue = 0x7FFF;
 
 /** An element as XML. One that is an item has its name, so that it is found and replaced by that; others have none. */
 constexpr WORD keptElement = 0xFFF0;
-/** Of the item in front of it, whose name it has: attributes of <item>, zero, those of its value's element, zero, the
- *  name of that element when it is another than the value's type has of itself, zero, its text when that is in other
- *  words than export's. */
+/** Of the item in front of it, whose name it has. Four parts with zeros between them:
+ *  the attributes of <item>;
+ *  the attributes of its value's element;
+ *  the name of that element, unless it is the one that the value's type has of itself;
+ *  its text, if export would write another one. */
 constexpr WORD keptAttributes = 0xFFF1;
 /** The note's own element: its name and attributes. First in a note. */
 constexpr WORD keptHead = 0xFFF2;
