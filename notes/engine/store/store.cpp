@@ -12,6 +12,8 @@
 #include <exception>
 #include <system_error>
 
+#include "engine/store/sqlite_file.h"
+#include "engine/store/store_format.h"
 #include "engine/system/caller_system.h"
 #include "engine/values/bytes.h"
 #include "engine/values/status_error.h"
@@ -19,7 +21,6 @@
 namespace embedded {
 namespace {
 
-constexpr int applicationId = 0x4E534644; // "NSFD" in the file's head tells a database of ours
 // One commit costs a flush to disk, one long transaction a long journal: this bounds the journal.
 constexpr size_t pendingLimit = size_t{64} << 20;
 constexpr NOTEID firstNoteId = 0x8F6;
@@ -30,32 +31,6 @@ constexpr const char* nextIdProperty = "counter:noteid";
 constexpr const char* nextSerialProperty = "counter:serial";
 
 constexpr size_t objectPartSize = size_t{64} << 10;
-
-STATUS StatusOf(int code) noexcept {
-    switch (code & 0xFF) {
-    case SQLITE_NOMEM:
-        return ERR_MEMORY;
-    case SQLITE_NOTADB:
-        return ERR_NOT_NSF;
-    case SQLITE_CORRUPT:
-    case SQLITE_MISMATCH:
-        return EMB_ERR_DAMAGED;
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-        return EMB_ERR_BUSY;
-    case SQLITE_READONLY:
-        return code == SQLITE_READONLY_ROLLBACK ? EMB_ERR_RECOVERY : EMB_ERR_READ_ONLY;
-    case SQLITE_CONSTRAINT:
-        return ERR_DUPLICATE_UNID;
-    default:
-        return EMB_ERR_DISK;
-    }
-}
-
-[[noreturn]] void Fail(sqlite3* database, const std::filesystem::path& file) {
-    throw StatusError(StatusOf(sqlite3_extended_errcode(database)),
-                      PathForCaller(file) + ": " + sqlite3_errmsg(database));
-}
 
 std::string_view BlobOf(sqlite3_stmt* row, int column) {
     const void* bytes = sqlite3_column_blob(row, column);
@@ -142,121 +117,15 @@ struct Store::Statements {
 Store::Store(sqlite3* database, std::filesystem::path file, StoreAccess access)
     : database_(database), file_(std::move(file)), access_(access), statements_(std::make_unique<Statements>()) {}
 
-namespace {
-
-/** Opens the file with the settings that every database has. Closes it again when that fails. */
-sqlite3* OpenFile(const std::filesystem::path& file, int flags) {
-    sqlite3* database = nullptr;
-    const auto text = file.u8string();
-    const int code = sqlite3_open_v2(reinterpret_cast<const char*>(text.c_str()), &database,
-                                     flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
-    if (code == SQLITE_OK) {
-        sqlite3_busy_timeout(database, 2000);
-        return database;
-    }
-    const StatusError error(StatusOf(code), PathForCaller(file) + ": " + sqlite3_errstr(code));
-    sqlite3_close(database);
-    throw error;
-}
-
-void Execute(sqlite3* database, const std::filesystem::path& file, const char* sql) {
-    if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
-        Fail(database, file);
-    }
-}
-
-int PragmaValue(sqlite3* database, const std::filesystem::path& file, const char* pragma) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr) != SQLITE_OK ||
-        sqlite3_step(statement) != SQLITE_ROW) {
-        sqlite3_finalize(statement);
-        Fail(database, file);
-    }
-    const int value = sqlite3_column_int(statement, 0);
-    sqlite3_finalize(statement);
-    return value;
-}
-
-void Settings(sqlite3* database, const std::filesystem::path& file) {
-    // A rollback journal and not a write-ahead log: nothing may stand beside a closed database. By way of TRUNCATE,
-    // because SQLite restores what a dead writer's journal holds but leaves a journal with nothing in it lying about;
-    // the change of mode removes it.
-    Execute(database, file,
-            "PRAGMA journal_mode=TRUNCATE; PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL; "
-            "PRAGMA temp_store=MEMORY;");
-}
-
-// ---- The format and its upgrades
-
-// The file says in user_version which format it has. A change of the tables is a new format: raise currentFormat and
-// add the step to it. Give up a format by raising oldestFormat and joining its step into MakeOldestFormat().
-constexpr int oldestFormat = 1;
-constexpr int currentFormat = 2;
-constexpr int objectsFormat = 2; // since which there are objects
-
-void MakeOldestFormat(sqlite3* database, const std::filesystem::path& file) {
-    Execute(database, file,
-            "CREATE TABLE note ("
-            " id INTEGER PRIMARY KEY, unid BLOB NOT NULL UNIQUE, class INTEGER NOT NULL,"
-            " sequence INTEGER NOT NULL, sequencetime BLOB NOT NULL, modified BLOB NOT NULL,"
-            " deleted INTEGER NOT NULL, items BLOB NOT NULL);"
-            "CREATE TABLE property (name TEXT PRIMARY KEY, value BLOB NOT NULL) WITHOUT ROWID;");
-}
-
-void AddObjects(sqlite3* database, const std::filesystem::path& file) {
-    Execute(database, file,
-            "CREATE TABLE object ("
-            " id INTEGER NOT NULL, part INTEGER NOT NULL, note INTEGER NOT NULL, bytes BLOB NOT NULL,"
-            " PRIMARY KEY (id, part));"
-            "CREATE INDEX objectnote ON object (note, id);");
-}
-
-/** The first makes format oldestFormat + 1 of oldestFormat, and so on. */
-constexpr void (*upgrades[])(sqlite3* database, const std::filesystem::path& file) = {AddObjects};
-static_assert(oldestFormat + std::size(upgrades) == currentFormat);
-
-int FormatOf(sqlite3* database, const std::filesystem::path& file) {
-    if (PragmaValue(database, file, "PRAGMA application_id") != applicationId) {
-        throw StatusError(ERR_NOT_NSF, PathForCaller(file) + ": not a database");
-    }
-    const int format = PragmaValue(database, file, "PRAGMA user_version");
-    if (format < oldestFormat || format > currentFormat) {
-        throw StatusError(format < oldestFormat ? ERR_NOT_NSF : EMB_ERR_NEWER,
-                          PathForCaller(file) + ": has database format " + std::to_string(format) +
-                              ", this version reads formats " + std::to_string(oldestFormat) + " to " +
-                              std::to_string(currentFormat));
-    }
-    return format;
-}
-
-/** Takes all steps from `format` on, inside a transaction of the caller's. */
-void Upgrade(sqlite3* database, const std::filesystem::path& file, int format) {
-    for (; format < currentFormat; ++format) {
-        upgrades[format - oldestFormat](database, file);
-    }
-    Execute(database, file, ("PRAGMA user_version=" + std::to_string(currentFormat)).c_str());
-}
-
-/** Brings a file to the current format; with an exception it is as it was once it is closed. */
-void UpgradeFile(sqlite3* database, const std::filesystem::path& file) {
-    Execute(database, file, "BEGIN IMMEDIATE");
-    Upgrade(database, file, FormatOf(database, file)); // asked again: another process may have upgraded it meanwhile
-    Execute(database, file, "COMMIT");
-}
-
-} // namespace
-
 std::unique_ptr<Store> Store::Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo) {
     if (std::error_code ignored; std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
         throw StatusError(ERR_EXISTS, PathForCaller(file) + ": the file exists");
     }
     sqlite3* database = OpenFile(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     std::unique_ptr<Store> store(new Store(database, file, StoreAccess::readWrite));
-    Settings(database, file);
+    PrepareWriting(database, file);
     store->Begin();
-    Execute(database, file, ("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
-    MakeOldestFormat(database, file);
-    Upgrade(database, file, oldestFormat);
+    MakeTables(database, file);
     store->nextId_ = firstNoteId;
     store->nextSerial_ = 1;
     store->Prepare(currentFormat);
@@ -273,7 +142,7 @@ std::unique_ptr<Store> Store::Open(const std::filesystem::path& file, StoreAcces
     std::unique_ptr<Store> store(new Store(database, file, access));
     int format = FormatOf(database, file);
     if (!readOnly) {
-        Settings(database, file);
+        PrepareWriting(database, file);
         if (format != currentFormat) {
             UpgradeFile(database, file);
             format = currentFormat;
