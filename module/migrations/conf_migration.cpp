@@ -100,7 +100,9 @@ void RefreshDesign(const char* path) {
 void FinishConfDatabaseOfDeadRun() noexcept {
     (void)WithoutExceptions("FinishConfDatabaseOfDeadRun", NOERROR, [] {
         ScopedDatabase database;
-        if (HasKeptDocuments() && database.Open(NSFDbOpen, databasePath) == NOERROR) {
+        if (HasKeptDocuments() && KeepsNone()) { // and could not be removed; an upgrade would undo what came since
+            RemoveKeptDocuments();
+        } else if (HasKeptDocuments() && database.Open(NSFDbOpen, databasePath) == NOERROR) {
             UpgradeDocuments(database);
         }
         return NOERROR;

@@ -2,6 +2,8 @@
 
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
+#include "foundation/second_try.h"
+#include "migrations/log_messages.h"
 #include "migrations/note_identity.h"
 
 namespace updkrx {
@@ -66,7 +68,11 @@ STATUS SaveAs(DBHANDLE database, NOTEHANDLE note, const OID& identity, const Stu
         return status;
     }
     // Stored it is, but not as it was to be.
-    (void)DeleteWithoutTrace(database, NoteIdOf(note));
+    const NOTEID noteId = NoteIdOf(note);
+    const STATUS removed = WithSecondTry([&] { return DeleteWithoutTrace(database, noteId); });
+    if (removed != NOERROR) {
+        LogCopyThatStays(noteId, removed);
+    }
     return ERR_CANT_CHANGE_UNID;
 }
 

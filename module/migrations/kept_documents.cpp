@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "foundation/notes_search.h"
 #include "foundation/product_folder.h"
 #include "foundation/second_try.h"
+#include "foundation/take_offline.h"
 #include "foundation/unid_text.h"
 #include "migrations/deletion_stub.h"
 #include "migrations/log_messages.h"
@@ -75,16 +78,25 @@ STATUS RemoveEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) 
     return DeleteWithoutTrace(kept, *earlier);
 }
 
-void Append(char (&copies)[textSize], const UNID& unid) noexcept {
-    const size_t length = std::min(std::strlen(copies), size_t{textSize - unidTextSize});
+/** Adds a UNID to the text unless it is in there; false when there is no room for it. */
+bool Append(char (&copies)[textSize], const UNID& unid) noexcept {
     char text[unidTextSize];
     FormatUnidText(unid, text);
+    if (std::strstr(copies, text) != nullptr) {
+        return true;
+    }
+    const size_t length = std::strlen(copies);
+    if (length + sizeof text > textSize) {
+        return false;
+    }
     std::memcpy(copies + length, text, sizeof text);
+    return true;
 }
 
 /** Makes a copy of the template's document here first, to learn whether the server gives it a UNID of its own: one that
  *  got it in the database could not be told, if the process died then, from a document of the customer's. */
-STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared, UNID& unid) noexcept {
+STATUS Prepare(DBHANDLE kept, const UNID& document, const TemplateNote& replacement, NOTEID& prepared,
+               UNID& unid) noexcept {
     ScopedNote copy;
     STATUS status = NSFDbCopyNote(replacement.database, nullptr, nullptr, replacement.noteId, kept, nullptr, nullptr,
                                   &prepared, nullptr);
@@ -100,7 +112,8 @@ STATUS Prepare(DBHANDLE kept, const TemplateNote& replacement, NOTEID& prepared,
     }
     unid = UnidOf(copy.Get());
     copy.Close();
-    if (!SameUnid(unid, replacement.unid)) {
+    // In the document's place it would have the UNID that the document is to be kept under.
+    if (!SameUnid(unid, replacement.unid) && !SameUnid(unid, document)) {
         return NOERROR;
     }
     return DeleteWithoutTrace(kept, std::exchange(prepared, 0));
@@ -114,16 +127,20 @@ STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, c
         return status;
     }
     // What has the template's UNID already, or has it when it is put back, is no copy.
-    if (FindNote(database, replacement.unid) == NOTEID{0} && FindNote(kept, replacement.unid) == NOTEID{0}) {
-        Append(copies, replacement.unid);
+    auto others = FindNote(database, replacement.unid);
+    if (others == NOTEID{0}) {
+        others = FindNote(kept, replacement.unid);
+    }
+    if (!others || (*others == 0 && !Append(copies, replacement.unid))) {
+        return ERR_UNKNOWN;
     }
     UNID own = {};
-    status = Prepare(kept, replacement, prepared, own);
+    status = Prepare(kept, unid, replacement, prepared, own);
     if (status != NOERROR) {
         return status;
     }
-    if (prepared != 0) {
-        Append(copies, own);
+    if (prepared != 0 && !Append(copies, own)) {
+        return ERR_UNKNOWN;
     }
     NOTEID keptId = 0;
     status = NSFDbCopyNote(database, nullptr, nullptr, noteId, kept, nullptr, nullptr, &keptId, nullptr);
@@ -160,10 +177,11 @@ template<class Visit>
 bool VisitKept(Visit visit) {
     ScopedDatabase kept;
     std::vector<KeptNote> found;
-    STATUS status = kept.Open(NSFDbOpen, keptPath);
-    if (status == NOERROR) {
-        status = CollectKept(kept.Get(), found);
-    }
+    const STATUS status = WithSecondTry([&] {
+        found.clear();
+        const STATUS opened = kept.Open(NSFDbOpen, keptPath);
+        return opened == NOERROR ? CollectKept(kept.Get(), found) : opened;
+    });
     if (status != NOERROR) {
         DebugLog(level::progress, "Error: The kept documents cannot be read. (%s):(%x)", keptPath, status);
     }
@@ -215,6 +233,28 @@ STATUS Complete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
     return RaiseVersion(note.Get(), kept);
 }
 
+/** Whether a note that has the UNID of a copy is one: not what the customer has made of another document meanwhile, nor a
+ *  document that shares the UNID with the template's. Nothing when that cannot be found out. */
+std::optional<bool> IsCopyOf(NOTEHANDLE kept, DBHANDLE database, NOTEID noteId) noexcept {
+    ScopedNote note;
+    if (OpenNote(note, database, noteId) != NOERROR) {
+        return std::nullopt;
+    }
+    for (const char* item : {"Form", "name"}) { // what makes a pair of the template's document and the database's
+        char wanted[textSize];
+        char present[textSize];
+        const auto wantedLength = ReadItemText(kept, item, wanted, sizeof wanted);
+        const auto length = ReadItemText(note.Get(), item, present, sizeof present);
+        if (!wantedLength || !length) {
+            return std::nullopt;
+        }
+        if (std::string_view(wanted, *wantedLength) != std::string_view(present, *length)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /** Calls `visit` with the UNID of each copy that may stand beside a kept document; false when one visit was false, or
  *  when they cannot be read. */
 template<class Visit>
@@ -231,12 +271,13 @@ bool VisitCopies(NOTEHANDLE kept, const UNID& document, Visit visit) {
 }
 
 /** Others refer to the document from now on, not to the copy that was to take its place. */
-bool RemoveCopy(DBHANDLE database, const UNID& copy, const UNID& document) {
+bool RemoveCopy(DBHANDLE database, NOTEHANDLE kept, const UNID& copy, const UNID& document) {
     VanishingUnids vanishing(UnidTextOf(document));
     vanishing.Add(UnidTextOf(copy));
     const auto noteId = FindNote(database, copy);
-    if (!noteId) {
-        return false;
+    const auto isCopy = noteId && *noteId != 0 ? IsCopyOf(kept, database, *noteId) : true;
+    if (!noteId || isCopy != true) {
+        return isCopy == false; // it is another document
     }
     const STATUS status = WithSecondTry([&] { return *noteId == 0 ? NOERROR : DeleteWithoutTrace(database, *noteId); });
     if (status == NOERROR) {
@@ -259,19 +300,22 @@ STATUS PutBack(DBHANDLE database, DBHANDLE kept, const KeptNote& document, NOTEI
     });
 }
 
-STATUS Restore(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
-    ScopedNote note;
+/** Puts the document back, complete; `note` becomes the kept one. */
+STATUS PutBackComplete(DBHANDLE database, DBHANDLE kept, const KeptNote& document, ScopedNote& note) {
     NOTEID noteId = 0;
     STATUS status = OpenNote(note, kept, document.noteId);
     if (status == NOERROR) {
         status = PutBack(database, kept, document, noteId);
     }
-    if (status == NOERROR) {
-        status = Complete(database, noteId, note.Get());
-    }
+    return status == NOERROR ? Complete(database, noteId, note.Get()) : status;
+}
+
+STATUS Restore(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
+    ScopedNote note;
+    const STATUS status = PutBackComplete(database, kept, document, note);
     if (status == NOERROR) { // else the copy may be all that is left
         (void)VisitCopies(note.Get(), document.unid,
-                          [&](const UNID& copy) { return RemoveCopy(database, copy, document.unid); });
+                          [&](const UNID& copy) { return RemoveCopy(database, note.Get(), copy, document.unid); });
     }
     return status;
 }
@@ -297,7 +341,8 @@ bool Stands(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
     const NOTEID noteId = FindNote(database, document.unid).value_or(0);
     return noteId != 0 && OpenNote(note, kept, document.noteId) == NOERROR &&
            IsComplete(database, noteId, note.Get()) && VisitCopies(note.Get(), document.unid, [&](const UNID& copy) {
-               return FindNote(database, copy) == NOTEID{0};
+               const auto copyId = FindNote(database, copy);
+               return copyId && (*copyId == 0 || IsCopyOf(note.Get(), database, *copyId) == false);
            });
 }
 
@@ -332,17 +377,29 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
         !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
         return false;
     }
-    char text[unidTextSize];
-    FormatUnidText(copy, text);
-    if (std::strstr(copies, text) != nullptr) {
-        return true;
+    const size_t before = std::strlen(copies);
+    return Append(copies, copy) &&
+           (std::strlen(copies) == before ||
+            (NoteCopies(kept.Get(), NoteIdOf(note.Get()), copies) == NOERROR && kept.Close() == NOERROR));
+}
+
+STATUS PutBackKeptDocument(DBHANDLE database, const UNID& unid) {
+    ScopedDatabase kept;
+    ScopedNote note;
+    if (const STATUS status = kept.Open(NSFDbOpen, keptPath); status != NOERROR) {
+        return status;
     }
-    Append(copies, copy);
-    return NoteCopies(kept.Get(), NoteIdOf(note.Get()), copies) == NOERROR && kept.Close() == NOERROR;
+    const NOTEID noteId = FindNote(kept.Get(), unid).value_or(0);
+    return noteId != 0 ? PutBackComplete(database, kept.Get(), {noteId, unid}, note) : ERR_NOT_FOUND;
 }
 
 bool HasKeptDocuments() {
     return os::IsFile(KeptFile());
+}
+
+bool KeepsNone() {
+    bool any = false;
+    return VisitKept([&](DBHANDLE /*kept*/, const KeptNote& /*document*/) { return any = true; }) && !any;
 }
 
 bool PutBackKeptDocuments(DBHANDLE database) {
@@ -377,6 +434,9 @@ void RemoveKeptDocuments() {
     (void)VisitKept(
         [](DBHANDLE kept, const KeptNote& document) { return DeleteWithoutTrace(kept, document.noteId) == NOERROR; });
     os::RemoveFile(KeptFile().c_str());
+    if (HasKeptDocuments()) {
+        (void)TakeOfflineOnce(keptPath, DWORD{0}); // the server may have it open still, and can delete it itself
+    }
     if (HasKeptDocuments()) {
         DebugLog(level::progress, "Error: The kept documents cannot be removed. (%s)", keptPath);
     }

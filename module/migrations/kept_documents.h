@@ -33,7 +33,13 @@ struct TemplateNote {
  *  copy from a document of the customer's. */
 [[nodiscard]] bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept;
 
+/** Copies a kept document back into the database if that lacks it, and completes it as far as it can be saved. */
+[[nodiscard]] STATUS PutBackKeptDocument(DBHANDLE database, const UNID& unid);
+
+/** Whether the database that keeps them is there. */
 [[nodiscard]] bool HasKeptDocuments();
+/** Whether no document is in it: those that were are in their places. */
+[[nodiscard]] bool KeepsNone();
 
 /** Puts back the documents that are missing, and adds their references to what stands in their place. False when not
  *  all of them stand then: what fails is logged, and nothing may be taken out that could be mistaken for one of

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/second_try.h"
 #include "foundation/unid_text.h"
 #include "migrations/deletion_stub.h"
@@ -181,8 +182,13 @@ void ReplacedDocument::RaiseSequence() noexcept {
     const OID own = OidOf(copy_.Get());
     const DWORD wanted = (successor_.Sequence + 1) & versionMask;
     for (DWORD version = own.Sequence & versionMask; version < wanted; ++version) {
-        if (NSFNoteUpdate(copy_.Get(), UPDATE_FORCE) != NOERROR) {
-            return; // the document is complete as it is
+        const STATUS status = WithSecondTry([&] { return NSFNoteUpdate(copy_.Get(), UPDATE_FORCE); });
+        if (status != NOERROR) { // the document is complete as it is
+            DebugLog(level::progress,
+                     "Error: Replicas may take the deletion of a document for newer than what has replaced it. "
+                     "UNID is %s, sError is %d",
+                     unidText_.c_str(), status);
+            return;
         }
     }
 }
@@ -215,7 +221,11 @@ STATUS ReplacedDocument::WriteBack() noexcept {
             return status;
         }
     }
-    return WithSecondTry([&] { return SaveAs(database_, kept_.Get(), successor_, {unid_, oldId_}); });
+    const STATUS status = WithSecondTry([&] { return SaveAs(database_, kept_.Get(), successor_, {unid_, oldId_}); });
+    // A server that saves no note may still copy one.
+    return status == NOERROR ? status : WithoutExceptions("ReplacedDocument", status, [&] {
+        return PutBackKeptDocument(database_, unid_);
+    });
 }
 
 void ReplacedDocument::Restore() noexcept {

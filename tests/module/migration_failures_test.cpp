@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "foundation/notes_text.h"
+#include "migrations/conf_migration.h"
 #include "migrations/conflict_action.h"
 #include "migrations/default_rule.h"
 #include "migrations/dlp_upgrade.h"
@@ -149,6 +150,7 @@ TEST_F(MigrationFailuresTest, KeepWhatCannotBeRead) {
     } cases[] = {
         {"failing", "NSFItemGetTextListEntries", 1, UpgradeEntities},
         {"failing", "NSFItemGetTextListEntry", 1, UpgradeEntities},
+        {"failing", "NSFNoteOpenByUNID", 3, UpgradeEntities}, // whether the UNID of the template's document is free
         {"references_unread", "NSFItemGetTextListEntry", 2, RemoveReferences}, // after one that is obsolete
         {"references_unread", "NSFItemGetTextListEntry", 2, ReplaceReferences},
         {"retired", "NSFItemInfo", 1, RemoveRetired},
@@ -181,6 +183,47 @@ TEST_F(MigrationFailuresTest, PutBackWhatCannotBeReplaced) {
                       NewLogMessages(),
                       [](const std::string& message) { return message.find("ntf stays") != std::string::npos; }),
                   0);
+    }
+}
+
+/** A document that shares the UNID of the template's document is no copy of it, whatever a server has answered once. */
+TEST_F(MigrationFailuresTest, LeaveAnotherDocumentThatHasTheUnidOfACopy) {
+    LoadFixture("unid_in_use");
+    SetBehaviours("copy-unid=new");
+    ASSERT_EQ(EmbFaultArm("NSFNoteOpenByUNID", 3, ERR_NOT_FOUND, 0), NOERROR);
+    EXPECT_EQ(MigrateConfDatabase(), NOERROR);
+    EXPECT_EQ(EmbFaultsFired(), 1U);
+    FinishConfDatabaseOfDeadRun();
+    EXPECT_NE(Content().find("Asia"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));
+}
+
+/** Servers on which a copy has the UNID of the very document that it is to replace, or a new one each time. */
+TEST_F(MigrationFailuresTest, ReplaceADocumentAgainForAsLongAsItsCopiesCanBeNoted) {
+    const struct {
+        const char* fixture;
+        const char* before;
+        const char* after;
+        int runs;
+        int notKept;
+    } cases[] = {{"added_and_kept", "copy-unid=half,unid-change=refused", "copy-unid=half", 1, 0},
+                 {"failing", "copy-unid=new", "copy-unid=new", 17, 4}}; // 15 UNIDs, one is the template document's
+    for (const auto& [fixture, before, after, runs, notKept] : cases) {
+        SCOPED_TRACE(fixture);
+        ForgetCollections();
+        SetBehaviours("");
+        LoadFixture(fixture);
+        SetBehaviours(before);
+        const OpenDatabases open;
+        (void)UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database);
+        SetBehaviours(after);
+        for (int run = 0; run < runs; ++run) {
+            (void)UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database);
+        }
+        EXPECT_EQ(std::ranges::count_if(
+                      NewLogMessages(),
+                      [](const std::string& message) { return message.find("Keep original") != std::string::npos; }),
+                  notKept);
     }
 }
 

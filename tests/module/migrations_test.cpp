@@ -134,6 +134,7 @@ TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
                 ASSERT_EQ(EmbFaultArm(operation, n, ERR_NOACCESS, 1), NOERROR);
                 Migrate();
                 EmbFaultClear();
+                EXPECT_NE(Live(Content()).find(std::string("unid='") + unidD2), std::string::npos) << "it is copied";
                 const bool kept = std::filesystem::exists(KeptDocuments());
                 wasKept = wasKept || kept;
                 ForgetCollections();
@@ -204,6 +205,7 @@ TEST_F(MigrationsTest, NoteTheUnidThatAnAddedDocumentHasToKeep) {
 TEST_F(MigrationsTest, GiveARecreatedDocumentTheNextVersion) {
     LoadFixture("replaced");
     const OpenDatabases open;
+    ASSERT_EQ(EmbFaultArm("NSFNoteUpdate", 3, ERR_NOACCESS, 0), NOERROR); // as the number is counted up
     EXPECT_EQ(UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database), NOERROR);
     for (const char* text : {"000000000000000000000000000000D1", unidD2}) { // copied under it, and saved under it
         UNID unid = {};
