@@ -182,13 +182,14 @@ private:
     void AddSandbox() {
         CLI::App* command = Add("sandbox", "Lay out the sample server in a new or empty folder");
         const auto options = std::make_shared<SandboxOptions>();
-        options->from = PathOf(KRXPATCH_SAMPLES);
+        const std::filesystem::path sample = platform::ExecutableFolder() / "samples" / "server";
+        options->from = sample;
         AddPath(command, "DIR", options->folder, "", "The folder")->required();
         AddPath(command, "--from", options->from, "TREE", "A tree of exports, instead of the sample server");
-        Carry(command, [options](const Look& look, Report&) {
+        Carry(command, [options, sample](const Look& look, Report&) {
             platform::NoteInterrupts();
             options->colour = look.Colour();
-            options->sample = options->from == PathOf(KRXPATCH_SAMPLES);
+            options->sample = options->from == sample;
             return Sandbox(*options);
         });
     }
