@@ -378,22 +378,34 @@ CommandLine Refuse(const Registration& registration, const std::vector<std::stri
     return line;
 }
 
+/** The program with its commands. */
+struct Program {
+    Program() {
+        parser.formatter(std::make_shared<HelpText>()); // the commands have it too
+        parser.set_help_flag("-h,--help", "Print this help and exit");
+        parser.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
+        parser.require_subcommand(0, 1); // a missing one is reported by Parse
+        parser.footer(ExitCodesText());
+        registration.AddAll();
+    }
+
+    CLI::App parser{"Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch"};
+    Registration registration{parser};
+};
+
 } // namespace
 
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
-    CLI::App program("Upgrades the databases of a mail server, and shows what an upgrade did.", "krxpatch");
-    program.formatter(std::make_shared<HelpText>()); // the commands have it too
-    program.set_help_flag("-h,--help", "Print this help and exit");
-    program.set_version_flag("--version", "krxpatch " KRXPATCH_VERSION);
-    program.require_subcommand(0, 1); // a missing one is reported below
-    program.footer(ExitCodesText());
-    Registration registration(program);
-    registration.AddAll();
+    Program program;
     try {
-        return Parse(program, registration, arguments);
+        return Parse(program.parser, program.registration, arguments);
     } catch (const Failure& failure) {
-        return Refuse(registration, arguments, failure);
+        return Refuse(program.registration, arguments, failure);
     }
+}
+
+void DescribeCommands(const std::function<void(const CLI::App& program)>& describe) {
+    describe(Program().parser);
 }
 
 } // namespace krxpatch

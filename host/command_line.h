@@ -7,6 +7,10 @@
 
 #include "commands.h"
 
+namespace CLI {
+class App;
+}
+
 namespace krxpatch {
 
 struct CommandLine {
@@ -20,5 +24,8 @@ struct CommandLine {
 
 /** Touches nothing. Where the command line is not wholly understood, `run` fails, as not started. */
 [[nodiscard]] CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
+
+/** Shows the commands as they are registered, to what is written about them. */
+void DescribeCommands(const std::function<void(const CLI::App& program)>& describe);
 
 } // namespace krxpatch
