@@ -20,6 +20,7 @@ endif()
 if(WIN32)
   add_compile_definitions(_WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX) # Windows Server 2016 and later
   add_link_options(-static) # a server has no runtime of this compiler
+  add_link_options(LINKER:--no-insert-timestamp) # the same sources make the same file
 endif()
 
 if(UPDKRX_SANITIZE)
