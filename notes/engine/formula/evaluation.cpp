@@ -18,8 +18,10 @@ private:
     bool Holds();
     Value Assigned();
     Value Evaluate();
+    Value Leaf(char code);
     Value Chain(const Operation& operation);
     Value Named(std::string_view name);
+    Value Field(std::string_view name);
 
     struct Variable {
         std::string_view name;
@@ -95,23 +97,26 @@ Value Evaluation::Assigned() {
 Value Evaluation::Evaluate() {
     const Operation& operation = code_.Take();
     switch (operation.shape) {
-    case Shape::leaf: {
-        const std::string_view payload = code_.TakePayload(operation.code);
-        switch (operation.code) {
-        case op::field:
-            return Named(payload);
-        case op::number:
-            return NumberValue(ValueAt<double>(payload.data()));
-        case op::time:
-            return TimeValue(ValueAt<TIMEDATE>(payload.data()));
-        default:
-            return TextValue(payload);
-        }
-    }
+    case Shape::leaf:
+        return Leaf(operation.code);
     case Shape::chain:
         return Chain(operation);
     default: // a function or sign, all of one operand
         return operation.compute(work_, Evaluate(), Value());
+    }
+}
+
+Value Evaluation::Leaf(char code) {
+    const std::string_view payload = code_.TakePayload(code);
+    switch (code) {
+    case op::field:
+        return Named(payload);
+    case op::number:
+        return NumberValue(ValueAt<double>(payload.data()));
+    case op::time:
+        return TimeValue(ValueAt<TIMEDATE>(payload.data()));
+    default:
+        return TextValue(payload);
     }
 }
 
@@ -133,6 +138,10 @@ Value Evaluation::Named(std::string_view name) {
             return variables_[i].value;
         }
     }
+    return Field(name);
+}
+
+Value Evaluation::Field(std::string_view name) {
     Value value = FieldValue(items_, name);
     if (textsOnly_ && value.type != ValueType::text) {
         value.type = ValueType::other;

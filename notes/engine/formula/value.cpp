@@ -40,6 +40,20 @@ Value Single(WORD type, std::string_view bytes) {
     return OfType(ValueType::other);
 }
 
+Value EmptyText(bool absent) {
+    Value value;
+    value.absent = absent;
+    return value;
+}
+
+Value TextListValue(std::string_view bytes) {
+    Value value;
+    for (const std::string_view entry : TextEntries(TYPE_TEXT_LIST, bytes).value_or(TextList{})) {
+        value.list.push_back({entry});
+    }
+    return value;
+}
+
 /** Of the bytes of a number or time list: WORD entries, WORD pairs, the entries of 8 bytes each. */
 Value ListOf(WORD type, std::string_view bytes) {
     constexpr size_t headSize = 4;
@@ -220,27 +234,24 @@ Value ErrorValue() {
 }
 
 Value FieldValue(std::string_view items, std::string_view name) {
-    const auto item = FindItem(items, name);
-    Value value;
-    value.absent = !item;
-    switch (item ? item->type : TYPE_INVALID_OR_UNKNOWN) {
+    ItemView item{};
+    if (!ItemCursor(items).Find(name, item)) {
+        return EmptyText(true);
+    }
+    switch (item.type) {
     case TYPE_TEXT:
-        value.one.text = item->value;
-        return value;
+        return TextValue(item.value);
     case TYPE_TEXT_LIST:
-        for (const std::string_view entry : TextEntries(item->type, item->value).value_or(TextList{})) {
-            value.list.push_back({entry});
-        }
-        return value;
+        return TextListValue(item.value);
     case TYPE_NUMBER:
     case TYPE_TIME:
-        return Single(item->type, item->value);
+        return Single(item.type, item.value);
     case TYPE_NUMBER_RANGE:
-        return ListOf(TYPE_NUMBER, item->value);
+        return ListOf(TYPE_NUMBER, item.value);
     case TYPE_TIME_RANGE:
-        return ListOf(TYPE_TIME, item->value);
+        return ListOf(TYPE_TIME, item.value);
     default:
-        return value;
+        return EmptyText(false);
     }
 }
 

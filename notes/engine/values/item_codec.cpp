@@ -14,13 +14,11 @@ void ItemCursor::Damaged() {
     throw StatusError(EMB_ERR_DAMAGED, "the items of a note are damaged");
 }
 
-void ItemCursor::ReadObjectRef(ItemView& item) {
-    if (item.value.size() != objectRefSize) {
+ObjectRef ItemCursor::ObjectRefFrom(std::string_view bytes) {
+    if (bytes.size() != objectRefSize) {
         Damaged();
     }
-    const char* bytes = item.value.data();
-    item.object = {ValueAt<uint32_t>(bytes), ValueAt<uint64_t>(bytes + 4), ValueAt<uint64_t>(bytes + 12)};
-    item.value = {};
+    return {ValueAt<uint32_t>(bytes.data()), ValueAt<uint64_t>(bytes.data() + 4), ValueAt<uint64_t>(bytes.data() + 12)};
 }
 
 void AppendEncoded(std::string& encoded, const ItemView& item) {
@@ -50,13 +48,11 @@ std::string EncodeItems(const std::vector<Item>& items) {
 }
 
 std::optional<ItemView> FindItem(std::string_view encoded, std::string_view name) {
-    ItemCursor cursor(encoded);
-    for (ItemView view{}; cursor.Next(view);) {
-        if (SameItemName(view.name, name) && !IsHidden(view.type)) {
-            return view;
-        }
+    std::optional<ItemView> found(std::in_place); // filled where it stays: a copy costs as much as a short walk
+    if (!ItemCursor(encoded).Find(name, *found)) {
+        found.reset();
     }
-    return std::nullopt;
+    return found;
 }
 
 std::vector<ObjectRef> ObjectsOf(std::string_view encoded) {

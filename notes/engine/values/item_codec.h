@@ -122,17 +122,27 @@ public:
         item.value = {head + itemHeadSize + nameSize, valueSize};
         item.object.reset();
         if (length & objectBit) {
-            ReadObjectRef(item);
+            item.object = ObjectRefFrom(item.value);
+            item.value = {};
         }
         rest_.remove_prefix(size);
         return true;
+    }
+    /** Goes on to the next item of that name; false when there is none. */
+    bool Find(std::string_view name, ItemView& item) {
+        while (Next(item)) {
+            if (SameItemName(item.name, name) && !IsHidden(item.type)) {
+                return true;
+            }
+        }
+        return false;
     }
     /** The bytes behind the item that Next() gave last. */
     [[nodiscard]] std::string_view Rest() const noexcept { return rest_; }
 
 private:
     [[noreturn]] static void Damaged();
-    static void ReadObjectRef(ItemView& item);
+    static ObjectRef ObjectRefFrom(std::string_view bytes); // not of the item itself, which then stays in registers
 
     std::string_view rest_;
 };
