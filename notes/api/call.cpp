@@ -54,10 +54,10 @@ void LeaveInPlaceOf(DHANDLE& handle) {
     constexpr DHANDLE noHandle = 0xDEAD0001; // no table gives out such a one
     const std::scoped_lock lock(PlatformLock());
     const Session* session = CurrentSession().get();
-    if (session && session->behaviours.Has(Deviation::failedHandlesKept)) {
+    if (session && session->GetServer().Has(Deviation::failedHandlesKept)) {
         return;
     }
-    handle = session && session->behaviours.Has(Deviation::failedHandlesGarbage) ? noHandle : DHANDLE{NULLHANDLE};
+    handle = session && session->GetServer().Has(Deviation::failedHandlesGarbage) ? noHandle : DHANDLE{NULLHANDLE};
 }
 
 STATUS StatusOfException(const std::function<void(const char* cause)>& tell) noexcept {
@@ -90,18 +90,6 @@ DWORD Fill(char* buffer, DWORD size, std::string_view text) {
         buffer[length] = '\0';
     }
     return static_cast<DWORD>(text.size());
-}
-
-std::shared_ptr<Database> RequireDatabase(Session& session, DBHANDLE handle) {
-    const OpenDatabase& entry = Require(session, session.databases, handle);
-    if (!entry.database) {
-        throw StatusError(ERR_NOT_NSF); // a directory
-    }
-    return entry.database;
-}
-
-NoteEntry& RequireNote(Session& session, NOTEHANDLE handle) {
-    return Require(session, session.notes, handle);
 }
 
 } // namespace embedded

@@ -65,7 +65,7 @@ template<typename Body>
 STATUS StatusOf(Session* session, Body&& body) noexcept {
     return StatusAndCause(body, [session](const char* cause) {
         if (session) {
-            session->Log(cause);
+            session->GetServer().Log(cause);
         }
     });
 }
@@ -91,7 +91,7 @@ STATUS Call(Operation operation, Body&& body) {
     if (!session) {
         return EMB_ERR_NO_SESSION;
     }
-    if (const auto fault = session->calls.Record(operation, true)) {
+    if (const auto fault = session->GetCalls().Record(operation, true)) {
         return *fault;
     }
     return StatusOf(session, [&] { return body(*session); });
@@ -119,7 +119,7 @@ STATUS CallClosing(Operation operation, Body&& body) {
     if (!session) {
         return EMB_ERR_NO_SESSION;
     }
-    const auto fault = session->calls.Record(operation, true);
+    const auto fault = session->GetCalls().Record(operation, true);
     const STATUS status = StatusOf(session, [&] { return body(*session); });
     return fault.value_or(status);
 }
@@ -141,25 +141,9 @@ void CallVoid(Operation operation, Body&& body) {
     if (!session) {
         return;
     }
-    (void)session->calls.Record(operation, false);
+    (void)session->GetCalls().Record(operation, false);
     (void)StatusOf(session, [&] { body(*session); });
 }
-
-/** The object of a handle; an unknown handle is a misuse and throws EMB_ERR_HANDLE. */
-template<typename T>
-T& Require(Session& session, const HandleTable<T>& table, DHANDLE handle) {
-    T* object = table.Find(handle);
-    if (!object) {
-        ++session.misuses;
-        throw StatusError(EMB_ERR_HANDLE);
-    }
-    return *object;
-}
-
-/** The database of a handle, which a search's step may close meanwhile. */
-std::shared_ptr<Database> RequireDatabase(Session& session, DBHANDLE handle);
-/** The note of a handle. */
-NoteEntry& RequireNote(Session& session, NOTEHANDLE handle);
 
 /** A text of the Notes API: `length` MAXWORD means terminated. */
 inline std::string_view TextOf(const char* text, size_t length) {

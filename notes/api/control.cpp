@@ -35,7 +35,7 @@ void ControlVoid(Body&& body) {
 
 std::filesystem::path PathOf(const Session& session, const char* path) {
     RequirePointer(path);
-    return session.DatabasePath(path);
+    return session.GetServer().DatabasePath(path);
 }
 
 } // namespace
@@ -62,20 +62,20 @@ void LNPUBLIC EmbSessionEnd(void) {
 STATUS LNPUBLIC EmbEnvironmentSet(const char* name, const char* value) {
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(name);
-        session.environment.Set(name, value ? std::optional<std::string>(value) : std::nullopt);
+        session.GetServer().GetEnvironment().Set(name, value ? std::optional<std::string>(value) : std::nullopt);
         return NOERROR;
     });
 }
 
 DWORD LNPUBLIC EmbIdName(char* buffer, DWORD size) {
     return Control<DWORD>(Fill(buffer, size, {}),
-                          [&](Session& session) { return Fill(buffer, size, session.IdName()); });
+                          [&](Session& session) { return Fill(buffer, size, session.GetServer().IdName()); });
 }
 
 STATUS LNPUBLIC EmbBehaviourSet(const char* name, const char* value) {
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(name);
-        session.behaviours.Set(name, value ? std::optional<std::string_view>(value) : std::nullopt);
+        session.GetServer().GetBehaviours().Set(name, value ? std::optional<std::string_view>(value) : std::nullopt);
         return NOERROR;
     });
 }
@@ -91,8 +91,9 @@ const char* LNPUBLIC EmbBehaviourValue(const char* name, DWORD index) {
 
 const char* LNPUBLIC EmbBehaviourInForce(const char* name) {
     const Behaviour* behaviour = name ? FindBehaviour(name) : nullptr;
-    return Control<const char*>(
-        nullptr, [&](Session& session) { return behaviour ? session.behaviours.InForce(*behaviour) : nullptr; });
+    return Control<const char*>(nullptr, [&](Session& session) {
+        return behaviour ? session.GetServer().GetBehaviours().InForce(*behaviour) : nullptr;
+    });
 }
 
 DWORD LNPUBLIC EmbStatusText(STATUS status, char* buffer, DWORD size) {
@@ -100,27 +101,27 @@ DWORD LNPUBLIC EmbStatusText(STATUS status, char* buffer, DWORD size) {
 }
 
 void LNPUBLIC EmbClockSetVirtual(int64_t now) {
-    ControlVoid([&](Session& session) { session.clock.SetVirtual(now); });
+    ControlVoid([&](Session& session) { session.GetServer().GetClock().SetVirtual(now); });
 }
 
 void LNPUBLIC EmbClockAdvance(int64_t hundredths) {
-    ControlVoid([&](Session& session) { session.clock.Advance(hundredths); });
+    ControlVoid([&](Session& session) { session.GetServer().GetClock().Advance(hundredths); });
 }
 
 void LNPUBLIC EmbClockSetReal(void) {
-    ControlVoid([&](Session& session) { session.clock.SetReal(); });
+    ControlVoid([&](Session& session) { session.GetServer().GetClock().SetReal(); });
 }
 
 void LNPUBLIC EmbClockSkipPauses(void) {
-    ControlVoid([&](Session& session) { session.clock.SkipPauses(); });
+    ControlVoid([&](Session& session) { session.GetServer().GetClock().SkipPauses(); });
 }
 
 int64_t LNPUBLIC EmbClockNow(void) {
-    return Control<int64_t>(0, [&](Session& session) { return session.clock.Now(); });
+    return Control<int64_t>(0, [&](Session& session) { return session.GetServer().GetClock().Now(); });
 }
 
 int64_t LNPUBLIC EmbClockWaited(void) {
-    return Control<int64_t>(0, [&](Session& session) { return session.clock.Waited(); });
+    return Control<int64_t>(0, [&](Session& session) { return session.GetServer().GetClock().Waited(); });
 }
 
 const char* LNPUBLIC EmbOperationName(DWORD index) {
@@ -130,15 +131,15 @@ const char* LNPUBLIC EmbOperationName(DWORD index) {
 DWORD LNPUBLIC EmbCallCount(const char* operation) {
     return Control<DWORD>(0, [&](Session& session) -> DWORD {
         if (!operation) {
-            return session.calls.Count(std::nullopt);
+            return session.GetCalls().Count(std::nullopt);
         }
         const auto known = FindOperation(operation);
-        return known ? session.calls.Count(known) : 0;
+        return known ? session.GetCalls().Count(known) : 0;
     });
 }
 
 void LNPUBLIC EmbResetCalls(void) {
-    ControlVoid([](Session& session) { session.calls.ResetCounts(); });
+    ControlVoid([](Session& session) { session.GetCalls().ResetCounts(); });
 }
 
 STATUS LNPUBLIC EmbFaultArm(const char* operation, DWORD n, STATUS status, BOOL forever) {
@@ -147,58 +148,43 @@ STATUS LNPUBLIC EmbFaultArm(const char* operation, DWORD n, STATUS status, BOOL 
         if ((operation && !known) || n == 0 || status == NOERROR) {
             return EMB_ERR_ARGUMENT;
         }
-        session.calls.Arm(known, n, status, forever != 0);
+        session.GetCalls().Arm(known, n, status, forever != 0);
         return NOERROR;
     });
 }
 
 void LNPUBLIC EmbFaultClear(void) {
-    ControlVoid([](Session& session) { session.calls.ClearFaults(); });
+    ControlVoid([](Session& session) { session.GetCalls().ClearFaults(); });
 }
 
 DWORD LNPUBLIC EmbFaultsFired(void) {
-    return Control<DWORD>(0, [](Session& session) { return session.calls.Fired(); });
+    return Control<DWORD>(0, [](Session& session) { return session.GetCalls().Fired(); });
 }
 
 DWORD LNPUBLIC EmbOpenHandles(DWORD kind) {
-    return Control<DWORD>(0, [&](Session& session) -> DWORD {
-        DWORD count = 0;
-        switch (kind) {
-        case EMB_HANDLE_DATABASE:
-            return static_cast<DWORD>(session.databases.size());
-        case EMB_HANDLE_NOTE:
-            return static_cast<DWORD>(session.notes.size());
-        case EMB_HANDLE_MEMORY:
-            session.memory.ForEach([&](const MemoryBlock& block) { count += !block.ownedByNote; });
-            return count;
-        case EMB_HANDLE_LOCK:
-            session.memory.ForEach([&](const MemoryBlock& block) { count += static_cast<DWORD>(block.locks); });
-            return count;
-        default:
-            return 0;
-        }
-    });
+    return Control<DWORD>(0, [&](Session& session) { return session.OpenHandles(kind); });
 }
 
 DWORD LNPUBLIC EmbMisuseCount(void) {
-    return Control<DWORD>(0, [](Session& session) { return session.misuses; });
+    return Control<DWORD>(0, [](Session& session) { return session.Misuses(); });
 }
 
 STATUS LNPUBLIC EmbSetInUse(const char* path, DWORD attempts) {
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
-        session.SetInUse(PathOf(session, path), attempts);
+        session.GetServer().SetInUse(PathOf(session, path), attempts);
         return NOERROR;
     });
 }
 
 BOOL LNPUBLIC EmbIsOffline(const char* path) {
-    return Control<BOOL>(0, [&](Session& session) -> BOOL { return session.IsOffline(PathOf(session, path)); });
+    return Control<BOOL>(
+        0, [&](Session& session) -> BOOL { return session.GetServer().IsOffline(PathOf(session, path)); });
 }
 
 DWORD LNPUBLIC EmbDatabaseTitle(const char* path, char* buffer, DWORD size) {
     Fill(buffer, size, {});
     return Control<DWORD>(0, [&](Session& session) {
-        const auto database = session.Open(PathOf(session, path));
+        const auto database = session.GetServer().Open(PathOf(session, path));
         return Fill(buffer, size, database->GetStore().GetProperty(property::title));
     });
 }
@@ -207,7 +193,8 @@ STATUS LNPUBLIC EmbSignatures(const char* path, WORD classMask, EMBSIGNATURES* c
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(counts);
         *counts = {};
-        const SignatureSummary summary = SummarizeSignatures(*session.Open(PathOf(session, path)), classMask);
+        const SignatureSummary summary =
+            SummarizeSignatures(*session.GetServer().Open(PathOf(session, path)), classMask);
         *counts = {summary.notes, summary.present, summary.invalid};
         std::string names;
         for (const std::string& signer : summary.signers) {
@@ -223,8 +210,8 @@ STATUS LNPUBLIC EmbDesignCompare(const char* path, const char* templatePath, DWO
     return Control<STATUS>(EMB_ERR_NO_SESSION, [&](Session& session) -> STATUS {
         RequirePointer(count);
         constexpr const char* kinds[] = {"missing", "different", "surplus"};
-        const auto database = session.Open(PathOf(session, path));
-        const auto from = session.Open(PathOf(session, templatePath));
+        const auto database = session.GetServer().Open(PathOf(session, path));
+        const auto from = session.GetServer().Open(PathOf(session, templatePath));
         const auto found = CompareDesign(*database, *from);
         std::string text;
         for (const DesignDifference& difference : found) {
@@ -239,10 +226,10 @@ STATUS LNPUBLIC EmbDesignCompare(const char* path, const char* templatePath, DWO
 
 DWORD LNPUBLIC EmbConsoleTranscript(char* buffer, DWORD size) {
     return Control<DWORD>(Fill(buffer, size, {}),
-                          [&](Session& session) { return Fill(buffer, size, session.Transcript()); });
+                          [&](Session& session) { return Fill(buffer, size, session.GetServer().Transcript()); });
 }
 
 DWORD LNPUBLIC EmbServerLog(char* buffer, DWORD size) {
     return Control<DWORD>(Fill(buffer, size, {}),
-                          [&](Session& session) { return Fill(buffer, size, session.ServerLog()); });
+                          [&](Session& session) { return Fill(buffer, size, session.GetServer().ServerLog()); });
 }

@@ -8,32 +8,24 @@ namespace {
 
 std::filesystem::path DatabasePathOf(const Session& session, const char* path) {
     RequirePointer(path);
-    return session.DatabasePath(Utf8FromLmbcs(path));
+    return session.GetServer().DatabasePath(Utf8FromLmbcs(path));
 }
 
 std::filesystem::path FullPathOf(const Session& session, const char* path) {
     RequirePointer(path);
-    return session.FullPathOnly(Utf8FromLmbcs(path));
+    return session.GetServer().FullPathOnly(Utf8FromLmbcs(path));
 }
 
 } // namespace
 
 STATUS LNPUBLIC NSFDbOpen(const char* path, DBHANDLE* database) {
     return CallOpening(Operation::NSFDbOpen, database, [&](Session& session) {
-        const auto host = session.DatabasePath(path ? Utf8FromLmbcs(path) : std::string());
-        auto entry = std::make_shared<OpenDatabase>();
-        if (std::error_code ignored; !std::filesystem::is_directory(host, ignored)) {
-            entry->database = session.Open(host);
-        }
-        return session.databases.Add(std::move(entry));
+        return session.OpenDatabase(session.GetServer().DatabasePath(path ? Utf8FromLmbcs(path) : std::string()));
     });
 }
 
 STATUS LNPUBLIC NSFDbClose(DBHANDLE database) {
-    return CallClosing(Operation::NSFDbClose, [&](Session& session) {
-        Require(session, session.databases, database);
-        session.Close(session.databases.Take(database));
-    });
+    return CallClosing(Operation::NSFDbClose, [&](Session& session) { session.CloseDatabase(database); });
 }
 
 STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, WORD classMask, WORD limit, DWORD flags,
@@ -43,43 +35,40 @@ STATUS LNPUBLIC NSFDbCreateAndCopy(const char* source, const char* destination, 
         if ((flags & ~DWORD{DBCOPY_REPLICA}) != 0) {
             throw StatusError(EMB_ERR_ARGUMENT);
         }
-        if (session.ReadOnly()) {
+        if (session.GetServer().ReadOnly()) {
             throw StatusError(EMB_ERR_READ_ONLY);
         }
-        if ((classMask & NOTE_CLASS_PRIVATE) && session.behaviours.Has(Deviation::privateDesignRefused)) {
+        if ((classMask & NOTE_CLASS_PRIVATE) && session.GetServer().Has(Deviation::privateDesignRefused)) {
             throw StatusError(ERR_NOACCESS);
         }
         const auto target = DatabasePathOf(session, destination);
-        if (session.IsOffline(target)) {
+        if (session.GetServer().IsOffline(target)) {
             throw StatusError(ERR_DBOFFLINE);
         }
-        const auto from = session.Open(DatabasePathOf(session, source));
+        const auto from = session.GetServer().Open(DatabasePathOf(session, source));
         std::optional<TIMEDATE> newReplicaId;
         if (!(flags & DBCOPY_REPLICA)) {
-            newReplicaId = session.clock.UniqueMoment();
+            newReplicaId = session.GetServer().GetClock().UniqueMoment();
         }
         CopyDatabase(*from, target, classMask, newReplicaId);
-        auto entry = std::make_shared<OpenDatabase>();
-        entry->database = session.Open(target);
-        return session.databases.Add(std::move(entry));
+        return session.OpenDatabase(target);
     });
 }
 
 STATUS LNPUBLIC NSFDbReadACL(DBHANDLE database, DHANDLE* acl) {
     return CallOpening(Operation::NSFDbReadACL, acl, [&](Session& session) {
-        const std::string stored = RequireDatabase(session, database)->GetStore().GetProperty(property::acl);
+        const std::string stored = session.DatabaseOf(database)->GetStore().GetProperty(property::acl);
         return session.Allocate(stored.empty() ? EncodeAcl(DefaultAcl()) : stored);
     });
 }
 
 STATUS LNPUBLIC NSFDbStoreACL(DBHANDLE database, DHANDLE acl, DWORD objectId, WORD method) {
     return Call(Operation::NSFDbStoreACL, [&](Session& session) {
-        const auto target = RequireDatabase(session, database);
-        MemoryBlock& block = Require(session, session.memory, acl);
+        const auto target = session.DatabaseOf(database);
+        const std::string_view list = session.BytesOf(acl);
         if (objectId != 0 || method != 0) {
             throw StatusError(EMB_ERR_ARGUMENT);
         }
-        const std::string_view list(block.bytes.get(), block.size);
         (void)DecodeAcl(list); // a block that is no access control list must not get into the database
         target->GetStore().SetProperty(property::acl, list);
     });
@@ -88,14 +77,14 @@ STATUS LNPUBLIC NSFDbStoreACL(DBHANDLE database, DHANDLE acl, DWORD objectId, WO
 STATUS LNPUBLIC NSFDbReplicaInfoGet(DBHANDLE database, DBREPLICAINFO* info) {
     return Call(Operation::NSFDbReplicaInfoGet, [&](Session& session) {
         RequirePointer(info);
-        *info = RequireDatabase(session, database)->ReplicaInfo();
+        *info = session.DatabaseOf(database)->ReplicaInfo();
     });
 }
 
 STATUS LNPUBLIC NSFDbReplicaInfoSet(DBHANDLE database, DBREPLICAINFO* info) {
     return Call(Operation::NSFDbReplicaInfoSet, [&](Session& session) {
         RequirePointer(info);
-        RequireDatabase(session, database)->SetReplicaInfo(*info);
+        session.DatabaseOf(database)->SetReplicaInfo(*info);
     });
 }
 
@@ -104,7 +93,7 @@ STATUS LNPUBLIC NSFTakeDatabaseOffline(const char* path, DWORD wait, DWORD optio
         if (options != 0 && options != OFFLINE_NODELETE) {
             throw StatusError(EMB_ERR_ARGUMENT);
         }
-        session.TakeOffline(FullPathOf(session, path), wait, options == 0);
+        session.GetServer().TakeOffline(FullPathOf(session, path), wait, options == 0);
     });
 }
 
@@ -113,6 +102,6 @@ STATUS LNPUBLIC NSFBringDatabaseOnline(const char* path, DWORD options) {
         if (options != 0) {
             throw StatusError(EMB_ERR_ARGUMENT);
         }
-        session.BringOnline(FullPathOf(session, path));
+        session.GetServer().BringOnline(FullPathOf(session, path));
     });
 }

@@ -23,7 +23,7 @@ BOOL LNPUBLIC OSGetEnvironmentString(const char* name, char* buffer, WORD size) 
     return CallValue<BOOL>(Operation::OSGetEnvironmentString, 0, [&](Session& session) -> BOOL {
         RequirePointer(name);
         RequirePointer(buffer);
-        const auto value = session.environment.Find(Utf8FromLmbcs(name));
+        const auto value = session.GetServer().GetEnvironment().Find(Utf8FromLmbcs(name));
         if (!value) {
             return 0;
         }
@@ -35,7 +35,7 @@ BOOL LNPUBLIC OSGetEnvironmentString(const char* name, char* buffer, WORD size) 
 LONG LNPUBLIC OSGetEnvironmentLong(const char* name) {
     return CallValue<LONG>(Operation::OSGetEnvironmentLong, 0, [&](Session& session) -> LONG {
         RequirePointer(name);
-        const auto value = session.environment.Find(Utf8FromLmbcs(name));
+        const auto value = session.GetServer().GetEnvironment().Find(Utf8FromLmbcs(name));
         LONG number = 0;
         if (value) {
             std::from_chars(value->data(), value->data() + value->size(), number);
@@ -47,23 +47,23 @@ LONG LNPUBLIC OSGetEnvironmentLong(const char* name) {
 WORD LNPUBLIC OSGetDataDirectory(char* buffer) {
     return CallValue<WORD>(Operation::OSGetDataDirectory, 0, [&](Session& session) {
         RequirePointer(buffer);
-        return FillLmbcs(buffer, MAXPATH - 1, session.dataDirectory());
+        return FillLmbcs(buffer, MAXPATH - 1, session.GetServer().DataDirectory());
     });
 }
 
 STATUS LNPUBLIC SECKFMGetUserName(char* buffer) {
     return Call(Operation::SECKFMGetUserName, [&](Session& session) {
         RequirePointer(buffer);
-        FillLmbcs(buffer, MAXUSERNAME, session.IdName());
+        FillLmbcs(buffer, MAXUSERNAME, session.GetServer().IdName());
     });
 }
 
 BOOL LNPUBLIC AddInIdleDelay(DWORD milliseconds) {
     BOOL toEnd = 0;
     CallVoid(Operation::AddInIdleDelay, [&](Session& session) {
-        toEnd = session.behaviours.Has(Deviation::idleDelayQuit);
+        toEnd = session.GetServer().Has(Deviation::idleDelayQuit);
         if (!toEnd) {
-            session.clock.Wait(milliseconds);
+            session.GetServer().GetClock().Wait(milliseconds);
         }
     });
     return toEnd;

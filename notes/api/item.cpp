@@ -39,8 +39,8 @@ bool IsText(const Items& items, std::string_view name) {
 
 /** The entries of a list, and of a single text where that counts as one. */
 std::vector<std::string_view> EntriesOf(Session& session, NOTEHANDLE note, std::string_view name) {
-    const Items& items = RequireNote(session, note).items;
-    if (session.behaviours.Has(Deviation::entriesOfTextNone) && IsText(items, name)) {
+    const Items& items = session.NoteOf(note).items;
+    if (session.GetServer().Has(Deviation::entriesOfTextNone) && IsText(items, name)) {
         return {};
     }
     return ItemEntries(items, name);
@@ -58,21 +58,19 @@ std::optional<ItemView> FirstItem(const Items& items) {
 }
 
 /** A copy of the item, with its type word, in memory that belongs to the note. */
-BLOCKID Lend(Session& session, NoteEntry& note, const ItemView& item) {
+BLOCKID Lend(Session& session, NOTEHANDLE note, const ItemView& item) {
     RequireInline(item);
     std::string bytes(reinterpret_cast<const char*>(&item.type), sizeof item.type);
     bytes += item.value;
-    const DHANDLE block = session.Allocate(bytes, true);
-    note.blocks.push_back(block);
-    return BLOCKID{block, 0};
+    return BLOCKID{session.Lend(note, bytes), 0};
 }
 
 } // namespace
 
 WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WORD size) {
     return CallValue<WORD>(Operation::NSFItemGetText, 0, [&](Session& session) {
-        const std::string text = ItemText(RequireNote(session, note).items, ItemName(name));
-        if (size == 0 || !session.behaviours.Has(Deviation::getTextSizeWithTerminator)) {
+        const std::string text = ItemText(session.NoteOf(note).items, ItemName(name));
+        if (size == 0 || !session.GetServer().Has(Deviation::getTextSizeWithTerminator)) {
             return Fill(buffer, size, text);
         }
         return Fill(buffer, size, std::string_view(text).substr(0, size - size_t{1}));
@@ -81,7 +79,7 @@ WORD LNPUBLIC NSFItemGetText(NOTEHANDLE note, const char* name, char* buffer, WO
 
 STATUS LNPUBLIC NSFItemSetText(NOTEHANDLE note, const char* name, const char* text, WORD length) {
     return Call(Operation::NSFItemSetText, [&](Session& session) {
-        RequireNote(session, note).items.Set(TextItem(name, TYPE_TEXT, TextOf(text, length)));
+        session.NoteOf(note).items.Set(TextItem(name, TYPE_TEXT, TextOf(text, length)));
     });
 }
 
@@ -91,12 +89,12 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
         if (type) {
             *type = TYPE_INVALID_OR_UNKNOWN;
         }
-        NoteEntry& entry = RequireNote(session, note);
+        const Items& items = session.NoteOf(note).items;
         std::optional<ItemView> found;
         if (name) {
-            found = entry.items.Find(ItemName(name, nameLength));
+            found = items.Find(ItemName(name, nameLength));
         } else if (nameLength == 0) {
-            found = FirstItem(entry.items);
+            found = FirstItem(items);
         }
         if (!found) {
             throw StatusError(ERR_ITEM_NOT_FOUND);
@@ -112,7 +110,7 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
             *length = static_cast<DWORD>(std::min<uint64_t>(size, std::numeric_limits<DWORD>::max()));
         }
         if (item || value) {
-            const BLOCKID lent = Lend(session, entry, *found);
+            const BLOCKID lent = Lend(session, note, *found);
             if (item) {
                 *item = lent;
             }
@@ -125,8 +123,8 @@ STATUS LNPUBLIC NSFItemInfo(NOTEHANDLE note, const char* name, WORD nameLength, 
 
 STATUS LNPUBLIC NSFItemDelete(NOTEHANDLE note, const char* name, WORD nameLength) {
     return Call(Operation::NSFItemDelete, [&](Session& session) {
-        if (!RequireNote(session, note)
-                 .items.Erase(ItemName(name, nameLength), session.behaviours.Has(Deviation::deleteItemFirst))) {
+        if (!session.NoteOf(note).items.Erase(ItemName(name, nameLength),
+                                              session.GetServer().Has(Deviation::deleteItemFirst))) {
             throw StatusError(ERR_ITEM_NOT_FOUND);
         }
     });
@@ -144,9 +142,8 @@ STATUS LNPUBLIC NSFItemAppend(NOTEHANDLE note, WORD flags, const char* name, WOR
         if ((flags & ITEM_SUMMARY) && length > maxSummaryValue) {
             throw StatusError(ERR_SUMMARY_TOO_BIG);
         }
-        RequireNote(session, note)
-            .items.Append(
-                {ItemName(name, nameLength), type, flags, std::string_view(static_cast<const char*>(value), length)});
+        session.NoteOf(note).items.Append(
+            {ItemName(name, nameLength), type, flags, std::string_view(static_cast<const char*>(value), length)});
     });
 }
 
@@ -173,15 +170,15 @@ WORD LNPUBLIC NSFItemGetTextListEntry(NOTEHANDLE note, const char* name, WORD po
 STATUS LNPUBLIC NSFItemCreateTextList(NOTEHANDLE note, const char* name, const char* text, WORD length) {
     return Call(Operation::NSFItemCreateTextList, [&](Session& session) {
         const std::string list = EncodeTextList({TextOf(text, length)});
-        RequireNote(session, note).items.Set(TextItem(name, TYPE_TEXT_LIST, list));
+        session.NoteOf(note).items.Set(TextItem(name, TYPE_TEXT_LIST, list));
     });
 }
 
 STATUS LNPUBLIC NSFItemAppendTextList(NOTEHANDLE note, const char* name, const char* text, WORD length,
                                       BOOL allowDuplicates) {
     return Call(Operation::NSFItemAppendTextList, [&](Session& session) {
-        Items& items = RequireNote(session, note).items;
-        if (session.behaviours.Has(Deviation::appendToTextRefused) && IsText(items, ItemName(name))) {
+        Items& items = session.NoteOf(note).items;
+        if (session.GetServer().Has(Deviation::appendToTextRefused) && IsText(items, ItemName(name))) {
             throw StatusError(EMB_ERR_ITEM_TYPE);
         }
         AppendTextListEntry(items, ItemName(name), TextOf(text, length), allowDuplicates != 0);

@@ -10,31 +10,13 @@ STATUS LNPUBLIC OSMemAlloc(WORD type, DWORD size, DHANDLE* handle) {
 }
 
 void* LNPUBLIC OSLockObject(DHANDLE handle) {
-    return CallValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) -> void* {
-        MemoryBlock& block = Require(session, session.memory, handle);
-        ++block.locks;
-        return block.bytes.get();
-    });
+    return CallValue<void*>(Operation::OSLockObject, nullptr, [&](Session& session) { return session.Lock(handle); });
 }
 
 BOOL LNPUBLIC OSUnlockObject(DHANDLE handle) {
-    return CallClosing(Operation::OSUnlockObject, [&](Session& session) {
-               MemoryBlock& block = Require(session, session.memory, handle);
-               if (block.locks == 0) {
-                   ++session.misuses;
-                   throw StatusError(EMB_ERR_HANDLE);
-               }
-               --block.locks;
-           }) == NOERROR;
+    return CallClosing(Operation::OSUnlockObject, [&](Session& session) { session.Unlock(handle); }) == NOERROR;
 }
 
 STATUS LNPUBLIC OSMemFree(DHANDLE handle) {
-    return CallClosing(Operation::OSMemFree, [&](Session& session) {
-        MemoryBlock& block = Require(session, session.memory, handle);
-        if (block.locks != 0 || block.ownedByNote) {
-            ++session.misuses;
-            throw StatusError(EMB_ERR_LOCKED);
-        }
-        session.memory.Take(handle);
-    });
+    return CallClosing(Operation::OSMemFree, [&](Session& session) { session.Free(handle); });
 }

@@ -7,13 +7,13 @@ using namespace embedded;
 namespace {
 
 NOTEHANDLE OpenNoteById(Session& session, const std::shared_ptr<Database>& database, NOTEID id, WORD flags) {
-    auto note = std::make_shared<NoteEntry>();
-    database->ReadNote(id, *note);
-    note->database = database;
+    OpenNote note;
+    database->ReadNote(id, note);
+    note.database = database;
     if (flags & OPEN_EXPAND) {
-        ExpandItems(note->items);
+        ExpandItems(note.items);
     }
-    return session.notes.Add(std::move(note));
+    return session.AddNote(std::move(note));
 }
 
 template<typename T>
@@ -31,75 +31,59 @@ T MemberFrom(const void* value) {
     return member;
 }
 
-/** The handle that stands for the note's database; a note outlives its handle, so there may be none. */
-DBHANDLE HandleOf(const Session& session, const NoteEntry& note) {
-    return session.databases.FindHandle([&](const OpenDatabase& open) { return open.database == note.database; });
-}
-
 } // namespace
 
 STATUS LNPUBLIC NSFNoteOpen(DBHANDLE database, NOTEID noteId, WORD flags, NOTEHANDLE* note) {
     return CallOpening(Operation::NSFNoteOpen, note, [&](Session& session) {
-        return OpenNoteById(session, RequireDatabase(session, database), noteId, flags);
+        return OpenNoteById(session, session.DatabaseOf(database), noteId, flags);
     });
 }
 
 STATUS LNPUBLIC NSFNoteOpenByUNID(DBHANDLE database, UNID* unid, WORD flags, NOTEHANDLE* note) {
     return CallOpening(Operation::NSFNoteOpenByUNID, note, [&](Session& session) {
         RequirePointer(unid);
-        const auto open = RequireDatabase(session, database);
+        const auto open = session.DatabaseOf(database);
         return OpenNoteById(session, open, open->IdOfUnid(*unid), flags);
     });
 }
 
 STATUS LNPUBLIC NSFNoteCreate(DBHANDLE database, NOTEHANDLE* note) {
     return CallOpening(Operation::NSFNoteCreate, note, [&](Session& session) {
-        const auto open = RequireDatabase(session, database);
-        auto entry = std::make_shared<NoteEntry>();
-        static_cast<OpenNote&>(*entry) = open->NewNote();
-        entry->database = open;
-        return session.notes.Add(std::move(entry));
+        const auto open = session.DatabaseOf(database);
+        OpenNote created = open->NewNote();
+        created.database = open;
+        return session.AddNote(std::move(created));
     });
 }
 
 STATUS LNPUBLIC NSFNoteCopy(NOTEHANDLE source, NOTEHANDLE* destination) {
-    return CallOpening(Operation::NSFNoteCopy, destination, [&](Session& session) {
-        auto copy = std::make_shared<NoteEntry>();
-        static_cast<OpenNote&>(*copy) = RequireNote(session, source);
-        return session.notes.Add(std::move(copy));
-    });
+    return CallOpening(Operation::NSFNoteCopy, destination,
+                       [&](Session& session) { return session.AddNote(session.NoteOf(source)); });
 }
 
 STATUS LNPUBLIC NSFNoteUpdate(NOTEHANDLE note, WORD flags) {
     return Call(Operation::NSFNoteUpdate, [&](Session& session) {
-        NoteEntry& entry = RequireNote(session, note);
+        OpenNote& entry = session.NoteOf(note);
         entry.database->UpdateNote(entry, flags & UPDATE_FORCE);
     });
 }
 
 STATUS LNPUBLIC NSFNoteClose(NOTEHANDLE note) {
-    return CallClosing(Operation::NSFNoteClose, [&](Session& session) {
-        Require(session, session.notes, note);
-        const auto closed = session.notes.Take(note);
-        for (const DHANDLE block : closed->blocks) {
-            session.memory.Take(block);
-        }
-    });
+    return CallClosing(Operation::NSFNoteClose, [&](Session& session) { session.CloseNote(note); });
 }
 
 STATUS LNPUBLIC NSFNoteDelete(DBHANDLE database, NOTEID noteId, WORD flags) {
-    return Call(Operation::NSFNoteDelete, [&](Session& session) {
-        RequireDatabase(session, database)->DeleteNote(noteId, !(flags & UPDATE_NOSTUB));
-    });
+    return Call(Operation::NSFNoteDelete,
+                [&](Session& session) { session.DatabaseOf(database)->DeleteNote(noteId, !(flags & UPDATE_NOSTUB)); });
 }
 
 void LNPUBLIC NSFNoteGetInfo(NOTEHANDLE note, WORD member, void* value) {
     CallVoid(Operation::NSFNoteGetInfo, [&](Session& session) {
         RequirePointer(value);
-        NoteEntry& entry = RequireNote(session, note);
+        OpenNote& entry = session.NoteOf(note);
         switch (member) {
         case _NOTE_DB:
-            return CopyMember(HandleOf(session, entry), value);
+            return CopyMember(session.HandleOf(entry.database), value);
         case _NOTE_ID:
             return CopyMember(entry.head.id, value);
         case _NOTE_OID:
@@ -116,10 +100,10 @@ void LNPUBLIC NSFNoteGetInfo(NOTEHANDLE note, WORD member, void* value) {
 
 void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value) {
     CallVoid(Operation::NSFNoteSetInfo, [&](Session& session) {
-        NoteEntry& entry = RequireNote(session, note);
+        OpenNote& entry = session.NoteOf(note);
         switch (member) {
         case _NOTE_DB:
-            entry.database = RequireDatabase(session, MemberFrom<DBHANDLE>(value));
+            entry.database = session.DatabaseOf(MemberFrom<DBHANDLE>(value));
             return;
         case _NOTE_ID:
             entry.head.id = MemberFrom<NOTEID>(value);
@@ -141,14 +125,14 @@ void LNPUBLIC NSFNoteSetInfo(NOTEHANDLE note, WORD member, void* value) {
 
 STATUS LNPUBLIC NSFNoteSign(NOTEHANDLE note) {
     return Call(Operation::NSFNoteSign, [&](Session& session) {
-        NoteEntry& entry = RequireNote(session, note);
-        SignItems(entry.items, entry.head.noteClass, LmbcsFromUtf8(session.IdName()),
-                  session.behaviours.Has(Deviation::signAgainAppends));
+        OpenNote& entry = session.NoteOf(note);
+        SignItems(entry.items, entry.head.noteClass, LmbcsFromUtf8(session.GetServer().IdName()),
+                  session.GetServer().Has(Deviation::signAgainAppends));
     });
 }
 
 STATUS LNPUBLIC NSFNoteContract(NOTEHANDLE note) {
-    return Call(Operation::NSFNoteContract, [&](Session& session) { ContractItems(RequireNote(session, note).items); });
+    return Call(Operation::NSFNoteContract, [&](Session& session) { ContractItems(session.NoteOf(note).items); });
 }
 
 STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sourceReplicaId, NOTEID noteId,
@@ -157,8 +141,8 @@ STATUS LNPUBLIC NSFDbCopyNote(DBHANDLE source, DBID* sourceDatabaseId, DBID* sou
     return Call(Operation::NSFDbCopyNote, [&](Session& session) {
         // The IDs only spare a server looking them up.
         (void)sourceDatabaseId, (void)sourceReplicaId, (void)destinationDatabaseId, (void)destinationReplicaId;
-        const auto from = RequireDatabase(session, source);
-        const auto to = RequireDatabase(session, destination);
+        const auto from = session.DatabaseOf(source);
+        const auto to = session.DatabaseOf(destination);
         OpenNote note;
         from->ReadNote(noteId, note);
         const bool replicas = from->ReplicaInfo().ID == to->ReplicaInfo().ID;

@@ -6,8 +6,7 @@ using namespace embedded;
 namespace {
 
 std::string RequireFormula(Session& session, FORMULAHANDLE handle) {
-    MemoryBlock& block = Require(session, session.memory, handle);
-    const std::string_view bytes(block.bytes.get(), block.size);
+    const std::string_view bytes = session.BytesOf(handle);
     if (!IsFormula(bytes)) {
         throw StatusError(EMB_ERR_ARGUMENT, "a search was given a memory block that is no compiled formula");
     }
@@ -73,7 +72,7 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTi
         if (viewTitle || (flags & ~known) != 0) {
             throw StatusError(EMB_ERR_UNSUPPORTED, "NSFSearch: views, summaries and file searches are not supported");
         }
-        const auto searched = RequireDatabase(session, database);
+        const auto searched = session.DatabaseOf(database);
         Database::SearchRequest request;
         if (formula != NULLHANDLE) {
             request.formula = RequireFormula(session, formula);
@@ -83,9 +82,9 @@ STATUS LNPUBLIC NSFSearch(DBHANDLE database, FORMULAHANDLE formula, char* viewTi
             request.since = *since;
         }
         request.stubs = since || (flags & SEARCH_ALL_VERSIONS);
-        request.onlyMatches = !request.stubs && !session.behaviours.Has(Deviation::searchAll);
+        request.onlyMatches = !request.stubs && !session.GetServer().Has(Deviation::searchAll);
         if (until) {
-            *until = session.clock.NowTimedate();
+            *until = session.GetServer().GetClock().NowTimedate();
         }
         const DBID databaseId = searched->ReplicaInfo().ID;
         return searched->Search(request, [&](const Database::Match& found) {

@@ -50,14 +50,14 @@ STATUS LNPUBLIC NSFRemoteConsole(char* server, char* command, DHANDLE* reply) {
     return CallOpening(Operation::NSFRemoteConsole, reply, [&](Session& session) {
         RequirePointer(server);
         RequirePointer(command);
-        if (session.ReadOnly()) {
+        if (session.GetServer().ReadOnly()) {
             throw StatusError(EMB_ERR_READ_ONLY);
         }
         const std::string name = Utf8FromLmbcs(server);
-        if (name != session.IdName()) {
+        if (name != session.GetServer().IdName()) {
             throw StatusError(EMB_ERR_NO_SERVER, name + ": no such server");
         }
-        const std::string text = session.Console(Utf8FromLmbcs(command));
+        const std::string text = session.GetServer().Console(Utf8FromLmbcs(command));
         return text.empty() ? DHANDLE{NULLHANDLE} : session.Allocate(LmbcsFromUtf8(text));
     });
 }
@@ -83,7 +83,7 @@ void LNPUBLIC AddInLogMessageText(const char* format, STATUS code, ...) {
         }
         std::array<char, MAXSPRINTF> line{};
         std::snprintf(line.data(), line.size(), format, slots[0], slots[1], slots[2], slots[3], slots[4], slots[5]);
-        session.Log(WithStatusText(Utf8FromLmbcs(line.data()), code));
+        session.GetServer().Log(WithStatusText(Utf8FromLmbcs(line.data()), code));
     });
 }
 #pragma GCC diagnostic pop

@@ -38,7 +38,7 @@ WORD LNPUBLIC OSTranslate(WORD mode, const char* in, WORD inLength, char* out, W
         if (terminated) {
             out[translated.size()] = '\0';
         }
-        const bool counted = terminated && session.behaviours.Has(Deviation::translateResultWithTerminator);
+        const bool counted = terminated && session.GetServer().Has(Deviation::translateResultWithTerminator);
         return static_cast<WORD>(translated.size() + size_t{counted});
     });
 }

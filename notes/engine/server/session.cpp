@@ -3,118 +3,113 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/system/caller_system.h"
 #include "engine/values/status_error.h"
 
 namespace embedded {
-namespace {
 
-constexpr const char* offlineFile = "offline.lst";
-constexpr const char* defaultIdName = "CN=Local/O=Embedded";
-
-/** Both separators separate in the paths of the Notes API. */
-std::filesystem::path FromNotes(std::string text) {
-    std::replace(text.begin(), text.end(), '\\', '/');
-    return PathFromCaller(text);
+void Session::Misuse(STATUS status) {
+    ++misuses_;
+    throw StatusError(status);
 }
 
-std::filesystem::path FolderOf(const std::filesystem::path& file) {
-    return std::filesystem::absolute(file).lexically_normal().parent_path();
-}
-
-} // namespace
-
-Session::Session(const std::filesystem::path& iniFile, bool readOnly)
-    : environment(Environment::Load(iniFile)), readOnly_(readOnly), folder_(FolderOf(iniFile)),
-      offline_(folder_ / offlineFile) {
-    const auto directory = environment.Find("Directory");
-    if (!directory || directory->empty()) {
-        throw StatusError(EMB_ERR_ARGUMENT, PathForCaller(iniFile) + ": no line Directory=");
-    }
-    if (directory->size() >= MAXPATH) {
-        throw StatusError(EMB_ERR_TOO_LONG, PathForCaller(iniFile) + ": the path in Directory= is longer than " +
-                                                std::to_string(MAXPATH - 1) + " bytes");
-    }
-    dataDirectory_ = *directory;
-    try {
-        behaviours.SetAll(environment.Find("EmbeddedBehaviour").value_or(""));
-    } catch (const StatusError& error) {
-        throw StatusError(error.Status(), PathForCaller(iniFile) + ": EmbeddedBehaviour=: " + error.what());
-    }
-    if (std::error_code ignored; !std::filesystem::is_directory(HostPath({}), ignored)) {
-        throw StatusError(ERR_NOEXIST,
-                          PathForCaller(iniFile) + ": the data directory " + dataDirectory_ + " does not exist");
+DWORD Session::OpenHandles(DWORD kind) const {
+    DWORD count = 0;
+    switch (kind) {
+    case EMB_HANDLE_DATABASE:
+        return static_cast<DWORD>(databases_.size());
+    case EMB_HANDLE_NOTE:
+        return static_cast<DWORD>(notes_.size());
+    case EMB_HANDLE_MEMORY:
+        memory_.ForEach([&](const Block& block) { count += !block.lent; });
+        return count;
+    case EMB_HANDLE_LOCK:
+        memory_.ForEach([&](const Block& block) { count += block.locks; });
+        return count;
+    default:
+        return 0;
     }
 }
 
-Session::~Session() {
-    // Open notes hold their databases; what was saved is stored as the databases close.
+DBHANDLE Session::OpenDatabase(const std::filesystem::path& file) {
+    auto entry = std::make_shared<DatabaseEntry>();
+    if (std::error_code ignored; !std::filesystem::is_directory(file, ignored)) {
+        entry->database = server_.Open(file);
+    }
+    return databases_.Add(std::move(entry));
 }
 
-std::string Session::IdName() const {
-    return environment.Find("EmbeddedIDName").value_or(defaultIdName);
-}
-
-std::filesystem::path Session::HostPath(std::string_view notesPath) const {
-    std::string text(notesPath);
-    if (const size_t server = text.find("!!"); server != std::string::npos) {
-        if (server != 0 && text.substr(0, server) != IdName()) {
-            throw StatusError(EMB_ERR_NO_SERVER, text + ": no such server");
-        }
-        text.erase(0, server + 2);
-    }
-    std::filesystem::path path = (folder_ / FromNotes(dataDirectory_) / FromNotes(std::move(text))).lexically_normal();
-    return path.has_filename() ? path : path.parent_path();
-}
-
-std::filesystem::path Session::DatabasePath(std::string_view notesPath) const {
-    std::filesystem::path path = HostPath(notesPath);
-    std::error_code ignored;
-    if (path.has_extension() || std::filesystem::exists(path, ignored)) {
-        return path;
-    }
-    std::filesystem::path withExtension = path;
-    withExtension += ".nsf";
-    return withExtension;
-}
-
-std::filesystem::path Session::FullPathOnly(std::string_view notesPath) const {
-    if (behaviours.Has(Deviation::offlinePathFull) && !FromNotes(std::string(notesPath)).is_absolute()) {
-        throw StatusError(ERR_NOEXIST);
-    }
-    return DatabasePath(notesPath);
-}
-
-std::shared_ptr<Database> Session::Open(const std::filesystem::path& file) {
-    if (auto database = open_[file].lock()) {
-        return database;
-    }
-    if (IsOffline(file)) {
-        throw StatusError(ERR_DBOFFLINE);
-    }
-    auto database = Database::Open(file, readOnly_ ? StoreAccess::readOnly : StoreAccess::readWrite, clock, behaviours);
-    open_[file] = database;
-    return database;
-}
-
-void Session::Close(const std::shared_ptr<OpenDatabase>& entry) {
-    if (!entry->database) {
-        return;
-    }
-    bool lastHandle = true;
-    databases.ForEach([&](const OpenDatabase& other) { lastHandle &= other.database != entry->database; });
-    if (lastHandle) {
-        entry->database->GetStore().Commit();
+void Session::CloseDatabase(DBHANDLE handle) {
+    Require(databases_, handle);
+    const std::shared_ptr<Database> database = databases_.Take(handle)->database;
+    if (database && HandleOf(database) == NULLHANDLE) {
+        database->GetStore().Commit();
     }
 }
 
-DHANDLE Session::Allocate(std::string_view bytes, bool ownedByNote) {
-    auto block = std::make_shared<MemoryBlock>();
+std::shared_ptr<Database> Session::DatabaseOf(DBHANDLE handle) {
+    const DatabaseEntry& entry = Require(databases_, handle);
+    if (!entry.database) {
+        throw StatusError(ERR_NOT_NSF);
+    }
+    return entry.database;
+}
+
+DBHANDLE Session::HandleOf(const std::shared_ptr<Database>& database) const {
+    return databases_.FindHandle([&](const DatabaseEntry& entry) { return entry.database == database; });
+}
+
+NOTEHANDLE Session::AddNote(OpenNote note) {
+    return notes_.Add(std::make_shared<NoteEntry>(NoteEntry{std::move(note), {}}));
+}
+
+void Session::CloseNote(NOTEHANDLE handle) {
+    Require(notes_, handle);
+    const auto closed = notes_.Take(handle);
+    for (const DHANDLE block : closed->lent) {
+        memory_.Take(block);
+    }
+}
+
+DHANDLE Session::AddBlock(std::string_view bytes, bool lent) {
+    auto block = std::make_shared<Block>();
     block->bytes = std::make_unique<char[]>(bytes.size() + 1);
     std::copy(bytes.begin(), bytes.end(), block->bytes.get());
     block->size = bytes.size();
-    block->ownedByNote = ownedByNote;
-    return memory.Add(std::move(block));
+    block->lent = lent;
+    return memory_.Add(std::move(block));
+}
+
+DHANDLE Session::Lend(NOTEHANDLE note, std::string_view bytes) {
+    NoteEntry& entry = Require(notes_, note);
+    entry.lent.push_back(AddBlock(bytes, true));
+    return entry.lent.back();
+}
+
+std::string_view Session::BytesOf(DHANDLE block) {
+    const Block& found = Require(memory_, block);
+    return {found.bytes.get(), found.size};
+}
+
+void* Session::Lock(DHANDLE block) {
+    Block& found = Require(memory_, block);
+    ++found.locks;
+    return found.bytes.get();
+}
+
+void Session::Unlock(DHANDLE block) {
+    Block& found = Require(memory_, block);
+    if (found.locks == 0) {
+        Misuse(EMB_ERR_HANDLE);
+    }
+    --found.locks;
+}
+
+void Session::Free(DHANDLE block) {
+    const Block& found = Require(memory_, block);
+    if (found.locks != 0 || found.lent) {
+        Misuse(EMB_ERR_LOCKED);
+    }
+    memory_.Take(block);
 }
 
 } // namespace embedded

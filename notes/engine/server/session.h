@@ -1,105 +1,91 @@
-// A Notes session: the settings of one server folder, the databases that are open, and everything that handles
-// stand for. A process has at most one.
+// A process's session on a server: what its handles stand for, how often it called, and what it used wrongly. A process
+// has at most one.
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <memory>
-#include <string>
 #include <string_view>
+#include <vector>
 
-#include "engine/database/behaviours.h"
-#include "engine/database/database.h"
-#include "engine/server/environment.h"
 #include "engine/server/faults.h"
 #include "engine/server/handles.h"
-#include "engine/server/offline_registry.h"
-#include "engine/values/clock.h"
+#include "engine/server/server.h"
 
 namespace embedded {
 
-/** A block of memory with an address that does not move. */
-struct MemoryBlock {
-    std::unique_ptr<char[]> bytes;
-    size_t size = 0;
-    int locks = 0;
-    bool ownedByNote = false; // freed with its note, not by the caller
-};
-
-/** What a database handle stands for: a database, or a directory, which can be opened too. */
-struct OpenDatabase {
-    std::shared_ptr<Database> database; // NULL for a directory
-};
-
-/** What a note handle stands for. */
-struct NoteEntry : OpenNote {
-    std::vector<DHANDLE> blocks; // handed out by NSFItemInfo
-};
-
+/** A handle that is not open, or not of the kind that an operation takes, is a misuse: it is counted and throws
+ *  EMB_ERR_HANDLE. */
 class Session {
 public:
-    /** Reads notes.ini. Throws StatusError with the file and the cause. */
-    Session(const std::filesystem::path& iniFile, bool readOnly);
-    ~Session();
+    /** Throws as Server does. What was saved is stored as the session's databases close with it. */
+    Session(const std::filesystem::path& iniFile, bool readOnly) : server_(iniFile, readOnly) {}
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    Environment environment;
-    Behaviours behaviours;
-    Clock clock;
-    CallLedger calls;
-    HandleTable<OpenDatabase> databases{EMB_HANDLE_DATABASE};
-    HandleTable<NoteEntry> notes{EMB_HANDLE_NOTE};
-    HandleTable<MemoryBlock> memory{EMB_HANDLE_MEMORY};
-    DWORD misuses = 0;
+    [[nodiscard]] Server& GetServer() noexcept { return server_; }
+    [[nodiscard]] const Server& GetServer() const noexcept { return server_; }
+    [[nodiscard]] CallLedger& GetCalls() noexcept { return calls_; }
+    [[nodiscard]] DWORD Misuses() const noexcept { return misuses_; }
+    /** Of a kind EMB_HANDLE_...; blocks that belong to a note do not count. */
+    [[nodiscard]] DWORD OpenHandles(DWORD kind) const;
 
-    [[nodiscard]] bool ReadOnly() const noexcept { return readOnly_; }
-    [[nodiscard]] const std::string& dataDirectory() const noexcept { return dataDirectory_; } // UTF-8
-    /** The name of the ID in use, UTF-8. */
-    [[nodiscard]] std::string IdName() const;
+    /** Opens a database, or a directory, which has a handle and no content. Throws as Server::Open. */
+    DBHANDLE OpenDatabase(const std::filesystem::path& file);
+    /** Writes are stored when a database's last handle is closed, whatever notes are still open. */
+    void CloseDatabase(DBHANDLE handle);
+    /** Throws ERR_NOT_NSF for a directory. The database lives on when a search's step closes its handle. */
+    std::shared_ptr<Database> DatabaseOf(DBHANDLE handle);
+    /** A handle of the database; a note outlives its database's handles, so there may be none. */
+    [[nodiscard]] DBHANDLE HandleOf(const std::shared_ptr<Database>& database) const;
 
-    /** The host path of a path as the Notes API takes it (UTF-8): "\" and "/" separate, a "server!!" of our own
-     *  is taken off (another one throws EMB_ERR_NO_SERVER), and a relative path stands below the data directory. */
-    [[nodiscard]] std::filesystem::path HostPath(std::string_view notesPath) const;
-    /** As HostPath, for a database that is there or is to be there: ".nsf" may be left out. */
-    [[nodiscard]] std::filesystem::path DatabasePath(std::string_view notesPath) const;
-    /** As DatabasePath, for an operation that may want full paths: throws ERR_NOEXIST for another one then. */
-    [[nodiscard]] std::filesystem::path FullPathOnly(std::string_view notesPath) const;
+    NOTEHANDLE AddNote(OpenNote note);
+    OpenNote& NoteOf(NOTEHANDLE handle) { return Require(notes_, handle); }
+    /** Frees the blocks that were lent for the note, too. */
+    void CloseNote(NOTEHANDLE handle);
 
-    /** Throws ERR_DBOFFLINE besides what Database::Open throws. */
-    std::shared_ptr<Database> Open(const std::filesystem::path& file);
-    /** Writes are stored when the last handle is closed, whatever notes are still open. */
-    void Close(const std::shared_ptr<OpenDatabase>& entry);
-
-    DHANDLE Allocate(std::string_view bytes, bool ownedByNote = false);
-
-    // ---- Server
-
-    /** Waits up to `waitMs` for the database's users. Throws ERR_DBINUSE when there still are some, ERR_NOEXIST. */
-    void TakeOffline(const std::filesystem::path& file, DWORD waitMs, bool deleteIt);
-    void BringOnline(const std::filesystem::path& file);
-    [[nodiscard]] bool IsOffline(const std::filesystem::path& file) const { return offline_.Contains(file); }
-    void SetInUse(const std::filesystem::path& file, DWORD attempts) { inUse_[file] = attempts; }
-
-    /** Carries out a console command (UTF-8); the reply, which may be empty. */
-    std::string Console(std::string_view command);
-    /** Adds a line (UTF-8) to the server's log. */
-    void Log(std::string_view text);
-    [[nodiscard]] const std::string& Transcript() const noexcept { return transcript_; }
-    [[nodiscard]] const std::string& ServerLog() const noexcept { return serverLog_; }
+    /** A block of memory with a copy of the bytes. */
+    DHANDLE Allocate(std::string_view bytes) { return AddBlock(bytes, false); }
+    /** A block that belongs to the note: it is freed with it, and not by the caller. */
+    DHANDLE Lend(NOTEHANDLE note, std::string_view bytes);
+    std::string_view BytesOf(DHANDLE block);
+    /** The block's address, which does not move. */
+    void* Lock(DHANDLE block);
+    /** A block that is not locked is a misuse and throws EMB_ERR_HANDLE. */
+    void Unlock(DHANDLE block);
+    /** A block that is locked or belongs to a note is a misuse and throws EMB_ERR_LOCKED. */
+    void Free(DHANDLE block);
 
 private:
-    [[nodiscard]] bool HasUsers(const std::filesystem::path& file) const;
-    void appendToConsoleFile(std::string_view line) const;
+    struct DatabaseEntry {
+        std::shared_ptr<Database> database; // NULL for a directory
+    };
+    struct NoteEntry : OpenNote {
+        std::vector<DHANDLE> lent;
+    };
+    struct Block {
+        std::unique_ptr<char[]> bytes;
+        size_t size = 0;
+        DWORD locks = 0;
+        bool lent = false;
+    };
 
-    bool readOnly_;
-    std::filesystem::path folder_; // of notes.ini
-    std::string dataDirectory_;
-    OfflineRegistry offline_;
-    std::map<std::filesystem::path, std::weak_ptr<Database>> open_;
-    std::map<std::filesystem::path, DWORD> inUse_; // attempts to come that find the database in use
-    std::string transcript_;
-    std::string serverLog_;
+    [[noreturn]] void Misuse(STATUS status);
+    template<typename T>
+    T& Require(const HandleTable<T>& table, DHANDLE handle) {
+        T* object = table.Find(handle);
+        if (!object) {
+            Misuse(EMB_ERR_HANDLE);
+        }
+        return *object;
+    }
+    DHANDLE AddBlock(std::string_view bytes, bool lent);
+
+    Server server_; // outlives the databases, which use its clock and behaviours
+    CallLedger calls_;
+    HandleTable<DatabaseEntry> databases_{EMB_HANDLE_DATABASE};
+    HandleTable<NoteEntry> notes_{EMB_HANDLE_NOTE};
+    HandleTable<Block> memory_{EMB_HANDLE_MEMORY};
+    DWORD misuses_ = 0;
 };
 
 } // namespace embedded
