@@ -4,6 +4,7 @@
 #include "foundation/debug_log.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/pause.h"
+#include "foundation/second_try.h"
 
 namespace updkrx {
 namespace {
@@ -11,17 +12,25 @@ namespace {
 constexpr size_t commandSize = 1024;
 constexpr DWORD consolePause = 3000; // milliseconds
 
-} // namespace
-
-STATUS RunConsoleCommand(const char* command) {
+STATUS Send(const char* command) noexcept {
     char server[MAXUSERNAME + 1] = {}; // on a server the ID in use is the server's own
-    if (const STATUS status = SECKFMGetUserName(server); status != NOERROR) {
+    if (const STATUS status = WithSecondTry([&] { return SECKFMGetUserName(server); }); status != NOERROR) {
         return status;
     }
     char text[commandSize]; // the operation takes a text that it may write to
     bq_snprintf(text, sizeof text, "%s", command);
     ScopedMemory reply;
-    return reply.Open(NSFRemoteConsole, server, text);
+    return reply.Open(NSFRemoteConsole, server, text); // once: the server may carry out what it reports as failed
+}
+
+} // namespace
+
+STATUS RunConsoleCommand(const char* command) {
+    const STATUS status = Send(command);
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Error: The server did not take a command. (%s):(%x)", command, status);
+    }
+    return status;
 }
 
 void RunConsoleCommandAndWait(const char* command) {

@@ -1,6 +1,7 @@
 #include "foundation/file_copy.h"
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace {
 constexpr size_t bufferSize = 262144;
 constexpr int buffersPerFlush = 32;
 constexpr const char* separators = "/\\";
+constexpr const char* keptSuffix = ".updkrx-kept";
 
 /** The bytes that are to take a file's place, in a file beside it. They go away unless they have taken it. */
 class Successor {
@@ -134,13 +136,27 @@ CopyResult OverwriteKeepingOld(const std::string& source, const std::string& des
 /** Removes a kept content in such a way that no later run takes it for one, even if it stays. */
 void Discard(const std::string& kept) {
     const std::string old = kept + ".old";
-    if (os::MoveOver(kept.c_str(), old.c_str())) {
-        os::RemoveFile(old.c_str());
+    (void)os::MoveOver(kept.c_str(), old.c_str());
+    for (const std::string& file : {kept, old}) {
+        os::RemoveFile(file.c_str());
+        if (os::IsFile(file)) {
+            DebugLog(level::progress, "Error: A kept content cannot be removed. (%s)", file.c_str());
+        }
+    }
+}
+
+/** Puts a kept content back where it was. */
+void PutBack(const std::string& kept, const std::string& destination) {
+    if (CopyPath(kept, destination, true) == copied || WriteInPlace(kept, destination) == copied) {
+        Discard(kept);
+    } else {
+        DebugLog(level::progress, "Error: %s is damaged. Its old content is kept. (%s)", destination.c_str(),
+                 kept.c_str());
     }
 }
 
 CopyResult CopyKeepingOld(const std::string& source, const std::string& destination) {
-    const std::string kept = destination + ".updkrx-kept";
+    const std::string kept = destination + keptSuffix;
     CopyResult result = CopyPath(source, destination, true);
     if (result == copyTargetUnwritable && os::IsFile(destination) && os::IsWritable(destination.c_str())) {
         result = WithoutExceptions("CopyPath", copyWriteFailed,
@@ -149,11 +165,10 @@ CopyResult CopyKeepingOld(const std::string& source, const std::string& destinat
     if (!os::IsFile(kept)) {
         return result;
     }
-    if (result == copied || CopyPath(kept, destination, true) == copied || WriteInPlace(kept, destination) == copied) {
+    if (result == copied) {
         Discard(kept);
     } else {
-        DebugLog(level::progress, "Error: %s is damaged. Its old content is kept. (%s)", destination.c_str(),
-                 kept.c_str());
+        PutBack(kept, destination);
     }
     return result;
 }
@@ -166,6 +181,18 @@ CopyResult CopyPath(const std::string& source, const std::string& destination, b
 
 CopyResult CopyUnderReaders(const std::string& source, const std::string& destination) noexcept {
     return WithoutExceptions("CopyPath", copyWriteFailed, [&] { return CopyKeepingOld(source, destination); });
+}
+
+void FinishCopiesOfDeadRun(const std::string& folder, std::string_view name) {
+    for (const os::DirectoryEntry& entry : os::ListDirectory(folder)) {
+        const std::string_view file = entry.name;
+        if (!entry.isDirectory && file.ends_with(keptSuffix) && file.find(name) != std::string_view::npos) {
+            const std::string kept = folder + "/" + entry.name;
+            const std::string destination = kept.substr(0, kept.size() - std::strlen(keptSuffix));
+            DebugLog(level::progress, "A file may be damaged. Its old content is put back. (%s)", destination.c_str());
+            PutBack(kept, destination);
+        }
+    }
 }
 
 } // namespace updkrx

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace updkrx {
 
@@ -30,5 +31,9 @@ enum CopyResult : int32_t {
  * a run has died. The results are those of CopyPath.
  */
 [[nodiscard]] CopyResult CopyUnderReaders(const std::string& source, const std::string& destination) noexcept;
+
+/** Puts back the old contents that runs have left kept in a folder: those of files with `name` in their names, as they
+ *  died while they wrote one of them in place, or failed to put it back. Each is logged. */
+void FinishCopiesOfDeadRun(const std::string& folder, std::string_view name);
 
 } // namespace updkrx

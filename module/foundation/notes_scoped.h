@@ -56,6 +56,13 @@ using ScopedMemory = ScopedHandle<OSMemFree>;
 /** A compiled formula, which is a block of memory too. */
 using ScopedFormula = ScopedMemory;
 
+/** Opens a database, once more when that fails for another reason than that there is none. */
+[[nodiscard]] inline STATUS OpenDatabase(ScopedDatabase& database, const char* path) noexcept {
+    const STATUS status = database.Open(NSFDbOpen, path);
+    const bool mayPass = status != NOERROR && (status & ERR_MASK) != ERR_NOEXIST;
+    return mayPass ? database.Open(NSFDbOpen, path) : status;
+}
+
 /** Opens a note by its ID; `flags` is 0 or OPEN_EXPAND. */
 [[nodiscard]] inline STATUS OpenNote(ScopedNote& note, DBHANDLE database, NOTEID noteId, WORD flags = 0) noexcept {
     return note.Open(NSFNoteOpen, database, noteId, flags);

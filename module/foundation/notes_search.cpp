@@ -87,6 +87,11 @@ STATUS SearchNotes(const NoteSearch& search, STATUS (*step)(void* context, const
                      nullptr);
 }
 
+void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept {
+    DebugLog(level::progress, "Error: A search was broken off, and what it did not reach stays as it was. (%s):(%x)",
+             search.step, status);
+}
+
 SEARCH_MATCH CopyMatch(const SEARCH_MATCH* match) noexcept {
     constexpr size_t packedSize = offsetof(SEARCH_MATCH, SummaryLength) + sizeof(WORD); // no more is promised
     SEARCH_MATCH copy = {};

@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "foundation/notes_scoped.h"
+#include "foundation/second_try.h"
 #include "notes_api.h"
 
 namespace updkrx {
@@ -52,6 +53,20 @@ template<class Step>
             }
         },
         &step);
+}
+
+/** Tells of a search that was broken off: notes that it would have delivered stay as they are. */
+void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept;
+
+/** SearchNotes for a step that may visit a note again: a search that fails is made once more, and logged when that fails,
+ *  too. */
+template<class Step>
+STATUS SearchOrLog(const NoteSearch& search, Step step) noexcept {
+    const STATUS status = WithSecondTry([&] { return SearchNotes(search, step); });
+    if (status != NOERROR) {
+        LogBrokenSearch(search, status);
+    }
+    return status;
 }
 
 /** A copy of what the platform calls a step with, which may stand at an unaligned address. */

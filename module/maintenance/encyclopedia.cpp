@@ -50,7 +50,7 @@ bool CheckPatternVersionCallback(DBHANDLE database, NOTEID noteId) noexcept {
  *  compiling the formula. */
 STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcept {
     ScopedDatabase database;
-    if (database.Open(NSFDbOpen, databasePath) != NOERROR) {
+    if (OpenDatabase(database, databasePath) != NOERROR) {
         return NOERROR;
     }
     ScopedFormula formula;
@@ -59,7 +59,7 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
         return status;
     }
     // What a search saw before it was broken off counts.
-    (void)SearchNotes({"CheckPatternVersionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
+    (void)SearchOrLog({"CheckPatternVersionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
                       [&](const SEARCH_MATCH& found) {
                           oldFormat = CheckPatternVersionCallback(database.Get(), found.ID.NoteID) || oldFormat;
                       });
@@ -80,7 +80,8 @@ STATUS TakeOffline(DWORD options) noexcept {
  * the disk tells the next run where one has died:
  *
  *     krency.nsf.updkrx-offline   the database may be offline
- *     krency.nsf.updkrx-kept      it is missing, or a new one that is not finished; this is the old one, whole
+ *     krency.nsf.updkrx-kept      it is missing, or a new one that is not finished; this is the old one, whole. Without
+ *                                 the mark above: a finished new one stands in its place
  *     krency.nsf.updkrx-old       nothing: a finished new one stands in its place
  *
  * None of them is a database by its name, so that the server leaves them alone.
@@ -98,6 +99,8 @@ public:
         }
         return os::IsFile(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
     }
+    /** False, which is logged, while the one that a dead run has kept could not be put back: it must not get lost. */
+    [[nodiscard]] bool HasPlace() const noexcept { return !HasKept() || LogThatItCannotBeKept(copyTargetExists); }
     /** Keeps the database, which is offline, as it is now. False, which is logged, when it cannot be copied. */
     [[nodiscard]] bool Keep() noexcept {
         const CopyResult result = CopyPath(database_, kept_, true);
@@ -117,6 +120,9 @@ public:
         if (os::IsFile(kept_)) {
             const STATUS status = os::IsFile(database_) ? TakeOffline(OFFLINE_NODELETE) : NOERROR;
             if (status != NOERROR || !os::MoveOver(kept_.c_str(), database_.c_str())) {
+                if (status == NOERROR && os::IsFile(database_)) {
+                    (void)BringBackOnline(); // what stands there is used until the next run
+                }
                 DebugLog(level::unusual, "Error: The old krency.nsf cannot be put back. It is kept. (%s):(%x)",
                          kept_.c_str(), status);
                 return;
@@ -136,17 +142,27 @@ public:
     /** The new database stands in its place. `whole` is false when it lacks something: the old one's file stays
      *  then. */
     void Finish(bool whole) noexcept {
-        Unmark();
-        if (!os::MoveOver(kept_.c_str(), old_.c_str())) { // from here on no run puts it back
-            DebugLog(level::unusual, "Error: The kept krency.nsf cannot be removed. (%s)", kept_.c_str());
-        } else if (whole) {
+        Unmark(); // from here on no run puts it back
+        SetAside();
+        if (whole) {
+            os::RemoveFile(kept_.c_str());
             os::RemoveFile(old_.c_str());
+            if (os::IsFile(kept_) || os::IsFile(old_)) {
+                DebugLog(level::unusual, "Error: The kept krency.nsf cannot be removed. (%s)",
+                         (os::IsFile(kept_) ? kept_ : old_).c_str());
+            }
         } else {
             DebugLog(level::unusual,
                      "Error: The new krency.nsf may lack the old one's access control list or its replica ID. "
                      "The old one is kept. (%s)",
-                     old_.c_str());
+                     (os::IsFile(kept_) ? kept_ : old_).c_str());
         }
+    }
+    /** Whether an old database is still kept though the new one was finished. */
+    [[nodiscard]] bool IsLeftOver() const noexcept { return HasKept() && !IsMarkedOffline() && os::IsFile(database_); }
+    /** Gives the kept database the name under which nothing looks for it. */
+    void SetAside() noexcept {
+        (void)os::MoveOver(kept_.c_str(), old_.c_str()); // else it is left over, which the next run sees
     }
 
     [[nodiscard]] bool BringBackOnline() noexcept {
@@ -186,7 +202,11 @@ STATUS DeleteDatabase(KeptDatabase& kept) noexcept {
     STATUS status = TakeOffline(OFFLINE_NODELETE);
     if (status != NOERROR) {
         LogThatItIsNotDeleted(status);
-        kept.Unmark();
+        if ((status & ERR_MASK) == ERR_DBINUSE) {
+            kept.Unmark();
+        } else {
+            kept.PutBack(); // what failed may have been done
+        }
         return status;
     }
     if (!kept.Keep()) {
@@ -260,7 +280,7 @@ STATUS RecreateDatabase(const ScopedMemory& accessControlList) {
         return ERR_UNKNOWN;
     }
     KeptDatabase kept(*folder);
-    if (kept.HasKept()) { // of a dead run, and could not be put back: it must not get lost
+    if (!kept.HasPlace()) {
         return ERR_UNKNOWN;
     }
     const STATUS status = DeleteDatabase(kept);
@@ -274,7 +294,10 @@ bool RecoverFromDeadRun() {
         return false;
     }
     KeptDatabase kept(*folder);
-    const bool hadKept = kept.HasKept();
+    if (kept.IsLeftOver()) {
+        kept.SetAside();
+    }
+    const bool hadKept = kept.HasKept() && !kept.IsLeftOver();
     if (hadKept || kept.IsMarkedOffline()) {
         kept.PutBack();
     }

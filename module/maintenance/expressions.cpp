@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "foundation/debug_log.h"
+#include "foundation/note_saving.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -34,21 +35,21 @@ void CorrectDocId(NOTEHANDLE note) noexcept {
     GetUnidText(note, unid);
     char buffer[itemTextSize] = {};
     if (ReadText(note, "DocID", buffer) != unid) {
-        (void)NSFItemSetText(note, "DocID", unid, unidTextSize - 1);
+        (void)WithSecondTry([&] { return NSFItemSetText(note, "DocID", unid, unidTextSize - 1); });
     }
 }
 
 void AddReference(NOTEHANDLE note, std::span<const DefaultExpression> table) noexcept {
     char buffer[itemTextSize] = {};
     if (const DefaultExpression* shipped = Find(table, ReadText(note, "Expression", buffer)); shipped != nullptr) {
-        (void)AppendEntry(note, "RefContent", shipped->unid);
+        (void)WithSecondTry([&] { return AppendEntry(note, "RefContent", shipped->unid); });
     }
 }
 
 /** Returns the status of compiling the formula. */
 STATUS MigrateDocuments() noexcept {
     ScopedDatabase database;
-    if (database.Open(NSFDbOpen, "krx/krconf.nsf") != NOERROR) {
+    if (OpenDatabase(database, "krx/krconf.nsf") != NOERROR) {
         return NOERROR;
     }
     ScopedFormula formula;
@@ -57,8 +58,7 @@ STATUS MigrateDocuments() noexcept {
         return status;
     }
     const ExpressionSearch search = {database.Get(), DefaultExpressionTable};
-    // A search that is broken off leaves the rest as it was.
-    (void)SearchNotes({"MigrateExpressionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
+    (void)SearchOrLog({"MigrateExpressionCallback", database.Get(), formula.Get(), NOTE_CLASS_DOCUMENT},
                       [&](const SEARCH_MATCH& found) { MigrateExpressionCallback(search, found.ID.NoteID); });
     return NOERROR;
 }
@@ -87,7 +87,7 @@ void MigrateExpressionCallback(const ExpressionSearch& search, NOTEID noteId) no
     }
     CorrectDocId(note.Get());
     AddReference(note.Get(), search.table);
-    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one that cannot be saved stays as it was
+    (void)SaveOrLog("MigrateExpressionCallback", note.Get());
 }
 
 } // namespace updkrx

@@ -3,9 +3,11 @@
 #include <cstring>
 #include <string_view>
 
+#include "foundation/debug_log.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
+#include "foundation/second_try.h"
 
 namespace updkrx {
 namespace {
@@ -73,13 +75,7 @@ STATUS WriteItems(NOTEHANDLE note, const char* server) noexcept {
     return status;
 }
 
-} // namespace
-
-STATUS CreateReplicationSettings(DBHANDLE database) noexcept {
-    char server[MAXENVVALUE];
-    if (!GetEnvironmentText("MailServer", server, sizeof server)) {
-        return failed;
-    }
+STATUS CreateNote(DBHANDLE database, const char* server) noexcept {
     ScopedNote note;
     STATUS status = note.Open(NSFNoteCreate, database);
     if (status != NOERROR) {
@@ -93,6 +89,20 @@ STATUS CreateReplicationSettings(DBHANDLE database) noexcept {
     }
     if (status == NOERROR) {
         status = note.Close();
+    }
+    return status;
+}
+
+} // namespace
+
+STATUS CreateReplicationSettings(DBHANDLE database) noexcept {
+    char server[MAXENVVALUE];
+    if (!GetEnvironmentText("MailServer", server, sizeof server)) {
+        return failed;
+    }
+    const STATUS status = WithSecondTry([&] { return CreateNote(database, server); });
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Error: The replication settings cannot be made. sError is %d", status);
     }
     return status;
 }

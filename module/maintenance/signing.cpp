@@ -3,6 +3,7 @@
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
 #include "foundation/item_reading.h"
+#include "foundation/note_saving.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
@@ -42,8 +43,12 @@ STATUS OpenToSign(DBHANDLE database, NOTEID noteId, WORD flags, ScopedNote& note
 
 /** Signs an open note anew; some servers only add to the signatures that it has. */
 STATUS Sign(NOTEHANDLE note) noexcept {
-    (void)DeleteItems(note, "$Signature"); // most have none or one
-    return NSFNoteSign(note);
+    // Most have none or one. One that cannot be deleted is replaced, on most servers.
+    (void)WithSecondTry([&] {
+        const STATUS status = DeleteItems(note, "$Signature");
+        return (status & ERR_MASK) == ERR_ITEM_NOT_FOUND ? NOERROR : status;
+    });
+    return WithSecondTry([&] { return NSFNoteSign(note); });
 }
 
 /** Signs a note and saves it. Returns the status of opening the note when that failed, else of closing it. */
@@ -66,10 +71,13 @@ STATUS SignNoteCallback(DBHANDLE database, NOTEID noteId) noexcept {
             return NOERROR;
         }
     }
-    if (expanded) {
-        (void)NSFNoteContract(note.Get()); // a note that stays expanded is still worth saving
+    if (const STATUS status = expanded ? WithSecondTry([&] { return NSFNoteContract(note.Get()); }) : NOERROR;
+        status != NOERROR) { // saved as it is, it would be another design
+        DebugLog(level::progress, "Error: A note stays expanded and is not saved. Note ID is %X, sError is %d", noteId,
+                 status);
+        return note.Close();
     }
-    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE); // one note that cannot be saved does not fail the database
+    (void)SaveOrLog("SignNoteCallback", note.Get()); // one note that cannot be saved does not fail the database
     return note.Close();
 }
 
@@ -85,7 +93,11 @@ STATUS RemoveReplFormulaCallback(DBHANDLE database, NOTEID noteId) noexcept {
     if ((noteClass & NOTE_CLASS_REPLFORMULA) == 0) {
         return NOERROR;
     }
-    (void)NSFNoteDelete(database, noteId, UPDATE_FORCE); // the new one is written all the same
+    const STATUS deleted = WithSecondTry([&] { return NSFNoteDelete(database, noteId, UPDATE_FORCE); });
+    if (deleted != NOERROR) { // the new one is written all the same
+        DebugLog(level::progress, "Error: An old replication formula stays. Note ID is %X, sError is %d", noteId,
+                 deleted);
+    }
     return status;
 }
 
@@ -95,23 +107,26 @@ STATUS SignDesign(DBHANDLE database) noexcept {
 }
 
 STATUS RemoveReplFormulas(DBHANDLE database) noexcept {
-    return SearchNotes({"RemoveReplFormulaCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA},
+    return SearchOrLog({"RemoveReplFormulaCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA},
                        [&](const SEARCH_MATCH& found) { return RemoveReplFormulaCallback(database, found.ID.NoteID); });
 }
 
-void HideDesign(DBHANDLE database) noexcept {
+void HideDesign(DBHANDLE database, const char* name) noexcept {
     DBREPLICAINFO info = {};
-    if (NSFDbReplicaInfoGet(database, &info) != NOERROR) {
-        return; // the record is written as a whole, replica ID included
+    STATUS status = WithSecondTry([&] { return NSFDbReplicaInfoGet(database, &info); });
+    if (status == NOERROR) { // else nothing may be written: the record is written as a whole, replica ID included
+        info.Flags |= REPLFLG_HIDDEN_DESIGN;
+        status = WithSecondTry([&] { return NSFDbReplicaInfoSet(database, &info); });
     }
-    info.Flags |= REPLFLG_HIDDEN_DESIGN;
-    (void)NSFDbReplicaInfoSet(database, &info); // a design that stays visible fails nothing
+    if (status != NOERROR) { // fails nothing
+        DebugLog(level::progress, "Error: The design stays visible. (%s):(%x)", name, status);
+    }
 }
 
 void SignProductDatabase(const char* path) {
     DebugLog(level::progress, "%s", path);
     ScopedDatabase database;
-    if (const STATUS status = database.Open(NSFDbOpen, path); status != NOERROR) {
+    if (const STATUS status = OpenDatabase(database, path); status != NOERROR) {
         AddServerLogLine(path);
         ReportFailure("open", path, status, "");
         return;
@@ -133,7 +148,7 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
     char path[MAXPATH];
     (void)GetProductPath(name, path); // of a path that is cut, there is no database
     ScopedDatabase database;
-    if (const STATUS status = database.Open(NSFDbOpen, path); status != NOERROR) {
+    if (const STATUS status = OpenDatabase(database, path); status != NOERROR) {
         AddServerLogLine(path);
         ReportFailure("open", name, status, "\n");
         return notSigned;
@@ -152,7 +167,7 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
         DebugLog(level::progress, "Info: Succeeded to sign - %s\n", name);
     }
     DebugLog(level::progress, "Info: Start to hide design of %s \n", name);
-    HideDesign(database.Get());
+    HideDesign(database.Get(), name);
     DebugLog(level::progress, "Info: End to hide the design.\n");
     return 0;
 }

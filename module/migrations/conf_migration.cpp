@@ -45,7 +45,7 @@ bool RepairReferences(DBHANDLE database) {
 /** False when references may dangle. */
 bool UpgradeFromTemplate(DBHANDLE database) {
     ScopedDatabase templateDatabase;
-    if (templateDatabase.Open(NSFDbOpen, templatePath) != NOERROR) {
+    if (OpenDatabase(templateDatabase, templatePath) != NOERROR) {
         char path[MAXPATH];
         ToNative(templatePath, path, sizeof path);
         DebugLog(level::detail, "cannot open krconf.ntf, path: %s", path);
@@ -80,7 +80,7 @@ void UpgradeDocuments(ScopedDatabase& database) {
 
 void MigrateDocuments(const char* path) {
     ScopedDatabase database;
-    if (database.Open(NSFDbOpen, path) != NOERROR) {
+    if (OpenDatabase(database, path) != NOERROR) {
         return;
     }
     // No migration waits for the success of another.
@@ -102,7 +102,7 @@ void FinishConfDatabaseOfDeadRun() noexcept {
         ScopedDatabase database;
         if (HasKeptDocuments() && KeepsNone()) { // and could not be removed; an upgrade would undo what came since
             RemoveKeptDocuments();
-        } else if (HasKeptDocuments() && database.Open(NSFDbOpen, databasePath) == NOERROR) {
+        } else if (HasKeptDocuments() && OpenDatabase(database, databasePath) == NOERROR) {
             UpgradeDocuments(database);
         }
         return NOERROR;

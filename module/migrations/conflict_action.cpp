@@ -1,6 +1,7 @@
 #include "migrations/conflict_action.h"
 
 #include "foundation/item_reading.h"
+#include "foundation/note_saving.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 
@@ -26,8 +27,8 @@ void ChangeConflictActionCallback(DBHANDLE database, NOTEID noteId) noexcept {
         return;
     }
     // What cannot be written waits for the next upgrade.
-    (void)NSFItemSetText(note.Get(), item, mergeConflicts, sizeof mergeConflicts - 1);
-    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE);
+    (void)WithSecondTry([&] { return NSFItemSetText(note.Get(), item, mergeConflicts, sizeof mergeConflicts - 1); });
+    (void)SaveOrLog("ChangeConflictActionCallback", note.Get());
 }
 
 } // namespace
@@ -38,7 +39,7 @@ int32_t ChangeConflictAction(DBHANDLE database) noexcept {
     if (status != NOERROR) {
         return status;
     }
-    return SearchNotes({"ChangeConflictActionCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
+    return SearchOrLog({"ChangeConflictActionCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
                        [&](const SEARCH_MATCH& found) { ChangeConflictActionCallback(database, found.ID.NoteID); }) ==
            NOERROR;
 }

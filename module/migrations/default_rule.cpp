@@ -4,6 +4,7 @@
 
 #include "common/ascii_text.h"
 #include "foundation/item_reading.h"
+#include "foundation/note_saving.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "migrations/note_identity.h"
@@ -33,8 +34,8 @@ void ClearDefaultRuleCallback(DBHANDLE database, NOTEID noteId) noexcept {
         return;
     }
     // What cannot be written waits for the next upgrade.
-    (void)DeleteItems(note.Get(), item);
-    (void)NSFNoteUpdate(note.Get(), UPDATE_FORCE);
+    (void)WithSecondTry([&] { return DeleteItems(note.Get(), item); });
+    (void)SaveOrLog("ClearDefaultRuleCallback", note.Get());
 }
 
 } // namespace
@@ -45,7 +46,7 @@ STATUS ClearDefaultRule(DBHANDLE database) noexcept {
     if (status != NOERROR) {
         return status;
     }
-    return SearchNotes({"ClearDefaultRuleCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
+    return SearchOrLog({"ClearDefaultRuleCallback", database, formula.Get(), NOTE_CLASS_DOCUMENT},
                        [&](const SEARCH_MATCH& found) { ClearDefaultRuleCallback(database, found.ID.NoteID); });
 }
 

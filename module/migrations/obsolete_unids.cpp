@@ -233,7 +233,8 @@ bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplaceme
     const ListField field = {"ReplaceTextListfield", note, item, unid};
     // The keys of the replacements are the obsolete UNIDs.
     TextSet entries;
-    if (!ReadObsolete(field, [&](const std::string& entry) { return replacements.OccurIn(entry); }, entries)) {
+    if (!ReadObsolete(
+            field, [&](const std::string& entry) { return replacements.OccurIn(entry); }, entries)) {
         return false;
     }
     return entries.empty() || (TakeOut(field) && std::ranges::all_of(entries, [&](const std::string& entry) {
@@ -258,14 +259,15 @@ bool ReplaceObsoleteUNIDCallback(DBHANDLE database, NOTEID noteId, const TextRep
 } // namespace
 
 STATUS RemoveObsoleteUNID(DBHANDLE database, bool& whole) {
-    return RunPass(removal, database,
-                   [&](NOTEID noteId) { return RemoveObsoleteUNIDCallback(database, noteId); }, whole);
+    return RunPass(
+        removal, database, [&](NOTEID noteId) { return RemoveObsoleteUNIDCallback(database, noteId); }, whole);
 }
 
 STATUS ReplaceObsoleteUNID(DBHANDLE database, bool& whole) {
     const TextReplacements replacements(gMap);
-    return RunPass(replacement, database,
-                   [&](NOTEID noteId) { return ReplaceObsoleteUNIDCallback(database, noteId, replacements); }, whole);
+    return RunPass(
+        replacement, database,
+        [&](NOTEID noteId) { return ReplaceObsoleteUNIDCallback(database, noteId, replacements); }, whole);
 }
 
 } // namespace updkrx

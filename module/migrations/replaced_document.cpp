@@ -223,9 +223,9 @@ STATUS ReplacedDocument::WriteBack() noexcept {
     }
     const STATUS status = WithSecondTry([&] { return SaveAs(database_, kept_.Get(), successor_, {unid_, oldId_}); });
     // A server that saves no note may still copy one.
-    return status == NOERROR ? status : WithoutExceptions("ReplacedDocument", status, [&] {
-        return PutBackKeptDocument(database_, unid_);
-    });
+    return status == NOERROR
+               ? status
+               : WithoutExceptions("ReplacedDocument", status, [&] { return PutBackKeptDocument(database_, unid_); });
 }
 
 void ReplacedDocument::Restore() noexcept {

@@ -55,7 +55,7 @@ namespace {
 int32_t DeleteRetiredDocuments() {
     InitRetiredDocumentUNIDSet();
     ScopedDatabase database;
-    STATUS status = database.Open(NSFDbOpen, "krx/krconf.nsf");
+    STATUS status = OpenDatabase(database, "krx/krconf.nsf");
     if (status != NOERROR) {
         return status;
     }
@@ -67,14 +67,17 @@ int32_t DeleteRetiredDocuments() {
     std::vector<NOTEID> deleteList; // deleted after the search, so as not to disturb it
     const NoteSearch search = {"MigrateCFDLPDeleteAttachmentActionCallback", database.Get(), formula.Get(),
                                NOTE_CLASS_ALL};
-    status = SearchNotes(search, [&](const SEARCH_MATCH& found) {
-        return MigrateCFDLPDeleteAttachmentActionCallback(database.Get(), found.ID.NoteID, deleteList);
+    status = WithSecondTry([&] {
+        deleteList.clear();
+        return SearchNotes(search, [&](const SEARCH_MATCH& found) {
+            return MigrateCFDLPDeleteAttachmentActionCallback(database.Get(), found.ID.NoteID, deleteList);
+        });
     });
     if (status != NOERROR) {
         DebugLog(level::detail, "NSFSearch failed for template");
     }
     for (const NOTEID noteId : deleteList) {
-        if (NSFNoteDelete(database.Get(), noteId, UPDATE_FORCE) != NOERROR) {
+        if (WithSecondTry([&] { return NSFNoteDelete(database.Get(), noteId, UPDATE_FORCE); }) != NOERROR) {
             DebugLog(level::detail, "cannot delete note: %0x", noteId);
         }
     }

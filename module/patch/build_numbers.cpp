@@ -43,12 +43,12 @@ void GetBuildNumberCallback(DBHANDLE database, NOTEID noteId, char (&buildText)[
 
 int32_t ReadDatabaseBuild() {
     ScopedDatabase database;
-    if (database.Open(NSFDbOpen, "krx/krmsg.nsf") != NOERROR) {
+    if (OpenDatabase(database, "krx/krmsg.nsf") != NOERROR) {
         return 0;
     }
     char text[itemTextSize] = "";
     const NoteSearch search = {"GetBuildNumberCallback", database.Get(), NULLHANDLE, NOTE_CLASS_HELP};
-    if (SearchNotes(search, [&](const SEARCH_MATCH& found) {
+    if (SearchOrLog(search, [&](const SEARCH_MATCH& found) {
             GetBuildNumberCallback(database.Get(), found.ID.NoteID, text);
         }) != NOERROR) {
         DebugLog(level::progress, "Error: Get build number failed");
@@ -74,7 +74,7 @@ STATUS WriteBuildText(DBHANDLE database, NOTEID noteId) noexcept {
 /** Writes gBuildNumber into a note; a failure is reported to the server's log. */
 void SetBuildNumberCallback(DBHANDLE database, NOTEID noteId) noexcept {
     DebugLog(level::progress, "Set the build number to '%s'", gBuildNumber);
-    if (const STATUS status = WriteBuildText(database, noteId); status != NOERROR) {
+    if (const STATUS status = WithSecondTry([&] { return WriteBuildText(database, noteId); }); status != NOERROR) {
         AddServerLogStatus(status);
     }
 }
@@ -103,12 +103,12 @@ STATUS GetRunningBuild(PatchRunContext& context) {
 
 void StampBuildNumber(const char* path) {
     ScopedDatabase database;
-    if (database.Open(NSFDbOpen, path) != NOERROR) {
+    if (OpenDatabase(database, path) != NOERROR) {
         return;
     }
     DebugLog(level::progress, "Info: start to set build number -'%s'.\n", path);
     const NoteSearch search = {"SetBuildNumberCallback", database.Get(), NULLHANDLE, NOTE_CLASS_HELP};
-    if (SearchNotes(search, [&](const SEARCH_MATCH& found) {
+    if (SearchOrLog(search, [&](const SEARCH_MATCH& found) {
             SetBuildNumberCallback(database.Get(), found.ID.NoteID);
         }) != NOERROR) {
         DebugLog(level::progress, "Error: Set build number failed -'%s'.\n", path);

@@ -42,6 +42,7 @@ void SignProductDatabases() {
 
 /** Takes up what an earlier run, or this one, had to leave half done. */
 void FinishWhatIsKept() {
+    FinishPolicyOfDeadRun();
     FinishKrencyOfDeadRun();
     FinishConfDatabaseOfDeadRun();
 }

@@ -6,9 +6,11 @@
 #include "common/bounded_text.h"
 #include "foundation/console_command.h"
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/file_copy.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/product_folder.h"
+#include "foundation/second_try.h"
 #include "foundation/take_offline.h"
 #include "maintenance/signing.h"
 #include "migrations/conf_migration.h"
@@ -21,6 +23,7 @@ namespace {
 constexpr size_t commandSize = 1024;
 /** The database whose access control list the replaced ones get. */
 constexpr const char* aclDatabase = "krx/krency.nsf";
+constexpr const char* policyName = "PredefinedDLPPolicy.dat";
 
 /** The places of an entry. */
 struct EntryPaths {
@@ -49,9 +52,9 @@ void ReadAccessControlList(ScopedMemory& held) {
     DebugLog(level::progress, "Enter nsfStr switch.");
     ScopedDatabase database;
     ScopedMemory fresh;
-    STATUS status = database.Open(NSFDbOpen, aclDatabase);
+    STATUS status = OpenDatabase(database, aclDatabase);
     if (status == NOERROR) {
-        status = fresh.Open(NSFDbReadACL, database.Get());
+        status = WithSecondTry([&] { return fresh.Open(NSFDbReadACL, database.Get()); });
     }
     if (status != NOERROR) {
         DebugLog(level::progress, "Read ACL error. (%s):(%x)", aclDatabase, status);
@@ -62,12 +65,16 @@ void ReadAccessControlList(ScopedMemory& held) {
 
 void WriteAccessControlList(const EntryPaths& paths, const ScopedMemory& held) {
     ScopedDatabase database;
-    if (const STATUS status = database.Open(NSFDbOpen, paths.notes); status != NOERROR) {
+    if (const STATUS status = OpenDatabase(database, paths.notes); status != NOERROR) {
         DebugLog(level::progress, "Write ACL error. (%s):(%x)", paths.source.c_str(), status);
         return;
     }
-    if (held.Get() != NULLHANDLE) {
-        (void)NSFDbStoreACL(database.Get(), held.Get(), 0, 0); // the database then keeps the list it came with
+    const STATUS status = held.Get() == NULLHANDLE
+                              ? NOERROR
+                              : WithSecondTry([&] { return NSFDbStoreACL(database.Get(), held.Get(), 0, 0); });
+    if (status != NOERROR) {
+        DebugLog(level::progress, "Error: The database keeps the access control list that it came with. (%s):(%x)",
+                 paths.target.c_str(), status);
     }
 }
 
@@ -94,7 +101,7 @@ void CopyAndBringOnline(const EntryPaths& paths) noexcept {
         DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
                  paths.target.c_str());
     }
-    const STATUS status = BringOnline(paths.notes);
+    const STATUS status = WithSecondTry([&] { return BringOnline(paths.notes); });
     DebugLog(level::progress, "Bring database online. (%s):(%x)", paths.target.c_str(), status);
 }
 
@@ -115,6 +122,15 @@ void RefreshFromTemplate(const std::string& entry, const EntryPaths& paths) {
 
 } // namespace
 
+void FinishPolicyOfDeadRun() noexcept {
+    (void)WithoutExceptions("FinishPolicyOfDeadRun", NOERROR, [] {
+        if (const auto folder = GetProductFolder(Report::silent)) { // without one, nothing was kept
+            FinishCopiesOfDeadRun(*folder, policyName);
+        }
+        return NOERROR;
+    });
+}
+
 std::optional<ReplacementRun> BeginReplacement() {
     std::optional<std::string> databaseFolder = GetProductFolder();
     if (!databaseFolder) {
@@ -126,7 +142,7 @@ std::optional<ReplacementRun> BeginReplacement() {
 STATUS ReplaceDatabaseEntry(const std::string& entry, const PatchRunContext& context, ReplacementRun& run) {
     EntryPaths paths = {run.databaseFolder + "/" + entry, context.programFolder + "/" + entry, {}};
     const bool fits = GetProductPath(entry.c_str(), paths.notes);
-    if (Contains(entry, "PredefinedDLPPolicy.dat")) {
+    if (Contains(entry, policyName)) {
         CopyPolicy(paths);
         return NOERROR;
     }

@@ -16,6 +16,9 @@ struct ReplacementRun {
     ScopedMemory accessControlList; // read last; nothing before the first
 };
 
+/** Puts back the old content of a DLP policy that an earlier run has left half written. */
+void FinishPolicyOfDeadRun() noexcept;
+
 /** The record for a run's first entry. The product's databases are in "krx" below the data directory; nothing, which is
  *  logged, when the server does not tell that directory or its path is too long. */
 [[nodiscard]] std::optional<ReplacementRun> BeginReplacement();
