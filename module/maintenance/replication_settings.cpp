@@ -75,22 +75,13 @@ STATUS WriteItems(NOTEHANDLE note, const char* server) noexcept {
     return status;
 }
 
-STATUS CreateNote(DBHANDLE database, const char* server) noexcept {
-    ScopedNote note;
-    STATUS status = note.Open(NSFNoteCreate, database);
-    if (status != NOERROR) {
+STATUS CreateNote(DBHANDLE database, const char* server, ScopedNote& note) noexcept {
+    if (const STATUS status = note.Open(NSFNoteCreate, database); status != NOERROR) {
         return status;
     }
     WORD noteClass = NOTE_CLASS_REPLFORMULA;
     NSFNoteSetInfo(note.Get(), _NOTE_CLASS, &noteClass);
-    status = WriteItems(note.Get(), server);
-    if (status == NOERROR) {
-        status = NSFNoteUpdate(note.Get(), 0);
-    }
-    if (status == NOERROR) {
-        status = note.Close();
-    }
-    return status;
+    return WriteItems(note.Get(), server);
 }
 
 } // namespace
@@ -100,7 +91,14 @@ STATUS CreateReplicationSettings(DBHANDLE database) noexcept {
     if (!GetEnvironmentText("MailServer", server, sizeof server)) {
         return failed;
     }
-    const STATUS status = WithSecondTry([&] { return CreateNote(database, server); });
+    ScopedNote note;
+    STATUS status = WithSecondTry([&] { return CreateNote(database, server, note); });
+    if (status == NOERROR) {
+        status = WithSecondTry([&] { return NSFNoteUpdate(note.Get(), 0); });
+    }
+    if (status == NOERROR) {
+        status = note.Close();
+    }
     if (status != NOERROR) {
         DebugLog(level::progress, "Error: The replication settings cannot be made. sError is %d", status);
     }

@@ -110,15 +110,6 @@ TEST_F(ExpressionsTest, MigratesExpressionDocuments) {
     }
 }
 
-TEST_F(ExpressionsTest, ReportsAFormulaThatDoesNotCompile) {
-    SwitchLogOn();
-    Make(Document(own, joke));
-    ASSERT_EQ(EmbFaultArm("NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION, 0), NOERROR);
-    EXPECT_EQ(MigrateContentFilterExpressions(), ERR_FORMULA_COMPILATION);
-    EXPECT_EQ(Content(), ContentOf(Document(own, joke)));
-    EXPECT_EQ(LogMessages().size(), 1U) << "no table";
-}
-
 TEST_F(ExpressionsTest, ComparesTheFirst254Characters) {
     const std::string longest(254, 'x');
     const DefaultExpression table[] = {{longest, chain}};

@@ -116,10 +116,8 @@ TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
         DWORD first;
         DWORD last;
     } cases[] = {
-        {"replaced", "NSFNoteUpdate", 1, 9},
-        {"replaced", "NSFNoteDelete", 1, 9},
-        {"replaced", "NSFNoteOpen", 1, 9},
-        {"replaced", "NSFDbCopyNote", 1, 9},
+        {"replaced", "NSFNoteUpdate", 1, 9},         {"replaced", "NSFNoteDelete", 1, 9},
+        {"replaced", "NSFNoteOpen", 1, 9},           {"replaced", "NSFDbCopyNote", 1, 9},
         {"references", "NSFFormulaCompile", 19, 20}, // the repair of references
         {"references", "NSFNoteUpdate", 20, 20},
     };
@@ -266,6 +264,47 @@ TEST_F(MigrationsTest, KnowEveryRowOfTheirTables) {
     EXPECT_EQ(endings.size(), 46U);
     EXPECT_EQ(*endings.begin(), "85");
     EXPECT_EQ(*endings.rbegin(), "B2");
+}
+
+/** A document that shares the UNID of the template's document is no copy of it, whatever a server has answered once. */
+TEST_F(MigrationsTest, LeaveAnotherDocumentThatHasTheUnidOfACopy) {
+    LoadFixture("unid_in_use");
+    SetBehaviours("copy-unid=new");
+    ASSERT_EQ(EmbFaultArm("NSFNoteOpenByUNID", 3, ERR_NOT_FOUND, 0), NOERROR);
+    EXPECT_EQ(MigrateConfDatabase(), NOERROR);
+    EXPECT_EQ(EmbFaultsFired(), 1U);
+    FinishConfDatabaseOfDeadRun();
+    EXPECT_NE(Content().find("Asia"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));
+}
+
+/** Servers on which a copy has the UNID of the very document that it is to replace, or a new one each time. */
+TEST_F(MigrationsTest, ReplaceADocumentAgainForAsLongAsItsCopiesCanBeNoted) {
+    const struct {
+        const char* fixture;
+        const char* before;
+        const char* after;
+        int runs;
+        int notKept;
+    } cases[] = {{"added_and_kept", "copy-unid=half,unid-change=refused", "copy-unid=half", 1, 0},
+                 {"failing", "copy-unid=new", "copy-unid=new", 17, 4}}; // 15 UNIDs, one is the template document's
+    for (const auto& [fixture, before, after, runs, notKept] : cases) {
+        SCOPED_TRACE(fixture);
+        ForgetCollections();
+        SetBehaviours("");
+        LoadFixture(fixture);
+        SetBehaviours(before);
+        const OpenDatabases open;
+        (void)UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database);
+        SetBehaviours(after);
+        for (int run = 0; run < runs; ++run) {
+            (void)UpgradeDLPDocumentFromNTFtoNSF(open.ntf, open.database);
+        }
+        EXPECT_EQ(std::ranges::count_if(
+                      NewLogMessages(),
+                      [](const std::string& message) { return message.find("Keep original") != std::string::npos; }),
+                  notKept);
+    }
 }
 
 } // namespace

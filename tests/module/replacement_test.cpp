@@ -80,10 +80,16 @@ TEST_F(ReplacementTest, OnlyCopiesWhatIsNamedLikeThePolicy) {
     EXPECT_EQ(test::ReadFile(Target(entry)), "new policy");
     EXPECT_EQ(EmbCallCount(nullptr), EmbCallCount("OSGetEnvironmentLong") + EmbCallCount("OSGetDataDirectory"))
         << "only the log has asked the platform";
+    test::WriteFile(Target(entry), "new po");
+    test::WriteFile(Target(entry + ".updkrx-kept"), "old policy");
+    FinishPolicyOfDeadRun();
+    EXPECT_EQ(test::ReadFile(Target(entry)), "old policy") << "a run has died while it wrote in place";
+    EXPECT_FALSE(std::filesystem::exists(Target(entry + ".updkrx-kept")));
     EXPECT_EQ(Replace("no PredefinedDLPPolicy.dat"), 0);
     EXPECT_EQ(LogMessages(),
               (Texts{"[1]Enter dlpStr switch.",
                      "[1]Copy the dlp template to KRX database folder! (" + Source(entry) + "):(" + Target(entry) + ")",
+                     "[1]A file may be damaged. Its old content is put back. (" + Target(entry) + ")",
                      "[1]Enter dlpStr switch.", "[1]Copy the dlp template error.(fffe)"}));
 }
 
@@ -133,8 +139,9 @@ TEST_F(ReplacementTest, CarriesOneListToTheNextEntries) {
     std::filesystem::remove(Target("krency.nsf"));
     EXPECT_EQ(Replace("c.nsf"), 0);
     MakeDatabase("krx/krency.nsf", Acl("Second"));
-    ASSERT_EQ(EmbFaultArm("NSFDbReadACL", 1, ERR_NOACCESS, 0), NOERROR);
+    ASSERT_EQ(EmbFaultArm("NSFDbReadACL", 1, ERR_NOACCESS, 1), NOERROR);
     EXPECT_EQ(Replace("d.nsf"), 0);
+    EmbFaultClear();
     EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_MEMORY), 1U);
     EXPECT_EQ(Replace("e.nsf"), 0);
     EXPECT_EQ(EmbOpenHandles(EMB_HANDLE_MEMORY), 1U) << "the first list is freed";
@@ -169,7 +176,7 @@ TEST_F(ReplacementTest, EndsTheRunWhenADatabaseCannotBeTakenOffline) {
 TEST_F(ReplacementTest, GoesOnWithADatabaseThatStaysOffline) {
     MakeDatabase("krx/a.dat", oldNotes);
     Bring("a.dat", newNotes);
-    ASSERT_EQ(EmbFaultArm("NSFBringDatabaseOnline", 1, ERR_NOACCESS, 0), NOERROR);
+    ASSERT_EQ(EmbFaultArm("NSFBringDatabaseOnline", 1, ERR_NOACCESS, 1), NOERROR);
     EXPECT_EQ(Replace("a.dat"), 0);
     const std::string source = Source("a.dat"), target = Target("a.dat");
     char offline[256];
