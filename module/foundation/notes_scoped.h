@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "foundation/second_try.h"
 #include "notes_api.h"
 
 namespace updkrx {
@@ -63,9 +64,9 @@ using ScopedFormula = ScopedMemory;
     return mayPass ? database.Open(NSFDbOpen, path) : status;
 }
 
-/** Opens a note by its ID; `flags` is 0 or OPEN_EXPAND. */
+/** Opens a note by its ID, once more when that fails; `flags` is 0 or OPEN_EXPAND. */
 [[nodiscard]] inline STATUS OpenNote(ScopedNote& note, DBHANDLE database, NOTEID noteId, WORD flags = 0) noexcept {
-    return note.Open(NSFNoteOpen, database, noteId, flags);
+    return WithSecondTry([&] { return note.Open(NSFNoteOpen, database, noteId, flags); });
 }
 
 /** Keeps a block of memory locked, so that its address holds. */

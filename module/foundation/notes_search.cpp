@@ -17,6 +17,7 @@ struct Visits {
     STATUS (*step)(void* context, const SEARCH_MATCH& match);
     void* context;
     std::vector<NOTEID> visited; // ascending, as most searches deliver
+    bool any = false;            // was delivered
 
     /** False for a note that was there before. */
     bool Add(NOTEID noteId) {
@@ -32,6 +33,7 @@ struct Visits {
 STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
     Visits& visits = *static_cast<Visits*>(parameter);
     const NoteSearch& search = visits.search;
+    visits.any = true;
     const SEARCH_MATCH found = CopyMatch(match);
     if (!IsMatch(found)) {
         if (search.logsUnselected) {
@@ -59,9 +61,11 @@ STATUS CompileSelection(const char* native, WORD maxLength, ScopedFormula& formu
     WORD column = 0;
     WORD offset = 0;
     WORD errorLength = 0;
-    const STATUS status = formula.Open([&](FORMULAHANDLE* compiled) {
-        return NSFFormulaCompile(nullptr, 0, text, length, compiled, &formulaLength, &error, &line, &column, &offset,
-                                 &errorLength);
+    const STATUS status = WithSecondTry([&] {
+        return formula.Open([&](FORMULAHANDLE* compiled) {
+            return NSFFormulaCompile(nullptr, 0, text, length, compiled, &formulaLength, &error, &line, &column,
+                                     &offset, &errorLength);
+        });
     });
     if (compiledLength != nullptr) {
         *compiledLength = formulaLength;
@@ -83,8 +87,12 @@ STATUS CompileOrLog(const char* operation, const char* native, WORD maxLength, S
 STATUS SearchNotes(const NoteSearch& search, STATUS (*step)(void* context, const SEARCH_MATCH& match),
                    void* context) noexcept {
     Visits visits = {search, step, context, {}};
-    return NSFSearch(search.database, search.formula, nullptr, 0, search.classMask, nullptr, VisitOnce, &visits,
-                     nullptr);
+    const auto visit = [&] {
+        return NSFSearch(search.database, search.formula, nullptr, 0, search.classMask, nullptr, VisitOnce, &visits,
+                         nullptr);
+    };
+    const STATUS status = visit();
+    return status == NOERROR || visits.any ? status : visit();
 }
 
 void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept {

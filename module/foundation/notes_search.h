@@ -37,7 +37,7 @@ struct NoteSearch {
 /**
  * Calls `step` with the match of every note that the search selects, once each. Returns the search's status, or the
  * first status other than 0 of a step, which ends the search; a step without a result never ends it. An exception of a
- * step is logged and goes no further.
+ * step is logged and goes no further. A search that fails before it has delivered anything is made once more.
  */
 template<class Step>
 [[nodiscard]] STATUS SearchNotes(const NoteSearch& search, Step step) noexcept {

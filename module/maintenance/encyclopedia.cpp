@@ -71,8 +71,12 @@ STATUS ExamineDatabase(bool& oldFormat, ScopedMemory& accessControlList) noexcep
 }
 
 STATUS TakeOffline(DWORD options) noexcept {
-    return TakeOfflineWhenUnused(databasePath, options,
-                                 [](int /*earlier*/) { DebugLog(level::unusual, "DB in use, waiting"); });
+    const auto take = [&] {
+        return TakeOfflineWhenUnused(databasePath, options,
+                                     [](int /*earlier*/) { DebugLog(level::unusual, "DB in use, waiting"); });
+    };
+    const STATUS status = take();
+    return status == NOERROR || (status & ERR_MASK) == ERR_DBINUSE ? status : take();
 }
 
 /**

@@ -132,7 +132,7 @@ void SignProductDatabase(const char* path) {
         return;
     }
     DebugLog(level::progress, "Start to sign - %s", path);
-    if (const STATUS status = SignDesign(database.Get()); status != NOERROR) {
+    if (const STATUS status = WithSecondTry([&] { return SignDesign(database.Get()); }); status != NOERROR) {
         ReportFailure("sign", path, status, "");
     } else {
         DebugLog(level::progress, "Succeeded to sign - %s", path);
@@ -155,7 +155,7 @@ int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& 
     }
     if (context.skipDbSign == 0) {
         DebugLog(level::progress, "Info: Start to sign - %s\n", name);
-        const STATUS status = SignDesign(database.Get());
+        const STATUS status = WithSecondTry([&] { return SignDesign(database.Get()); });
         if (status == signDatabaseFailed) {
             DebugLog(level::progress, "Error: Sign database failed - %s. The error number is %d\n", name, status);
             return notSigned;

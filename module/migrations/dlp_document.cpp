@@ -103,7 +103,7 @@ bool SettleUnid(DBHANDLE database, const TemplateDocument& document, NOTEID copy
 }
 
 /** The database has no document of this name. */
-void AddDocument(const SearchDLPDocParam& search, const TemplateDocument& document) {
+Ending AddDocument(const SearchDLPDocParam& search, const TemplateDocument& document) {
     DebugLog(level::progress, "not find %s, add to nsf", document.name.c_str());
     // The map has the name before the database: a later document of this name must find it, whatever fails meanwhile.
     const auto added = search.docMap->unids.emplace(document.name, UnidTextOf(document.note)).first;
@@ -116,19 +116,20 @@ void AddDocument(const SearchDLPDocParam& search, const TemplateDocument& docume
         search.docMap->unids.erase(added);
         DebugLog(level::progress, "NSFDbCopyNote error. old notesid=%d, sError is %d, czErrorMessage is %s...",
                  static_cast<int>(document.noteId), status, StatusText(status).Text());
-        return;
+        return Ending::undone;
     }
     DebugLog(level::progress, "NSFDbCopyNote success");
     std::string& unid = added->second;
     if (!SettleUnid(search.hDatabase, document, copyId, unid)) {
         search.docMap->unids.erase(added);
-        return;
+        return Ending::undone;
     }
     DebugLog(level::progress, "NSFNoteGetInfo success");
     DebugLog(level::progress, "bq_snprintf success");
     DebugLog(level::progress, "szdlpdocUNID is %s, tmpunid is %s", unid.c_str(), unid.c_str());
     DebugLog(level::progress, "UpgradeFormDocumentsWithIdentifiedFiledCallBack copy document %s:%s success",
              document.name.c_str(), unid.c_str());
+    return Ending::finished;
 }
 
 /** The database's document is the customer's own. */
@@ -149,8 +150,11 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
         return Ending::stopped; // before the document is deleted, which would lose them
     }
     ReplacedDocument replaced(search.hDatabase, unid, search.hTemplate, document.note);
-    return replaced.TakeOut(note) && replaced.MakeFromTemplate(references) && replaced.GiveOldUnid() ? Ending::finished
-                                                                                                     : Ending::stopped;
+    if (!replaced.TakeOut(note) || !replaced.MakeFromTemplate(references)) {
+        return Ending::stopped;
+    }
+    const bool tidy = replaced.GiveOldUnid();
+    return tidy ? Ending::finished : replaced.IsReplaced() ? Ending::untidy : Ending::stopped;
 }
 
 } // namespace
@@ -178,15 +182,12 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
     }
     const auto name = ReadName(templateNote.Get(), search.identifiedField.c_str());
     if (!name || name->empty()) {
-        return Ending::finished;
+        return name ? Ending::finished : Ending::undone;
     }
     const TemplateDocument document = {templateNoteId, templateNote.Get(), *name};
     const auto partner = search.docMap->unids.find(*name);
     if (partner == search.docMap->unids.end()) {
-        if (search.docMap->complete) {
-            AddDocument(search, document);
-        }
-        return Ending::finished;
+        return search.docMap->complete ? AddDocument(search, document) : Ending::finished;
     }
 
     const std::string& unid = partner->second;

@@ -27,8 +27,13 @@ struct SearchDLPDocParam {
     std::string identifiedField; // the item that holds the name
 };
 
-/** How the work on a document ended: at its end, or early. The log tells the two apart. */
-enum class Ending { finished, stopped };
+/** How the work on a document ended. The log tells an early end from the others. */
+enum class Ending {
+    finished,
+    undone,  // for a failure: the database has what it had
+    stopped, // early, likewise
+    untidy,  // early: the document is upgraded, and its copy could not be removed at once
+};
 
 /** A document's name in the native character set, empty when it has none; nothing, which is logged, when it cannot be
  *  read or translated. A line break in it is a zero byte. */

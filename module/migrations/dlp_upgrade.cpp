@@ -48,7 +48,11 @@ void UpgradeFormDocumentsWithIdentifiedFiledCallBack(const SearchDLPDocParam& se
         DebugLog(level::progress, "SearchDLPDocParam's map is null");
         return;
     }
-    if (UpgradeDlpDocument(search, noteId) == Ending::finished) {
+    Ending ending = UpgradeDlpDocument(search, noteId);
+    if (ending == Ending::undone || ending == Ending::stopped) {
+        ending = UpgradeDlpDocument(search, noteId);
+    }
+    if (ending == Ending::finished || ending == Ending::undone) {
         DebugLog(level::progress, "SearchFormDocumentCallback OUT");
     }
 }
@@ -100,7 +104,12 @@ STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE hTemplate, DBHANDLE hDatabase) {
 STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string& form, const std::string& field) {
     constexpr STATUS formFailed = dlpUpgradeFailed & ERR_MASK;
     DocumentMap docMap;
-    if (SearchFormDocByDatabase(hDatabase, form, field, docMap) != NOERROR) {
+    STATUS status = SearchFormDocByDatabase(hDatabase, form, field, docMap);
+    if (status == NOERROR && !docMap.complete) {
+        docMap = {};
+        status = SearchFormDocByDatabase(hDatabase, form, field, docMap);
+    }
+    if (status != NOERROR) {
         DebugLog(level::progress, "error to get form: %s document", form.c_str());
         return formFailed;
     }

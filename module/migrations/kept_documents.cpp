@@ -48,7 +48,7 @@ std::string KeptFile() {
 STATUS OpenOrCreate(ScopedDatabase& kept) noexcept {
     constexpr WORD noNotes = 0;
     constexpr WORD noLimit = 0;
-    const STATUS status = kept.Open(NSFDbOpen, keptPath);
+    const STATUS status = OpenDatabase(kept, keptPath);
     return (status & ERR_MASK) != ERR_NOEXIST
                ? status
                : kept.Open(NSFDbCreateAndCopy, databasePath, keptPath, noNotes, noLimit, DWORD{DBCOPY_REPLICA});
@@ -63,19 +63,16 @@ STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, const char* copies) noexcept {
     return status == NOERROR ? NSFNoteUpdate(note.Get(), UPDATE_FORCE) : status;
 }
 
-/** A document that is taken out a second time is kept as it is now, and what was noted of its copies stays. */
-STATUS RemoveEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) noexcept {
+/** A document that is taken out a second time is kept as it is now, and what was noted of its copies stays. Returns the
+ *  note that was kept earlier, 0 when there is none; nothing when that cannot be found out. */
+std::optional<NOTEID> ReadEarlier(DBHANDLE kept, const UNID& unid, char (&copies)[textSize]) noexcept {
     copies[0] = '\0';
     ScopedNote note;
     const auto earlier = FindNote(kept, unid);
-    if (!earlier || *earlier == 0) {
-        return earlier ? NOERROR : ERR_UNKNOWN;
-    }
-    if (OpenNote(note, kept, *earlier) != NOERROR || !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
-        return ERR_UNKNOWN;
-    }
-    note.Close();
-    return DeleteWithoutTrace(kept, *earlier);
+    const bool unread =
+        earlier && *earlier != 0 &&
+        (OpenNote(note, kept, *earlier) != NOERROR || !ReadItemText(note.Get(), copiesItem, copies, textSize));
+    return unread ? std::nullopt : earlier;
 }
 
 /** Adds a UNID to the text unless it is in there; false when there is no room for it. */
@@ -122,9 +119,9 @@ STATUS Prepare(DBHANDLE kept, const UNID& document, const TemplateNote& replacem
 STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, const TemplateNote& replacement,
             NOTEID& prepared) noexcept {
     char copies[textSize];
-    STATUS status = RemoveEarlier(kept, unid, copies);
-    if (status != NOERROR) {
-        return status;
+    const auto earlier = ReadEarlier(kept, unid, copies);
+    if (!earlier) {
+        return ERR_UNKNOWN;
     }
     // What has the template's UNID already, or has it when it is put back, is no copy.
     auto others = FindNote(database, replacement.unid);
@@ -135,15 +132,20 @@ STATUS Keep(DBHANDLE database, NOTEID noteId, DBHANDLE kept, const UNID& unid, c
         return ERR_UNKNOWN;
     }
     UNID own = {};
-    status = Prepare(kept, unid, replacement, prepared, own);
+    STATUS status = Prepare(kept, unid, replacement, prepared, own);
     if (status != NOERROR) {
         return status;
     }
     if (prepared != 0 && !Append(copies, own)) {
         return ERR_UNKNOWN;
     }
+    if (*earlier != 0) { // makes room for the document's UNID
+        status = DeleteWithoutTrace(kept, *earlier);
+    }
     NOTEID keptId = 0;
-    status = NSFDbCopyNote(database, nullptr, nullptr, noteId, kept, nullptr, nullptr, &keptId, nullptr);
+    if (status == NOERROR) {
+        status = NSFDbCopyNote(database, nullptr, nullptr, noteId, kept, nullptr, nullptr, &keptId, nullptr);
+    }
     if (status != NOERROR) {
         return status;
     }
@@ -179,7 +181,7 @@ bool VisitKept(Visit visit) {
     std::vector<KeptNote> found;
     const STATUS status = WithSecondTry([&] {
         found.clear();
-        const STATUS opened = kept.Open(NSFDbOpen, keptPath);
+        const STATUS opened = OpenDatabase(kept, keptPath);
         return opened == NOERROR ? CollectKept(kept.Get(), found) : opened;
     });
     if (status != NOERROR) {
@@ -361,7 +363,7 @@ STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const Temp
 
 STATUS CopyPrepared(NOTEID prepared, DBHANDLE database, NOTEID& newId) noexcept {
     ScopedDatabase kept;
-    const STATUS status = kept.Open(NSFDbOpen, keptPath);
+    const STATUS status = OpenDatabase(kept, keptPath);
     return status == NOERROR
                ? NSFDbCopyNote(kept.Get(), nullptr, nullptr, prepared, database, nullptr, nullptr, &newId, nullptr)
                : status;
@@ -372,7 +374,7 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
     ScopedNote note;
     char copies[textSize];
     UNID wanted = unid;
-    if (kept.Open(NSFDbOpen, keptPath) != NOERROR ||
+    if (OpenDatabase(kept, keptPath) != NOERROR ||
         note.Open(NSFNoteOpenByUNID, kept.Get(), &wanted, WORD{0}) != NOERROR ||
         !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
         return false;
@@ -386,7 +388,7 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
 STATUS PutBackKeptDocument(DBHANDLE database, const UNID& unid) {
     ScopedDatabase kept;
     ScopedNote note;
-    if (const STATUS status = kept.Open(NSFDbOpen, keptPath); status != NOERROR) {
+    if (const STATUS status = OpenDatabase(kept, keptPath); status != NOERROR) {
         return status;
     }
     const NOTEID noteId = FindNote(kept.Get(), unid).value_or(0);

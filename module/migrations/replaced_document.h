@@ -41,6 +41,9 @@ public:
     /** Sees to it that the copy stands under the old UNID, and records what UNIDs have vanished by that. */
     [[nodiscard]] bool GiveOldUnid() noexcept;
 
+    /** Whether the copy stands in the document's place, whatever became of the rest. */
+    [[nodiscard]] bool IsReplaced() const noexcept { return stage_ == Stage::replaced; }
+
 private:
     enum class Stage { inPlace, takenOut, replaced };
 

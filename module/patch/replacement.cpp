@@ -38,7 +38,10 @@ bool Contains(std::string_view entry, std::string_view part) {
 
 void CopyPolicy(const EntryPaths& paths) {
     DebugLog(level::progress, "Enter dlpStr switch.");
-    const CopyResult result = CopyUnderReaders(paths.source, paths.target); // it is in use as ever
+    CopyResult result = CopyUnderReaders(paths.source, paths.target); // it is in use as ever
+    if (result != copied) {
+        result = CopyUnderReaders(paths.source, paths.target);
+    }
     if (result != copied) {
         DebugLog(level::progress, "Copy the dlp template error.(%x)", static_cast<uint16_t>(result));
         return;
@@ -97,7 +100,7 @@ STATUS TakeOffline(const EntryPaths& paths) {
 
 /** Nothing in here may leave by an exception: the database is offline until its end. */
 void CopyAndBringOnline(const EntryPaths& paths) noexcept {
-    if (CopyPath(paths.source, paths.target, true) == copied) {
+    if (CopyPath(paths.source, paths.target, true) == copied || CopyPath(paths.source, paths.target, true) == copied) {
         DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
                  paths.target.c_str());
     }

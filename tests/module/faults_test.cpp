@@ -102,21 +102,22 @@ constexpr DWORD forever = 0;
 /** What is in the step's database afterwards. */
 enum class Left {
     something,
-    before,  // nothing has touched it
-    putBack, // what it held, with other deletion stubs
+    before,   // nothing has touched it
+    putBack,  // what it held, with other deletion stubs
+    upgraded, // what it holds when nothing fails
     oneSigned,
 };
 
 struct Row {
     const char* operation;
-    DWORD n; // of its calls, the one that fails
+    DWORD n;     // of its calls, the one that fails
+    DWORD times; // that it fails, or for ever
     int32_t result;
     /** Lines that come once each. AND: the status and its text, as most lines have them; TEXT: that text; LINE: a
      *  number; behind "server: ", a line of the server's log. */
     Texts lines = {};
     Left left = Left::something;
     STATUS status = failure;
-    DWORD times = 1; // that it fails, or for ever
 };
 
 struct Scene {
@@ -164,134 +165,133 @@ constexpr const char* toldToServer = "server: TEXT";
 // clang-format off
 const Scene scenes[] = {
     {"conflict action", ChangeConflicts, "failing", {}, false,
-     {{"NSFFormulaCompile", 1, failure,
+     {{"NSFFormulaCompile", 1, 2, failure,
        {"[0][PatchKRX:LINE]ChangeConflictAction Cannot compile the formula! error[16966]\n"}},
-      {"NSFSearch", 1, 0, {"[1]Error: A search was broken off, and what it did not reach stays as it was. "
-                            "(ChangeConflictActionCallback):(4246)"}, Left::before, failure, 2}}},
+      {"NSFSearch", 1, forever, 0, {"[1]Error: A search was broken off, and what it did not reach stays as it was. "
+                            "(ChangeConflictActionCallback):(4246)"}, Left::before}}},
     {"default rules", ClearRules, "failing", {}, false,
-     {{"NSFFormulaCompile", 1, failure,
+     {{"NSFFormulaCompile", 1, 2, failure,
        {"[0][PatchKRX:LINE]ChangeConflictAction Cannot compile the formula! error[16966]\n"}},
-      {"NSFSearch", 1, failure, {}, Left::before, failure, 2}}},
+      {"NSFSearch", 1, forever, failure, {}, Left::before}}},
     {"default rules that cannot be read", ClearRules, "rules_unread", {}, false,
-     {{"NSFItemGetText", 1, 0, {}, Left::before, failure, forever}}},
+     {{"NSFItemGetText", 1, forever, 0, {}, Left::before}}},
     {"entities", UpgradeEntities, "failing", {}, false,
-     {{"NSFFormulaCompile", 1, 16383,
+     {{"NSFFormulaCompile", 1, 2, 16383,
        {"[1]Fail to compile SearchFormDocByDatabase", "[1]error to get form: entity document"}},
-      {"NSFFormulaCompile", 2, 16383,
+      {"NSFFormulaCompile", 2, 2, 16383,
        {"[1]Fail to compile UpgradeFormDocumentsWithIdentifiedFiled",
         "[1]upgrade dlp documetn from ntf to nsf error, form: entity ,return"}},
-      {"NSFSearch", 1, 16383, {"[1]NSFSearch failed for SearchFormDocByDatabase"}},
-      {"NSFItemGetTextListEntries", 1, 0, {}, Left::before, failure, forever},
-      {"NSFItemGetTextListEntry", 1, 0, {}, Left::before, failure, forever},
-      {"NSFNoteOpenByUNID", 3, 0, {}, Left::before, failure, forever}, // whether the copy's UNID is free
-      {"NSFNoteOpen", 2, 0, {"[1]MigrateManualScanSettingCallback, open note failed."}},
-      {"NSFNoteOpen", 3, 0, {"[1]open krconfntf failed."}},
-      {"NSFNoteOpen", 6, 0, {"[1]NSFNoteOpen error. notesid=2302, AND..."}, Left::putBack},
-      {"NSFNoteOpenByUNID", 1, 0, {"[1]NSFNoteOpenByUNID, open note failed."}},
-      {"NSFDbCreateAndCopy", 1, 0,
-       {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}},
-      {"NSFNoteCopy", 1, 0, {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}},
-      {"NSFNoteCopy", 2, 0, {"[1]NSFNoteCopy error. AND..."}, Left::putBack},
-      {"NSFNoteDelete", 2, 0, {"[1]Delete original dlp template error. notesid=2294, AND..."}},
-      {"NSFNoteDelete", 3, 0, {"[1]Delete temp dlp template error. notesid=2302, AND..."}},
-      {"NSFDbCopyNote", 3, 0, {"[1]NSFDbCopyNote error. old notesid=2294, new notesid=0, AND..."}, Left::putBack},
-      {"NSFItemAppendTextList", 3, 0, {"[1]NSFItemAppendTextList error. AND..."}, Left::putBack},
-      {"NSFNoteUpdate", 2, 0, {"[1]NSFNoteUpdate error. AND..."}, Left::putBack},
-      {"NSFNoteUpdate", 3, 0, {"[1]NSFNoteUpdate error. AND..."}}}},
+      {"NSFSearch", 1, 2, 16383, {"[1]NSFSearch failed for SearchFormDocByDatabase"}},
+      {"NSFItemGetTextListEntries", 1, forever, 0, {}, Left::before},
+      {"NSFItemGetTextListEntry", 1, forever, 0, {}, Left::before},
+      {"NSFNoteOpenByUNID", 3, forever, 0, {}, Left::before}, // whether the copy's UNID is free
+      {"NSFNoteOpen", 2, 2, 0, {"[1]MigrateManualScanSettingCallback, open note failed."}},
+      {"NSFNoteOpen", 3, 2, 0, {"[1]open krconfntf failed."}},
+      {"NSFNoteOpen", 6, 2, 0, {"[1]NSFNoteOpen error. notesid=2302, AND..."}, Left::upgraded},
+      {"NSFNoteOpenByUNID", 1, 1, 0, {"[1]NSFNoteOpenByUNID, open note failed."}, Left::upgraded},
+      {"NSFDbCreateAndCopy", 1, 1, 0,
+       {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}, Left::upgraded},
+      {"NSFNoteCopy", 1, 1, 0, {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}, Left::upgraded},
+      {"NSFNoteCopy", 2, 1, 0, {"[1]NSFNoteCopy error. AND..."}, Left::upgraded},
+      {"NSFNoteDelete", 2, 1, 0, {"[1]Delete original dlp template error. notesid=2294, AND..."}, Left::upgraded},
+      {"NSFNoteDelete", 3, 1, 0, {"[1]Delete temp dlp template error. notesid=2302, AND..."}, Left::upgraded},
+      {"NSFDbCopyNote", 3, 1, 0, {"[1]NSFDbCopyNote error. old notesid=2294, new notesid=0, AND..."}, Left::upgraded},
+      {"NSFItemAppendTextList", 3, 1, 0, {"[1]NSFItemAppendTextList error. AND..."}, Left::upgraded},
+      {"NSFNoteUpdate", 2, 1, 0, {"[1]NSFNoteUpdate error. AND..."}, Left::upgraded},
+      {"NSFNoteUpdate", 3, 1, 0, {"[1]NSFNoteUpdate error. AND..."}, Left::upgraded}}},
     // What is not known by its name may be the partner of any document of the template.
     {"dictionaries", UpgradeDictionaries, "added_and_kept", {}, false,
-     {{"NSFDbCopyNote", 2, 0, {"[1]NSFDbCopyNote error. old notesid=2314, AND..."}},
-      {"NSFNoteOpen", 1, 0, {namesUnread}, Left::putBack},
-      {"NSFItemGetText", 1, 0, {namesUnread}, Left::putBack},
-      {"OSTranslate", 2, 0, {namesUnread}, Left::putBack}}}, // the first translates the formula
+     {{"NSFDbCopyNote", 2, 1, 0, {"[1]NSFDbCopyNote error. old notesid=2314, AND..."}},
+      {"NSFNoteOpen", 1, forever, 0, {namesUnread}, Left::putBack},
+      {"NSFItemGetText", 1, forever, 0, {namesUnread}, Left::putBack}}},
     {"obsolete references", RemoveReferences, "references", {}, false,
-     {{"NSFFormulaCompile", 1, failure,
+     {{"NSFFormulaCompile", 1, 2, failure,
        {"[0][PatchKRX:LINE]RemoveObsoleteUNID Cannot compile the formula! error[16966]\n"}},
-      {"NSFSearch", 1, failure, {"[3]RemoveObsoleteUNID: NSFSearch failed,error[16966],error message[TEXT]\n"}},
-      {"NSFNoteOpen", 1, 0, {"[1]ERR: RemoveObsoleteUNIDCallback:NSFNoteOpen"}},
-      {"NSFItemDelete", 2, 0,
+      {"NSFSearch", 1, 2, failure, {"[3]RemoveObsoleteUNID: NSFSearch failed,error[16966],error message[TEXT]\n"}},
+      {"NSFNoteOpen", 1, 2, 0, {"[1]ERR: RemoveObsoleteUNIDCallback:NSFNoteOpen"}},
+      {"NSFItemDelete", 2, 1, 0,
        {"[1]RemoveTextListfield: NSFItemDelete error. item is ReferDocs, UNID is 00000000000000000000000000000001, "
         "AND."}},
-      {"NSFItemCreateTextList", 1, 0,
+      {"NSFItemCreateTextList", 1, 1, 0,
        {"[1]RemoveTextListfield: NSFItemCreateTextList error. UNID is 00000000000000000000000000000001, AND...",
         "[1]RemoveTextListfield: The document keeps what it had. item is ReferDocs, UNID is "
         "00000000000000000000000000000001"}},
-      {"NSFItemAppendTextList", 1, 0,
+      {"NSFItemAppendTextList", 1, 1, 0,
        {"[1]RemoveTextListfield: NSFItemAppendTextList error. UNID is 00000000000000000000000000000001, AND..."}}}},
     {"references to replaced documents", ReplaceReferences, "references", {}, false,
-     {{"NSFFormulaCompile", 1, failure,
+     {{"NSFFormulaCompile", 1, 2, failure,
        {"[0][PatchKRX:LINE]ReplaceObsoleteUNID Cannot compile the formula! error[16966]\n"}},
-      {"NSFSearch", 1, failure, {"[3]ReplaceObsoleteUNID: NSFSearch failed, error[16966],error message[TEXT]\n"}},
-      {"NSFNoteOpen", 1, 0, {"[1]ERR: ReplaceObsoleteUNIDCallback:NSFNoteOpen"}},
-      {"NSFItemDelete", 1, 0,
+      {"NSFSearch", 1, 2, failure, {"[3]ReplaceObsoleteUNID: NSFSearch failed, error[16966],error message[TEXT]\n"}},
+      {"NSFNoteOpen", 1, 2, 0, {"[1]ERR: ReplaceObsoleteUNIDCallback:NSFNoteOpen"}},
+      {"NSFItemDelete", 1, 1, 0,
        {"[1]ReplaceTextListfield: NSFItemDelete error. item is matchRule, UNID is 00000000000000000000000000000004, "
         "AND."}},
-      {"NSFItemAppendTextList", 1, 0,
+      {"NSFItemAppendTextList", 1, 1, 0,
        {"[1]ReplaceTextListfield: NSFItemAppendTextList error. UNID is 00000000000000000000000000000004, AND...",
         "[1]ReplaceTextListfield: The document keeps what it had. item is matchRule, UNID is "
         "00000000000000000000000000000004"}}}},
     // After an entry that is obsolete.
     {"obsolete references that cannot be read", RemoveReferences, "references_unread", {}, false,
-     {{"NSFItemGetTextListEntry", 2, 0, {}, Left::before, failure, forever}}},
+     {{"NSFItemGetTextListEntry", 2, forever, 0, {}, Left::before}}},
     {"references that cannot be read", ReplaceReferences, "references_unread", {}, false,
-     {{"NSFItemGetTextListEntry", 2, 0, {}, Left::before, failure, forever}}},
+     {{"NSFItemGetTextListEntry", 2, forever, 0, {}, Left::before}}},
     {"retired documents", RemoveRetired, "retired", {}, false,
-     {{"NSFDbOpen", 1, failure, {}, Left::before, failure, 2},
-      {"NSFFormulaCompile", 1, failure, {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[16966]\n"}},
-      {"NSFNoteOpen", 2, ERR_NOACCESS, {"[3]NSFSearch failed for template"}, Left::before, failure, forever},
-      {"NSFItemInfo", 1, 0, {}, Left::before, failure, forever},
-      {"NSFNoteDelete", 1, 0, {"[3]cannot delete note: 8f6"}, Left::something, failure, 2}}},
+     {{"NSFDbOpen", 1, 2, failure, {}, Left::before},
+      {"NSFFormulaCompile", 1, 2, failure, {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[16966]\n"}},
+      {"NSFNoteOpen", 2, forever, ERR_NOACCESS, {"[3]NSFSearch failed for template"}, Left::before},
+      {"NSFItemInfo", 1, forever, 0, {}, Left::before},
+      {"NSFNoteDelete", 1, 2, 0, {"[3]cannot delete note: 8f6"}, Left::something}}},
     {"retired documents that cannot be read", RemoveRetired, "retired_unread", {}, false,
-     {{"NSFItemGetText", 1, 0, {}, Left::before, failure, forever}}},
+     {{"NSFItemGetText", 1, forever, 0, {}, Left::before}}},
     // Before, in or after its deletion: the old database is there and online as it was, and nothing is left beside it.
     {"encyclopedia", RecreateEncyclopedia, nullptr, oldEncyclopedia, true,
-     {{"NSFDbOpen", 1, 0, {}, Left::before, failure, 2},
-      {"NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION,
+     {{"NSFDbOpen", 1, 2, 0, {}, Left::before},
+      {"NSFFormulaCompile", 1, 2, ERR_FORMULA_COMPILATION,
        {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[1281]\n"}, Left::before,
        ERR_FORMULA_COMPILATION},
-      {"NSFItemGetText", 1, 0,
+      {"NSFItemGetText", 1, forever, 0,
        {"[1]Error: An item cannot be read. item is InternalPVer, UNID is 9261BE8D7358607D48258E67000AFC80"},
-       Left::before, failure, forever},
-      {"NSFTakeDatabaseOffline", 1, EMB_ERR_DISK, {recreate, notDeleted}, Left::before, EMB_ERR_DISK},
-      {"NSFTakeDatabaseOffline", 2, EMB_ERR_DISK, {recreate, notDeleted}, Left::before, EMB_ERR_DISK, forever},
-      {"NSFDbCreateAndCopy", 1, EMB_ERR_DISK,
+       Left::before},
+      {"NSFTakeDatabaseOffline", 1, 2, EMB_ERR_DISK, {recreate, notDeleted}, Left::before, EMB_ERR_DISK},
+      {"NSFTakeDatabaseOffline", 2, forever, EMB_ERR_DISK, {recreate, notDeleted}, Left::before, EMB_ERR_DISK},
+      {"NSFDbCreateAndCopy", 1, forever, EMB_ERR_DISK,
        {recreate, "[0]Failed to recreate krency.nsf, Error: 3E0C", "[0]The old krency.nsf is put back."},
-       Left::before, EMB_ERR_DISK, forever}}},
+       Left::before, EMB_ERR_DISK}}},
     {"encyclopedia without a version", RecreateEncyclopedia, nullptr, unversionedEncyclopedia, true,
-     {{"NSFItemInfo", 1, 0, {}, Left::before}}},
+     {{"NSFItemInfo", 1, 1, 0, {}, Left::before}}},
     {"expressions", MigrateExpressions, nullptr, expression, true,
-     {{"NSFFormulaCompile", 1, ERR_FORMULA_COMPILATION,
+     {{"NSFFormulaCompile", 1, 2, ERR_FORMULA_COMPILATION,
        {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[1281]\n"}, Left::before,
        ERR_FORMULA_COMPILATION}}}, // no table of expressions
     {"signing", SignAndHide, nullptr, designs, true,
-     {{"NSFSearch", 1, 65535, {startsToSign, notSigned, toldToServer}, Left::before},
-      {"NSFSearch", 1, 65535, {startsToSign, signedDamaged}, Left::before, 0x9728},
-      {"NSFSearch", 1, 65535, {startsToSign, notSigned, toldToServer}, Left::before, 0x1728},
-      {"NSFNoteOpen", 1, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before},
-      {"NSFNoteOpen", 2, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before}, // once more
-      {"NSFNoteOpen", 3, 65535, {startsToSign, signingFailed, signedDamaged}, Left::oneSigned, 0x9728},
-      {"NSFNoteClose", 2, 65535, {startsToSign, notSigned, toldToServer}, Left::oneSigned}}}, // of the form, saved
+     {{"NSFSearch", 1, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::before},
+      {"NSFSearch", 1, forever, 65535, {startsToSign, signedDamaged}, Left::before, 0x9728},
+      {"NSFSearch", 1, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::before, 0x1728},
+      {"NSFNoteOpen", 1, forever, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before},
+      {"NSFNoteOpen", 2, forever, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before}, // once more
+      {"NSFNoteOpen", 3, forever, 65535, {startsToSign, signingFailed, signedDamaged}, Left::oneSigned, 0x9728},
+      {"NSFNoteClose", 2, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::oneSigned}}}, // of the form, saved
     {"replication settings", SetReplication, nullptr, designs, false,
-     {{"OSGetEnvironmentString", 1, 1, {}, Left::before},
-      {"NSFNoteCreate", 1, failure, {noSettings}, Left::before, failure, forever},
-      {"NSFItemSetText", 1, failure, {noSettings}, Left::before, failure, forever}, // $TITLE
-      {"NSFItemSetText", 2, failure, {noSettings}, Left::before, failure, forever}, // $ReplVersion
-      {"OSMemAlloc", 1, failure, {noSettings}, Left::before, failure, forever},
-      {"OSLockObject", 1, 1, {}, Left::before, failure, forever},
-      {"NSFItemAppend", 1, failure, {noSettings}, Left::before, failure, forever}, // $ReplSrcServers
-      {"NSFItemAppend", 2, failure, {noSettings}, Left::before, failure, forever}, // $ReplClassMasks
-      {"NSFFormulaCompile", 1, 1, {}, Left::before, failure, forever},
-      {"OSLockObject", 2, 1, {}, Left::before, failure, forever},                  // the compiled formula
-      {"NSFItemAppend", 3, failure, {noSettings}, Left::before, failure, forever}, // $ReplFormula
-      {"NSFNoteUpdate", 1, failure, {noSettings}, Left::before, failure, forever}}},
+     {{"OSGetEnvironmentString", 1, 1, 1, {}, Left::before},
+      {"NSFNoteCreate", 1, forever, failure, {noSettings}, Left::before},
+      {"NSFItemSetText", 1, forever, failure, {noSettings}, Left::before}, // $TITLE
+      {"NSFItemSetText", 2, forever, failure, {noSettings}, Left::before}, // $ReplVersion
+      {"OSMemAlloc", 1, forever, failure, {noSettings}, Left::before},
+      {"OSLockObject", 1, forever, 1, {}, Left::before},
+      {"NSFItemAppend", 1, forever, failure, {noSettings}, Left::before}, // $ReplSrcServers
+      {"NSFItemAppend", 2, forever, failure, {noSettings}, Left::before}, // $ReplClassMasks
+      {"NSFFormulaCompile", 1, forever, 1, {}, Left::before},
+      {"OSLockObject", 2, forever, 1, {}, Left::before},                  // the compiled formula
+      {"NSFItemAppend", 3, forever, failure, {noSettings}, Left::before}, // $ReplFormula
+      {"NSFNoteUpdate", 1, forever, failure, {noSettings}, Left::before}}},
     {"build numbers", ReadBuild, nullptr, builtDatabase, true,
-     {{"NSFSearch", 1, 0,
+     {{"NSFSearch", 1, forever, 0,
        {"[1]Error: A search was broken off, and what it did not reach stays as it was. (GetBuildNumberCallback):(4246)",
         "[1]Error: Get build number failed", runningBuild, noDatabaseBuild},
-       Left::before, failure, 2},
-      {"NSFNoteOpen", 1, 0, {runningBuild, noDatabaseBuild, toldToServer}, Left::before}}},
+       Left::before},
+      {"NSFNoteOpen", 1, 2, 0, {runningBuild, noDatabaseBuild, toldToServer}, Left::before}}},
     {"console command", SendCommand, nullptr, {}, false,
-     {{"NSFRemoteConsole", 1, failure, {notTaken}}, {"SECKFMGetUserName", 1, failure, {notTaken}, Left::something, failure, 2}}},
+     {{"NSFRemoteConsole", 1, 1, failure, {notTaken}}, {"SECKFMGetUserName", 1, 2, failure, {notTaken}, Left::something}}},
 };
 // clang-format on
 
@@ -351,10 +351,12 @@ protected:
                 continue;
             }
             expected.push_back(filled);
-            EXPECT_EQ(std::ranges::count(log, filled), 1) << filled;
+            EXPECT_TRUE(std::ranges::count(log, filled) == 1 ||
+                        (row.times == forever && std::ranges::find(log, filled) != log.end()))
+                << filled;
         }
         if (scene.wholeLog) {
-            EXPECT_EQ(log, expected);
+            EXPECT_EQ(std::set(log.begin(), log.end()), std::set(expected.begin(), expected.end()));
             const std::string text = FilledIn("TEXT", row.status);
             EXPECT_EQ(ServerLogCount(text), told_[text]);
         }
@@ -363,7 +365,7 @@ protected:
                     }));
     }
 
-    void CheckDatabase(const char* path, const std::string& before, Left left) const {
+    void CheckDatabase(const char* path, const std::string& before, Left left) {
         const std::string after = ExportDatabase(path);
         EXPECT_EQ(after.find("krx:replicationflags='0020'"), before.find("krx:replicationflags='0020'")) << "hidden";
         EXPECT_FALSE(EmbIsOffline(path));
@@ -377,6 +379,9 @@ protected:
             break;
         case Left::putBack:
             EXPECT_EQ(Live(after), Live(before));
+            break;
+        case Left::upgraded:
+            EXPECT_EQ(Live(Content()), Live(Expected()));
             break;
         case Left::oneSigned:
             EXPECT_EQ(Signed(path), 1U);
@@ -421,8 +426,7 @@ TEST_F(FaultsTest, LeaveAFinishedDocument) {
     for (const bool persists : {false, true}) {
         SCOPED_TRACE(persists);
         (void)Make(scene);
-        EXPECT_EQ(RunFailing(scene, {"NSFNoteDelete", 3, 0, {}, Left::something, failure, persists ? forever : 1}),
-                  NOERROR);
+        EXPECT_EQ(RunFailing(scene, {"NSFNoteDelete", 3, persists ? forever : 1, 0}), NOERROR);
         std::string content = Live(Content());
         EXPECT_EQ(content.find(copy) != std::string::npos, persists);
         EXPECT_EQ(gMap.contains(unidA1), !persists) << "references to a copy that is there are right";

@@ -7,6 +7,7 @@
 #include "migrations/conflict_action.h"
 #include "migrations/default_rule.h"
 #include "migrations/dlp_upgrade.h"
+#include "migrations/kept_documents.h"
 #include "migrations/obsolete_unids.h"
 #include "migrations/retired_documents.h"
 #include "module/migration_fixture.h"
@@ -132,8 +133,10 @@ TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
                 ASSERT_EQ(EmbFaultArm(operation, n, ERR_NOACCESS, 1), NOERROR);
                 Migrate();
                 EmbFaultClear();
-                EXPECT_NE(Live(Content()).find(std::string("unid='") + unidD2), std::string::npos) << "it is copied";
-                const bool kept = std::filesystem::exists(KeptDocuments());
+                EXPECT_TRUE(operation != std::string_view("NSFNoteUpdate") ||
+                            Live(Content()).find(std::string("unid='") + unidD2) != std::string::npos)
+                    << "it is copied";
+                const bool kept = HasKeptDocuments() && !KeepsNone();
                 wasKept = wasKept || kept;
                 ForgetCollections();
                 FinishConfDatabaseOfDeadRun();
@@ -287,7 +290,9 @@ TEST_F(MigrationsTest, ReplaceADocumentAgainForAsLongAsItsCopiesCanBeNoted) {
         int runs;
         int notKept;
     } cases[] = {{"added_and_kept", "copy-unid=half,unid-change=refused", "copy-unid=half", 1, 0},
-                 {"failing", "copy-unid=new", "copy-unid=new", 17, 4}}; // 15 UNIDs, one is the template document's
+                 // 15 UNIDs, one is the template document's; each time after that is tried twice.
+                 {"failing", "copy-unid=new", "copy-unid=new", 17, 8}};
+    SwitchLogOn();
     for (const auto& [fixture, before, after, runs, notKept] : cases) {
         SCOPED_TRACE(fixture);
         ForgetCollections();
