@@ -4,15 +4,16 @@ namespace sweep {
 namespace {
 
 constexpr const char* notRepeated = "the run goes on, and a later one finds the build stamped";
-/** A run that dies goes on with nothing, and what it left undone the next one does. */
-constexpr const char* noDeath = "!(the run dies*)";
+/** What fails once is tried again; memory that is short is so for the step as a whole. */
+constexpr const char* persistently =
+    "@(* keeps failing|everything fails*|memory is used up*|the disk is full*|operator new fails)";
 
 #define DLP_FORMS "dictionary|entity|template|dictionary_type|entity_type|industry|region|validator"
 #define DLP_DOCUMENTS "krconf.nsf/@(" DLP_FORMS ")/*/content"
 
 constexpr Exception exceptions[] = {
     // ---- What is neither as it was nor as it is to be.
-    {Clause::forms, "@(NSFBringDatabaseOnline*|everything fails*)", nullptr, "file/offline.lst *",
+    {Clause::forms, "@(NSFBringDatabaseOnline keeps failing|everything fails*)", nullptr, "file/offline.lst *",
      "a database that cannot be brought online stays offline"},
     {Clause::forms, "NSFDbClose*", nullptr, "file/data/krx/krency.nsf.updkrx-old added",
      "the old encyclopedia is kept beside a new one that may not be whole"},
@@ -37,53 +38,51 @@ constexpr Exception exceptions[] = {
      "@(krency.nsf/@(replicaid|acl)|file/data/krx/krency.nsf.updkrx-old) *",
      "the administrator has been told and may have given it another list since: the old one's file stays, no run reads "
      "it"},
-    {Clause::recovers, "@(NSFBringDatabaseOnline*|everything fails*)", nullptr, "file/offline.lst *",
+    {Clause::recovers, "@(NSFBringDatabaseOnline keeps failing|everything fails*)", nullptr, "file/offline.lst *",
      "a database that cannot be brought online stays offline"},
+
+    {Clause::recovers, "@(NSFDbCopyNote keeps failing|operator new fails|OSTranslate fails)",
+     "@(documents|document replaced) krconf", "krconf.nsf/dangling/* added",
+     "a document that could not be added is missing where others that were added refer to it"},
 
     // ---- What fails and is not reported.
     {Clause::reported, "@(everything fails*|the disk is full*)", nullptr, nullptr,
      "the log's own switch cannot be read any more, or the log not written"},
-    {Clause::reported, "NSFDbOpen*", "@(expressions|retired documents|hide|convert|converted|stamp) *", nullptr,
-     "a database that cannot be opened is passed over"},
-    {Clause::reported, "NSFDb@(ReplicaInfo|ReadACL|StoreACL)*", nullptr, nullptr,
-     "the database keeps what it came with"},
-    {Clause::reported, "NSF@(ItemGetText|ItemSetText|ItemAppendTextList|NoteUpdate|NoteOpen|ItemDelete|Search)*",
+    {Clause::reported, "NSFDbOpen keeps failing", "@(expressions|retired documents|hide|convert|converted|stamp) *",
+     nullptr, "a database that cannot be opened is passed over"},
+    {Clause::reported, "@(NSF@(ItemGetText|NoteOpen)*|NSFItem@(SetText|AppendTextList|Delete) keeps failing)",
      "@(expressions|converted) *", nullptr, "a document that cannot be read or changed stays as it was"},
     {Clause::reported, "NSFItemInfo keeps failing", "references *", nullptr,
      "a list is written anew all the same: the question is only whether it is still there"},
-    {Clause::reported, "NSFNoteUpdate*", "@(hide|sign) *", nullptr, "one note that cannot be saved"},
-    {Clause::reported, "NSFItemDelete*", "@(hide|sign) *", nullptr,
+    {Clause::reported, "NSFItemDelete keeps failing", "@(hide|sign) *", nullptr,
      "where signatures are added, the old one stays beside the new one until the note is signed again"},
-    {Clause::reported,
-     "@(NSF@(FormulaCompile|ItemAppend|ItemSetText|NoteCreate)|OS@(MemAlloc|LockObject|GetEnvironmentString|Translate))"
-     "*",
-     "sign *", nullptr, "a database works without replication settings"},
-    {Clause::reported, "NSF@(NoteDelete|NoteOpen|NoteClose|Search)*", "sign *", nullptr,
-     "an old replication setting stays beside the new one"},
+    {Clause::reported, "OS@(GetEnvironmentString|Translate)*", "sign *", nullptr,
+     "a server that does not tell its name gets no replication settings"},
     {Clause::reported, "NSFNoteDelete keeps failing", "references *", nullptr,
      "the file of the kept documents goes as a whole; an old replication setting stays beside the new one"},
-    {Clause::reported, "NSFSearch*", "hide krextra", nullptr,
-     "what a search of the encyclopedia saw before it was broken off counts"},
-    {Clause::reported, "@(NSFRemoteConsole|SECKFMGetUserName)*", nullptr, nullptr, "the command is not sent"},
-    {Clause::reported, "@(f*|rename)*", "copy *", nullptr, "a database that cannot be copied stays as it was"},
+    {Clause::reported, "@(fopen|fread|fwrite|fflush|fclose|fsync|rename)*", "copy *", nullptr,
+     "a database that cannot be copied stays as it was"},
 
     // ---- What a run does not make up for that one before it has passed over.
-    {Clause::catchesUp, noDeath, "expressions *", "krconf.nsf/Expression/*", notRepeated},
-    {Clause::catchesUp, noDeath, "retired documents *", "krconf.nsf/@(dictionary|entity)/*", notRepeated},
-    {Clause::catchesUp, noDeath, "@(copy|hide|convert) *", "@(*%.*|file/offline.lst)", notRepeated},
+    {Clause::catchesUp, persistently, "expressions *", "krconf.nsf/Expression/*", notRepeated},
+    {Clause::catchesUp, persistently, "retired documents *", "krconf.nsf/@(dictionary|entity)/*", notRepeated},
+    {Clause::catchesUp, persistently, "@(copy|hide|convert) *", "@(*%.*|file/offline.lst)", notRepeated},
     {Clause::catchesUp, "NSFBringDatabaseOnline keeps failing", nullptr, "@(file/offline.lst|krhelp.*|krvlog.*)",
      "a database that cannot be brought online stays offline"},
-    {Clause::catchesUp, noDeath, "@(converted|documents|document replaced|references) krconf", "krconf.nsf/*",
+    {Clause::catchesUp, persistently, "@(converted|documents|document replaced|references) krconf", "krconf.nsf/*",
      notRepeated},
-    {Clause::catchesUp, noDeath, "list *", "krhelp.nsf/acl", notRepeated},
-    {Clause::catchesUp, noDeath, "policy *", "file/data/krx/PredefinedDLPPolicy.dat", notRepeated},
-    {Clause::catchesUp, noDeath, "@(copy krextra|hide krextra|encyclopedia *)",
+    {Clause::catchesUp, "@(NSFDbCopyNote|OSTranslate) fails", "@(documents|document replaced) krconf", "krconf.nsf/*",
+     "a copy may have been made though the call failed, and a second one would stand beside it; a name that cannot be "
+     "translated is one that is not there"},
+    {Clause::catchesUp, persistently, "list *", "krhelp.nsf/acl", notRepeated},
+    {Clause::catchesUp, persistently, "policy *", "file/data/krx/PredefinedDLPPolicy.dat", notRepeated},
+    {Clause::catchesUp, persistently, "@(copy krextra|hide krextra|encyclopedia *)",
      "@(file/data/krx/krency.nsf|krency.nsf/*|krhelp.nsf/acl)", notRepeated},
     {Clause::catchesUp, "@(NSFDb@(Close|ReplicaInfo|ReadACL|StoreACL)*|unlink*|the disk is full*|everything fails*)",
      nullptr, "file/data/krx/krency.nsf.updkrx-*",
      "the old encyclopedia is kept beside a new one that may not be whole, or cannot be removed, and the log says so"},
     {Clause::catchesUp, "OSGetEnvironmentString keeps failing", nullptr, "@(*/replication|krency.nsf/*)", notRepeated},
-    {Clause::catchesUp, noDeath, "stamp *", "%.nsf/@(BuildNumber|$Signature)", notRepeated},
+    {Clause::catchesUp, persistently, "stamp *", "%.nsf/@(BuildNumber|$Signature)", notRepeated},
     {Clause::catchesUp, "the disk is full*", nullptr,
      "@(file/*|*.ntf/*|*.nsf/@(content|attributes|$Signature|acl|replica*|BuildNumber|title)|krconf.nsf/*)",
      notRepeated},

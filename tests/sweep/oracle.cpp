@@ -199,11 +199,10 @@ void Judge(const Reference& reference, const Disturbance& disturbance, int proce
             judgement.Add(Clause::reported, "the log says nothing");
         }
     }
-    const bool mayDangle = !disturbance.IsDeath(); // what a run has left dangling the next one cannot know
     const State end = EndAfter(reference.runner, work, outcome.newState);
     std::vector<State> forms = reference.states;
     forms.push_back(reference.endAgain);
-    CheckForms(Clause::recovers, forms, end, mayDangle, judgement);
+    CheckForms(Clause::recovers, forms, end, false, judgement);
     for (const std::string& facet : Differences(end, reference.End())) {
         if (facet.starts_with(wrong)) {
             judgement.Add(Clause::settles, facet);

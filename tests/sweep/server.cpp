@@ -49,8 +49,7 @@ STATUS RunModule() {
 int RunKrxpatch() {
     try {
         const fs::path module = krxpatch::platform::ExecutableFolder() / krxpatch::platform::moduleFile;
-        krxpatch::Report report;
-        return krxpatch::Run({.server = standingFolder, .module = module}, report);
+        return krxpatch::Run({.server = standingFolder, .module = module, .output = {}});
     } catch (const krxpatch::Failure& failure) {
         std::cerr << failure.what() << '\n';
         return failure.Code();

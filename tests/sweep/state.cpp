@@ -177,7 +177,7 @@ bool IsRecord(const fs::path& path) {
 
 /** A path without the ID of a safety copy, which is the time at which it was made. */
 std::string WithoutId(const fs::path& path) {
-    static const std::regex id("^" + copies + "[0-9-]*"); // what stays tells of one that is being made
+    static const std::regex id("^" + copies + "[0-9a-z-]*"); // what stays tells of one that is being made
     return std::regex_replace(path.string(), id, copies + "ID");
 }
 
