@@ -82,6 +82,7 @@ TEST_F(StoreFormat, AnOldFileIsReadAsItIsAndUpgradedOnceToBeWritten) {
     EXPECT_EQ(FindItem(content.rows[1].items, "Form")->value, "Rule");
     EXPECT_TRUE(content.rows[2].head.deleted);
     EXPECT_EQ(content.nextId, 0x902U);
+    Store::Open(file_, StoreAccess::readWrite)->Rollback();
     EXPECT_EQ(ReadFile(file_), old);
 
     EXPECT_EQ(StatusOfOpen(file_, StoreAccess::readWrite), NOERROR);

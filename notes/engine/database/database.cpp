@@ -55,7 +55,9 @@ std::shared_ptr<Database> Database::Open(const std::filesystem::path& file, Stor
     if (!lock) {
         throw StatusError(EMB_ERR_BUSY, PathForCaller(file) + ": another process is taking the database offline");
     }
-    return std::make_shared<Database>(file, Store::Open(file, access), std::move(*lock), clock, behaviours);
+    auto store = Store::Open(file, access);
+    store->Commit(); // an upgrade of the file
+    return std::make_shared<Database>(file, std::move(store), std::move(*lock), clock, behaviours);
 }
 
 Database::Database(const std::filesystem::path& file, std::unique_ptr<Store> store, FileLock lock, Clock& clock,

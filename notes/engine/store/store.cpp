@@ -140,24 +140,23 @@ std::unique_ptr<Store> Store::Open(const std::filesystem::path& file, StoreAcces
     const bool readOnly = access == StoreAccess::readOnly;
     sqlite3* database = OpenFile(file, readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
     std::unique_ptr<Store> store(new Store(database, file, access));
-    int format = FormatOf(database, file);
-    if (!readOnly) {
-        PrepareWriting(database, file);
-        if (format != currentFormat) {
-            UpgradeFile(database, file);
+    try {
+        int format = FormatOf(database, file);
+        if (!readOnly) {
+            PrepareWriting(database, file);
+        }
+        if (!readOnly && format != currentFormat) {
+            store->Begin();
+            UpgradeTables(database, file);
             format = currentFormat;
         }
+        store->Prepare(format);
+        store->nextId_ = store->Counter(nextIdProperty);
+        store->nextSerial_ = store->Counter(nextSerialProperty);
+    } catch (...) {
+        store->Rollback();
+        throw;
     }
-    store->Prepare(format);
-    const auto counter = [&](const char* name) {
-        const std::string text = store->GetProperty(name);
-        if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) {
-            throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file) + ": the property " + name + " is damaged");
-        }
-        return static_cast<uint32_t>(std::stoull(text));
-    };
-    store->nextId_ = counter(nextIdProperty);
-    store->nextSerial_ = counter(nextSerialProperty);
     return store;
 }
 
@@ -507,6 +506,14 @@ void Store::WriteProperty(const std::string& name, std::string_view value) {
     sqlite3_bind_text(statements_->setProperty, 1, name.c_str(), -1, SQLITE_STATIC);
     sqlite3_bind_blob64(statements_->setProperty, 2, value.data() ? value.data() : "", value.size(), SQLITE_STATIC);
     Run(statements_->setProperty);
+}
+
+uint32_t Store::Counter(const char* name) {
+    const std::string text = GetProperty(name);
+    if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) {
+        throw StatusError(EMB_ERR_DAMAGED, PathForCaller(file_) + ": the property " + name + " is damaged");
+    }
+    return static_cast<uint32_t>(std::stoull(text));
 }
 
 void Store::SetCounter(const char* name, uint32_t value) {

@@ -64,9 +64,9 @@ class Store {
 public:
     /** Makes an empty database. Throws ERR_EXISTS when the file exists. */
     static std::unique_ptr<Store> Create(const std::filesystem::path& file, const DBREPLICAINFO& replicaInfo);
-    /** A file of an older format is read as it is, and upgraded before it is written: whole, or it stays as it was.
-     *  Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_NEWER, EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer
-     *  died). */
+    /** A file of an older format is read as it is, and upgraded to be written: with the first commit, or it stays as it
+     *  was. (After a rollback of that the store is of no further use.) Throws ERR_NOEXIST, ERR_NOT_NSF, EMB_ERR_NEWER,
+     *  EMB_ERR_DAMAGED, EMB_ERR_RECOVERY (read only, and a writer died). */
     static std::unique_ptr<Store> Open(const std::filesystem::path& file, StoreAccess access);
 
     Store(const Store&) = delete;
@@ -158,6 +158,7 @@ private:
     /** True when the statement has a (further) row. */
     bool Fetch(sqlite3_stmt* statement);
     void WriteProperty(const std::string& name, std::string_view value);
+    uint32_t Counter(const char* name);
     void SetCounter(const char* name, uint32_t value);
 
     sqlite3* database_;

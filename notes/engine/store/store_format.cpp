@@ -67,10 +67,8 @@ int FormatOf(sqlite3* database, const std::filesystem::path& file) {
     return format;
 }
 
-void UpgradeFile(sqlite3* database, const std::filesystem::path& file) {
-    Execute(database, file, "BEGIN IMMEDIATE");
+void UpgradeTables(sqlite3* database, const std::filesystem::path& file) {
     Upgrade(database, file, FormatOf(database, file)); // asked again: another process may have upgraded it meanwhile
-    Execute(database, file, "COMMIT");
 }
 
 } // namespace embedded

@@ -16,7 +16,7 @@ void MakeTables(sqlite3* database, const std::filesystem::path& file);
 /** Throws ERR_NOT_NSF for a file of another program's or of a format that was given up, EMB_ERR_NEWER. */
 int FormatOf(sqlite3* database, const std::filesystem::path& file);
 
-/** Brings a file to the current format; with an exception it is as it was once it is closed. */
-void UpgradeFile(sqlite3* database, const std::filesystem::path& file);
+/** Brings the tables to the current format, inside a transaction of the caller's. */
+void UpgradeTables(sqlite3* database, const std::filesystem::path& file);
 
 } // namespace embedded
