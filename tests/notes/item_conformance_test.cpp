@@ -13,7 +13,8 @@ protected:
         database_ =
             Make("<document form='A'><noteinfo noteid='906'/><item name='Text'><text>one<break/>two</text></item>"
                  "<item name='List'><textlist><text>b</text><text>a</text><text>b</text></textlist></item>"
-                 "<item name='Number'><number>7</number></item></document>");
+                 "<item name='Number'><number>7</number></item>"
+                 "<item name='Rich'><richtext><par>Rich</par></richtext></item></document>");
         note_.emplace(database_, 0x906);
     }
     void TearDown() override {
@@ -44,6 +45,7 @@ TEST_F(ItemConformance, TextsAreReadUpToTheBuffersSize) {
         {"List", 4, "b; a"},
         {"List", 0, ""},
         {"Number", 255, ""},
+        {"Rich", 255, ""},
         {"Absent", 255, ""},
     };
     for (const auto& c : cases) {
@@ -120,6 +122,19 @@ TEST_F(ItemConformance, RawValuesKeepTheirBytes) {
     EXPECT_EQ(type, TYPE_TEXT);
     EXPECT_EQ(NSFItemInfo(again, "Absent", 6, nullptr, &type, nullptr, nullptr), ERR_ITEM_NOT_FOUND);
     EXPECT_EQ(type, TYPE_INVALID_OR_UNKNOWN);
+}
+
+TEST_F(ItemConformance, AnItemThatIsKeptAsXmlIsThereAndHasNoValue) {
+    WORD type = 0xFFFF;
+    DWORD length = 0;
+    BLOCKID value{};
+    ASSERT_EQ(NSFItemInfo(GetNote(), "rICH", 4, nullptr, &type, &value, &length), NOERROR);
+    EXPECT_EQ(type, TYPE_INVALID_OR_UNKNOWN);
+    const char* bytes = static_cast<const char*>(OSLockObject(value.pool)) + value.block;
+    EXPECT_EQ(std::string(bytes, length), std::string("\0\0", 2)); // the type, and nothing behind it
+    EXPECT_NE(OSUnlockObject(value.pool), 0);
+    EXPECT_EQ(NSFItemDelete(GetNote(), "Rich", 4), NOERROR);
+    EXPECT_EQ(NSFItemInfo(GetNote(), "Rich", 4, nullptr, nullptr, nullptr, nullptr), ERR_ITEM_NOT_FOUND);
 }
 
 TEST_F(ItemConformance, ATextThatIsTooLongIsRefusedWhenTheNoteIsSaved) {
