@@ -311,15 +311,89 @@ TEST_F(Lossless, AnItemThatIsKeptAsXmlIsFoundReplacedAndDeletedByItsName) {
     EXPECT_NE(renamed.find("<item name='$TITLE'><text>Renamed</text></item>"), std::string::npos);
 }
 
-// ---- Values of any size
-
-TEST_F(Lossless, ACompiledFormulaStaysOne) {
-    const auto compiled = CompileFormula("SELECT Form = \"a\"");
-    const std::string source = "<note xmlns='http://www.lotus.com/dxl' class='form'><item name='F'><formula "
-                               "compiled='true'>" +
-                               Base64FromBytes(std::get<std::string>(compiled)) + "</formula></item></note>";
-    EXPECT_EQ(Missing(source, ThereAndBack(source)), NoPaths());
+std::string Repeated(std::string_view text, size_t times) {
+    std::string out;
+    while (times-- > 0) {
+        out += text;
+    }
+    return out;
 }
+
+constexpr const char* spaces = " xmlns='http://www.lotus.com/dxl' xmlns:krx='urn:updkrx:embedded-notes' ";
+
+std::string NoteOf(const std::string& content, const std::string& start = {}) {
+    return start + "<note" + spaces + "class='form'>" + content + "</note>";
+}
+
+std::string ItemOf(const std::string& value) {
+    return NoteOf("<item name='a'>" + value + "</item>");
+}
+
+std::string DatabaseOf(const std::string& content, const std::string& attributes = "replicaid='C12589A100345F20'") {
+    return "<database" + std::string(spaces) + attributes + ">" + content + "</database>";
+}
+
+TEST_F(Lossless, WhatIsOtherThanExportWouldWriteItStaysSo) {
+    const auto compiled = CompileFormula("SELECT Form = \"a\"");
+    std::string attributes;
+    for (int i = 0; i < 70; ++i) {
+        attributes += "a" + std::to_string(i) + "='' ";
+    }
+    const std::string cases[] = {
+        // Spelling
+        ItemOf("<numberlist><number>1.50</number><number> 3 </number></numberlist>"),
+        ItemOf("<datetimelist><datetime>T060306</datetime><datetimepair><datetime dst='false'>20010522T103636,81-0400"
+               "</datetime><datetime>20010522T103637Z</datetime></datetimepair></datetimelist>"),
+        NoteOf("<revisions><datetime>20010522T103636-04</datetime></revisions>"),
+        NoteOf("<noteinfo><modified><datetime dst='false' zone='x'>20240112T103012,07+01</datetime></modified>"
+               "<revised a='1'><datetime>20240112T103012Z</datetime></revised></noteinfo>"),
+        // The element of the value
+        ItemOf("<rawitemdata type='600'>AAEC</rawitemdata>"),
+        ItemOf("<rawitemdata type='500'>YWJj</rawitemdata>"),
+        ItemOf("<itemdata type='1'>YWJj</itemdata>"),
+        ItemOf("<text compiled='true'>abc</text>"),
+        ItemOf("<formula compiled='true'>" + Base64FromBytes(std::get<std::string>(compiled)) + "</formula>"),
+        // Attributes and their namespaces
+        ItemOf("<a xmlns:krx='urn:1' xmlns:krx-='urn:2' krx:b='1' krx-:b='2'/>"),
+        NoteOf("<item name='b' krx:name='Rm9v'><text/></item>"),
+        NoteOf("<item name='b' authors='false' krx:flags='0020'><text/></item>"),
+        DatabaseOf("", attributes + "replicaid='C12589A100345F20'"),
+        DatabaseOf("<acl name='x'/>"),
+        DatabaseOf("<acl><aclentry name='a' gr\xC3\xB6\xC3\x9F"
+                   "e='1'/></acl>"),
+        // Up to the limits
+        ItemOf(Repeated("<a>", 254) + Repeated("</a>", 254)),
+        ItemOf("<a b=\"" + std::string(170'000, '\'') + "\"/>"),
+        // Headings of files
+        NoteOf("<item name='a'><text>&amp;</text></item>", "<!DOCTYPE note SYSTEM 'y' [<!-- c -->]>"),
+    };
+    for (const std::string& source : cases) {
+        SCOPED_TRACE(source.substr(0, 400));
+        EXPECT_EQ(Missing(source, ThereAndBack(source)), NoPaths());
+    }
+    std::string utf16 = "\xFF\xFE";
+    for (const char16_t unit :
+         std::u16string_view(u"<!DOCTYPE note SYSTEM 'y'><note xmlns='http://www.lotus.com/dxl' "
+                             u"class='form'><item name='\u0426\u2605&lt;'><text/></item></note>")) {
+        utf16 += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+    }
+    EXPECT_EQ(Missing(utf16, ThereAndBack(utf16)), NoPaths());
+}
+
+TEST_F(Lossless, WhatCannotIdentifyANoteOrDatabaseIsKeptBesideWhatDoes) {
+    const std::pair<std::string, const char*> cases[] = {
+        {NoteOf("<noteinfo noteid='0x8f6' unid='' sequence='-1'/>"),
+         " krx:noteid='0x8f6' krx:unid='' krx:sequence='-1'"},
+        {NoteOf("<noteinfo noteid='80000000' unid='5E0D' sequence='65536'/>"),
+         " krx:noteid='80000000' krx:unid='5E0D' krx:sequence='65536'"},
+        {DatabaseOf("", "replicaid='C12589A1:00345F20'"), " krx:replicaid='C12589A1:00345F20'"},
+    };
+    for (const auto& [source, kept] : cases) {
+        EXPECT_NE(ThereAndBack(source).find(kept), std::string::npos) << kept;
+    }
+}
+
+// ---- Values of any size
 
 TEST_F(Lossless, LongValuesStandApartAndComeOutAgain) {
     std::string data;
@@ -355,11 +429,21 @@ TEST_F(Lossless, ANoteGoesIntoADatabaseAndTakesThePlaceOfItsUnid) {
     EXPECT_EQ(with.substr(0, end) + "</database>\n", before);
 
     const std::string bytes = ReadFile(In("a.nsf"));
-    for (const std::string& refused : {agent + "<a/>", ReadFile(fixtures / "view.dxl").substr(0, 900), before}) {
-        EXPECT_THROW(Import("a.nsf", refused, DxlImportInto::existingDatabase), StatusError);
+    const auto untouched = [&](uint64_t, uint64_t) {
+        const auto other = Store::Open(In("a.nsf"), StoreAccess::readWrite);
+        EXPECT_NO_THROW(other->SetProperty("a", "b")); // not when somebody has begun to write
+        other->Rollback();
+        return true;
+    };
+    const std::string junk = agent + "<!--" + std::string(200'000, 'x') + "--><a/>";
+    for (const std::string& refused : {junk, ReadFile(fixtures / "view.dxl").substr(0, 900), before}) {
+        WriteFile(In("in.dxl"), refused);
+        EXPECT_THROW(ImportDxl(In("a.nsf"), In("in.dxl"), DxlImportInto::existingDatabase, untouched), StatusError);
         EXPECT_EQ(Exported("a.nsf"), with);
     }
     EXPECT_EQ(ReadFile(In("a.nsf")), bytes);
+    Import("full.nsf", NoteOf("<noteinfo noteid='7fffffff'/>"), DxlImportInto::newDatabase);
+    EXPECT_THROW(Import("full.nsf", agent, DxlImportInto::existingDatabase), StatusError);
 }
 
 TEST_F(Lossless, UnknownElementsAreToldOnce) {
@@ -372,6 +456,8 @@ TEST_F(Lossless, UnknownElementsAreToldOnce) {
         "<futurevalue> in <note>: not known, kept as it is",
     };
     EXPECT_EQ(remarks, expected);
+    EXPECT_EQ(Import("c.nsf", NoteOf("<" + std::string(100, 'u') + "/>"), DxlImportInto::newDatabase),
+              DxlRemarks{"<" + std::string(64, 'u') + "> in <note>: not known, kept as it is"});
     EXPECT_EQ(Import("b.nsf", ReadFile(fixtures / "database.dxl"), DxlImportInto::newDatabase), DxlRemarks());
 }
 

@@ -242,6 +242,15 @@ std::string Item(const std::string& value) {
                     "</item></document>");
 }
 
+/** Little endian, with the mark. */
+std::string Utf16(std::u16string_view text) {
+    std::string bytes = "\xFF\xFE";
+    for (const char16_t unit : text) {
+        bytes += BytesOf(unit);
+    }
+    return bytes;
+}
+
 std::string Repeated(const std::string& text, size_t times) {
     std::string out;
     while (times-- > 0) {
@@ -268,9 +277,13 @@ TEST_F(Dxl, RefusesWhatIsNoDxlOrBeyondTheLimitsByLineAndElement) {
         {Database("<!ENTITY a 'b'>"), ":3: in <database>: not well-formed XML"},
         {Item("<text>&eacute;</text>"), ":6: in <text>: not well-formed XML: undefined entity"},
         {type + Item("<text>&eacute;</text>").substr(std::string("<?xml version='1.0'?>\n").size()),
-         ":6: the reference '&eacute;' is not taken"},
+         ":6: in <text>: the reference '&eacute;' is not taken"},
         {type.substr(0, type.size() - 1) + "<database xmlns='http://www.lotus.com/dxl'\n title='&eacute;'/>",
          ":1: the reference '&eacute;' is not taken"},
+        {Utf16(u"<!DOCTYPE note SYSTEM 'y'>\n<note xmlns='http://www.lotus.com/dxl' a='\u0426&foo;'/>"),
+         ":2: the reference '&foo;' is not taken"},
+        {Utf16(u"<note xmlns='http://www.lotus.com/dxl'>\n\u0A0A\u010A<a>\n</note>"),
+         ":3: in <a>: not well-formed XML: mismatched tag"},
         {Item("<text>&#0;</text>"), ":6: in <text>: not well-formed XML: reference to invalid character number"},
         {Item("<text>a & b</text>"), ":6: in <text>: not well-formed XML"},
         {Database("<note class='form'>\n</notes>"), ":4: in <note>: not well-formed XML: mismatched tag"},
@@ -280,8 +293,9 @@ TEST_F(Dxl, RefusesWhatIsNoDxlOrBeyondTheLimitsByLineAndElement) {
         {Database("<note><a:b/></note>"), ":3: in <note>: not well-formed XML: unbound prefix"},
         // The limits
         {Item(Repeated("<a>", 300)), ":6: <a>: elements are nested deeper than 256"},
-        {Database("<note a='" + std::string(2'000'000, 'a') + "'/>"), ":2: a tag, comment or instruction is longer"},
-        {Database("<!--" + std::string(2'000'000, 'a')), ":2: a tag, comment or instruction is longer"},
+        {Item(Repeated("<a>", 255)), ":6: <a>: elements are nested deeper than 256"},
+        {Database("<note a=\"" + std::string(180'000, '\'') + "\"/>"), ":3: <note>: the tag is longer than 1 MiB"},
+        {Database("<!--" + std::string(3'000'000, 'a')), ":2: in <database>: a tag, comment or instruction is longer"},
         // The root
         {"\n<database/>", ":2: <database>: the root is no database, note or access control list of the namespace"},
         {"<database xmlns='urn:other'/>", ":1: <database>: the root is no database"},
@@ -290,11 +304,11 @@ TEST_F(Dxl, RefusesWhatIsNoDxlOrBeyondTheLimitsByLineAndElement) {
         {Database("<note class='form' krx:other='1'/>"), ":3: <note>: the attribute 'krx:other' has no place here"},
         {Database("<note class='form'>\n<krx:other/></note>"), ":4: <krx:other>: the element has no place here"},
         {Database("<krx:stub class='form'>\n<item name='a'><text/></item></krx:stub>"), ":4: <item>"},
-        {Database("<document><noteinfo noteid='0'/></document>"), ":3: <noteinfo>: the attribute 'noteid'"},
-        {Database("<document><noteinfo unid='1'/></document>"), ":3: <noteinfo>: the attribute 'unid'"},
-        {Database("<document><noteinfo sequence='65536'/></document>"), ":3: <noteinfo>: the attribute 'sequence'"},
+        {Database("<note krx:class='0004'/>"), ":3: <note>: the attribute 'krx:class' cannot be '0004'"},
+        {Database("<document><noteinfo noteid='x' krx:noteid='y'/></document>"),
+         ":3: <noteinfo>: the attribute 'noteid' cannot be 'x'"},
         {Database("<document><noteinfo noteid='9'/></document>\n<document><noteinfo noteid='9'/></document>"),
-         ":4: <document>: another note of the file has this note ID"},
+         ":4: <document>: another note of the file has the note ID 9"},
         {Database("<document><noteinfo unid='85256A38005F8BFC0000000000000001'/></document>\n"
                   "<document><noteinfo noteid='1' unid='85256A38005F8BFC0000000000000001'/></document>"),
          ":3: <document>: another note of the file has the UNID 85256A38005F8BFC0000000000000001"},

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <list>
 #include <span>
 #include <tuple>
@@ -46,33 +47,70 @@ bool IsChain(const Element& element) {
     return element.children.empty() || (element.children.size() == 1 && IsChain(element.children.front()));
 }
 
-void Print(std::string& out, const Element& element, size_t depth) {
-    if (element.name.empty()) {
-        out += element.text;
-        return;
+/** Takes the attribute out of attributes that stand as XML. */
+void EraseAttribute(std::string& attributes, std::string_view name) {
+    const std::string start = " " + std::string(name) + "='";
+    if (const size_t at = attributes.find(start); at != std::string::npos) { // in no value, where "'" is a reference
+        attributes.erase(at, attributes.find('\'', at + start.size()) + 1 - at);
     }
-    out += "<" + element.name;
-    for (const auto& [name, value] : element.attributes) {
-        out += AttributeText(name, value);
-    }
-    out += element.keptAttributes;
-    if (element.text.empty() && element.children.empty()) {
-        out += "/>";
-        return;
-    }
-    out += ">" + Escaped(element.text, XmlPlace::text);
-    const bool lines = !IsChain(element);
-    for (const Element& child : element.children) {
-        if (lines) {
-            out += "\n" + std::string(2 * (depth + 1), ' ');
-        }
-        Print(out, child, depth + 1);
-    }
-    if (lines) {
-        out += "\n" + std::string(2 * depth, ' ');
-    }
-    out += "</" + element.name + ">";
 }
+
+enum class Layout { lines, dense };
+
+/** Prints elements as XML; what is long goes on to `flush` at once. */
+class Printer {
+public:
+    explicit Printer(Layout layout, std::function<void(std::string_view)> flush = {})
+        : layout_(layout), flush_(std::move(flush)) {}
+
+    void Print(const Element& element, size_t depth) {
+        if (element.name.empty()) {
+            return Put(element.text);
+        }
+        Put("<" + element.name);
+        std::string kept = element.keptAttributes;
+        for (const auto& [name, value] : element.attributes) {
+            EraseAttribute(kept, name); // as it was; here it is as it is
+            Put(AttributeText(name, value));
+        }
+        Put(kept);
+        if (element.text.empty() && element.children.empty()) {
+            return Put("/>");
+        }
+        Put(">" + Escaped(element.text, XmlPlace::text));
+        const bool lines = layout_ == Layout::lines && !IsChain(element);
+        for (const Element& child : element.children) {
+            if (lines) {
+                Put("\n" + std::string(2 * (depth + 1), ' '));
+            }
+            Print(child, depth + 1);
+        }
+        if (lines) {
+            Put("\n" + std::string(2 * depth, ' '));
+        }
+        Put("</" + element.name + ">");
+    }
+
+    void Put(std::string_view text) {
+        constexpr size_t most = size_t{1} << 16;
+        if (!flush_ || text_.size() + text.size() <= most) {
+            text_ += text;
+            return;
+        }
+        Flush();
+        flush_(text);
+    }
+    void Flush() {
+        flush_(text_);
+        text_.clear();
+    }
+    [[nodiscard]] const std::string& Text() const noexcept { return text_; }
+
+private:
+    Layout layout_;
+    std::function<void(std::string_view)> flush_;
+    std::string text_;
+};
 
 std::string Hex(uint32_t value, size_t digits) {
     char text[9];
@@ -194,10 +232,8 @@ std::string Base64Text(std::string_view bytes) {
     return lines;
 }
 
-constexpr std::string_view compiledElement = "formula";
-
 Element CompiledForm(std::string_view value) {
-    return {"formula", {{"compiled", "true"}}, Base64Text(value), {}};
+    return {std::string(dxl::compiledElement), {{"compiled", "true"}}, Base64Text(value), {}};
 }
 
 Form FormulaForm(std::string_view value) {
@@ -307,10 +343,12 @@ private:
         return tag + ">";
     }
 
-    void PrintElement(std::ostream& out, const Element& element) {
-        line_ = "  ";
-        Print(line_, element, 1);
-        out << line_ << '\n';
+    static void PrintElement(std::ostream& out, const Element& element) {
+        Printer printer(Layout::lines, [&out](std::string_view text) { out << text; });
+        printer.Put("  ");
+        printer.Print(element, 1);
+        printer.Put("\n");
+        printer.Flush();
     }
 
     // ---- The access control list
@@ -326,7 +364,7 @@ private:
             if (std::ranges::find(inOrder, name) != inOrder.end()) {
                 continue;
             }
-            if (!IsXmlName(name) || name == "name") {
+            if (!IsXmlName(name) || name == "name") { // not from an import
                 throw StatusError(EMB_ERR_DXL, file_ + ": " + aclName + " has attributes that DXL does not have");
             }
             element.attributes.emplace_back(name, Checked(value, aclName));
@@ -471,7 +509,7 @@ private:
         return 0;
     }
 
-    /** `rest` is a value of keptInfo. */
+    /** `rest` is a value of keptInfo, or empty. */
     Element NoteInfo(const NoteHead& head, std::string_view rest) const {
         Element info{"noteinfo", {}, {}, {}};
         if (!stable_) {
@@ -482,27 +520,28 @@ private:
             return info;
         }
         info.keptAttributes = dxl::TakePart(rest);
-        if (const std::string_view before = dxl::TakePart(rest); !before.empty()) {
-            info.children.push_back(PieceOfXml(before));
-        }
         info.attributes.emplace_back("sequence", std::to_string(head.oid.Sequence & 0xFFFF));
         if (head.oid.Sequence >> 16 != 0) {
             info.attributes.emplace_back("krx:sequenceflags", Hex(head.oid.Sequence >> 16, 4));
         }
-        info.children.push_back(NoteTime("modified", head.modified));
-        info.children.push_back(NoteTime("revised", head.oid.SequenceTime));
-        if (!rest.empty()) {
-            info.children.push_back(PieceOfXml(rest));
+        for (rest = rest.empty() ? datesAlone : rest; !rest.empty();) {
+            std::string_view piece = dxl::TakePart(rest);
+            const char kind = piece.front();
+            piece.remove_prefix(1);
+            info.children.push_back(kind == 'm'   ? NoteTime("modified", head.modified, piece)
+                                    : kind == 'r' ? NoteTime("revised", head.oid.SequenceTime, piece)
+                                                  : PieceOfXml(piece));
         }
         return info;
     }
 
-    static Element NoteTime(const char* name, const TIMEDATE& time) {
-        auto form = TimeForm({reinterpret_cast<const char*>(&time), sizeof time});
-        if (!form) {
-            form = Element{"krx:time", {}, IdText(time), {}};
+    /** `own` is the time and the element that stood for it, or empty. */
+    static Element NoteTime(const char* name, const TIMEDATE& time, std::string_view own) {
+        const std::string id = IdText(time);
+        if (own.starts_with(id)) {
+            return PieceOfXml(own.substr(id.size()));
         }
-        return {name, {}, {}, {*std::move(form)}};
+        return {name, {}, {}, {PieceOfXml(dxl::NoteTimeElement(time))}};
     }
 
     /** `description` is a value of keptAttributes. */
@@ -510,8 +549,15 @@ private:
         if (view.type == keptElement) {
             note.children.push_back(PieceOfXml(view.value));
         } else if (!IsHidden(view.type)) {
-            auto named = stable_ || !description.empty() ? std::nullopt : NamedElement(view);
-            note.children.push_back(named ? *std::move(named) : ItemElement(view, description));
+            const auto described = dxl::DecodeDescription(description, view.type, view.value);
+            const bool isNamed = std::ranges::find(dxl::namedItems, described.element, &dxl::NamedItem::element) !=
+                                 std::end(dxl::namedItems);
+            auto named = stable_ || !(isNamed || description.empty()) ? std::nullopt : NamedElement(view);
+            if (named && !described.spelling.empty()) {
+                named->children = {PieceOfXml(described.spelling)};
+            }
+            note.children.push_back(named ? *std::move(named)
+                                          : ItemElement(view, isNamed ? dxl::ItemDescription{} : described));
         }
     }
 
@@ -536,7 +582,7 @@ private:
         return std::nullopt;
     }
 
-    Element ItemElement(const ItemView& view, std::string_view description) const {
+    Element ItemElement(const ItemView& view, const dxl::ItemDescription& described) const {
         Element element{"item", {}, {}, {}};
         if (auto name = Readable(view.name); name && name->find('\0') == std::string::npos) {
             element.attributes.emplace_back("name", *std::move(name));
@@ -550,13 +596,11 @@ private:
             }
             unnamed &= static_cast<WORD>(~flag.flag);
         }
-        element.keptAttributes = dxl::TakePart(description);
-        const std::string_view ofValue = dxl::TakePart(description);
-        const std::string_view valueElement = dxl::TakePart(description);
+        element.keptAttributes = described.ofItem;
         Form form;
-        if (valueElement.empty()) {
+        if (described.element.empty()) {
             form = TypedForm(view.type, view.value);
-        } else if (valueElement == compiledElement) {
+        } else if (described.element == dxl::compiledElement) {
             form = CompiledForm(view.value);
         }
         if (const bool summary = (view.flags & ITEM_SUMMARY) != 0; summary != form.has_value()) {
@@ -567,11 +611,12 @@ private:
         }
         element.children.push_back(form ? *std::move(form) : RawForm(view.type, ShownValue(view)));
         Element& value = element.children.front();
-        value.keptAttributes = ofValue;
-        if (!valueElement.empty()) {
-            value.name = valueElement;
-        } else if (!stable_ && !description.empty() && dxl::StandsFor(description, view.type, view.value)) {
-            value.text = description;
+        value.keptAttributes = described.ofValue;
+        if (!described.element.empty()) {
+            value.name = described.element;
+        } else if (!stable_ && !described.spelling.empty()) {
+            value.text.clear();
+            value.children = {PieceOfXml(described.spelling)};
             if (view.type == TYPE_FORMULA) {
                 value.attributes.clear(); // it is not compiled
             }
@@ -599,6 +644,7 @@ private:
 
     static constexpr const char* aclName = "the access control list";
     static constexpr std::string_view infoTag = "<databaseinfo";
+    static constexpr std::string_view datesAlone = std::string_view("m\0r", 3); // a value of keptInfo's pieces
     static inline const std::string pathProperty = std::string(property::attributePrefix) + "path";
 
     Store& store_;
@@ -607,7 +653,6 @@ private:
     DBREPLICAINFO replicaInfo_;
     Acl acl_; // the names of attributes point into it
     std::map<std::string, std::string> properties_;
-    std::string line_;
 };
 
 void ExpectOther(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile) {
@@ -655,12 +700,19 @@ std::string ShowClass(WORD noteClass) {
     return found != std::end(dxl::classNames) ? std::string(found->name) : Hex(base, 4);
 }
 
-std::string dxl::ReadableText(WORD type, std::string_view value) {
-    auto form = TypedForm(type, value);
+std::string dxl::ValueElement(WORD type, std::string_view value) {
+    const auto form = TypedForm(type, value);
     if (!form) {
         return {};
     }
-    return form->text.empty() ? " " : std::move(form->text);
+    Printer printer(Layout::dense);
+    printer.Print(*form, 0);
+    return printer.Text();
+}
+
+std::string dxl::NoteTimeElement(const TIMEDATE& time) {
+    const std::string element = ValueElement(TYPE_TIME, {reinterpret_cast<const char*>(&time), sizeof time});
+    return element.empty() ? "<krx:time>" + IdText(time) + "</krx:time>" : element;
 }
 
 void ExportDxl(const std::filesystem::path& databaseFile, const std::filesystem::path& dxlFile,

@@ -12,6 +12,7 @@
 #include "engine/dxl/dxl_items.h"
 #include "engine/dxl/dxl_note_element.h"
 #include "engine/dxl/dxl_source.h"
+#include "engine/dxl/dxl_values.h"
 #include "engine/dxl/dxl_vocabulary.h"
 #include "engine/dxl/xml_text.h"
 #include "engine/store/store.h"
@@ -21,6 +22,7 @@
 #include "engine/values/acl.h"
 #include "engine/values/ascii.h"
 #include "engine/values/bytes.h"
+#include "engine/values/charset.h"
 #include "engine/values/timedate.h"
 
 namespace embedded {
@@ -49,24 +51,17 @@ std::optional<std::string> PlainText(const DxlNode& node) {
 
 /** A date of noteinfo. */
 std::optional<TIMEDATE> ReadNoteTime(const DxlNode& node) {
-    std::optional<TIMEDATE> time;
-    for (const DxlNode& child : DxlChildren(node)) {
-        if (child.name.empty() && IsBlank(child.text)) {
-            continue;
-        }
-        if (time) {
-            return std::nullopt;
-        }
-        if (child.name == "krx:time") {
-            time = ParseId(Trimmed(PlainText(child).value_or(std::string())));
-        } else {
-            time = dxl::ReadDatetime(child);
-        }
-        if (!time) {
-            return std::nullopt;
-        }
+    const DxlNode* value = dxl::OnlyElementOf(node);
+    if (!value) {
+        return std::nullopt;
     }
-    return time;
+    return value->name == "krx:time" ? ParseId(Trimmed(PlainText(*value).value_or(std::string())))
+                                     : dxl::ReadDatetime(*value);
+}
+
+/** Whether export writes the date of noteinfo in these words. */
+bool IsAsExported(const DxlNode& node, const TIMEDATE& time) {
+    return node.attributes.empty() && DenseXmlOf(*dxl::OnlyElementOf(node)) == dxl::NoteTimeElement(time);
 }
 
 /** A node as XML that stands in a line of its own. */
@@ -78,25 +73,29 @@ std::string PieceOf(const DxlNode& node) {
     source.Fail(node, "the attribute '" + std::string(name) + "' cannot be '" + std::string(value) + "'");
 }
 
-/** A number, whole and in the given base, at most `most`. */
-std::optional<uint32_t> TakeNumber(DxlSource& source, const DxlNode& node, AttributesLeft& attributes,
-                                   std::string_view name, int base, uint32_t most) {
-    const auto value = attributes.Take(name);
-    if (!value) {
-        return std::nullopt;
-    }
+/** A whole number in the given base. */
+std::optional<uint32_t> NumberOf(std::string_view text, int base, uint32_t most) {
     uint32_t number = 0;
-    const auto [stop, error] = std::from_chars(value->data(), value->data() + value->size(), number, base);
-    if (error != std::errc() || stop != value->data() + value->size() || number > most) {
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+    const bool whole = error == std::errc() && stop == text.data() + text.size();
+    return whole && number <= most ? std::optional(number) : std::nullopt;
+}
+
+/** The value of a word of this project, or 0. */
+WORD TakeWord(DxlSource& source, const DxlNode& node, AttributesLeft& attributes, std::string_view name, int base) {
+    const auto value = attributes.Take(name);
+    const auto number = value ? NumberOf(*value, base, maxWord) : 0;
+    if (!number) {
         FailAttribute(source, node, name, *value);
     }
-    return number;
+    return static_cast<WORD>(*number);
 }
 
 /** Words of this project's own namespace that are not known: a later version may lose what they mean. */
-void RefuseUnknownWords(DxlSource& source, const DxlNode& node, const AttributesLeft& attributes) {
+void RefuseUnknownWords(DxlSource& source, const DxlNode& node, const AttributesLeft& attributes,
+                        std::span<const std::string_view> known = {}) {
     for (const DxlAttribute& attribute : attributes.Left()) {
-        if (attribute.name.starts_with("krx:")) {
+        if (attribute.name.starts_with("krx:") && std::ranges::find(known, attribute.name) == known.end()) {
             source.Fail(node, "the attribute '" + std::string(attribute.name) + "' has no place here");
         }
     }
@@ -123,10 +122,11 @@ public:
         if (node.name.empty() || node.name.find_first_of("\n:") != std::string_view::npos) {
             return; // a text, or of another namespace
         }
-        constexpr size_t most = 1000; // more names than these nobody reads
-        if (known_.size() < most && !dxl::IsKnownElement(node.name) && known_.emplace(node.name).second) {
-            remarks.push_back("<" + std::string(node.name) + "> in <" + std::string(parent) +
-                              ">: not known, kept as it is");
+        constexpr size_t most = 1000, longest = 64; // more than this nobody reads
+        if (known_.size() < most && !dxl::IsKnownElement(node.name) &&
+            known_.emplace(CutUtf8(node.name, longest)).second) {
+            remarks.push_back("<" + std::string(CutUtf8(node.name, longest)) + "> in <" +
+                              std::string(CutUtf8(parent, longest)) + ">: not known, kept as it is");
         }
         for (const DxlNode& child : DxlChildren(node)) {
             Look(child, node.name);
@@ -192,34 +192,18 @@ private:
         }
     }
 
-    static inline const std::string betweenDates = "\n      "; // as export lays out the others
-
     /** Returns what the head has no place for, empty for none. */
     std::string ReadInfo(const DxlNode& node, Note& note) {
         NoteHead& head = note.head;
         AttributesLeft attributes(node);
-        if (const auto id = TakeNumber(source_, node, attributes, "noteid", 16, maxNoteId)) {
-            if (*id == 0) {
-                FailAttribute(source_, node, "noteid", "0");
-            }
-            head.id = *id;
-            highestId_ = std::max(highestId_, head.id);
-        }
-        if (const auto text = attributes.Take("unid")) {
-            const auto unid = ParseUnid(*text);
-            if (!unid) {
-                FailAttribute(source_, node, "unid", *text);
-            }
-            head.oid.File = unid->File;
-            head.oid.Note = unid->Note;
-            note.hasUnid = true;
-        }
-        head.oid.Sequence = TakeNumber(source_, node, attributes, "sequence", 10, maxWord).value_or(1);
-        head.oid.Sequence |= TakeNumber(source_, node, attributes, "krx:sequenceflags", 16, maxWord).value_or(0) << 16;
-        RefuseUnknownWords(source_, node, attributes);
+        const std::string odd = TakeIdentity(node, attributes, note);
+        head.oid.Sequence |= DWORD{TakeWord(source_, node, attributes, "krx:sequenceflags", 16)} << 16;
+        constexpr std::string_view known[] = {"krx:noteid", "krx:unid", "krx:sequence"};
+        RefuseUnknownWords(source_, node, attributes, known);
 
         std::optional<TIMEDATE> modified, revised;
-        std::string before, behind;
+        std::vector<std::string> pieces;
+        size_t datesPlace = 0; // where the dates stand that the note does not have
         for (const DxlNode& child : DxlChildren(node)) {
             if (child.name.empty() && IsBlank(child.text)) {
                 continue;
@@ -227,20 +211,68 @@ private:
             std::optional<TIMEDATE>* date = child.name == "modified"  ? &modified
                                             : child.name == "revised" ? &revised
                                                                       : nullptr;
-            if (date && !*date && child.attributes.empty()) {
-                *date = ReadNoteTime(child);
-                if (*date) {
-                    continue;
-                }
+            if (date && !*date && (*date = ReadNoteTime(child))) {
+                const std::string own = IsAsExported(child, **date) ? std::string() : IdText(**date) + XmlOf(child);
+                pieces.push_back(std::string(child.name.substr(0, 1)) + own);
+                datesPlace = pieces.size() - (date == &revised ? 1 : 0);
+                continue;
             }
-            std::string& place = child.name == "created" ? before : behind;
-            place += (place.empty() ? "" : betweenDates) + PieceOf(child);
+            pieces.push_back("-" + PieceOf(child));
             unknown_.Look(child, node.name);
+            if (child.name == "created" && !modified && !revised) {
+                datesPlace = pieces.size();
+            }
         }
         head.oid.SequenceTime = revised.value_or(modified.value_or(undated));
         head.modified = modified.value_or(head.oid.SequenceTime);
-        const std::string kept = AttributesText(attributes.Left());
-        return kept.empty() && before.empty() && behind.empty() ? std::string() : kept + '\0' + before + '\0' + behind;
+        const auto place = pieces.begin() + static_cast<ptrdiff_t>(datesPlace);
+        if (!modified && !revised) {
+            pieces.insert(place, {"m", "r"});
+        } else if (!modified || !revised) {
+            pieces.insert(place, revised ? "m" : "r");
+        }
+        std::string kept = odd + AttributesText(attributes.Left());
+        if (kept.empty() && pieces == std::vector<std::string>{"m", "r"}) {
+            return {};
+        }
+        for (const std::string& piece : pieces) {
+            kept += '\0' + piece;
+        }
+        return kept;
+    }
+
+    /** Returns, as attributes, what should say which note it is and cannot. */
+    std::string TakeIdentity(const DxlNode& node, AttributesLeft& attributes, Note& note) {
+        std::string odd;
+        const auto take = [&](const char* name, const auto& read) {
+            const auto value = attributes.Take(name);
+            if (!value || read(*value)) {
+                return;
+            }
+            const std::string own = std::string("krx:") + name;
+            if (dxl::FindAttribute(node.attributes, own)) {
+                FailAttribute(source_, node, name, *value);
+            }
+            odd += AttributeText(own, *value);
+        };
+        take("noteid", [&](std::string_view text) {
+            note.head.id = NumberOf(text, 16, maxNoteId).value_or(0);
+            highestId_ = std::max(highestId_, note.head.id);
+            return note.head.id != 0;
+        });
+        take("unid", [&](std::string_view text) {
+            const auto unid = ParseUnid(text);
+            note.hasUnid = unid.has_value();
+            note.head.oid.File = unid.value_or(UNID{}).File;
+            note.head.oid.Note = unid.value_or(UNID{}).Note;
+            return note.hasUnid;
+        });
+        take("sequence", [&](std::string_view text) {
+            const auto number = NumberOf(text, 10, maxWord);
+            note.head.oid.Sequence = number.value_or(note.head.oid.Sequence);
+            return number.has_value();
+        });
+        return odd;
     }
 
     /** The note's own element: its class, the items that follow from it, and its attributes. */
@@ -296,8 +328,12 @@ private:
 
     WORD ReadClass(const DxlNode& node, AttributesLeft& attributes) {
         WORD noteClass = dxl::unknownClass;
-        if (const auto bits = TakeNumber(source_, node, attributes, "krx:class", 16, maxWord)) {
-            noteClass = static_cast<WORD>(*bits);
+        if (const auto bits = dxl::FindAttribute(node.attributes, "krx:class")) {
+            noteClass = TakeWord(source_, node, attributes, "krx:class", 16);
+            const auto* named = std::ranges::find(dxl::classNames, noteClass, &dxl::ClassName::noteClass);
+            if (named != std::end(dxl::classNames) || (noteClass & dxl::classModifiers) != 0) {
+                FailAttribute(source_, node, "krx:class", *bits); // of a class that DXL has words for
+            }
         } else {
             for (const dxl::ClassName& named : dxl::classNames) {
                 if (attributes.TakeIf("class", named.name)) {
@@ -334,8 +370,11 @@ private:
 std::map<std::string, std::string> ReadAclAttributes(const AttributesLeft& attributes, bool& whole) {
     std::map<std::string, std::string> values;
     for (const DxlAttribute& attribute : attributes.Left()) {
-        whole = whole && attribute.name.find_first_of("\n:") == std::string_view::npos;
-        values.emplace(attribute.name, attribute.value);
+        if (IsXmlName(attribute.name) && attribute.name != "name") {
+            values.emplace(attribute.name, attribute.value);
+        } else {
+            whole = false;
+        }
     }
     return values;
 }
@@ -395,13 +434,15 @@ public:
 
     void ReadRoot(const DxlNode& node) {
         AttributesLeft attributes(node);
+        constexpr std::string_view oddId[] = {"krx:replicaid"};
         if (const auto id = attributes.Take("replicaid"); id && !SetReplicaId(*id)) {
-            FailAttribute(source_, node, "replicaid", *id);
+            if (dxl::FindAttribute(node.attributes, oddId[0])) {
+                FailAttribute(source_, node, "replicaid", *id);
+            }
+            properties[property::attributePrefix + std::string(oddId[0])] = *id;
         }
-        replicaInfo.Flags =
-            static_cast<WORD>(TakeNumber(source_, node, attributes, "krx:replicationflags", 16, maxWord).value_or(0));
-        replicaInfo.CutoffInterval =
-            static_cast<WORD>(TakeNumber(source_, node, attributes, "krx:cutoffinterval", 10, maxWord).value_or(0));
+        replicaInfo.Flags = TakeWord(source_, node, attributes, "krx:replicationflags", 16);
+        replicaInfo.CutoffInterval = TakeWord(source_, node, attributes, "krx:cutoffinterval", 10);
         if (const auto text = attributes.Take("krx:cutoff")) {
             const auto cutoff = ParseId(*text);
             if (!cutoff) {
@@ -412,7 +453,7 @@ public:
         if (const auto title = attributes.Take("title")) {
             properties[property::title] = *title;
         }
-        RefuseUnknownWords(source_, node, attributes);
+        RefuseUnknownWords(source_, node, attributes, oddId);
         std::vector<DxlAttribute> foreign;
         for (const DxlAttribute& attribute : attributes.Left()) {
             if (attribute.name.find('\n') != std::string_view::npos) {
@@ -438,9 +479,12 @@ public:
             (void)SetReplicaId(dxl::FindAttribute(node.attributes, "replicaid").value_or(std::string_view()));
         }
         const std::string xml = PieceOf(node);
-        partsSize_ += xml.size();
+        constexpr size_t costOfPart = 160; // memory beside the text
+        partsSize_ += xml.size() + costOfPart;
         if (partsSize_ > maxParts) {
-            source_.Fail(node, "more than " + std::to_string(maxParts >> 20) + " MiB beside the notes");
+            source_.Fail(node, "more than " + std::to_string(maxParts >> 20) +
+                                   " MiB beside the notes, each element counted with " + std::to_string(costOfPart) +
+                                   " bytes more");
         }
         const char place = behindNotes ? partBehindNotes : hasAcl_ ? partBehindAcl : partBeforeAcl;
         char number[16];
@@ -507,23 +551,34 @@ public:
         return Remarks();
     }
 
-    DxlRemarks AddTo(std::unique_ptr<Store> store) {
-        store_ = std::move(store);
-        database_.replicaInfo = store_->ReplicaInfo();
+    /** The database is not touched before the file is known to be good to its end. */
+    DxlRemarks AddTo(const std::filesystem::path& file) {
+        std::optional<Note> note;
+        std::string name;
+        DxlNode place; // for messages
         const DxlSource::Visitor visitor{[&](const DxlNode& root) {
                                              RequireRoot(root);
                                              if (!IsNote(root)) {
                                                  source_.Fail(root, "only a note can become one of a database");
                                              }
                                          },
-                                         [&](const DxlNode& node) { AddNote(node); }};
+                                         [&](const DxlNode& node) {
+                                             for (int turn = 0; !note;) {
+                                                 note = notes_.Read(node, turn);
+                                             }
+                                             name = node.name;
+                                             place.offset = node.offset;
+                                         }};
+        source_.Read(visitor, progress_);
+        place.name = name;
+        store_ = Store::Open(file, StoreAccess::readWrite);
         try {
-            source_.Read(visitor, progress_);
+            AddNote(place, *std::move(note));
+            store_->Close();
         } catch (...) {
             store_->Rollback();
             throw;
         }
-        store_->Close();
         return Remarks();
     }
 
@@ -602,10 +657,12 @@ private:
             MakeUnid(head.oid);
         }
         if (NoteHead other; head.id != 0 && head.id < store_->NextId() && store_->ReadHead(head.id, other)) {
-            source_.Fail(node, "another note of the file has this note ID");
+            char id[9];
+            std::snprintf(id, sizeof id, "%x", head.id);
+            source_.Fail(node, std::string("another note of the file has the note ID ") + id);
         }
         if (head.id == 0) {
-            head.id = FreeId(node);
+            head.id = FreeId(node, notes_.HighestId());
         }
         if (IsGeneratedUnid(UnidOf(head.oid), database_.replicaInfo.ID)) {
             store_->SkipSerials(head.oid.File.Innards[0]);
@@ -620,10 +677,10 @@ private:
         }
     }
 
-    /** Above those of the database and of the file. */
-    NOTEID FreeId(const DxlNode& node) {
+    /** Above those of the database and `highest`. */
+    NOTEID FreeId(const DxlNode& node, NOTEID highest = 0) {
         constexpr NOTEID step = 4;
-        const NOTEID id = std::max(store_->NextId(), notes_.HighestId() + step);
+        const NOTEID id = std::max(store_->NextId(), highest + step);
         if (id > maxNoteId) {
             source_.Fail(node, "no note ID is left");
         }
@@ -631,23 +688,19 @@ private:
     }
 
     /** In the place of the note that has its UNID, or under a note ID of the database's own. */
-    void AddNote(const DxlNode& node) {
-        std::optional<Note> note;
-        for (int turn = 0; !note;) {
-            note = notes_.Read(node, turn);
-        }
-        NoteHead& head = note->head;
-        if (!note->hasUnid) {
+    void AddNote(const DxlNode& node, Note note) {
+        database_.replicaInfo = store_->ReplicaInfo();
+        NoteHead& head = note.head;
+        if (!note.hasUnid) {
             MakeUnid(head.oid);
         }
         head.id = store_->FindUnid(UnidOf(head.oid));
-        const NOTEID id = head.id != 0 ? head.id : store_->NextId();
-        const std::string items = WithLongValuesApart(std::move(note->items), id);
         if (head.id == 0) {
-            store_->Insert(head, items);
+            head.id = FreeId(node);
+            store_->Insert(head, WithLongValuesApart(std::move(note.items), head.id));
             return;
         }
-        store_->Replace(head, items, false);
+        store_->Replace(head, WithLongValuesApart(std::move(note.items), head.id), false);
         remarks_.push_back("the note of the UNID " + UnidText(UnidOf(head.oid)) + " is replaced");
     }
 
@@ -713,7 +766,7 @@ DxlRemarks AddNote(const std::filesystem::path& databaseFile, Importer& importer
         throw StatusError(ERR_NOEXIST, PathForCaller(databaseFile) + ": no such file");
     }
     const auto lock = LockExisting(databaseFile);
-    return importer.AddTo(Store::Open(databaseFile, StoreAccess::readWrite));
+    return importer.AddTo(databaseFile);
 }
 
 } // namespace

@@ -60,20 +60,6 @@ std::optional<std::vector<const DxlNode*>> ElementsOf(const DxlNode& node) {
     return elements;
 }
 
-/** The one element below an element that holds nothing else, or NULL. */
-const DxlNode* OnlyElementOf(const DxlNode& node) {
-    const DxlNode* only = nullptr;
-    for (const DxlNode& child : DxlChildren(node)) {
-        if (child.name.empty() ? !IsBlank(child.text) : only != nullptr) {
-            return nullptr;
-        }
-        if (!child.name.empty()) {
-            only = &child;
-        }
-    }
-    return only;
-}
-
 bool IsPlain(const DxlNode& node, std::string_view name) {
     return node.name == name && node.attributes.empty();
 }
@@ -196,10 +182,11 @@ Read ReadTime(const DxlNode& node, AttributesLeft& attributes) {
     return value;
 }
 
-/** A time in a list, with no attribute but dst='true'. */
+/** A time in a list, with no attribute but dst. */
 bool AppendTime(const DxlNode& node, std::string& times) {
     AttributesLeft attributes(node);
     const bool dst = attributes.TakeIf("dst", "true");
+    attributes.TakeIf("dst", "false");
     const auto time = node.name == "datetime" && attributes.Empty() ? TimeOf(node, dst) : std::nullopt;
     if (time) {
         AppendValue(times, *time);
@@ -283,12 +270,11 @@ constexpr ValueForm valueForms[] = {
 // ---- Items
 
 std::optional<std::string> ItemName(AttributesLeft& attributes) {
-    std::optional<std::string> name;
-    if (const auto coded = attributes.Take("krx:name")) {
-        name = BytesFromBase64(*coded);
-    } else if (const auto text = attributes.Take("name")) {
-        name = LmbcsFromUtf8(*text);
+    const auto coded = attributes.Take("krx:name"), text = attributes.Take("name");
+    if (coded && text) {
+        return std::nullopt;
     }
+    const auto name = coded ? BytesFromBase64(*coded) : text ? std::optional(LmbcsFromUtf8(*text)) : std::nullopt;
     return name && name->size() <= maxItemName ? name : std::nullopt;
 }
 
@@ -300,7 +286,7 @@ std::optional<WORD> ItemFlags(AttributesLeft& attributes) {
     }
     if (const auto digits = attributes.Take("krx:flags")) {
         const auto unnamed = HexWord(*digits);
-        if (!unnamed) {
+        if (!unnamed || (*unnamed & namedFlags) != 0) {
             return std::nullopt;
         }
         flags = *unnamed;
@@ -313,12 +299,25 @@ std::optional<WORD> ItemFlags(AttributesLeft& attributes) {
     return flags;
 }
 
-/** What export would not write of itself, for it to write all the same. */
-void AppendAttributes(std::string_view name, const AttributesLeft& ofItem, const AttributesLeft& ofValue,
-                      std::string_view element, std::string_view text, std::string& encoded) {
-    if (!ofItem.Empty() || !ofValue.Empty() || !element.empty() || !text.empty()) {
-        const std::string kept = AttributesText(ofItem.Left()) + '\0' + AttributesText(ofValue.Left()) + '\0' +
-                                 std::string(element) + '\0' + std::string(text);
+std::string HashText(WORD type, std::string_view value) {
+    Hash hash;
+    hash.Add({reinterpret_cast<const char*>(&type), sizeof type});
+    hash.Add(value);
+    return std::to_string(hash.Value());
+}
+
+/** Adds what export would not write of itself, for it to write all the same. */
+void AppendDescription(std::string_view name, const ItemDescription& description, const Value& value,
+                       std::string& encoded) {
+    const auto& [ofItem, ofValue, element, spelling] = description;
+    if (!ofItem.empty() || !ofValue.empty() || !element.empty() || !spelling.empty()) {
+        std::string kept;
+        for (const std::string_view part : {ofItem, ofValue, element}) {
+            kept.append(part) += '\0';
+        }
+        if (!spelling.empty()) {
+            kept.append(HashText(value.type, value.bytes)).append(1, '\0').append(spelling);
+        }
         AppendEncoded(encoded, {name, keptAttributes, 0, kept});
     }
 }
@@ -326,68 +325,97 @@ void AppendAttributes(std::string_view name, const AttributesLeft& ofItem, const
 /** Whether an element has its value's bytes. */
 bool IsRaw(const DxlNode& element) {
     return element.name == "rawitemdata" || element.name == "itemdata" ||
-           FindAttribute(element.attributes, "compiled") == "true";
+           (element.name == compiledElement && FindAttribute(element.attributes, "compiled") == "true");
 }
 
-/** Whether export would write the value in words and not as bytes. */
-bool IsReadable(const Value& value) {
-    const std::string text = ReadableText(value.type, value.bytes);
-    return !text.empty() && !(value.type == TYPE_FORMULA && BytesFromBase64(text) == value.bytes);
+/** The name of a raw element when export would write the value in another one. */
+std::string_view OtherElement(const DxlNode& element, const Value& value) {
+    const std::string exported = ValueElement(value.type, value.bytes);
+    const bool same = element.name == compiledElement ? exported.starts_with("<formula compiled=")
+                                                      : exported.empty() && element.name == "rawitemdata";
+    return same ? std::string_view() : element.name;
 }
 
-/** The text of an element when export would write the value in other words: "1.50", say. */
-std::string_view OwnWords(const DxlNode& element, const Value& value) {
-    const DxlNode* text = element.firstChild;
-    const bool mayDiffer = value.type == TYPE_NUMBER || value.type == TYPE_TIME || value.type == TYPE_FORMULA;
-    if (!mayDiffer || !text || text->next || text->text == ReadableText(value.type, value.bytes)) {
-        return {};
+/** What stands between the tags of an element. */
+std::string_view Inside(std::string_view xml) {
+    const size_t start = xml.find('>') + 1, end = xml.rfind("</");
+    return end == std::string_view::npos ? std::string_view() : xml.substr(start, end - start);
+}
+
+/** What stands in an element when export would write the value in other words: "1.50", say. */
+std::string Spelling(const DxlNode& element, const Value& value) {
+    if (value.type == TYPE_TEXT || value.type == TYPE_TEXT_LIST) {
+        return {}; // no two texts stand for the same bytes
     }
-    return StandsFor(text->text, value.type, value.bytes) ? text->text : std::string_view();
+    const std::string own = DenseXmlOf(element), exported = ValueElement(value.type, value.bytes);
+    return Inside(own) == Inside(exported) ? std::string() : std::string(Inside(own));
 }
 
 bool AppendNamedItem(const NamedItem& named, const DxlNode& node, std::string& encoded) {
     if (!node.attributes.empty()) {
         return false;
     }
-    std::optional<std::string> value;
-    if (named.type == TYPE_TEXT_LIST) {
-        value = TextList(node, "name");
-    } else if (auto times = TimeList(node)) {
-        value = std::move(times->bytes);
+    Read value;
+    if (named.type != TYPE_TEXT_LIST) {
+        value = TimeList(node);
+    } else if (auto names = TextList(node, "name")) {
+        value = {TYPE_TEXT_LIST, *std::move(names)};
     }
-    if (!value || value->size() > maxSummaryValue) {
+    if (!value || value->bytes.size() > maxSummaryValue) {
         return false;
     }
-    AppendEncoded(encoded, {named.item, named.type, named.flags, *value});
+    AppendEncoded(encoded, {named.item, named.type, named.flags, value->bytes});
+    if (const std::string spelling = Spelling(node, *value); !spelling.empty()) {
+        AppendDescription(named.item, {{}, {}, named.element, spelling}, *value, encoded);
+    }
     return true;
 }
 
 } // namespace
 
-size_t AttributesLeft::Find(std::string_view name) const {
-    const size_t end = std::min(attributes_.size(), most);
-    for (size_t place = 0; place < end; ++place) {
-        if (attributes_[place].name == name && (taken_ >> place & 1) == 0) {
-            return place;
+const DxlNode* OnlyElementOf(const DxlNode& node) {
+    const DxlNode* only = nullptr;
+    for (const DxlNode& child : DxlChildren(node)) {
+        if (child.name.empty() ? !IsBlank(child.text) : only != nullptr) {
+            return nullptr;
+        }
+        if (!child.name.empty()) {
+            only = &child;
         }
     }
-    return most;
+    return only;
+}
+
+size_t AttributesLeft::Find(std::string_view name) const {
+    size_t place = 0;
+    while (place < attributes_.size() && (attributes_[place].name != name || IsTaken(place))) {
+        ++place;
+    }
+    return place;
+}
+
+bool AttributesLeft::IsTaken(size_t place) const {
+    return place < bits ? (taken_ >> place & 1) != 0 : std::ranges::find(takenBehind_, place) != takenBehind_.end();
 }
 
 std::string_view AttributesLeft::TakeAt(size_t place) {
-    taken_ |= uint64_t{1} << place;
+    if (place < bits) {
+        taken_ |= uint64_t{1} << place;
+    } else {
+        takenBehind_.push_back(place);
+    }
     ++count_;
     return attributes_[place].value;
 }
 
 std::optional<std::string_view> AttributesLeft::Take(std::string_view name) {
     const size_t place = Find(name);
-    return place == most ? std::nullopt : std::optional(TakeAt(place));
+    return place == attributes_.size() ? std::nullopt : std::optional(TakeAt(place));
 }
 
 bool AttributesLeft::TakeIf(std::string_view name, std::string_view value) {
     const size_t place = Find(name);
-    if (place == most || attributes_[place].value != value) {
+    if (place == attributes_.size() || attributes_[place].value != value) {
         return false;
     }
     TakeAt(place);
@@ -397,28 +425,22 @@ bool AttributesLeft::TakeIf(std::string_view name, std::string_view value) {
 std::vector<DxlAttribute> AttributesLeft::Left() const {
     std::vector<DxlAttribute> left;
     for (size_t place = 0; place < attributes_.size() && !Empty(); ++place) {
-        if (place >= most || (taken_ >> place & 1) == 0) {
+        if (!IsTaken(place)) {
             left.push_back(attributes_[place]);
         }
     }
     return left;
 }
 
-bool StandsFor(std::string_view text, WORD type, std::string_view value) {
-    std::string bytes;
-    if (type == TYPE_NUMBER) {
-        if (const auto number = NumberOf(text)) {
-            AppendValue(bytes, *number);
-        }
-    } else if (type == TYPE_TIME && value.size() == sizeof(TIMEDATE)) {
-        if (const auto time = TimedateFromDxl(Trimmed(text), IsDaylightSaving(ValueAt<TIMEDATE>(value.data() + 0)))) {
-            AppendValue(bytes, *time);
-        }
-    } else if (type == TYPE_FORMULA) {
-        auto compiled = CompileFormula(LmbcsFromUtf8(text));
-        bytes = std::holds_alternative<std::string>(compiled) ? std::get<std::string>(compiled) : std::string();
+ItemDescription DecodeDescription(std::string_view encoded, WORD type, std::string_view value) {
+    ItemDescription description;
+    for (std::string_view* part : {&description.ofItem, &description.ofValue, &description.element}) {
+        *part = TakePart(encoded);
     }
-    return !bytes.empty() && bytes == value;
+    if (!encoded.empty() && TakePart(encoded) == HashText(type, value)) {
+        description.spelling = encoded;
+    }
+    return description;
 }
 
 std::optional<TIMEDATE> ReadDatetime(const DxlNode& node) {
@@ -455,9 +477,10 @@ bool AppendItem(const DxlNode& node, std::string& encoded) {
     }
     AppendEncoded(encoded, {*name, value->type, *flags, value->bytes});
     const bool raw = IsRaw(element);
-    const bool other = raw && (element.name == "itemdata" || IsReadable(*value));
-    AppendAttributes(*name, attributes, ofValue, other ? element.name : std::string_view(),
-                     raw ? std::string_view() : OwnWords(element, *value), encoded);
+    const std::string ofItem = AttributesText(attributes.Left()), ofItsValue = AttributesText(ofValue.Left());
+    const std::string spelling = raw ? std::string() : Spelling(element, *value);
+    AppendDescription(*name, {ofItem, ofItsValue, raw ? OtherElement(element, *value) : std::string_view(), spelling},
+                      *value, encoded);
     return true;
 }
 
@@ -471,7 +494,7 @@ void AppendKept(const DxlNode& node, std::string& encoded) {
         AttributesLeft attributes(node);
         name = ItemName(attributes).value_or(std::string());
     }
-    AppendEncoded(encoded, {name, keptElement, 0, XmlOf(node)});
+    AppendEncoded(encoded, name, keptElement, 0, [&](std::string& out) { AppendXml(out, node); });
 }
 
 } // namespace embedded::dxl

@@ -24,6 +24,17 @@ constexpr NamedItem namedItems[] = {
     {"revisions", "$Revisions", TYPE_TIME_RANGE, ITEM_SUMMARY},
 };
 
+/** What an item in DXL says that its bytes have no place for. */
+struct ItemDescription {
+    std::string_view ofItem = {};   // attributes, as XML
+    std::string_view ofValue = {};  // the same of its value's element
+    std::string_view element = {};  // the name of that when it is another than the type's own
+    std::string_view spelling = {}; // what stands in it, in other words than export's; as XML
+};
+/** Of a value of keptAttributes behind an item of this type and value. The spelling is there as long as the value is the
+ *  one that it was. */
+ItemDescription DecodeDescription(std::string_view encoded, WORD type, std::string_view value);
+
 /** Takes each attribute once; what nobody takes is kept. Most elements have few, and are read often: no memory. */
 class AttributesLeft {
 public:
@@ -36,18 +47,20 @@ public:
     [[nodiscard]] std::vector<DxlAttribute> Left() const;
 
 private:
-    static constexpr size_t most = 64; // those behind stay
-    /** The place of an attribute that is left, or `most`. */
+    static constexpr size_t bits = 64;
+    [[nodiscard]] bool IsTaken(size_t place) const;
+    /** The place of an attribute that is left; their number when there is none. */
     [[nodiscard]] size_t Find(std::string_view name) const;
     std::string_view TakeAt(size_t place);
 
     std::span<const DxlAttribute> attributes_;
-    uint64_t taken_ = 0;
+    uint64_t taken_ = 0;              // the first ones
+    std::vector<size_t> takenBehind_; // places of others
     size_t count_ = 0;
 };
 
-/** Whether this text, though export would write another one, means the value. */
-bool StandsFor(std::string_view text, WORD type, std::string_view value);
+/** The one element below an element that holds nothing else, or NULL. */
+const DxlNode* OnlyElementOf(const DxlNode& node);
 
 /** A <datetime>; nothing for other elements and for what is no time. Passes over attributes other than dst. */
 std::optional<TIMEDATE> ReadDatetime(const DxlNode& node);

@@ -1,5 +1,7 @@
 // expat cuts the file. Only what the predefined and the numeric references stand for is taken: a DOCTYPE may name a
 // grammar but not declare anything, so that there is nothing to expand.
+//
+// Whatever is taken here is taken again in the words of export. Therefore the limits go by what export writes of it.
 #include "engine/dxl/dxl_source.h"
 
 #include <algorithm>
@@ -7,8 +9,10 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <list>
 #include <memory_resource>
+#include <optional>
 #include <vector>
 
 #include <expat.h>
@@ -24,9 +28,11 @@ namespace embedded {
 namespace {
 
 /** The limits; docs/formats.md tells them. */
-constexpr size_t maxDepth = 256;
-constexpr size_t maxPiece = size_t{256} << 20; // memory of one note
-constexpr size_t maxMarkup = size_t{1} << 20;  // bytes of one tag, comment or instruction
+constexpr size_t maxDepth = 256;               // of a note; export puts <database> around it
+constexpr size_t maxPiece = size_t{256} << 20; // text of one note
+constexpr size_t maxTag = size_t{1} << 20;     // bytes of one tag as export writes it
+constexpr size_t maxMarkup = size_t{2} << 20;  // bytes of one tag, comment or instruction as it stands in the file
+constexpr size_t longestReference = 6;         // how many bytes export may write for one: &apos;
 constexpr size_t blockSize = size_t{1} << 16;
 
 constexpr char nameSeparator = '\n'; // in no URI, since white space in a value becomes blanks
@@ -35,6 +41,29 @@ std::string Quoted(std::string_view name) {
     const size_t uri = name.find(nameSeparator);
     const std::string_view local = uri == std::string_view::npos ? name : name.substr(uri + 1);
     return "<" + std::string(local.substr(0, local.find(nameSeparator))) + ">";
+}
+
+/** In UTF-16, which of a character's two bytes has the ASCII; `start` begins with a byte-order mark or a tag. */
+std::optional<size_t> AsciiByte(std::string_view start) {
+    if (start.size() < 2) {
+        return std::nullopt;
+    }
+    if (start.starts_with("\xFF\xFE") || start[1] == '\0') {
+        return 0;
+    }
+    return start.starts_with("\xFE\xFF") || start[0] == '\0' ? std::optional<size_t>(1) : std::nullopt;
+}
+
+/** The ASCII of whole characters, other ones in other bytes. */
+std::string AsciiOf(std::string_view text, std::optional<size_t> asciiByte) {
+    if (!asciiByte) {
+        return std::string(text);
+    }
+    std::string ascii;
+    for (size_t at = 0; at + 1 < text.size(); at += 2) {
+        ascii += text[at + 1 - *asciiByte] == '\0' ? text[at + *asciiByte] : '\xFF';
+    }
+    return ascii;
 }
 
 /** Where the nodes of one piece are. What is big stands apart, so that it is not copied while it grows. */
@@ -92,6 +121,8 @@ public:
         XML_SetProcessingInstructionHandler(parser_.get(), Guarded<&Pass::Instruction, const char*, const char*>);
         XML_SetStartDoctypeDeclHandler(parser_.get(),
                                        Guarded<&Pass::DocumentType, const char*, const char*, const char*, int>);
+        XML_SetEndDoctypeDeclHandler(parser_.get(), Guarded<&Pass::EndOfDocumentType>);
+        XML_SetDefaultHandler(parser_.get(), Guarded<&Pass::Other, const char*, int>);
         XML_SetSkippedEntityHandler(parser_.get(), Guarded<&Pass::Entity, const char*, int>);
     }
 
@@ -114,7 +145,8 @@ public:
             Malformed();
         }
         if (read_ - seen_ > maxMarkup) {
-            source_.Fail(seen_, "a tag, comment or instruction is longer than 1 MiB");
+            source_.Fail(seen_, InElement() + "a tag, comment or instruction is longer than " +
+                                    std::to_string(maxMarkup >> 20) + " MiB");
         }
     }
 
@@ -147,11 +179,12 @@ private:
         if (error == XML_ERROR_NO_MEMORY) {
             throw std::bad_alloc();
         }
-        const std::string cause = std::string("not well-formed XML: ") + XML_ErrorString(error);
-        if (open_.empty()) {
-            source_.Fail(Here(), cause);
-        }
-        source_.Fail(Here(), "in " + Quoted(open_.back().node->name) + ": " + cause);
+        source_.Fail(Here(), InElement() + "not well-formed XML: " + XML_ErrorString(error));
+    }
+
+    /** The start of a message. */
+    [[nodiscard]] std::string InElement() const {
+        return open_.empty() ? std::string() : "in " + Quoted(open_.back().node->name) + ": ";
     }
 
     void Start(const char* name, const char** attributes) {
@@ -159,13 +192,14 @@ private:
             CheckReferences();
         }
         AddText();
-        if (open_.size() >= maxDepth) {
+        if (open_.size() >= maxDepth + (isDatabase_ ? 1 : 0)) {
             source_.Fail(Here(), Quoted(name) + ": elements are nested deeper than " + std::to_string(maxDepth));
         }
         DxlNode* node = arena_.Make<DxlNode>();
         node->name = ElementName(name);
         node->attributes = Attributes(attributes);
         node->offset = Here();
+        CheckTag(*node);
         if (open_.empty()) {
             visitor_.root(*node);
             isDatabase_ = node->name == "database";
@@ -192,17 +226,24 @@ private:
     void Instruction(const char*, const char*) {}
 
     void DocumentType(const char*, const char*, const char*, int declares) {
-        if (declares) {
+        hasDocumentType_ = true;
+        isDeclaring_ = declares != 0;
+    }
+
+    void EndOfDocumentType() { isDeclaring_ = false; }
+
+    /** What has no handler of its own. Within a DOCTYPE's brackets these are declarations. */
+    void Other(const char* text, int size) {
+        if (isDeclaring_ && !IsBlank({text, static_cast<size_t>(size)})) {
             source_.Fail(Here(), "<!DOCTYPE> with declarations of its own is not taken");
         }
-        hasDocumentType_ = true;
     }
 
     void Entity(const char* name, int) { RefuseReference(name); }
 
     [[noreturn]] void RefuseReference(std::string_view name) {
         const std::string shown(IsXmlText(name) ? CutUtf8(name, 64) : "?"); // a tag is in the file's character set
-        source_.Fail(Here(), "the reference '&" + shown + ";' is not taken");
+        source_.Fail(Here(), InElement() + "the reference '&" + shown + ";' is not taken");
     }
 
     /** Behind a DOCTYPE expat leaves a reference that it does not know out of an attribute without a word. */
@@ -213,10 +254,9 @@ private:
         if (tag.find('&') == std::string_view::npos) {
             return;
         }
-        std::string narrow(tag);
-        std::erase(narrow, '\0'); // of UTF-16
-        for (size_t at = 0; (at = narrow.find('&', at)) != std::string::npos; ++at) {
-            const std::string_view name = std::string_view(narrow).substr(at + 1, narrow.find(';', at) - at - 1);
+        const std::string ascii = AsciiOf(tag, AsciiByte(tag));
+        for (size_t at = 0; (at = ascii.find('&', at)) != std::string::npos; ++at) {
+            const std::string_view name = std::string_view(ascii).substr(at + 1, ascii.find(';', at) - at - 1);
             constexpr std::string_view predefined[] = {"amp", "lt", "gt", "quot", "apos"};
             if (!name.starts_with('#') && std::ranges::find(predefined, name) == std::end(predefined)) {
                 RefuseReference(name);
@@ -275,6 +315,30 @@ private:
         parent.lastChild = node;
     }
 
+    /** Most tags are far from the limit, and need not be written to be measured. */
+    void CheckTag(const DxlNode& node) {
+        size_t size = node.name.size();
+        for (const DxlAttribute& attribute : node.attributes) {
+            size += attribute.name.size() + attribute.value.size();
+        }
+        if (size < maxTag / (2 * longestReference)) {
+            return;
+        }
+        std::vector<DxlAttribute> counted;
+        std::ranges::remove_copy_if(node.attributes, std::back_inserter(counted), MayBeExports);
+        if (node.name.size() + AttributesText(counted).size() > maxTag) {
+            source_.Fail(node, "the tag is longer than " + std::to_string(maxTag >> 20) + " MiB");
+        }
+    }
+
+    /** Whether export could add the attribute to a tag, which must not take it over the limit. */
+    static bool MayBeExports(const DxlAttribute& attribute) {
+        constexpr std::string_view added[] = {"class",     "default",  "noteid",  "private",
+                                              "replicaid", "sequence", "summary", "unid"};
+        return attribute.value.size() <= 32 &&
+               (attribute.name.starts_with("krx:") || std::ranges::find(added, attribute.name) != std::end(added));
+    }
+
     void CheckSize() {
         if (arena_.Size() + text_.size() > maxPiece) {
             source_.Fail(*open_.back().node, "a note of more than " + std::to_string(maxPiece >> 20) + " MiB");
@@ -322,6 +386,7 @@ private:
     uint64_t read_ = 0;
     uint64_t seen_ = 0; // where expat last told of something
     bool hasDocumentType_ = false;
+    bool isDeclaring_ = false;
     bool isDatabase_ = false;
     std::string rootName_;
     Arena arena_;
@@ -409,12 +474,14 @@ void DxlSource::Fail(uint64_t offset, const std::string& cause) {
     Rewind();
     int64_t line = 1;
     std::array<char, blockSize> block;
+    const std::optional<size_t> asciiByte = AsciiByte({block.data(), ReadBlock(block.data(), 2)});
+    Rewind();
     for (uint64_t left = offset; left > 0;) {
         const size_t size = ReadBlock(block.data(), static_cast<size_t>(std::min<uint64_t>(left, block.size())));
         if (size == 0) {
             break;
         }
-        line += std::count(block.data(), block.data() + size, '\n');
+        line += std::ranges::count(AsciiOf({block.data(), size}, asciiByte), '\n');
         left -= size;
     }
     throw StatusError(EMB_ERR_DXL, name_ + ":" + std::to_string(line) + ": " + cause);

@@ -1,4 +1,4 @@
-// The words in which a person can read the values of items.
+// The words in which export writes the values of items.
 #pragma once
 
 #include <string>
@@ -8,7 +8,11 @@
 
 namespace embedded::dxl {
 
-/** The text of the element that export writes for a value: empty when it is raw, and a blank for a list. */
-std::string ReadableText(WORD type, std::string_view value);
+/** The element that export writes for a value of a type that has one, without white space; empty when it is raw. */
+std::string ValueElement(WORD type, std::string_view value);
+/** The element in which export writes a date of noteinfo. */
+std::string NoteTimeElement(const TIMEDATE& time);
+
+constexpr std::string_view compiledElement = "formula"; // with compiled='true'
 
 } // namespace embedded::dxl

@@ -7,6 +7,9 @@
 //   krx:cutoff            on database: the cutoff time, 16 hexadecimal digits as of a replica ID
 //   krx:class             on a note, instead of class: a class without a name, up to 4 hexadecimal digits
 //   krx:items             on a note with an element of its own: "all" when no item follows from its attributes
+//   krx:noteid, krx:unid, krx:sequence  on noteinfo: what stood there under that name and is none; the note has
+//                         another
+//   krx:replicaid         on database: the same
 //   krx:sequenceflags     on noteinfo: the high word of the sequence number, up to 4 hexadecimal digits
 //   krx:time              in modified and revised, instead of datetime: 16 hexadecimal digits
 //   krx:name              on an item, instead of name: a name that is no text, Base64
@@ -57,6 +60,14 @@ constexpr FlagName flagNames[] = {
     {"names", ITEM_NAMES},         {"readers", ITEM_READERS},     {"placeholder", ITEM_PLACEHOLDER},
     {"protected", ITEM_PROTECTED}, {"unchanged", ITEM_UNCHANGED},
 };
+
+constexpr WORD namedFlags = [] {
+    WORD all = ITEM_SUMMARY;
+    for (const FlagName& flag : flagNames) {
+        all |= flag.flag;
+    }
+    return all;
+}();
 
 /** In the order in which export writes them; others follow. */
 constexpr std::string_view aclAttributes[] = {"adminserver", "adminservermaymodify", "adminreaderauthor",

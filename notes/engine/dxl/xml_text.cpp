@@ -1,8 +1,8 @@
 #include "engine/dxl/xml_text.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
-#include <vector>
 
 #include "engine/dxl/dxl_vocabulary.h"
 
@@ -27,42 +27,41 @@ std::optional<ForeignName> ForeignPartsOf(std::string_view name) {
     if (local != std::string_view::npos) {
         parts.prefix = name.substr(local + 1);
     }
-    if (parts.prefix == "krx") {
-        parts.prefix = "krx-"; // ours already
-    }
     return parts;
 }
 
 class XmlWriter {
 public:
-    std::string out;
+    explicit XmlWriter(std::string& out, bool isDense = false) : out_(out), isDense_(isDense) {}
 
     void Write(const DxlNode& node, std::string_view defaultUri) {
         if (node.name.empty()) {
-            out += Escaped(node.text, XmlPlace::kept);
+            if (!isDense_ || !IsBlank(node.text)) {
+                AppendEscaped(out_, node.text, XmlPlace::kept);
+            }
             return;
         }
         declared_.clear();
         const std::string name = StartTag(node, defaultUri);
         Attributes(node.attributes);
         if (!node.firstChild) {
-            out += "/>";
+            out_ += "/>";
             return;
         }
-        out += ">";
+        out_ += ">";
         for (const DxlNode& child : DxlChildren(node)) {
             Write(child, defaultUri);
         }
-        out += "</" + name + ">";
+        out_ += "</" + name + ">";
     }
 
     void Attributes(std::span<const DxlAttribute> attributes) {
         for (const DxlAttribute& attribute : attributes) {
             if (const auto foreign = ForeignPartsOf(attribute.name)) {
-                Declare(*foreign);
-                out += AttributeText(foreign->prefix + ":" + std::string(foreign->local), attribute.value);
+                const std::string prefix = Declare(*foreign);
+                out_ += AttributeText(prefix + ":" + std::string(foreign->local), attribute.value);
             } else {
-                out += AttributeText(attribute.name, attribute.value);
+                out_ += AttributeText(attribute.name, attribute.value);
             }
         }
     }
@@ -72,32 +71,47 @@ private:
     std::string StartTag(const DxlNode& node, std::string_view& defaultUri) {
         const auto foreign = ForeignPartsOf(node.name);
         if (foreign && !foreign->prefix.empty()) {
-            std::string name = foreign->prefix + ":" + std::string(foreign->local);
-            out += "<" + name;
+            std::string name = PrefixFor(*foreign) + ":" + std::string(foreign->local);
+            out_ += "<" + name;
             Declare(*foreign);
             return name;
         }
         const bool own = node.name.starts_with("krx:");
         const std::string_view uri = foreign ? foreign->uri : own ? defaultUri : dxl::namespaceUri;
         std::string name(foreign ? foreign->local : node.name);
-        out += "<" + name;
+        out_ += "<" + name;
         if (uri != defaultUri) {
-            out += AttributeText("xmlns", uri);
+            out_ += AttributeText("xmlns", uri);
             defaultUri = uri;
         }
         return name;
     }
 
-    /** Once on an element. */
-    void Declare(const ForeignName& name) {
-        if (name.prefix == "xml" || std::ranges::find(declared_, name.prefix) != declared_.end()) {
-            return;
+    /** The prefix that the name has on this element: its own, unless that stands for something else. */
+    [[nodiscard]] std::string PrefixFor(const ForeignName& name) const {
+        std::string prefix = name.prefix;
+        const auto isTaken = [&] {
+            const auto found = declared_.find(prefix);
+            return prefix == "krx" || (found != declared_.end() && found->second != name.uri);
+        };
+        while (isTaken()) {
+            prefix += "-";
         }
-        declared_.push_back(name.prefix);
-        out += AttributeText("xmlns:" + name.prefix, name.uri);
+        return prefix;
     }
 
-    std::vector<std::string> declared_;
+    /** Once on an element. */
+    std::string Declare(const ForeignName& name) {
+        std::string prefix = PrefixFor(name);
+        if (prefix != "xml" && declared_.emplace(prefix, name.uri).second) {
+            out_ += AttributeText("xmlns:" + prefix, name.uri);
+        }
+        return prefix;
+    }
+
+    std::string& out_;
+    bool isDense_;
+    std::map<std::string, std::string_view> declared_; // prefixes on the element that is being written
 };
 
 } // namespace
@@ -133,10 +147,8 @@ bool IsXmlName(std::string_view text) noexcept {
     });
 }
 
-std::string Escaped(std::string_view text, XmlPlace place) {
+void AppendEscaped(std::string& out, std::string_view text, XmlPlace place) {
     const bool kept = place == XmlPlace::kept;
-    std::string out;
-    out.reserve(text.size());
     for (const char c : text) {
         switch (c) {
         case '&':
@@ -167,6 +179,12 @@ std::string Escaped(std::string_view text, XmlPlace place) {
             out += c;
         }
     }
+}
+
+std::string Escaped(std::string_view text, XmlPlace place) {
+    std::string out;
+    out.reserve(text.size());
+    AppendEscaped(out, text, place);
     return out;
 }
 
@@ -175,15 +193,25 @@ std::string AttributeText(std::string_view name, std::string_view value) {
 }
 
 std::string AttributesText(std::span<const DxlAttribute> attributes) {
-    XmlWriter writer;
-    writer.Attributes(attributes);
-    return std::move(writer.out);
+    std::string out;
+    XmlWriter(out).Attributes(attributes);
+    return out;
+}
+
+void AppendXml(std::string& out, const DxlNode& node) {
+    XmlWriter(out).Write(node, dxl::namespaceUri);
 }
 
 std::string XmlOf(const DxlNode& node) {
-    XmlWriter writer;
-    writer.Write(node, dxl::namespaceUri);
-    return std::move(writer.out);
+    std::string out;
+    AppendXml(out, node);
+    return out;
+}
+
+std::string DenseXmlOf(const DxlNode& node) {
+    std::string out;
+    XmlWriter(out, true).Write(node, dxl::namespaceUri);
+    return out;
 }
 
 } // namespace embedded

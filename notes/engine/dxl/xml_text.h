@@ -27,14 +27,19 @@ enum class XmlPlace {
     kept,      // as it stood, for a reader of XML
 };
 std::string Escaped(std::string_view text, XmlPlace place);
+void AppendEscaped(std::string& out, std::string_view text, XmlPlace place);
 
 /** " NAME='VALUE'" */
 std::string AttributeText(std::string_view name, std::string_view value);
 /** All of them, with the namespaces that they need. */
 std::string AttributesText(std::span<const DxlAttribute> attributes);
 
-/** The node as XML, whole, to stand where DXL's namespace is the default one and "krx:" is that of this project. Read
- *  and written again it is the same. */
+/** Adds the node as XML, whole, to stand where DXL's namespace is the default one and "krx:" is that of this project.
+ *  Read and written again it is the same. */
+void AppendXml(std::string& out, const DxlNode& node);
 std::string XmlOf(const DxlNode& node);
+/** The same without the white space between elements, for an element that has other text only where it has nothing
+ *  else. */
+std::string DenseXmlOf(const DxlNode& node);
 
 } // namespace embedded

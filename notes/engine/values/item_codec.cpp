@@ -39,6 +39,16 @@ void AppendEncoded(std::string& encoded, const ItemView& item) {
     AppendValue(encoded, item.object->hash);
 }
 
+void AppendEncoded(std::string& encoded, std::string_view name, WORD type, WORD flags,
+                   const std::function<void(std::string& encoded)>& write) {
+    const size_t start = encoded.size();
+    AppendEncoded(encoded, {name, type, flags, {}});
+    const size_t value = encoded.size();
+    write(encoded);
+    const auto size = static_cast<DWORD>(encoded.size() - value);
+    std::memcpy(encoded.data() + start + 6, &size, sizeof size);
+}
+
 std::string EncodeItems(const std::vector<Item>& items) {
     std::string encoded;
     for (const Item& item : items) {

@@ -43,15 +43,17 @@ constexpr size_t maxSummaryValue = 0x7FFF;
 
 /** An element as XML. One that is an item has its name, so that it is found and replaced by that; others have none. */
 constexpr WORD keptElement = 0xFFF0;
-/** Of the item in front of it, whose name it has. Four parts with zeros between them:
+/** Of the item in front of it, whose name it has. Five parts with zeros between them:
  *  the attributes of <item>;
  *  the attributes of its value's element;
  *  the name of that element, unless it is the one that the value's type has of itself;
- *  its text, if export would write another one. */
+ *  the hash of the value;
+ *  what stands in the element, if export would write other words. */
 constexpr WORD keptAttributes = 0xFFF1;
 /** The note's own element: its name and attributes. First in a note. */
 constexpr WORD keptHead = 0xFFF2;
-/** Of <noteinfo>: attributes, zero, what stands in front of the dates that a note has, zero, what stands behind. */
+/** Of <noteinfo>: attributes, and what stands in it, with a zero in front of each: '-' and an element as XML, or 'm' for
+ *  <modified>, 'r' for <revised>, either with the time and the XML when that is in other words than export's. */
 constexpr WORD keptInfo = 0xFFF3;
 
 inline bool IsKept(WORD type) noexcept {
@@ -94,6 +96,9 @@ struct ItemView {
 
 /** Adds an item at the end of encoded items. */
 void AppendEncoded(std::string& encoded, const ItemView& item);
+/** The same with the value that `write` adds, which need not stand elsewhere before. */
+void AppendEncoded(std::string& encoded, std::string_view name, WORD type, WORD flags,
+                   const std::function<void(std::string& encoded)>& write);
 std::string EncodeItems(const std::vector<Item>& items);
 
 /** Walks encoded items in order. Throws StatusError EMB_ERR_DAMAGED for bytes that EncodeItems cannot have made. */
