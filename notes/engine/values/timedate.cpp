@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 
 namespace embedded {
 namespace {
@@ -65,32 +64,33 @@ DayAndTime SplitDay(int64_t hundredths) noexcept {
     return {(hundredths - ticks) / ticksPerDay, ticks};
 }
 
+// Every time of an import is written again, to see whether it stood there in these words: hence no snprintf.
+
+/** The number's last digits, as many as `width`. */
+std::string Digits(int64_t number, size_t width) {
+    std::string text(width, '0');
+    for (; width > 0; number /= 10) {
+        text[--width] = static_cast<char>('0' + number % 10);
+    }
+    return text;
+}
+
 std::string DateText(int64_t day) {
     const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{day}}};
-    char text[32];
-    std::snprintf(text, sizeof text, "%04d%02u%02u", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                  static_cast<unsigned>(date.day()));
-    return text;
+    return Digits(static_cast<int>(date.year()), 4) + Digits(static_cast<unsigned>(date.month()), 2) +
+           Digits(static_cast<unsigned>(date.day()), 2);
 }
 
 std::string TimeText(int64_t ticks) {
     const int64_t seconds = ticks / ticksPerSecond;
-    char text[32];
-    std::snprintf(text, sizeof text, "T%02d%02d%02d,%02d", static_cast<int>(seconds / 3600),
-                  static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60),
-                  static_cast<int>(ticks % ticksPerSecond));
-    return text;
+    return "T" + Digits(seconds / 3600, 2) + Digits(seconds / 60 % 60, 2) + Digits(seconds % 60, 2) + "," +
+           Digits(ticks % ticksPerSecond, 2);
 }
 
 std::string OffsetText(int offset) {
     const int distance = offset < 0 ? -offset : offset;
-    char text[32];
-    if (distance % 60 == 0) {
-        std::snprintf(text, sizeof text, "%c%02d", offset < 0 ? '-' : '+', distance / 60);
-    } else {
-        std::snprintf(text, sizeof text, "%c%02d%02d", offset < 0 ? '-' : '+', distance / 60, distance % 60);
-    }
-    return text;
+    const std::string hours = (offset < 0 ? "-" : "+") + Digits(distance / 60, 2);
+    return distance % 60 == 0 ? hours : hours + Digits(distance % 60, 2);
 }
 
 /** Takes digits and signs off the front of a text; a failure sticks. */
