@@ -28,11 +28,11 @@ constexpr auto allRows = {SettingsChecks, FolderChecks, PatchChecks, DatabaseChe
 
 } // namespace
 
-std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun) {
+std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without) {
     std::vector<Finding> all;
     for (const auto rows : allRows) {
         for (const CheckRow& row : rows()) {
-            if (afterDeadRun && row.ofFolder) {
+            if ((row.traits & without) != 0) {
                 continue;
             }
             Findings findings;
@@ -52,8 +52,9 @@ std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun) {
 bool AnyIsFinal(const std::vector<Finding>& findings) {
     return std::ranges::any_of(findings, [](const Finding& finding) {
         return finding.level == Level::failure && std::ranges::any_of(allRows, [&](const auto rows) {
-                   return std::ranges::any_of(
-                       rows(), [&](const CheckRow& row) { return row.final && finding.subject == row.name; });
+                   return std::ranges::any_of(rows(), [&](const CheckRow& row) {
+                       return (row.traits & final) != 0 && finding.subject == row.name;
+                   });
                });
     });
 }

@@ -44,21 +44,26 @@ public:
 
     [[nodiscard]] const std::vector<Finding>& All() const noexcept { return all_; }
 
-private:
     void Add(Finding finding) { all_.push_back(std::move(finding)); }
 
+private:
     std::vector<Finding> all_;
 };
 
 using Check = void (*)(const CheckSubject& subject, Findings& findings);
 
+/** What sets a check apart from others; they can be combined. */
+enum CheckTrait : unsigned {
+    ofFolder =
+        1, // it judges what stands in the product folder: after a run that died an upgrade begins with other things
+    ofMoment = 2, // it judges what may be otherwise when the upgrade comes: who is at work, and with which rights
+    final = 4,    // --force does not overrule it: somebody else's data is at stake
+};
+
 struct CheckRow {
     const char* name;
     Check check;
-    /** It judges what stands in the product folder, which after a run that died is not what an upgrade begins with. */
-    bool ofFolder;
-    /** --force does not overrule it: somebody else's data is at stake. */
-    bool final = false;
+    unsigned traits = 0;
 };
 
 // The rows, in groups of a file each.
@@ -71,9 +76,9 @@ struct CheckRow {
  *  and files with more than one name. */
 void FindLinks(const ServerFolder& server, Findings& findings);
 
-/** The findings of every check, whose name is their subject; one that finds nothing wrong has one that is ok. With `afterDeadRun`, only of checks
- *  that do not depend on what that run has left. */
-[[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, bool afterDeadRun = false);
+/** The findings of every check that has none of these traits. Its name is their subject, and one that finds nothing wrong
+ *  has one that is ok. */
+[[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without = 0);
 
 /** Whether one of the failures stands whatever the administrator wants. */
 [[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);

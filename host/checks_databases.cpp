@@ -66,9 +66,9 @@ void CheckBuilds(const CheckSubject& subject, Findings& findings) {
 }
 
 constexpr CheckRow rows[] = {
-    {"databases open", CheckReadable, true},
-    {"databases unused", CheckUsers, true},
-    {"builds", CheckBuilds, true},
+    {"databases open", CheckReadable, ofFolder},
+    {"databases unused", CheckUsers, ofFolder | ofMoment},
+    {"builds", CheckBuilds, ofFolder},
 };
 
 } // namespace

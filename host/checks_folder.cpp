@@ -111,10 +111,10 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
 }
 
 constexpr CheckRow rows[] = {
-    {"others at work", CheckOthers, false, true},
-    {"links", CheckLinks, false, true},
-    {"rights", CheckWritable, false},
-    {"room on the disk", CheckRoom, false},
+    {"others at work", CheckOthers, ofMoment | final},
+    {"links", CheckLinks, final},
+    {"rights", CheckWritable, ofMoment},
+    {"room on the disk", CheckRoom, ofMoment},
 };
 
 } // namespace

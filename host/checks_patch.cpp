@@ -7,6 +7,7 @@
 
 #include "checks.h"
 #include "common/ascii_text.h"
+#include "note_reader.h"
 #include "patch_entries.h"
 #include "text_table.h"
 
@@ -115,9 +116,10 @@ void CheckBuildNumber(const CheckSubject& subject, Findings& findings) {
              "write the last number alone, such as BuildNumber=" + (lastIsNumber ? last : "3050"));
     } else if (build <= 0 || build == std::numeric_limits<int32_t>::max()) {
         fail("is no build number", "write the patch's own, such as BuildNumber=3050");
-    } else if (subject.facts.installedBuild && build > *subject.facts.installedBuild) {
-        fail("is above that of its own folder, " + subject.facts.programFolder.filename().string() +
-                 ": the databases would be stamped with a build that is not installed",
+    } else if (const auto installed = subject.facts.installedBuild; installed && build != *installed) {
+        fail(std::string("is ") + (build > *installed ? "above" : "below") + " that of its own folder, " +
+                 subject.facts.programFolder.filename().string() +
+                 ": the databases would be stamped with a build that is not installed, or not at all",
              "install the program of that build, or use the krxpatch.ini that came with this one");
     } else if (const int32_t carried = HighestBuild(subject.databases); build < carried) {
         findings.Warn(subject.patchFile, line->number,
@@ -144,7 +146,11 @@ void CheckEntries(const CheckSubject& subject, Findings& findings) {
         if (!seen.insert(LowerCase(entry)).second) {
             findings.Warn(file, line, name + " is there twice, and would be replaced twice", "remove one of the two");
         }
-        if (FindProduct(entry) == nullptr && entry != policyFile) {
+        const updkrx::ProductDatabase* product = FindProduct(entry);
+        if (product != nullptr && product->templateName != nullptr && entry == product->databaseName) {
+            findings.Fail(file, line, name + " is the server's own: it would be replaced with all its documents",
+                          std::string("write ") + product->templateName + ", from which it gets its design");
+        } else if (product == nullptr && entry != policyFile) {
             findings.Warn(file, line, name + " is no file of the product's",
                           FindProduct(LowerCase(entry)) != nullptr ? "write " + LowerCase(entry) + ", in small letters"
                                                                    : "remove it, unless the patch's notes name it");
@@ -152,7 +158,7 @@ void CheckEntries(const CheckSubject& subject, Findings& findings) {
     }
     for (const updkrx::ProductDatabase& product : updkrx::ProductDatabases) {
         if (product.templateName != nullptr && !subject.facts.entries.empty() && !seen.contains(product.templateName)) {
-            findings.Warn(file, line,
+            findings.Fail(file, line,
                           std::string("Databases= lacks ") + product.templateName + ": " + product.databaseName +
                               " would be stamped with the new build and keep its old design",
                           "use the krxpatch.ini that came with the patch");
@@ -172,7 +178,7 @@ void CheckDelivered(const CheckSubject& subject, Findings& findings) {
             findings.Fail(file, 0, report.error, "install the patch's program folder again");
         } else if (const auto& build = subject.facts.patchBuild;
                    build && !report.builds.empty() && HighestBuild({report}) != *build) {
-            findings.Warn(file, 0, "is of build " + BuildsOf(report) + ", and the patch of " + BuildText(*build),
+            findings.Fail(file, 0, "is of build " + BuildsOf(report) + ", and the patch of " + BuildText(*build),
                           "make sure that the patch is complete and of one build");
         }
     }
@@ -185,6 +191,20 @@ const DatabaseReport* FindReplaced(const CheckSubject& subject, const DatabaseRe
         return product != nullptr && report.name == product->databaseName && report.error.empty();
     });
     return found == subject.databases.end() ? nullptr : &*found;
+}
+
+/** A new version may well do without a form; one that has lost most of them is no whole template. */
+void CheckDesign(const fs::path& file, const DatabaseReport& delivered, const DatabaseReport& database,
+                 Findings& findings) {
+    if (delivered.formsAndViews < database.formsAndViews) {
+        findings.Add({2 * delivered.formsAndViews < database.formsAndViews ? Level::failure : Level::warning,
+                      {},
+                      file,
+                      0,
+                      "has " + std::to_string(delivered.formsAndViews) + " forms and views, and " + database.name +
+                          " has " + std::to_string(database.formsAndViews) + ": it would lose the others",
+                      "make sure that the patch is whole"});
+    }
 }
 
 /** Converting a database to a template of another kind takes its design away. */
@@ -207,6 +227,8 @@ void CheckKinds(const CheckSubject& subject, Findings& findings) {
                           "has the title '" + delivered.title + "', and " + database->name + " '" + database->title +
                               "': it is of another kind",
                           remedy);
+        } else {
+            CheckDesign(file, delivered, *database, findings);
         }
     }
 }
@@ -224,13 +246,23 @@ void CheckNeeded(const CheckSubject& subject, Findings& findings) {
                       "missing, and the patch does not bring it: krency.nsf could be deleted and not made anew",
                       "put krency.ntf there, or use the krxpatch.ini that came with the patch");
     }
+    for (const DatabaseReport& delivered : subject.delivered) {
+        const fs::path file = subject.facts.programFolder / delivered.name;
+        if (delivered.name == encyclopedia && delivered.error.empty() && !HasDocuments(file)) {
+            findings.Fail(file, 0, "has no documents: krency.nsf, when it is made anew from it, would be empty",
+                          "make sure that the patch is whole");
+        }
+    }
 }
 
 constexpr CheckRow rows[] = {
-    {"krxpatch.ini", CheckFile, false},         {"keys", CheckKeys, false},
-    {"build number", CheckBuildNumber, false},  {"entries", CheckEntries, false},
-    {"delivered files", CheckDelivered, false}, {"kinds of templates", CheckKinds, true},
-    {"needed templates", CheckNeeded, true},
+    {"krxpatch.ini", CheckFile},
+    {"keys", CheckKeys},
+    {"build number", CheckBuildNumber},
+    {"entries", CheckEntries},
+    {"delivered files", CheckDelivered},
+    {"kinds of templates", CheckKinds, ofFolder},
+    {"needed templates", CheckNeeded, ofFolder},
 };
 
 } // namespace

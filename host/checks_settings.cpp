@@ -20,16 +20,25 @@ size_t LineOf(const CheckSubject& subject, std::string_view key) {
     return line ? line->number : 0;
 }
 
+/** Names without which the upgrade does its work in another name, or not. */
+constexpr struct {
+    const char* key;
+    Level level;
+    const char* without;
+} names[] = {
+    {"MailServer", Level::failure, "signed databases lose their replication settings, and get none for this server"},
+    {"EmbeddedIDName", Level::warning, "the design is signed as the platform's default ID and not as this server"},
+};
+
 void CheckNames(const CheckSubject& subject, Findings& findings) {
-    const fs::path file = subject.server.IniFile();
-    for (const char* key : {"MailServer", "EmbeddedIDName"}) {
+    for (const auto& [key, level, without] : names) {
         if (const auto line = subject.settings.Find("", key); !line || line->value.empty()) {
-            findings.Warn(file, line ? line->number : 0,
-                          std::string("no ") + key + "=: " +
-                              (key == std::string_view("MailServer")
-                                   ? "signed databases get no replication settings for this server"
-                                   : "the design is signed as the platform's default ID and not as this server"),
-                          std::string("add ") + key + "=CN=SERVER/O=ORGANISATION");
+            findings.Add({level,
+                          {},
+                          subject.server.IniFile(),
+                          line ? line->number : 0,
+                          std::string("no ") + key + "=: " + without,
+                          std::string("add ") + key + "=CN=SERVER/O=ORGANISATION"});
         }
     }
 }
@@ -101,9 +110,8 @@ void CheckBehaviours(const CheckSubject& subject, Findings& findings) {
 }
 
 constexpr CheckRow rows[] = {
-    {"server's name", CheckNames, false},          {"repeated settings", CheckRepeatedKeys, false},
-    {"program folder", CheckProgramFolder, false}, {"module's log", CheckLog, false},
-    {"behaviours", CheckBehaviours, false},
+    {"server's name", CheckNames}, {"repeated settings", CheckRepeatedKeys}, {"program folder", CheckProgramFolder},
+    {"module's log", CheckLog},    {"behaviours", CheckBehaviours},
 };
 
 } // namespace

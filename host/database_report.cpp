@@ -114,6 +114,7 @@ STATUS ReadOpenDatabase(DBHANDLE database, DatabaseReport& report) {
     }
     report.designHidden = (info.Flags & REPLFLG_HIDDEN_DESIGN) != 0;
     return VisitNotes(database, NOTE_CLASS_ALLNONDATA, [&](NOTEHANDLE note, WORD noteClass) {
+        report.formsAndViews += (noteClass & (NOTE_CLASS_FORM | NOTE_CLASS_VIEW)) != 0 ? 1 : 0;
         if ((noteClass & NOTE_CLASS_HELP) != 0) {
             report.builds.push_back(ItemText(note, "BuildNumber"));
         }

@@ -20,6 +20,7 @@ struct DatabaseReport {
     std::vector<std::string> builds; // the build text of each help note, empty where the note has none
     bool designHidden = false;
     size_t designNotes = 0;
+    size_t formsAndViews = 0;             // of the design notes
     size_t signedNotes = 0;               // of the design notes
     size_t changedNotes = 0;              // of the signed notes, those that were changed afterwards
     std::vector<std::string> signers;     // by name

@@ -74,6 +74,15 @@ std::vector<NamedItem> NoteReader::Items() const {
     }
 }
 
+bool HasDocuments(const std::filesystem::path& file) {
+    for (NoteReader reader(file); reader.Next();) {
+        if (reader.IsDocument()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 const ItemValue* FindItem(const std::vector<NamedItem>& items, std::string_view name) {
     const auto found = std::ranges::find_if(
         items, [&](const NamedItem& item) { return updkrx::EqualIgnoringAsciiCase(item.name, name); });

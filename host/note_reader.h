@@ -45,6 +45,9 @@ private:
     EMBNOTE note_{};
 };
 
+/** Throws as a NoteReader does. */
+[[nodiscard]] bool HasDocuments(const std::filesystem::path& file);
+
 /** The first item of a name, without regard to letter case; null when there is none. */
 [[nodiscard]] const ItemValue* FindItem(const std::vector<NamedItem>& items, std::string_view name);
 /** Its first value up to a line break, empty when there is none. */

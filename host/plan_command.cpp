@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include "checks.h"
 #include "database_report.h"
 #include "embedded_notes.h"
 #include "end_state.h"
@@ -52,9 +53,11 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     }
     report.before = server.Path().string();
     report.patchBuild = BuildText(*original.facts.patchBuild);
-    if (CompareWithBuild(ReadDatabases(server.DatabaseNames()), *original.facts.patchBuild).Reached()) {
+    const CheckSubject subject = Examine(server, false);
+    if (CompareWithBuild(subject.databases, *original.facts.patchBuild).Reached()) {
         report.findings = ExamineEndState(server, original.facts);
     } else {
+        report.findings = RunChecks(subject, ofMoment);
         original.copy = CopyOf(server, original.facts);
     }
     return original;
@@ -80,10 +83,10 @@ DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, Chang
     });
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.console = ConsoleCommands();
-    report.findings = ExamineEndState(server, ReadPatchFacts(server));
-    for (Finding& finding : report.findings) {
+    for (Finding& finding : ExamineEndState(server, ReadPatchFacts(server))) {
         finding.text = copy.AsOriginal(std::move(finding.text));
         finding.remedy = copy.AsOriginal(std::move(finding.remedy));
+        report.findings.push_back(std::move(finding));
     }
     for (ConsoleCommand& command : report.console) {
         command.outcome = copy.AsOriginal(std::move(command.outcome));

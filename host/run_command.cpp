@@ -165,7 +165,7 @@ Progress::Totals TotalsOf(const PatchFacts& facts) {
 }
 
 void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) {
-    std::vector<Finding> findings = RunChecks(subject, afterDeadRun);
+    std::vector<Finding> findings = RunChecks(subject, afterDeadRun ? unsigned{ofFolder} : 0U);
     if (afterDeadRun && !AnyFails(findings)) {
         return; // all of them are made again in a moment
     }

@@ -10,10 +10,6 @@ class CheckTest : public KrxpatchTest {
 protected:
     void SetUp() override { MakeSandbox(); }
 
-    void MakeDatabase(const fs::path& file, const std::string& dxl) const {
-        const std::string source = WriteFile(Folder() / "fixture.dxl", dxl);
-        ASSERT_TRUE(Exits(Krxpatch({"import", file.string(), source, "--force"}), 0));
-    }
     /** The findings of a level, one line each. */
     [[nodiscard]] static std::string Found(const Json& report, const std::string& level) {
         std::string text;
@@ -54,7 +50,18 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
         {"FAIL", patch("=3050", "=5.8.0.3050"),
          "build number:3: BuildNumber=5.8.0.3050 is no build number: it is read"},
         {"FAIL", patch("=3050", "=3051"), "build number:3: BuildNumber=3051 is above that of its own folder"},
-        {"warn", patch("=3050", "=3000"), "build number:3: BuildNumber=3000 is below what databases carry, 3001"},
+        {"FAIL", patch("=3050", "=3000"), "build number:3: BuildNumber=3000 is below that of its own folder"},
+        {"warn", [&] { EditDatabase(Databases() / "krtime.nsf", "5.8.0.3001", "5.8.0.3051"); },
+         "build number:3: BuildNumber=3050 is below what databases carry, 3051"},
+        {"FAIL",
+         [&] {
+             EditDatabase(Server() / program_ / "krtime.ntf", "class='form' default='true'", "class='field'");
+             EditDatabase(Server() / program_ / "krtime.ntf", "class='view' default='true'", "class='field'");
+         },
+         "kinds of templates:null: has 0 forms and views, and krtime.nsf has 2"},
+        {"FAIL", [&] { RemoveDocuments(Server() / program_ / "krency.ntf"); },
+         "needed templates:null: has no documents"},
+        {"FAIL", patch("krtime.ntf", "krtime.ntf,krtime.nsf"), "entries:4: Databases=: krtime.nsf is the server's own"},
         {"warn", patch("BuildNumber=", "BuildNumber=3050\nBuildNumber="), "keys:4: a second line BuildNumber="},
         {"warn", patch("krtime.ntf", "krtime.ntf,krtime.ntf"), "entries:4: Databases=: krtime.ntf is there twice"},
         {"warn",
@@ -64,17 +71,17 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
          },
          "entries:4: Databases=: extra.dat is no file of the product's"},
         {"FAIL", patch("krtime.ntf", "krtime.ntf,,x"), "entries:4: Databases= has an entry without a name"},
-        {"warn", patch("krtime.ntf,", ""), "entries:4: Databases= lacks krtime.ntf: krtime.nsf would be stamped"},
+        {"FAIL", patch("krtime.ntf,", ""), "entries:4: Databases= lacks krtime.ntf: krtime.nsf would be stamped"},
         {"FAIL", patch("krency.ntf,", ""), "needed templates:null: missing, and the patch does not bring it"},
         {"FAIL", [&] { fs::remove(Server() / program_ / "krency.ntf"); }, "delivered files:4: "},
         {"FAIL", [&] { WriteFile(Server() / program_ / "krtime.ntf", "x"); },
          "delivered files:null: File is not a database"},
         {"FAIL", [&] { WriteFile(Server() / program_ / "krconf.ntf", ReadFile(Server() / program_ / "krquar.ntf")); },
          "kinds of templates:null: is the template KRXQuarantine, and krconf.nsf is made from KRXConfiguration"},
-        {"warn", [&] { WriteFile(Server() / program_ / "krtime.ntf", ReadFile(Databases() / "krtime.nsf")); },
+        {"FAIL", [&] { WriteFile(Server() / program_ / "krtime.ntf", ReadFile(Databases() / "krtime.nsf")); },
          "delivered files:null: is of build 5.8.0.3001, and the patch of 5.8.0.3050"},
         {"FAIL", edit(iniFile_, "Directory=", "Directory=data\nX="), "server folder:null: "},
-        {"warn", edit(iniFile_, "MailServer=", "Mail="), "server's name:null: no MailServer="},
+        {"FAIL", edit(iniFile_, "MailServer=", "Mail="), "server's name:null: no MailServer="},
         {"warn", edit(iniFile_, "[Notes]", "[Notes]\nEmbeddedBehaviour=search=all\nEmbeddedBehaviour="),
          "repeated settings:3: a second line EmbeddedBehaviour=, which does not count: line 2 does"},
         {"warn", edit(iniFile_, "[Notes]", "[Notes]\nEmbeddedBehaviour=search=all"),

@@ -95,4 +95,24 @@ void KrxpatchTest::TakeOffline(const char* database) const {
     EmbSessionEnd();
 }
 
+void KrxpatchTest::Import(const fs::path& database, const std::string& dxl) const {
+    WriteFile(Folder() / "fixture.dxl", dxl);
+    ASSERT_TRUE(Exits(Krxpatch({"import", database.string(), "fixture.dxl", "--force"}), 0)) << dxl;
+    fs::remove(Folder() / "fixture.dxl");
+}
+
+void KrxpatchTest::EditDatabase(const fs::path& database, const std::string& from, const std::string& to) const {
+    std::string dxl = Krxpatch({"export", database.string()}).out;
+    const size_t at = dxl.find(from);
+    ASSERT_NE(at, std::string::npos) << database << " lacks " << from;
+    Import(database, dxl.replace(at, from.size(), to));
+}
+
+void KrxpatchTest::RemoveDocuments(const fs::path& database) const {
+    std::string dxl = Krxpatch({"export", database.string()}).out;
+    const size_t first = dxl.find("<document ");
+    const std::string end = "</document>";
+    Import(database, dxl.erase(first, dxl.rfind(end) + end.size() - first));
+}
+
 } // namespace krxpatch::test

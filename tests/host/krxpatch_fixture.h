@@ -61,6 +61,10 @@ protected:
     /** Replaces a text in a file of the server folder. */
     void Edit(const fs::path& file, const std::string& from, const std::string& to) const;
     void TakeOffline(const char* database) const;
+    void Import(const fs::path& database, const std::string& dxl) const;
+    /** Replaces a text in a database, by way of DXL. */
+    void EditDatabase(const fs::path& database, const std::string& from, const std::string& to) const;
+    void RemoveDocuments(const fs::path& database) const;
 
     [[nodiscard]] const fs::path& Folder() const { return folder_.Path(); }
     [[nodiscard]] fs::path Server() const { return Folder() / "server"; }

@@ -31,18 +31,6 @@ protected:
     }
     Json Plan(int exitCode) const { return Report({"plan", "--server", "server"}, exitCode); }
     Json Verify(int exitCode) const { return Report({"verify", "--server", "server"}, exitCode); }
-
-    void Import(const fs::path& database, const std::string& dxl) const {
-        WriteFile(Folder() / "fixture.dxl", dxl);
-        ASSERT_TRUE(Exits(Krxpatch({"import", database.string(), "fixture.dxl", "--force"}), 0)) << dxl;
-    }
-    /** Replaces a text in a database, by way of DXL. */
-    void EditDatabase(const fs::path& database, const std::string& from, const std::string& to) const {
-        std::string dxl = Krxpatch({"export", database.string()}).out;
-        const size_t at = dxl.find(from);
-        ASSERT_NE(at, std::string::npos) << database << " lacks " << from;
-        Import(database, dxl.replace(at, from.size(), to));
-    }
 };
 
 // ---- diff
@@ -266,7 +254,13 @@ TEST_F(ReportTest, EveryAnswerLeavesTheFolderAsItWas) {
          {"plan", "--server", "server"},
          1,
          "would-fail",
-         "krtime.nsf: is missing"},
+         "krtime.nsf: missing"},
+        {"behind",
+         [&] { RemoveDocuments(Server() / fs::path(patchFile_).replace_filename("krency.ntf")); },
+         {"plan", "--server", "server"},
+         1,
+         "would-fail",
+         "krency.ntf: has no documents"},
         {"behind",
          [&] { fs::remove(Server() / fs::path(patchFile_).replace_filename("krency.ntf")); },
          {"plan", "--server", "server"},
@@ -349,6 +343,8 @@ TEST_F(ReportTest, VerifyFindsWhatTheStampHides) {
         {edit("krconf.nsf", "<text>DCAEE823934C935148258E6800236EEF</text>",
               "<text>DCAEE823934C935148258E6800236EE0</text>"),
          "krconf.nsf", "1 reference to a document that is not there: ReferDocs of entity"},
+        {[&] { RemoveDocuments(Databases() / "krency.nsf"); }, "krency.nsf", "has no documents, though krency.ntf has"},
+        {[&] { RemoveDocuments(Databases() / "krconf.ntf"); }, "krconf.ntf", "is not what the patch delivers: lost "},
         {[&] { TakeOffline("krx/krquar.nsf"); }, "krquar.nsf", "is offline"},
         {[&] { fs::remove(Databases() / "krvlog.nsf"); }, "krvlog.nsf", "is missing"},
         {[&] { fs::remove(Databases() / "krvlog.ntf"); }, "krvlog.ntf", "is not installed"},
