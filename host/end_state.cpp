@@ -157,16 +157,17 @@ std::vector<std::string> DanglingReferences(const fs::path& file) {
     return dangling;
 }
 
-/** The design notes of an installed file that are not as the patch delivers them. */
-std::vector<std::string> DesignUnlikeDelivered(const fs::path& delivered, const fs::path& installed) {
+/** What of an installed file is not as the patch delivers it: design notes, and documents that are no longer there. */
+std::vector<std::string> UnlikeDelivered(const fs::path& delivered, const fs::path& installed) {
     std::vector<std::string> unlike;
     for (const NoteChange& note : CompareDatabases(installed.filename().string(), delivered, installed).notes) {
         const bool stamped =
             note.change == Change::changed && std::ranges::all_of(note.items, [](const ItemChange& item) {
                 return item.name == "$Signature" || item.name == "BuildNumber";
             });
-        if (note.group == NoteGroup::design && !stamped) {
-            unlike.push_back(note.kind + " " + InQuotes(note.name));
+        const bool lost = note.group == NoteGroup::documents && note.change == Change::removed;
+        if (lost || (note.group == NoteGroup::design && !stamped)) {
+            unlike.push_back((lost ? "lost " : "") + note.kind + " " + InQuotes(note.name));
         }
     }
     return unlike;
@@ -257,6 +258,10 @@ private:
             Fail(report.name, problem, "set the replication settings by hand, or restore and run again");
         }
         if (report.name == "krency.nsf") {
+            const fs::path source = server_.ProductFolder() / "krency.ntf";
+            if (!HasDocuments(file) && fs::exists(source) && HasDocuments(source)) {
+                Fail(report.name, "has no documents, though krency.ntf has some", putBackOrAgain);
+            }
             if (const auto old = OldPatternVersions(file); !old.empty()) {
                 Fail(report.name, "is of the old format: pattern versions without a dot: " + SomeOf(old),
                      "see that krency.ntf is installed, restore and run again");
@@ -305,7 +310,7 @@ private:
             return;
         }
         const fs::path folder = server_.ProductFolder();
-        if (count == 0 || DesignUnlikeDelivered(folder / templateName, folder / name).empty()) {
+        if (count == 0 || UnlikeDelivered(folder / templateName, folder / name).empty()) {
             return; // one that was made anew is a copy of the template, and not made to inherit from it
         }
         std::vector<std::string> differences;
@@ -341,7 +346,7 @@ private:
             }
             return;
         }
-        if (const auto unlike = DesignUnlikeDelivered(delivered, installed); !unlike.empty()) {
+        if (const auto unlike = UnlikeDelivered(delivered, installed); !unlike.empty()) {
             Fail(name, "is not what the patch delivers: " + SomeOf(unlike), putBackOrAgain);
         }
     }
