@@ -1,8 +1,10 @@
 // How a command ends.
 #pragma once
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace krxpatch {
 
@@ -51,5 +53,12 @@ public:
 private:
     ExitCode exitCode_;
 };
+
+/** What the system could not do: the file and the cause in one line. */
+[[nodiscard]] inline std::string CauseOf(const std::filesystem::filesystem_error& error) {
+    const std::filesystem::path& file = error.path2().empty() ? error.path1() : error.path2();
+    return (file.empty() ? "" : file.string() + ": ") +
+           (error.code() == std::errc::no_space_on_device ? "the disk is full" : error.code().message());
+}
 
 } // namespace krxpatch

@@ -12,10 +12,23 @@ std::filesystem::path HoldFile(const std::filesystem::path& dataDirectory) {
     return dataDirectory / "krxpatch.hold";
 }
 
+const std::string by = " by ";
+const std::string since = ", since ";
+
 } // namespace
 
 std::string DescribeThis(const std::string& command) {
-    return "krxpatch " + command + " by " + platform::DescribeProcess() + ", since " + TimeText(Now());
+    return "krxpatch " + command + by + platform::DescribeProcess() + since + TimeText(Now());
+}
+
+std::pair<std::string, std::string> WhoAndWhen(const std::string& description) {
+    const size_t who = description.find(by);
+    const size_t when = description.rfind(since);
+    if (who == std::string::npos || when == std::string::npos || when < who) {
+        return {description, ""};
+    }
+    const size_t name = who + by.size();
+    return {description.substr(name, when - name), description.substr(when + since.size())};
 }
 
 bool HasHoldFile(const std::filesystem::path& dataDirectory) {
@@ -30,8 +43,7 @@ platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::s
             return std::move(*held);
         }
     } catch (const std::filesystem::filesystem_error& error) {
-        throw Failure(notStarted, dataDirectory.string() + ": cannot be written: " + error.path1().filename().string() +
-                                      ": " + error.code().message());
+        throw Failure(notStarted, CauseOf(error) + "; when no krxpatch is at work, remove it");
     }
     RequireNotHeld(dataDirectory);
     throw Failure(heldByAnother, dataDirectory.string() + ": was in use a moment ago: try again");
@@ -48,7 +60,7 @@ std::optional<std::string> HolderOf(const std::filesystem::path& dataDirectory) 
     return text && text->empty() ? "a krxpatch that has just begun" : text;
 }
 
-std::optional<std::filesystem::path> DataDirectoryAround(std::filesystem::path folder) {
+std::optional<std::filesystem::path> ServerFolderAround(std::filesystem::path folder) {
     std::error_code ignored; // what cannot be looked into is no server folder
     while (!std::filesystem::is_regular_file(folder / "notes.ini", ignored)) {
         if (!folder.has_relative_path()) {
@@ -56,8 +68,17 @@ std::optional<std::filesystem::path> DataDirectoryAround(std::filesystem::path f
         }
         folder = folder.parent_path();
     }
-    const auto directory = ConfigFile(folder / "notes.ini").Find("", "Directory");
-    const std::filesystem::path data = folder / PathOf(directory ? directory->value : "");
+    return folder;
+}
+
+std::optional<std::filesystem::path> DataDirectoryAround(const std::filesystem::path& folder) {
+    const auto server = ServerFolderAround(folder);
+    if (!server) {
+        return std::nullopt;
+    }
+    std::error_code ignored; // what cannot be looked into is no data directory
+    const auto directory = ConfigFile(*server / "notes.ini").Find("", "Directory");
+    const std::filesystem::path data = *server / PathOf(directory ? directory->value : "");
     return std::filesystem::is_directory(data, ignored) ? std::optional(data) : std::nullopt;
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform.h"
 
@@ -15,6 +16,9 @@ namespace krxpatch {
 
 /** A command to others: what it is, who runs it where, and since when, as one line. */
 [[nodiscard]] std::string DescribeThis(const std::string& command);
+
+/** Who it is and since when, of such a line; what is no such line is all "who". */
+[[nodiscard]] std::pair<std::string, std::string> WhoAndWhen(const std::string& description);
 
 /** Whether the file of a hold is there: of a command at work, or of one that died, which holds nothing. */
 [[nodiscard]] bool HasHoldFile(const std::filesystem::path& dataDirectory);
@@ -29,7 +33,8 @@ void RequireNotHeld(const std::filesystem::path& dataDirectory);
 /** The description of the command that holds a data directory; nothing when none does. Writes nothing. */
 [[nodiscard]] std::optional<std::string> HolderOf(const std::filesystem::path& dataDirectory);
 
-/** The data directory of the server that a folder is or lies in; nothing when there is none. */
-[[nodiscard]] std::optional<std::filesystem::path> DataDirectoryAround(std::filesystem::path folder);
+/** The server folder that a folder is or lies in, or that server's data directory; nothing when there is none. */
+[[nodiscard]] std::optional<std::filesystem::path> ServerFolderAround(std::filesystem::path folder);
+[[nodiscard]] std::optional<std::filesystem::path> DataDirectoryAround(const std::filesystem::path& folder);
 
 } // namespace krxpatch

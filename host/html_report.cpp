@@ -1,6 +1,8 @@
 #include "html_report.h"
 
 #include <ctime>
+#include <fstream>
+#include <string>
 #include <string_view>
 
 #include "html_page.h"
@@ -182,6 +184,9 @@ std::string NowText() {
     return text;
 }
 
+constexpr std::string_view beginning =
+    "<!DOCTYPE html>\n<html lang=en>\n<head>\n<meta charset=utf-8>\n<meta name=generator content=krxpatch>\n";
+
 const char* TitleOf(const std::string& command) {
     return command == "plan"     ? "Upgrade plan"
            : command == "check"  ? "Check before an upgrade"
@@ -193,8 +198,8 @@ const char* TitleOf(const std::string& command) {
 void PrintHead(std::ostream& out, const ChangeReport& report) {
     const std::string title = TitleOf(report.command);
     // Nothing may be loaded, whatever text got into the page.
-    out << "<!DOCTYPE html>\n<html lang=en>\n<head>\n<meta charset=utf-8>\n"
-           "<meta name=viewport content=\"width=device-width, initial-scale=1\">\n"
+    out << beginning
+        << "<meta name=viewport content=\"width=device-width, initial-scale=1\">\n"
            "<meta http-equiv=Content-Security-Policy content=\"default-src 'none'; style-src 'unsafe-inline'; "
            "script-src 'unsafe-inline'\">\n<title>"
         << title << "</title>\n<style>" << htmlStyle << "</style>\n</head>\n<body>\n<main>\n<h1>" << title
@@ -258,6 +263,12 @@ void PrintHtml(std::ostream& out, const ChangeReport& report) {
         out << "<script>" << htmlScript << "</script>\n";
     }
     out << "</body>\n</html>\n";
+}
+
+bool IsHtmlReport(const std::filesystem::path& file) {
+    std::string start(beginning.size(), '\0');
+    std::ifstream stream(file, std::ios::binary);
+    return stream.read(start.data(), static_cast<std::streamsize>(start.size())) && start == beginning;
 }
 
 } // namespace krxpatch

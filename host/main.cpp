@@ -50,7 +50,7 @@ ExitCode Guarded(std::string& error, const Work& work) {
         error = failure.what();
         return failure.Code();
     } catch (const std::filesystem::filesystem_error& failure) {
-        error = failure.path1().string() + ": " + failure.code().message();
+        error = CauseOf(failure);
     } catch (const std::exception& failure) {
         error = failure.what();
     }

@@ -12,12 +12,12 @@ void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise) {
     }
 }
 
-void RequirePlaceForFile(const std::filesystem::path& file) {
+void RequirePlaceForFile(const std::filesystem::path& file, ExitCode otherwise) {
     if (std::error_code ignored; std::filesystem::is_directory(file, ignored)) {
-        throw Failure(failed, file.string() + ": is a folder");
+        throw Failure(otherwise, file.string() + ": is a folder");
     }
     if (file.has_parent_path()) {
-        RequireFolder(file.parent_path(), failed);
+        RequireFolder(file.parent_path(), otherwise);
     }
 }
 

@@ -9,7 +9,6 @@
 #include "embedded_notes.h"
 #include "end_state.h"
 #include "lost_changes.h"
-#include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
 #include "report_output.h"
@@ -35,7 +34,7 @@ std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts&
     try {
         return std::make_unique<ServerCopy>(server, facts);
     } catch (const fs::filesystem_error& error) {
-        throw Failure(notStarted, error.path1().string() + ": cannot be copied: " + error.code().message());
+        throw Failure(notStarted, "the server cannot be copied: " + CauseOf(error));
     }
 }
 
@@ -43,9 +42,6 @@ std::unique_ptr<ServerCopy> CopyOf(const ServerFolder& server, const PatchFacts&
  *  server as it is. */
 Original Look(const PlanOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
-    if (!options.output.html.empty()) {
-        RequireOutside(options.output.html, server.Path());
-    }
     RequireAtRest(server);
     Original original{ViewOf(server), ReadPatchFacts(server), IdInUse(), nullptr};
     if (!original.facts.patchBuild) {

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "hold.h"
 #include "html_report.h"
 #include "json_report.h"
 #include "path_checks.h"
@@ -19,9 +20,26 @@ void WriteHtml(const ChangeReport& report, const std::filesystem::path& file) {
     }
 }
 
+/** A report takes the place of an earlier report and of nothing else, and comes to stand in no server's folder. */
+void RequirePlaceForHtml(const std::filesystem::path& file) {
+    namespace fs = std::filesystem;
+    const auto refuse = [&](const std::string& why) { throw Failure(notStarted, file.string() + ": " + why); };
+    RequirePlaceForFile(file, notStarted);
+    if (const auto server = ServerFolderAround(fs::weakly_canonical(fs::absolute(file)).parent_path())) {
+        refuse("lies in the server folder " + server->string());
+    }
+    const fs::file_status status = fs::status(file);
+    if (fs::is_symlink(fs::symlink_status(file)) && !fs::exists(status)) {
+        refuse("is a link to nothing");
+    }
+    if (fs::is_regular_file(status) && fs::file_size(file) != 0 && !IsHtmlReport(file)) {
+        refuse("exists already and is no report");
+    }
+}
+
 void Work(const ReportOptions& options, const std::function<void(ChangeReport&)>& work, ChangeReport& report) {
     if (!options.html.empty()) {
-        RequirePlaceForFile(options.html);
+        RequirePlaceForHtml(options.html);
     }
     work(report);
     if (!options.html.empty()) {
@@ -52,7 +70,7 @@ ExitCode OutputReport(const std::string& command, const ReportOptions& options,
     } catch (const Failure& failure) {
         fail(failure.Code(), failure.what());
     } catch (const std::filesystem::filesystem_error& error) {
-        fail(failed, error.path1().string() + ": " + error.code().message());
+        fail(failed, CauseOf(error));
     } catch (const std::exception& error) {
         fail(failed, error.what());
     }
