@@ -1,9 +1,11 @@
 #include "database_report.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <sstream>
+#include <thread>
 
 #include "common/ascii_text.h"
 #include "embedded_notes.h"
@@ -11,6 +13,7 @@
 #include "foundation/notes_search.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
+#include "patch_entries.h"
 #include "platform.h"
 #include "server_folder.h"
 #include "text_table.h"
@@ -146,6 +149,19 @@ DatabaseReport Missing(const std::string& name) {
     return report;
 }
 
+/** Asks some times whether something is so. */
+template<class IsSo>
+bool GoesAwaySoon(const IsSo& isSo) {
+    constexpr int times = 10;
+    for (int asked = 0; asked < times; ++asked) {
+        if (!isSo()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
 /** `path` is what the platform takes, and `file` what the system does, whose word for why it cannot be read counts
  *  more. */
 DatabaseReport Read(const std::string& name, const std::string& path, const std::filesystem::path& file) {
@@ -153,7 +169,11 @@ DatabaseReport Read(const std::string& name, const std::string& path, const std:
     report.name = name;
     report.offline = EmbIsOffline(path.c_str()) != 0;
     updkrx::ScopedDatabase database;
-    STATUS status = database.Open(NSFDbOpen, ToLmbcs(path).c_str());
+    STATUS status = NOERROR;
+    (void)GoesAwaySoon([&] { // a check beside this one asks in the same moment whether the database is in use
+        status = database.Open(NSFDbOpen, ToLmbcs(path).c_str());
+        return (status & ERR_MASK) == EMB_ERR_BUSY;
+    });
     if ((status & ERR_MASK) == ERR_NOEXIST) {
         return Missing(name);
     }
@@ -174,6 +194,10 @@ DatabaseReport Read(const std::string& name, const std::string& path, const std:
 }
 
 } // namespace
+
+bool IsKeptOpen(const std::filesystem::path& file) {
+    return !GoesAwaySoon([&] { return platform::IsInUse(file); });
+}
 
 DatabaseReport ReadDatabaseFile(const std::string& name, const std::filesystem::path& file) {
     return Read(name, file.string(), file);
@@ -246,7 +270,9 @@ UpgradeState CompareWithBuild(const std::vector<DatabaseReport>& reports, int32_
 }
 
 std::string DescribeError(const std::filesystem::path& folder, const std::vector<DatabaseReport>& reports) {
-    const auto hasError = [](const DatabaseReport& report) { return !report.error.empty(); };
+    const auto hasError = [](const DatabaseReport& report) {
+        return !report.error.empty() && FindProduct(report.name) != nullptr;
+    };
     const auto first = std::ranges::find_if(reports, hasError);
     if (first == reports.end()) {
         return {};

@@ -27,6 +27,9 @@ struct DatabaseReport {
     std::vector<std::string> replication; // the title of each replication note
 };
 
+/** Whether another program keeps a database open. A reader like this one lets go of it in a moment. */
+[[nodiscard]] bool IsKeptOpen(const std::filesystem::path& file);
+
 /** Needs a session; opens the database for the length of the call. */
 [[nodiscard]] DatabaseReport ReadDatabase(const std::string& name);
 
@@ -60,7 +63,8 @@ struct UpgradeState {
 /** Which databases do not carry the build, in one line: the first few by name, with what they carry instead. */
 [[nodiscard]] std::string DescribeBehind(const UpgradeState& state, int32_t build);
 
-/** The first of the databases and templates in a folder that cannot be read, in one line; empty when all can. */
+/** The first of the product's databases and templates in a folder that cannot be read, in one line; empty when all
+ *  can. */
 [[nodiscard]] std::string DescribeError(const std::filesystem::path& folder,
                                         const std::vector<DatabaseReport>& reports);
 

@@ -4,9 +4,11 @@
 #include <exception>
 #include <fstream>
 #include <iostream>
+#include <tuple>
 
 #include <nlohmann/json.hpp>
 
+#include "hold.h"
 #include "platform.h"
 
 namespace krxpatch {
@@ -14,9 +16,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::filesystem::path HistoryFile(const std::filesystem::path& server) {
-    return server / "krxpatch.history";
-}
+constexpr std::string_view isoDate = "2026-11-23";
+constexpr const char* timeFormat = "%Y-%m-%dT%H:%M:%SZ";
 
 Json JsonText(const std::string& text) {
     return text.empty() ? Json() : Json(text);
@@ -24,27 +25,56 @@ Json JsonText(const std::string& text) {
 
 } // namespace
 
+std::filesystem::path HistoryFile(const std::filesystem::path& server) {
+    return server / "krxpatch.history";
+}
+
 void AddToHistory(const std::filesystem::path& server, const HistoryRow& row) noexcept {
     try {
-        const Json line = {{"when", FormatTime(row.start, "%Y-%m-%dT%H:%M:%SZ")},
+        const Json line = {{"when", row.when},
                            {"command", row.command},
                            {"who", row.who},
-                           {"seconds", std::round(row.seconds * 10) / 10},
+                           {"seconds", row.seconds ? Json(std::round(*row.seconds * 10) / 10) : Json()},
                            {"buildBefore", JsonText(row.buildBefore)},
                            {"buildAfter", JsonText(row.buildAfter)},
                            {"result", row.result},
                            {"reason", JsonText(row.reason)}};
         platform::AppendLine(HistoryFile(server), line.dump(-1, ' ', false, Json::error_handler_t::replace));
+    } catch (const std::filesystem::filesystem_error& error) {
+        std::cerr << "krxpatch: the history is not written: " << CauseOf(error) << '\n';
     } catch (const std::exception& error) {
         std::cerr << "krxpatch: the history is not written: " << error.what() << '\n';
     }
 }
 
-std::vector<std::string> ReadHistory(const std::filesystem::path& server) {
+void AddDeadRunToHistory(const std::filesystem::path& server, const std::string& description) noexcept {
+    HistoryRow row;
+    row.command = "run";
+    std::tie(row.who, row.when) = WhoAndWhen(description);
+    if (row.when.size() > isoDate.size()) { // "2026-11-23 03:10:07 UTC"
+        row.when[isoDate.size()] = 'T';
+        row.when.replace(row.when.rfind(' '), std::string::npos, "Z");
+    }
     std::ifstream stream(HistoryFile(server), std::ios::binary);
+    for (std::string line; std::getline(stream, line);) {
+        if (line.find('"' + row.who + '"') != std::string::npos) {
+            return; // it was interrupted, and could tell that itself
+        }
+    }
+    row.result = "died";
+    row.reason = "what it changed is put back";
+    AddToHistory(server, row);
+}
+
+std::vector<std::string> ReadHistory(const std::filesystem::path& server) {
+    const std::filesystem::path file = HistoryFile(server);
+    if (const std::string why = platform::WhyUnreadable(file); !why.empty() && std::filesystem::exists(file)) {
+        throw Failure(notStarted, file.string() + ": cannot be read: " + why);
+    }
+    std::ifstream stream(file, std::ios::binary);
     std::vector<std::string> lines;
     for (std::string line; std::getline(stream, line);) {
-        if (Json::accept(line)) {
+        if (Json::parse(line, nullptr, false).is_object()) {
             lines.push_back(line);
         }
     }
@@ -54,7 +84,7 @@ std::vector<std::string> ReadHistory(const std::filesystem::path& server) {
 Chronicle::Chronicle(std::filesystem::path server, std::string command) : server_(std::move(server)) {
     row_.command = std::move(command);
     row_.who = platform::DescribeProcess();
-    row_.start = Now();
+    row_.when = FormatTime(Now(), timeFormat);
 }
 
 void Chronicle::Note(const std::string& buildBefore, const std::string& buildAfter) {

@@ -30,7 +30,7 @@ ExitCode History(const HistoryOptions& options, Report& report) {
                          TextOf(row, "result") + (reason == "-" ? "" : ": " + reason)});
         rows.push_back(row);
     }
-    std::cout << (rows.empty() ? "Nothing was done here yet.\n" : FormatTable(table));
+    std::cout << (rows.empty() ? "No command has ended here yet.\n" : FormatTable(table));
     return succeeded;
 }
 

@@ -57,13 +57,17 @@ void TakeOwner(const std::filesystem::path& path, const std::filesystem::path& f
 /** How many names a file has on its disk; 1 when that cannot be found out. The library's own count is 1 on Windows. */
 [[nodiscard]] uintmax_t NumberOfNames(const std::filesystem::path& file) noexcept;
 
-/** Why a file cannot be read, or a file or folder not written, in the system's words; empty when it can. Both leave it
+/** Why a file or folder cannot be read or written, in the system's words; empty when it can. Both leave it
  *  as it is. */
 [[nodiscard]] std::string WhyUnreadable(const std::filesystem::path& file);
 [[nodiscard]] std::string WhyUnwritable(const std::filesystem::path& path);
 
-/** Whether another process has a database open. */
+/** Whether another process has a database open at this moment. */
 [[nodiscard]] bool IsInUse(const std::filesystem::path& database);
+
+/** Keeps room on the disk for a line that is added to a file later, where the system can do that. The file is made if
+ *  need be. */
+void KeepRoomForLine(const std::filesystem::path& file) noexcept;
 
 /** Adds a line to the end of a file, which is made if need be, in one write. Throws filesystem_error. */
 void AppendLine(const std::filesystem::path& file, const std::string& line);
@@ -71,8 +75,8 @@ void AppendLine(const std::filesystem::path& file, const std::string& line);
 /** A file that one process at a time holds. The system lets go of it when the process ends, however that happens. */
 class HeldFile {
 public:
-    /** Makes the file with this text in it, in place of one that nobody holds; nothing when another process holds it.
-     *  Never waits. Throws filesystem_error when the file cannot be made or written. */
+    /** Makes the file with this text in it, if there is room, in place of one that nobody holds; nothing when another
+     *  process holds it. Never waits. Throws filesystem_error when the file cannot be made. */
     [[nodiscard]] static std::optional<HeldFile> Take(const std::filesystem::path& file, const std::string& text);
 
     /** The text of the process that holds the file; nothing when none does. Of a file that this user may not read, who

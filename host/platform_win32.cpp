@@ -154,7 +154,9 @@ void TakeOwner(const std::filesystem::path& /*path*/, const std::filesystem::pat
 }
 
 std::string WhyUnreadable(const std::filesystem::path& file) {
-    return Open(file, GENERIC_READ, everyShare, OPEN_EXISTING) ? "" : Utf8FromNative(LastError().message());
+    return Open(file, GENERIC_READ, everyShare, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS)
+               ? ""
+               : Utf8FromNative(LastError().message());
 }
 
 std::string WhyUnwritable(const std::filesystem::path& path) {
@@ -165,6 +167,10 @@ std::string WhyUnwritable(const std::filesystem::path& path) {
 
 bool IsInUse(const std::filesystem::path& database) {
     return !Open(database, GENERIC_READ, 0, OPEN_EXISTING) && GetLastError() == ERROR_SHARING_VIOLATION;
+}
+
+void KeepRoomForLine(const std::filesystem::path& /*file*/) noexcept {
+    // A short file lies in the file system's own table, which has its room.
 }
 
 void AppendLine(const std::filesystem::path& file, const std::string& line) {
@@ -184,10 +190,11 @@ std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const 
     if (!opened && GetLastError() == ERROR_SHARING_VIOLATION) {
         return std::nullopt;
     }
-    DWORD written = 0;
-    if (!opened || WriteFile(opened.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == FALSE) {
-        throw std::filesystem::filesystem_error("write", file, LastError());
+    if (!opened) {
+        throw std::filesystem::filesystem_error("open", file, LastError());
     }
+    DWORD written = 0; // on a full disk, which may be what is to be mended, nothing: others see that somebody holds it
+    (void)WriteFile(opened.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     return HeldFile(file, reinterpret_cast<std::intptr_t>(opened.release()));
 }
 

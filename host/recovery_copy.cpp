@@ -1,13 +1,16 @@
 #include "recovery_copy.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <iterator>
 #include <vector>
 
+#include "database_report.h"
 #include "failure.h"
+#include "history.h"
 #include "hold.h"
 #include "patch_entries.h"
 #include "platform.h"
@@ -67,7 +70,13 @@ template<class Write>
 void PutIntoPlace(const fs::path& file, const Write& write) {
     const fs::path target = fs::weakly_canonical(file);
     const fs::path made = WithSuffix(target, ".recovery.tmp");
-    write(made);
+    try {
+        write(made);
+    } catch (...) {
+        std::error_code ignored; // an error is on its way
+        fs::remove(made, ignored);
+        throw;
+    }
     fs::rename(made, target);
     platform::FlushToDisk(target.parent_path());
 }
@@ -81,10 +90,21 @@ void StopWhenInterrupted() {
 
 void CopyFile(const fs::path& from, const fs::path& to) {
     StopWhenInterrupted();
-    PutIntoPlace(to, [&](const fs::path& made) {
-        platform::CopyFile(from, made);
-        fs::last_write_time(made, fs::last_write_time(from));
-    });
+    const auto copy = [&] {
+        PutIntoPlace(to, [&](const fs::path& made) {
+            platform::CopyFile(from, made);
+            fs::last_write_time(made, fs::last_write_time(from));
+        });
+    };
+    try {
+        copy();
+    } catch (const fs::filesystem_error& error) {
+        // What stands there is to go in any case: a full disk has room for one of the two.
+        if (error.code() != std::errc::no_space_on_device || !fs::remove(to)) {
+            throw;
+        }
+        copy();
+    }
 }
 
 void CopyFolder(const fs::path& from, const fs::path& to) {
@@ -119,10 +139,11 @@ void RemoveAllBut(const fs::path& copy, const fs::path& folder) {
 
 void WriteText(const fs::path& file, const std::string& text) {
     PutIntoPlace(file, [&](const fs::path& made) {
+        errno = EIO; // unless the system tells another cause
         std::ofstream stream(made, std::ios::binary | std::ios::trunc);
         stream << text << std::flush;
         if (!stream) {
-            throw fs::filesystem_error("write", made, std::make_error_code(std::errc::io_error));
+            throw fs::filesystem_error("write", made, {errno, std::generic_category()});
         }
         stream.close();
         platform::TakeOwner(made, file.parent_path());
@@ -223,7 +244,7 @@ void RequireUnused(const fs::path& productFolder) {
     std::error_code ignored; // no folder, no users
     for (const fs::directory_entry& entry : fs::directory_iterator(productFolder, ignored)) {
         if (KindOf(entry) == Kind::file && IsDatabaseName(entry.path().filename().string()) &&
-            platform::IsInUse(entry.path())) {
+            IsKeptOpen(entry.path())) {
             throw Failure(heldByAnother, entry.path().string() + ": is in use by another process; stop that, then try "
                                                                  "again");
         }
@@ -286,11 +307,6 @@ void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
     platform::FlushToDisk(server.Path());
 }
 
-std::string Cause(const fs::filesystem_error& error) {
-    const fs::path& file = error.path2().empty() ? error.path1() : error.path2();
-    return file.string() + ": " + error.code().message();
-}
-
 } // namespace
 
 fs::path RecoveryCopy::Folder() const {
@@ -321,7 +337,10 @@ std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
 }
 
 std::optional<RecoveryCopy> UnendedCopyOf(const fs::path& productFolder) {
-    const std::vector<RecoveryCopy> copies = CopiesOf(productFolder);
+    return UnendedOf(CopiesOf(productFolder));
+}
+
+std::optional<RecoveryCopy> UnendedOf(const std::vector<RecoveryCopy>& copies) {
     const auto unended = std::ranges::find_if(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
     return unended == copies.end() ? std::nullopt : std::optional(*unended);
 }
@@ -384,7 +403,7 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
         throw Failure(failure.Code(), std::string(failure.what()) + " before anything was changed");
     } catch (const fs::filesystem_error& error) {
         giveUp();
-        throw Failure(notStarted, "the safety copy cannot be made: " + Cause(error));
+        throw Failure(notStarted, "the safety copy cannot be made: " + CauseOf(error));
     }
 }
 
@@ -403,7 +422,9 @@ void MarkEnded(const RecoveryCopy& copy, const char* how) {
         WriteText(EndedFile(copy.Folder()), Ending(how));
         RemoveFile(NextEndedFile(copy.Folder()));
     } catch (const fs::filesystem_error&) {
-        Rename(NextEndedFile(copy.Folder()), EndedFile(copy.Folder())); // needs no room
+        if (fs::exists(NextEndedFile(copy.Folder()))) {                     // else an earlier mark stands
+            Rename(NextEndedFile(copy.Folder()), EndedFile(copy.Folder())); // needs no room
+        }
     }
 }
 
@@ -433,8 +454,12 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
                                     " is whole");
     };
     try {
+        const bool died = !copy.ended && fs::exists(NextEndedFile(copy.Folder())); // and is not half put back
         RemoveFile(EndedFile(copy.Folder()));
         PutBackFiles(server, copy.Folder());
+        if (died) {
+            AddDeadRunToHistory(server.Path(), copy.run);
+        }
         for (const RecoveryCopy& each : CopiesOf(server.ProductFolder())) {
             if (!each.ended) {
                 MarkEnded(each, outcome::putBack); // of whatever run, what it has changed is gone
@@ -443,7 +468,7 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     } catch (const Failure& failure) {
         fail(failure.Code(), failure.what());
     } catch (const fs::filesystem_error& error) {
-        fail(failed, Cause(error));
+        fail(failed, CauseOf(error));
     }
 }
 
@@ -454,7 +479,7 @@ void Discard(const RecoveryCopy& copy) {
         fs::remove_all(going);
         RemoveIfEmpty(copy.Folder().parent_path());
     } catch (const fs::filesystem_error& error) {
-        throw Failure(failed, copy.Folder().string() + ": cannot be removed: " + Cause(error));
+        throw Failure(failed, copy.Folder().string() + ": cannot be removed: " + CauseOf(error));
     }
 }
 

@@ -43,6 +43,7 @@ struct RecoveryCopy {
 [[nodiscard]] std::vector<RecoveryCopy> CopiesOf(const std::filesystem::path& productFolder);
 
 /** The copy of a run that has not ended: one that died, unless somebody holds the server. Writes nothing. */
+[[nodiscard]] std::optional<RecoveryCopy> UnendedOf(const std::vector<RecoveryCopy>& copies);
 [[nodiscard]] std::optional<RecoveryCopy> UnendedCopyOf(const std::filesystem::path& productFolder);
 
 /** The description of a run that died and whose changes are to be put back; nothing when there is none. Writes nothing,

@@ -50,8 +50,10 @@ private:
     void RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun);
     [[nodiscard]] std::vector<std::string> CallModule(const ServerFolder& server);
     [[noreturn]] void EndInterrupted();
+    [[noreturn]] void EndFailed(ExitCode exitCode, const std::string& what);
     void Judge(const ServerFolder& server, const std::vector<DatabaseReport>& reports,
                const std::vector<std::string>& messages);
+    void TellFullDisk(const ServerFolder& server);
     void AddChanges(const ServerFolder& server, const std::set<std::string>& wereOffline);
 
     const RunOptions& options_;
@@ -62,6 +64,7 @@ private:
     std::string description_;
     std::optional<platform::HeldFile> hold_;
     std::optional<Chronicle> chronicle_; // once something may be touched
+    bool isTouched_ = false;
     std::optional<RecoveryCopy> copy_;
     std::string newestCopy_; // its ID when the checks were made
     PatchFacts facts_;
@@ -172,13 +175,16 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
     KeepProblems(findings);
     const bool mayForce = !AnyIsFinal(findings);
     if (AnyFails(findings) && !(options_.force && mayForce)) {
+        if (!subject.isHeld) {
+            RequireNotHeld(subject.server.DataDirectory()); // whoever came in between is the cause of all
+        }
         report_.findings = findings;
         AddFailures(report_, findings, "would-fail");
         throw Failure(notStarted,
                       Summary(report_) + "; `krxpatch check` tells all" +
                           (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
-                           : mayForce   ? ", and --force goes on all the same"
-                                        : ""));
+                           : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
+                                                                  : ""));
     }
     out_ << FormatFindings(findings, options_.output.colour);
 }
@@ -196,8 +202,8 @@ void Upgrade::PutBackDeadRun() {
     }
     hold_.emplace(Hold(server.DataDirectory(), description_));
     out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
-    AddToHistory(server.Path(), {"run", copy->run, Now(), 0, "", "", "died", "what it changed is put back"});
     chronicle_.emplace(server.Path(), "run");
+    isTouched_ = true;
     PutBack(server, *copy);
     copy_ = *copy;
 }
@@ -277,6 +283,15 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
     }
 }
 
+/** The cause that nobody else may have had the room to tell. */
+void Upgrade::TellFullDisk(const ServerFolder& server) {
+    constexpr uintmax_t little = 1 << 20;
+    if (const uintmax_t left = std::filesystem::space(server.ProductFolder()).available;
+        left < little && !report_.errors.empty()) {
+        report_.errors.front().message.insert(0, "The disk is full: " + std::to_string(left) + " bytes are left. ");
+    }
+}
+
 /** What the run has changed, item by item: for a report that somebody keeps. */
 void Upgrade::AddChanges(const ServerFolder& server, const std::set<std::string>& wereOffline) {
     const DatabaseFolder before{copy_->Folder() / server.ProductFolder().filename(), wereOffline};
@@ -311,6 +326,8 @@ void Upgrade::UpgradeDatabases() {
     const std::set<std::string> wereOffline = ViewOf(server).offline;
     ShowHead(out_, server, facts_, *copy_);
     const size_t logged = EmbServerLog(nullptr, 0); // what reading the databases added is not the run's
+    isTouched_ = true;
+    chronicle_->KeepRoom();
     MarkBegun(*copy_);
     const std::vector<std::string> messages = CallModule(server);
     MarkEnded(*copy_, outcome::bad); // until it is judged; from here on what the run left is what counts
@@ -322,6 +339,7 @@ void Upgrade::UpgradeDatabases() {
     report_.builds = DescribeBuilds(after);
     chronicle_->Note(DescribeBuilds(before), report_.builds);
     Judge(server, after, messages);
+    TellFullDisk(server);
     if (options_.output.json || !options_.output.html.empty()) {
         AddChanges(server, wereOffline);
     }
@@ -331,6 +349,19 @@ void Upgrade::UpgradeDatabases() {
     }
 }
 
+/** However a run ends, the history tells it, and the exit code whether anything was touched. */
+void Upgrade::EndFailed(ExitCode exitCode, const std::string& what) {
+    if (isTouched_ && exitCode == notStarted) {
+        exitCode = failed;
+    } else if (!isTouched_ && exitCode == failed) {
+        exitCode = notStarted;
+    }
+    if (chronicle_ && exitCode != notStarted) {
+        chronicle_->End(NameOf(exitCode), what);
+    }
+    throw Failure(exitCode, what);
+}
+
 void Upgrade::Run() {
     try {
         PutBackDeadRun();
@@ -338,10 +369,9 @@ void Upgrade::Run() {
             UpgradeDatabases();
         }
     } catch (const Failure& failure) {
-        if (chronicle_ && failure.Code() != notStarted) {
-            chronicle_->End(NameOf(failure.Code()), failure.what());
-        }
-        throw;
+        EndFailed(failure.Code(), failure.what());
+    } catch (const std::filesystem::filesystem_error& error) {
+        EndFailed(failed, CauseOf(error));
     }
     chronicle_->End(NameOf(report_.exitCode), report_.errors.empty() ? "" : Summary(report_));
 }

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "common/ascii_text.h"
+#include "config_file.h"
 #include "embedded_notes.h"
 #include "failure.h"
 #include "foundation/ini_file.h"
@@ -81,7 +82,8 @@ ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access, b
     char message[1024];
     const DWORD options = access == Access::readOnly ? EMB_SESSION_READ_ONLY : 0;
     if (EmbSessionBegin(IniFile().string().c_str(), options, message, sizeof message) != NOERROR) {
-        throw Failure(notStarted, message);
+        const std::string why = platform::WhyUnreadable(IniFile());
+        throw Failure(notStarted, why.empty() ? message : IniFile().string() + ": cannot be read: " + why);
     }
     dataDirectory_ = ReadDataDirectory();
     if (const std::string problem = FindProblem(mayLackProduct); !problem.empty()) {
@@ -99,10 +101,14 @@ std::string ServerFolder::FindProblem(bool mayLackProduct) const {
     if (!IsBelow(dataDirectory_, path_)) {
         return setting + " lies outside this server folder";
     }
-    std::error_code ignored; // what cannot be looked at is no folder
-    return mayLackProduct || std::filesystem::is_directory(ProductFolder(), ignored)
-               ? ""
-               : ProductFolder().string() + ": no folder with the product's databases";
+    const std::string product = ProductFolder().string();
+    const std::string why = platform::WhyUnreadable(ProductFolder());
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(ProductFolder(), error);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        return mayLackProduct ? "" : product + ": no folder with the product's databases";
+    }
+    return !why.empty() ? product + ": cannot be read: " + why : is_directory(status) ? "" : product + ": is no folder";
 }
 
 ServerFolder::~ServerFolder() {
@@ -128,6 +134,11 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
     char folder[MAXPATH];
     if (updkrx::GetComponentPath(updkrx::programComponent, folder, sizeof folder) == nullptr) {
         facts.problem = server.IniFile().string() + ": no program folder below VarnholtInstallPath";
+        const auto setting = ConfigFile(server.IniFile()).Find("", "VarnholtInstallPath");
+        const std::filesystem::path programs = PathOf(setting ? setting->value : "") / "program";
+        if (const std::string why = platform::WhyUnreadable(programs); setting && !why.empty()) {
+            facts.problem += ": " + programs.string() + ": " + why;
+        }
         return facts;
     }
     if (std::strlen(folder) + 1 == sizeof folder) { // the module would go on with the rest of it
@@ -145,7 +156,7 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
     const std::string file = (facts.programFolder / "krxpatch.ini").string();
     updkrx::IniFile config;
     if (config.Load(platform::NativeFromUtf8(file).c_str()) != updkrx::IDD_ERR_ZERO) {
-        facts.problem = file + ": cannot be read";
+        facts.problem = file + ": cannot be read: " + platform::WhyUnreadable(file);
         return facts;
     }
     facts.entries = EntriesIn(config);

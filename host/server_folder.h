@@ -28,6 +28,8 @@ public:
     [[nodiscard]] std::filesystem::path ProductFolder() const { return dataDirectory_ / "krx"; }
     /** Where the server keeps which databases are offline; no file when none is. */
     [[nodiscard]] std::filesystem::path OfflineList() const { return path_ / "offline.lst"; }
+    /** What the console was sent; no file before the first line. */
+    [[nodiscard]] std::filesystem::path ConsoleLog() const { return path_ / "console.log"; }
     /** Where the module writes its log. */
     [[nodiscard]] std::filesystem::path LogFolder() const { return dataDirectory_ / "krxtemp"; }
 

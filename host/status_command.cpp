@@ -129,6 +129,9 @@ ExitCode Status(const StatusOptions& options, Report& report) {
     report["server"] = server.Path().string();
     AddTo(report, findings);
     PrintText(server, findings);
+    if (findings.holder) {
+        throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *findings.holder);
+    }
     if (const std::string problem = ProblemOf(server, findings); !problem.empty()) {
         throw Failure(failed, problem);
     }

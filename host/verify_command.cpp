@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "end_state.h"
+#include "hold.h"
 #include "recovery_copy.h"
 #include "report_output.h"
 #include "server_folder.h"
@@ -13,6 +14,7 @@ namespace {
 void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     report.before = server.Path().string();
+    RequireNotHeld(server.DataDirectory()); // half an upgrade is not to be judged
     const PatchFacts facts = ReadPatchFacts(server);
     if (!facts.patchBuild) {
         throw Failure(notStarted, facts.problem);

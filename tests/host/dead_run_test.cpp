@@ -27,6 +27,8 @@ TEST_F(DeadRunTest, OneCommandAtATime) {
         EXPECT_TRUE(Fails(Import(), 4, "/server/data: is in use: a test, since noon\n"));
         EXPECT_TRUE(Contains(OnServer("check").out, "FAIL  others at work      "));
         EXPECT_EQ(Json::parse(StatusAsJson().out)["goingOn"], "a test, since noon");
+        EXPECT_TRUE(Exits(OnServer("verify"), 4));
+        EXPECT_TRUE(Exits(OnServer("status"), 4));
         EXPECT_TRUE(Contains(OnServer("status").out, "Going on         a test, since noon\n"));
     }
     EXPECT_TRUE(Snapshot(Databases()) == before);
@@ -75,6 +77,7 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
         EXPECT_TRUE(Fails(OnServer("restore"), 1, "krconf.nsf.recovery.tmp: File too large; "));
     }
     EXPECT_TRUE(Contains(OnServer("restore").out, "krx is as it was before krxpatch run by "));
+    EXPECT_TRUE(Contains(OnServer("history").out, "died: what it changed is put back"));
     EXPECT_TRUE(Snapshot(Databases()) == before);
     EXPECT_EQ(ReadFile(Server() / "offline.lst"), offline);
     EXPECT_TRUE(Json::parse(StatusAsJson().out)["deadRun"].is_null());
@@ -106,6 +109,16 @@ TEST_F(DeadRunTest, IsPutBackByTheNextRunWhichEndsAsAnyOther) {
         results += row["command"].get<std::string>() + " " + row["result"].get<std::string>() + ", ";
     }
     EXPECT_EQ(results, "run died, run done, run done, restore done, ");
+}
+
+TEST_F(DeadRunTest, ARefusalAfterPuttingBackIsNoRunThatTouchedNothing) {
+    fs::remove(Databases() / "krtime.nsf");
+    ASSERT_TRUE(Exits(OnServer("run", {"--force", "--module", DYING_MODULE}), 9));
+    EXPECT_TRUE(Fails(Run(), 1, "krtime.nsf: missing: "));
+    const Json history = Json::parse(OnServer("history", {"--json"}).out)["history"];
+    ASSERT_EQ(history.size(), 2U);
+    EXPECT_EQ(history[0]["result"], "died");
+    EXPECT_EQ(history[1]["result"], "failed");
 }
 
 TEST_F(DeadRunTest, WithoutRoomForTheCopyNothingIsTouched) {

@@ -69,6 +69,28 @@ TEST_F(KrxpatchTest, InterruptedSaysWhatStateThingsAreIn) {
     EXPECT_EQ(Json::parse(OnServer("history", {"--json"}).out)["history"][0]["result"], "interrupted");
 }
 
+TEST_F(KrxpatchTest, AFullDiskIsToldAndCanBeMended) {
+    const std::string program = KRXPATCH_PROGRAM;
+    const auto onDisk = [&](const std::string& size, const std::string& commands) {
+        return RunProgram("/bin/sh",
+                          {"-c", "mkdir server; mount -t tmpfs -o size=" + size + " tmpfs server || exit 77; " +
+                                     program + " sandbox server; " + commands +
+                                     "umount server; rmdir server; exit $result"},
+                          Folder());
+    };
+    const std::string run = program + " run --server disk/server --force; result=$?; ";
+    const Outcome outcome = onDisk("1150k", run + "cp disk/server/krxpatch.history .; ");
+    if (outcome.exitCode == 77) {
+        GTEST_SKIP() << "this user may not mount a disk";
+    }
+    EXPECT_TRUE(Fails(outcome, 1, "krxpatch: The disk is full: "));
+    EXPECT_EQ(Json::parse(ReadFile(Folder() / "krxpatch.history"))["result"], "failed");
+    const std::string restore = program + " restore --server disk/server";
+    EXPECT_TRUE(Exits(onDisk("1900k", run + "dd if=/dev/zero of=disk/fill bs=1k; " + restore + " && " + restore +
+                                          " --discard; result=$?; "),
+                      0));
+}
+
 TEST_F(KrxpatchTest, RefusesWhatLeadsOutOfTheServerFolder) {
     MakeSandbox();
     fs::rename(Databases() / "krtime.nsf", Folder() / "production.nsf");
