@@ -18,8 +18,26 @@ CheckSubject Examine(const ServerFolder& server, bool isHeld) {
             delivered.push_back(ReadDatabaseFile(entry, file));
         }
     }
-    return {server,    isHeld,           ConfigFile(server.IniFile()),          ConfigFile(patchFile),
-            patchFile, std::move(facts), ReadDatabases(server.DatabaseNames()), std::move(delivered)};
+    CheckSubject subject{server,
+                         isHeld,
+                         ConfigFile(server.IniFile()),
+                         ConfigFile(patchFile),
+                         patchFile,
+                         std::move(facts),
+                         ReadDatabases(server.DatabaseNames()),
+                         std::move(delivered),
+                         {},
+                         {}};
+    try {
+        subject.copies = CopiesOf(server.ProductFolder());
+    } catch (const Failure& failure) {
+        subject.copiesProblem = failure.what();
+    }
+    return subject;
+}
+
+bool CheckSubject::IsUpToDate() const {
+    return facts.patchBuild && CompareWithBuild(databases, *facts.patchBuild).Reached();
 }
 
 namespace {
@@ -64,7 +82,12 @@ std::vector<Finding> CheckFolder(const std::filesystem::path& folder) {
     try {
         server.emplace(folder, ServerFolder::Access::readOnly);
     } catch (const Failure& failure) {
-        return {{Level::failure, "server folder", {}, 0, failure.what(), "correct that, then check again"}};
+        return {{Level::failure,
+                 "server folder",
+                 {},
+                 0,
+                 failure.what(),
+                 "name the folder of the server, in which notes.ini stands, as a user who may read all of it"}};
     }
     return RunChecks(Examine(*server, false));
 }

@@ -12,6 +12,7 @@
 #include "config_file.h"
 #include "database_report.h"
 #include "finding.h"
+#include "recovery_copy.h"
 #include "server_folder.h"
 
 namespace krxpatch {
@@ -26,6 +27,10 @@ struct CheckSubject {
     PatchFacts facts;
     std::vector<DatabaseReport> databases;
     std::vector<DatabaseReport> delivered; // of the databases and templates that the patch brings
+    std::vector<RecoveryCopy> copies;      // safety copies
+    std::string copiesProblem;             // why they cannot be looked at; empty when they can
+
+    [[nodiscard]] bool IsUpToDate() const;
 };
 
 /** Needs the session. */

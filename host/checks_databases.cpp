@@ -17,15 +17,15 @@ void CheckReadable(const CheckSubject& subject, Findings& findings) {
         }
         const fs::path file = subject.server.ProductFolder() / report.name;
         const bool isProduct = FindProduct(report.name) != nullptr;
-        if (report.missing) {
+        if (!isProduct) { // "missing" is also what a link leads to nothing, or a name that the platform cannot write
+            findings.Warn(file, 0, report.error, "nothing for the upgrade, which leaves it alone");
+        } else if (report.missing) {
             findings.Fail(file, 0, "missing: it would be upgraded by no later run either",
                           "put the database back from the backup");
         } else if (report.offline) {
             findings.Fail(file, 0, "offline: the upgrade could not open it", "bring it online first");
-        } else if (isProduct) {
-            findings.Fail(file, 0, report.error, "put the database back from the backup, or let this user read it");
         } else {
-            findings.Warn(file, 0, report.error, "put the database back from the backup; the upgrade leaves it alone");
+            findings.Fail(file, 0, report.error, "put the database back from the backup, or let this user read it");
         }
     }
     if (findings.All().empty()) {
@@ -35,7 +35,7 @@ void CheckReadable(const CheckSubject& subject, Findings& findings) {
 
 void CheckUsers(const CheckSubject& subject, Findings& findings) {
     for (const DatabaseReport& report : subject.databases) {
-        if (const fs::path file = subject.server.ProductFolder() / report.name; platform::IsInUse(file)) {
+        if (const fs::path file = subject.server.ProductFolder() / report.name; IsKeptOpen(file)) {
             findings.Fail(file, 0, "in use by another process: the upgrade would end when it comes to it",
                           "end the programs that have it open");
         }

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "checks.h"
+#include "history.h"
 #include "hold.h"
 #include "patch_entries.h"
 #include "path_checks.h"
@@ -14,14 +15,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<fs::directory_entry> FilesIn(const ServerFolder& server) {
-    return {fs::recursive_directory_iterator(server.ProductFolder()), fs::recursive_directory_iterator()};
+/** What may not be looked into is left out; that it may not is told by the check of rights. */
+std::vector<fs::directory_entry> EntriesBelow(const fs::path& folder) {
+    std::error_code ignored; // of what is not there nothing lies below
+    return {fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, ignored),
+            fs::recursive_directory_iterator()};
 }
 
 void CheckOthers(const CheckSubject& subject, Findings& findings) {
     if (const auto holder = HolderOf(subject.server.DataDirectory()); holder && !subject.isHeld) {
         findings.Fail(subject.server.DataDirectory(), 0, "is in use: " + *holder, "wait for it to end");
-    } else if (const auto deadRun = UnendedCopyOf(subject.server.ProductFolder())) {
+    } else if (!subject.copiesProblem.empty()) {
+        findings.Fail({}, 0, subject.copiesProblem, "run krxpatch as the user whom the databases belong to");
+    } else if (const auto deadRun = UnendedOf(subject.copies)) {
         findings.Warn(subject.server.ProductFolder(), 0, "a run died half-way: " + deadRun->run,
                       "nothing: the next run first puts back what it changed; `krxpatch restore` does only that");
     }
@@ -30,28 +36,28 @@ void CheckOthers(const CheckSubject& subject, Findings& findings) {
 } // namespace
 
 void FindLinks(const ServerFolder& server, Findings& findings) {
-    const auto requireInside = [&](const fs::path& path) {
-        if (!IsBelow(path, server.Path())) {
-            findings.Fail(path, 0, "leads out of the server folder, to " + fs::weakly_canonical(path).string(),
-                          "put a copy in the place of the link");
-        }
-    };
-    for (const fs::path& path :
-         {server.DataDirectory(), server.ProductFolder(), server.LogFolder(), server.OfflineList()}) {
-        if (std::error_code ignored; fs::is_symlink(path, ignored)) {
-            requireInside(path);
-        }
-    }
-    for (const fs::directory_entry& entry : FilesIn(server)) {
+    const auto look = [&](const fs::path& path) {
         std::error_code ignored; // what goes away meanwhile leads nowhere
-        if (entry.is_symlink(ignored)) {
-            requireInside(entry.path());
-        } else if (const uintmax_t names = platform::NumberOfNames(entry.path());
-                   entry.is_regular_file(ignored) && names > 1) {
-            findings.Fail(entry.path(), 0,
+        if (fs::is_symlink(path, ignored)) {
+            if (!IsBelow(path, server.Path())) {
+                findings.Fail(path, 0, "leads out of the server folder, to " + fs::weakly_canonical(path).string(),
+                              "put a copy in the place of the link");
+            }
+        } else if (const uintmax_t names = platform::NumberOfNames(path);
+                   fs::is_regular_file(path, ignored) && names > 1) {
+            findings.Fail(path, 0,
                           "the file has " + std::to_string(names) +
                               " names: an upgrade would change it under each of them",
                           "put a copy in its place: cp FILE FILE.new && mv FILE.new FILE");
+        }
+    };
+    for (const fs::path& path : {server.DataDirectory(), server.ProductFolder(), server.LogFolder(),
+                                 server.OfflineList(), server.ConsoleLog(), HistoryFile(server.Path())}) {
+        look(path);
+    }
+    for (const fs::path& folder : {server.ProductFolder(), server.LogFolder()}) {
+        for (const fs::directory_entry& entry : EntriesBelow(folder)) {
+            look(entry.path());
         }
     }
 }
@@ -63,18 +69,22 @@ void CheckLinks(const CheckSubject& subject, Findings& findings) {
 }
 
 void CheckWritable(const CheckSubject& subject, Findings& findings) {
+    constexpr const char* remedy = "run krxpatch as the user whom the databases belong to, or give this one the right";
     const auto require = [&](const fs::path& path) {
         if (const std::string why = platform::WhyUnwritable(path); !why.empty()) {
-            findings.Fail(path, 0, "cannot be written: " + why,
-                          "run krxpatch as the user whom the databases belong to, or give this one the right");
+            findings.Fail(path, 0, "cannot be written: " + why, remedy);
         }
     };
     for (const fs::path& folder :
          {subject.server.Path(), subject.server.DataDirectory(), subject.server.ProductFolder()}) {
         require(folder);
     }
-    for (const fs::directory_entry& entry : FilesIn(subject.server)) {
-        if (std::error_code ignored; entry.is_regular_file(ignored)) {
+    for (const fs::directory_entry& entry : EntriesBelow(subject.server.ProductFolder())) {
+        if (std::error_code ignored; entry.is_directory(ignored)) {
+            if (const std::string why = platform::WhyUnreadable(entry.path()); !why.empty()) {
+                findings.Fail(entry.path(), 0, "cannot be copied: " + why, remedy);
+            }
+        } else if (entry.is_regular_file(ignored)) {
             require(entry.path());
         }
     }
@@ -83,10 +93,18 @@ void CheckWritable(const CheckSubject& subject, Findings& findings) {
 /** The copy, then what the patch brings, and twice the largest database: its journal, and the old encyclopedia beside
  *  the new one. */
 void CheckRoom(const CheckSubject& subject, Findings& findings) {
+    if (subject.IsUpToDate()) {
+        findings.Ok("none is needed: there is nothing to do");
+        return;
+    }
     uintmax_t largest = 0;
-    for (const fs::directory_entry& entry : FilesIn(subject.server)) {
+    uintmax_t all = 0;
+    for (const fs::directory_entry& entry : EntriesBelow(subject.server.ProductFolder())) {
         std::error_code ignored; // what is no file has no size
-        largest = entry.is_regular_file(ignored) ? std::max(largest, entry.file_size(ignored)) : largest;
+        if (const uintmax_t size = entry.is_regular_file(ignored) ? entry.file_size(ignored) : 0; !ignored) {
+            largest = std::max(largest, size);
+            all += size;
+        }
     }
     uintmax_t brought = 0;
     for (const std::string& entry : subject.facts.entries) {
@@ -95,16 +113,16 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
         brought += missing ? 0 : size;
     }
     // A dead run's copy is used again.
-    const uintmax_t copy = UnendedCopyOf(subject.server.ProductFolder()) ? 0 : SizeOf(subject.server.ProductFolder());
+    const uintmax_t copy = UnendedOf(subject.copies) ? 0 : all;
     const uintmax_t needed = copy + brought + 2 * largest;
     const uintmax_t available = fs::space(subject.server.ProductFolder()).available;
     const std::string text = Megabytes(needed) + " needed for the safety copy (" + Megabytes(copy) +
-                             ") and the upgrade, " + Megabytes(available) + " free";
+                             ") and the upgrade, " + Megabytes(available >> 20 << 20) + " free";
     if (needed <= available) {
         findings.Ok(text);
         return;
     }
-    const bool older = !CopiesOf(subject.server.ProductFolder()).empty() && copy != 0;
+    const bool older = !subject.copies.empty() && copy != 0;
     findings.Fail(subject.server.ProductFolder(), 0, "too little room on the disk: " + text,
                   std::string("make room") +
                       (older ? "; `krxpatch restore --discard` removes the safety copy of an earlier run" : ""));

@@ -48,7 +48,7 @@ void CheckFile(const CheckSubject& subject, Findings& findings) {
                       "save the file as plain text (ANSI or UTF-8 without a byte-order mark)");
     } else {
         findings.Fail({}, 0, subject.facts.problem.empty() ? "krxpatch.ini is empty" : subject.facts.problem,
-                      "install the patch's program folder again");
+                      "install the patch's program folder again, or let this user read it");
     }
 }
 
@@ -109,13 +109,12 @@ void CheckBuildNumber(const CheckSubject& subject, Findings& findings) {
     const auto fail = [&](const std::string& message, const std::string& remedy) {
         findings.Fail(subject.patchFile, line->number, "BuildNumber=" + value + " " + message, remedy);
     };
-    const std::string last = value.substr(value.rfind('.') + 1);
-    const bool lastIsNumber = !last.empty() && last.find_first_not_of("0123456789") == std::string::npos;
+    const std::string own = "BuildNumber=" + std::to_string(subject.facts.installedBuild.value_or(3050));
     if (value.find_first_not_of("0123456789") != std::string::npos) {
         fail("is no build number: it is read as " + std::to_string(build),
-             "write the last number alone, such as BuildNumber=" + (lastIsNumber ? last : "3050"));
+             "write the last number of the patch's build alone, such as " + own);
     } else if (build <= 0 || build == std::numeric_limits<int32_t>::max()) {
-        fail("is no build number", "write the patch's own, such as BuildNumber=3050");
+        fail("is no build number", "write the patch's own, such as " + own);
     } else if (const auto installed = subject.facts.installedBuild; installed && build != *installed) {
         fail(std::string("is ") + (build > *installed ? "above" : "below") + " that of its own folder, " +
                  subject.facts.programFolder.filename().string() +
@@ -147,13 +146,14 @@ void CheckEntries(const CheckSubject& subject, Findings& findings) {
             findings.Warn(file, line, name + " is there twice, and would be replaced twice", "remove one of the two");
         }
         const updkrx::ProductDatabase* product = FindProduct(entry);
+        const std::string meant = LowerCase(WithoutBlanks(entry));
         if (product != nullptr && product->templateName != nullptr && entry == product->databaseName) {
             findings.Fail(file, line, name + " is the server's own: it would be replaced with all its documents",
                           std::string("write ") + product->templateName + ", from which it gets its design");
         } else if (product == nullptr && entry != policyFile) {
             findings.Warn(file, line, name + " is no file of the product's",
-                          FindProduct(LowerCase(entry)) != nullptr ? "write " + LowerCase(entry) + ", in small letters"
-                                                                   : "remove it, unless the patch's notes name it");
+                          FindProduct(meant) != nullptr ? "write " + meant + ", in small letters and without blanks"
+                                                        : "remove it, unless the patch's notes name it");
         }
     }
     for (const updkrx::ProductDatabase& product : updkrx::ProductDatabases) {

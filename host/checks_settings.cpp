@@ -69,10 +69,11 @@ void CheckProgramFolder(const CheckSubject& subject, Findings& findings) {
         findings.Fail(file, line->number, "VarnholtInstallPath=" + line->value + " is not an absolute path",
                       "write the whole path");
     } else if (!IsBelow(path, subject.server.Path())) {
-        findings.Warn(file, line->number,
+        findings.Fail(file, line->number,
                       "VarnholtInstallPath=" + line->value +
                           " lies outside this server folder: a rehearsal would use another server's program folder",
-                      "name a folder below " + subject.server.Path().string() + ", or go on if that is meant");
+                      "name a folder below " + subject.server.Path().string() +
+                          ", or go on with --force if that is meant");
     }
 }
 

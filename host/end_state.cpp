@@ -362,7 +362,7 @@ private:
 
     /** The last outcome of each command that an upgrade sends, as far as the server's console has a record. */
     void ExamineConsole() {
-        const fs::path log = server_.Path() / "console.log";
+        const fs::path log = server_.ConsoleLog();
         std::ifstream stream(log);
         if (!stream) {
             return; // nobody keeps a record

@@ -86,7 +86,7 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
          "repeated settings:3: a second line EmbeddedBehaviour=, which does not count: line 2 does"},
         {"warn", edit(iniFile_, "[Notes]", "[Notes]\nEmbeddedBehaviour=search=all"),
          "behaviours:2: behaviours that are not the default are on: search=all"},
-        {"warn",
+        {"FAIL",
          [&] {
              fs::rename(Server() / "install", other);
              Edit(iniFile_, "VarnholtInstallPath=", ("VarnholtInstallPath=" + other + "\nX=").c_str());
@@ -98,6 +98,13 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
         {"FAIL", [&] { TakeOffline("krx/krtime.nsf"); }, "databases open:null: offline"},
         {"FAIL", [&] { fs::create_hard_link(Databases() / "krtime.nsf", Folder() / "again.nsf"); },
          "links:null: the file has 2 names"},
+        {"FAIL",
+         [&] {
+             WriteFile(Folder() / "again.nsf", "of production");
+             fs::create_hard_link(Folder() / "again.nsf", Server() / "console.log");
+         },
+         "links:null: the file has 2 names"},
+        {"warn", [&] { WriteFile(Databases() / "own.nsf", "x"); }, "databases open:null: File is not a database"},
     };
     fs::copy(Server(), Folder() / "sound", fs::copy_options::recursive);
     const Outcome sound = OnServer("check", {"--json"});
