@@ -46,7 +46,8 @@ struct Look {
     bool noColour = false;
 
     [[nodiscard]] bool Colour() const {
-        return !noColour && std::getenv("NO_COLOR") == nullptr && platform::OutputIsTerminal();
+        const char* without = std::getenv("NO_COLOR");
+        return !noColour && (without == nullptr || *without == '\0') && platform::OutputIsTerminal();
     }
 };
 
@@ -105,10 +106,13 @@ private:
         CLI::App* command = Add("restore", "Put the safety copy of a run back");
         const auto options = std::make_shared<RestoreOptions>();
         AddServer(command, options->server);
-        command->add_option("ID", options->id, "The copy, as --list tells; without it the newest")->check(notEmpty);
-        AddSwitch(command, "--list", options->list, "List the copies; writes nothing");
-        AddSwitch(command, "--discard", options->discard, "Remove the copy, or without ID all, instead");
-        AddSwitch(command, "--force", options->force, "Discard also the copy of a run that died");
+        CLI::Option* id =
+            command->add_option("ID", options->id, "The copy, as --list tells; without it the newest")->check(notEmpty);
+        CLI::Option* list = AddSwitch(command, "--list", options->list, "List the copies; writes nothing");
+        CLI::Option* discard =
+            AddSwitch(command, "--discard", options->discard, "Remove the copy, or without ID all, instead");
+        AddSwitch(command, "--force", options->force, "Discard also the copy of a run that died")->needs(discard);
+        list->excludes(id)->excludes(discard);
         Carry(command, [options](const Look&, Report& report) {
             platform::NoteInterrupts();
             return Restore(*options, report);
@@ -309,20 +313,12 @@ size_t Distance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
-/** An unknown word in the place of the command, and which one may be meant. */
-void RequireCommand(const CLI::App& program, const std::vector<std::string>& arguments) {
+/** Throws Failure for a word that is none of the names, with the one that may be meant. */
+void RequireKnown(const std::string& kind, const std::string& word, const std::vector<std::string>& names) {
     constexpr size_t similar = 2;
-    if (arguments.empty()) {
-        throw Failure(notStarted, "a command is missing (krxpatch --help tells more)");
-    }
-    const std::string& word = arguments.front();
-    if (word.starts_with('-')) {
-        return;
-    }
     std::string meant;
     size_t least = similar + 1;
-    for (const CLI::App* command : program.get_subcommands({})) {
-        const std::string& name = command->get_name();
+    for (const std::string& name : names) {
         const size_t distance = name.starts_with(word) || word.starts_with(name) ? 1 : Distance(word, name);
         if (name == word) {
             return;
@@ -332,13 +328,50 @@ void RequireCommand(const CLI::App& program, const std::vector<std::string>& arg
             meant = name;
         }
     }
-    throw Failure(notStarted, "there is no command '" + word + "'" +
+    throw Failure(notStarted, "there is no " + kind + " '" + word + "'" +
                                   (meant.empty() ? "" : "; is " + meant + " meant?") + " (krxpatch --help tells more)");
+}
+
+/** An unknown word in the place of the command. */
+void RequireCommand(const CLI::App& program, const std::vector<std::string>& arguments) {
+    if (arguments.empty()) {
+        throw Failure(notStarted, "a command is missing (krxpatch --help tells more)");
+    }
+    if (arguments.front().starts_with('-')) {
+        return;
+    }
+    std::vector<std::string> names;
+    for (const CLI::App* command : program.get_subcommands({})) {
+        names.push_back(command->get_name());
+    }
+    RequireKnown("command", arguments.front(), names);
+}
+
+/** The options of the command that is named first; the parser would miss what it requires before it tells of others. */
+void RequireOptions(const CLI::App& program, const std::vector<std::string>& arguments) {
+    if (arguments.front().starts_with('-')) {
+        return;
+    }
+    std::vector<std::string> names;
+    for (const CLI::Option* option : program.get_subcommand(arguments.front())->get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    for (const std::string& argument : arguments) {
+        if (argument == "--") { // names of files follow
+            return;
+        }
+        if (argument.starts_with("--")) {
+            RequireKnown("option", argument.substr(0, argument.find('=')), names);
+        }
+    }
 }
 
 /** Throws Failure. */
 CommandLine Parse(CLI::App& program, const Registration& registration, std::vector<std::string> arguments) {
     RequireCommand(program, arguments);
+    RequireOptions(program, arguments);
     for (const std::string& argument : arguments) {
         if (const size_t equals = argument.find('=');
             equals != std::string::npos && registration.IsSwitch(argument.substr(0, equals))) {

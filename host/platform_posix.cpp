@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -116,7 +117,8 @@ bool IsInterrupted() noexcept {
 }
 
 bool OutputIsTerminal() noexcept {
-    return isatty(STDOUT_FILENO) == 1;
+    const char* kind = std::getenv("TERM"); // a dumb one shows sequences as they are
+    return isatty(STDOUT_FILENO) == 1 && (kind == nullptr || std::string_view(kind) != "dumb");
 }
 
 bool ErrorIsTerminal() noexcept {
