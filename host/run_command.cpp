@@ -53,7 +53,7 @@ private:
     [[noreturn]] void EndFailed(ExitCode exitCode, const std::string& what);
     void Judge(const ServerFolder& server, const std::vector<DatabaseReport>& reports,
                const std::vector<std::string>& messages);
-    void TellFullDisk(const ServerFolder& server);
+    void TellCauses(const ServerFolder& server);
     void AddChanges(const ServerFolder& server, const std::set<std::string>& wereOffline);
 
     const RunOptions& options_;
@@ -65,6 +65,7 @@ private:
     std::optional<platform::HeldFile> hold_;
     std::optional<Chronicle> chronicle_; // once something may be touched
     bool isTouched_ = false;
+    std::string overruled_; // what --force went on in spite of, as a sentence; may be empty
     std::optional<RecoveryCopy> copy_;
     std::string newestCopy_; // its ID when the checks were made
     PatchFacts facts_;
@@ -186,6 +187,8 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
                            : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
                                                                   : ""));
     }
+    const auto worst = std::ranges::find(findings, Level::failure, &Finding::level);
+    overruled_ = worst == findings.end() ? "" : "--force went on though " + Describe(*worst) + ". ";
     out_ << FormatFindings(findings, options_.output.colour);
 }
 
@@ -225,7 +228,8 @@ bool Upgrade::IsAnythingToDo() {
     if (!CompareWithBuild(subject.databases, *facts_.patchBuild).Reached() || HasKeptFiles(server)) {
         return true;
     }
-    if (!hold_ && HasHoldFile(server.DataDirectory())) { // a run that died at its very end has left traces
+    if (!hold_ &&
+        std::filesystem::exists(HoldFile(server.DataDirectory()))) { // a run that died at its very end has left traces
         hold_.emplace(Hold(server.DataDirectory(), description_));
         RemoveHalfMarks(server.ProductFolder());
     }
@@ -283,12 +287,16 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
     }
 }
 
-/** The cause that nobody else may have had the room to tell. */
-void Upgrade::TellFullDisk(const ServerFolder& server) {
+/** What was known before counts more than what follows from it; a full disk nobody else may have had the room to tell. */
+void Upgrade::TellCauses(const ServerFolder& server) {
+    if (report_.errors.empty()) {
+        return;
+    }
+    std::string& message = report_.errors.front().message;
+    message.insert(0, overruled_);
     constexpr uintmax_t little = 1 << 20;
-    if (const uintmax_t left = std::filesystem::space(server.ProductFolder()).available;
-        left < little && !report_.errors.empty()) {
-        report_.errors.front().message.insert(0, "The disk is full: " + std::to_string(left) + " bytes are left. ");
+    if (const uintmax_t left = std::filesystem::space(server.ProductFolder()).available; left < little) {
+        message.insert(0, "The disk is full: " + std::to_string(left) + " bytes are left. ");
     }
 }
 
@@ -339,7 +347,7 @@ void Upgrade::UpgradeDatabases() {
     report_.builds = DescribeBuilds(after);
     chronicle_->Note(DescribeBuilds(before), report_.builds);
     Judge(server, after, messages);
-    TellFullDisk(server);
+    TellCauses(server);
     if (options_.output.json || !options_.output.html.empty()) {
         AddChanges(server, wereOffline);
     }
