@@ -79,6 +79,13 @@ void CheckWritable(const CheckSubject& subject, Findings& findings) {
          {subject.server.Path(), subject.server.DataDirectory(), subject.server.ProductFolder()}) {
         require(folder);
     }
+    for (const fs::path& path :
+         {PlaceOfCopies(subject.server.ProductFolder()), HoldFile(subject.server.DataDirectory()),
+          subject.server.ConsoleLog(), HistoryFile(subject.server.Path())}) {
+        if (std::error_code ignored; fs::exists(path, ignored)) {
+            require(path);
+        }
+    }
     for (const fs::directory_entry& entry : EntriesBelow(subject.server.ProductFolder())) {
         if (std::error_code ignored; entry.is_directory(ignored)) {
             if (const std::string why = platform::WhyUnreadable(entry.path()); !why.empty()) {

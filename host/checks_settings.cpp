@@ -92,6 +92,12 @@ void CheckLog(const CheckSubject& subject, Findings& findings) {
     } else if (const std::string why = platform::WhyUnwritable(folder); !why.empty()) {
         findings.Warn(folder, 0, why + ": the module's log, which is on, is lost", "let this user write there");
     }
+    for (const fs::directory_entry& log : fs::directory_iterator(folder, ignored)) {
+        if (const std::string why = platform::WhyUnwritable(log.path()); !why.empty()) {
+            findings.Warn(log.path(), 0, why + ": on the day of this file the module's log, which is on, is lost",
+                          "remove the file, or run krxpatch as the user whom it belongs to");
+        }
+    }
     constexpr size_t longest = 255 - std::string_view("/updkrx_20261123.dbg").size();
     const std::string path = folder.string();
     if (path.size() > longest) {

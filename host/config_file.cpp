@@ -23,8 +23,10 @@ std::string LowerCase(std::string_view text) {
 }
 
 ConfigFile::ConfigFile(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    bytes_.assign(std::istreambuf_iterator<char>(stream), {});
+    if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) { // what is none has no lines
+        std::ifstream stream(file, std::ios::binary);
+        bytes_.assign(std::istreambuf_iterator<char>(stream), {});
+    }
     std::istringstream lines(bytes_);
     std::string section;
     for (ConfigLine line; std::getline(lines, line.text); lines_.push_back(line)) {

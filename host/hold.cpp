@@ -8,10 +8,6 @@
 namespace krxpatch {
 namespace {
 
-std::filesystem::path HoldFile(const std::filesystem::path& dataDirectory) {
-    return dataDirectory / "krxpatch.hold";
-}
-
 const std::string by = " by ";
 const std::string since = ", since ";
 
@@ -31,9 +27,8 @@ std::pair<std::string, std::string> WhoAndWhen(const std::string& description) {
     return {description.substr(name, when - name), description.substr(when + since.size())};
 }
 
-bool HasHoldFile(const std::filesystem::path& dataDirectory) {
-    std::error_code ignored; // what cannot be looked at leaves no trace to clear
-    return std::filesystem::exists(HoldFile(dataDirectory), ignored);
+std::filesystem::path HoldFile(const std::filesystem::path& dataDirectory) {
+    return dataDirectory / "krxpatch.hold";
 }
 
 platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::string& description) {

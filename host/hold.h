@@ -20,8 +20,8 @@ namespace krxpatch {
 /** Who it is and since when, of such a line; what is no such line is all "who". */
 [[nodiscard]] std::pair<std::string, std::string> WhoAndWhen(const std::string& description);
 
-/** Whether the file of a hold is there: of a command at work, or of one that died, which holds nothing. */
-[[nodiscard]] bool HasHoldFile(const std::filesystem::path& dataDirectory);
+/** The file of a hold: of a command at work, or of one that died, which holds nothing. */
+[[nodiscard]] std::filesystem::path HoldFile(const std::filesystem::path& dataDirectory);
 
 /** Holds a data directory for as long as the result lives. Throws Failure, as held, when another command holds it, and
  *  as not started when it cannot be written. `description` tells others who holds it. */

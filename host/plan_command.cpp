@@ -81,7 +81,7 @@ DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, Chang
     report.console = ConsoleCommands();
     for (Finding& finding : ExamineEndState(server, ReadPatchFacts(server))) {
         finding.text = copy.AsOriginal(std::move(finding.text));
-        finding.remedy = copy.AsOriginal(std::move(finding.remedy));
+        finding.remedy = finding.remedy.empty() ? "" : "nothing was changed: mend the cause, then plan again";
         report.findings.push_back(std::move(finding));
     }
     for (ConsoleCommand& command : report.console) {

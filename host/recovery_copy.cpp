@@ -25,11 +25,6 @@ fs::path WithSuffix(fs::path path, const char* suffix) {
     return path += suffix;
 }
 
-/** Beside the folder itself and not beside a link to it, so that every path to the folder leads to the same copies. */
-fs::path PlaceOfCopies(const fs::path& productFolder) {
-    return WithSuffix(fs::weakly_canonical(productFolder), ".recovery");
-}
-
 constexpr const char* passing = ".tmp"; // ends the name under which a copy comes and goes
 
 fs::path RunFile(const fs::path& copy) {
@@ -308,6 +303,10 @@ void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
 }
 
 } // namespace
+
+fs::path PlaceOfCopies(const fs::path& productFolder) {
+    return WithSuffix(fs::weakly_canonical(productFolder), ".recovery");
+}
 
 fs::path RecoveryCopy::Folder() const {
     return PlaceOfCopies(productFolder) / id;

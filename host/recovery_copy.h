@@ -28,6 +28,9 @@
 
 namespace krxpatch {
 
+/** Beside the folder itself and not beside a link to it, so that every path to the folder leads to the same copies. */
+[[nodiscard]] std::filesystem::path PlaceOfCopies(const std::filesystem::path& productFolder);
+
 struct RecoveryCopy {
     std::string id;
     std::filesystem::path productFolder;

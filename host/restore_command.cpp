@@ -121,6 +121,9 @@ ExitCode Restore(const RestoreOptions& options, Report& report) {
         throw;
     }
     chronicle.End(NameOf(succeeded));
+    if (!std::cout.flush()) { // nobody may take what is done for what failed
+        throw Failure(succeeded, "standard output: cannot be written; " + command + " is done");
+    }
     return succeeded;
 }
 

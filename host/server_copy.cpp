@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "failure.h"
+#include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
 #include "server_settings.h"
@@ -12,6 +13,17 @@ namespace krxpatch {
 namespace {
 
 namespace fs = std::filesystem;
+
+/** It must not be the server itself, which would be copied into itself. */
+fs::path PlaceForCopies(const fs::path& server) {
+    std::error_code error;
+    const fs::path place = fs::temp_directory_path(error);
+    if (error) {
+        throw Failure(notStarted, "TMPDIR names no folder for temporary files: " + error.message());
+    }
+    RequireOutside(place, server);
+    return place;
+}
 
 /** The upgrade needs the databases once more: it keeps what it replaces, and a journal holds what it changes. */
 void RequireRoom(const fs::path& folder, const fs::path& products, const fs::path& program) {
@@ -60,7 +72,7 @@ void WriteWhole(const fs::path& file, const std::string& text) {
 } // namespace
 
 ServerCopy::ServerCopy(const ServerFolder& server, const PatchFacts& facts)
-    : folder_(fs::temp_directory_path() / "krxpatch-plan"), path_(folder_.Path()), original_(server.Path()),
+    : folder_(PlaceForCopies(server.Path()) / "krxpatch-plan"), path_(folder_.Path()), original_(server.Path()),
       originalProgram_(facts.programFolder), program_(path_ / "install/program" / facts.programFolder.filename()) {
     RequireRoom(path_, server.ProductFolder(), facts.programFolder);
     CopyFiles(server.ProductFolder(), path_ / "data/krx");

@@ -156,7 +156,8 @@ PatchFacts ReadPatchFacts(const ServerFolder& server) {
     const std::string file = (facts.programFolder / "krxpatch.ini").string();
     updkrx::IniFile config;
     if (config.Load(platform::NativeFromUtf8(file).c_str()) != updkrx::IDD_ERR_ZERO) {
-        facts.problem = file + ": cannot be read: " + platform::WhyUnreadable(file);
+        const std::string why = platform::WhyUnreadable(file);
+        facts.problem = file + ": cannot be read: " + (why.empty() ? "it is no text file" : why);
         return facts;
     }
     facts.entries = EntriesIn(config);

@@ -73,9 +73,8 @@ TEST_F(KrxpatchTest, AFullDiskIsToldAndCanBeMended) {
     const std::string program = KRXPATCH_PROGRAM;
     const auto onDisk = [&](const std::string& size, const std::string& commands) {
         return RunProgram("/bin/sh",
-                          {"-c", "mkdir server; mount -t tmpfs -o size=" + size + " tmpfs server || exit 77; " +
-                                     program + " sandbox server; " + commands +
-                                     "umount server; rmdir server; exit $result"},
+                          {"-c", "mkdir -p disk; mount -t tmpfs -o size=" + size + " tmpfs disk || exit 77; " +
+                                     program + " sandbox disk/server; " + commands + "umount disk; exit $result"},
                           Folder());
     };
     const std::string run = program + " run --server disk/server --force; result=$?; ";

@@ -16,6 +16,8 @@ TEST_F(KrxpatchTest, RefusesABadCommandLineBeforeItTouchesAnything) {
         {{}, "a command is missing"},
         {{"upgrade", "--server", "server"}, "there is no command 'upgrade' ("},
         {{"statsu", "--server", "server"}, "there is no command 'statsu'; is status meant?"},
+        {{"check", "--sever", "server"}, "there is no option '--sever'; is --server meant?"},
+        {{"restore", "--server", "server", "--list", "--discard"}, "--list excludes --discard"},
         {{"run", "--server", "server", "--real-time=3"}, "--real-time is a switch and takes no value"},
         {{"run", "--server", ""}, "must not be empty"},
         {{"run", "--server", "server", "--dry-run"}, "--dry-run"},
@@ -194,7 +196,8 @@ TEST_F(KrxpatchTest, RunThatDoesNotReachTheBuildSaysWhy) {
     const auto before = Snapshot(Databases());
     const Outcome outcome = OnServer("run", {"--force"});
     EXPECT_TRUE(Fails(outcome, 1,
-                      "krxpatch: krxpatch.ini lacks the key that the line names; nothing was touched. The log says: "
+                      "krxpatch.ini: no Files in section Config: the upgrade would not begin. "
+                      "krxpatch.ini lacks the key that the line names; nothing was touched. The log says: "
                       "Cannot get the value in configuration file. (Config:Files). "));
     EXPECT_TRUE(Fails(outcome, 1,
                       "data/krx: 11 of 11 product databases do not carry build 5.8.0.3050: krconf.nsf (5.8.0.3001), "

@@ -292,6 +292,15 @@ TEST_F(ReportTest, EveryAnswerLeavesTheFolderAsItWas) {
          2,
          "not-started",
          "page: exists already and is no report"},
+        {"behind",
+         [&] {
+             fs::remove(Server() / patchFile_);
+             fs::create_directory(Server() / patchFile_);
+         },
+         {"plan", "--server", "server"},
+         2,
+         "not-started",
+         "krxpatch.ini: cannot be read: it is no text file"},
         {"behind", nothing, {"verify", "--server", "server"}, 1, "not-as-it-should-be", "it has not been upgraded"},
         {"upgraded", nothing, {"verify", "--server", "server"}, 0, nullptr, "really done"},
         {"upgraded", nothing, {"verify", "--server", "none"}, 2, "not-started", "none: no such folder"},
