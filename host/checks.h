@@ -81,15 +81,15 @@ struct CheckRow {
  *  and files with more than one name. */
 void FindLinks(const ServerFolder& server, Findings& findings);
 
-/** The findings of every check that has none of these traits. Its name is their subject, and one that finds nothing wrong
- *  has one that is ok. */
+/** The findings of every check that has none of these traits. Its name is their subject, and one that finds nothing
+ *  wrong has one that is ok. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without = 0);
 
 /** Whether one of the failures stands whatever the administrator wants. */
 [[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);
 
-/** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends the
- *  process's session. */
+/** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends
+ *  the process's session. */
 [[nodiscard]] std::vector<Finding> CheckFolder(const std::filesystem::path& folder);
 
 } // namespace krxpatch

@@ -67,6 +67,9 @@ void CheckKeys(const CheckSubject& subject, Findings& findings) {
         const auto key =
             std::ranges::find_if(keys, [&](std::string_view each) { return LowerCase(each) == LowerCase(bare); });
         if (key == keys.end()) {
+            if (line.section == section && !bare.empty() && !bare.starts_with(';')) {
+                findings.Warn(file, line.number, bare + "= is nothing that the product reads", "look at its spelling");
+            }
             continue;
         }
         const std::string name(*key);
@@ -171,6 +174,12 @@ void CheckDelivered(const CheckSubject& subject, Findings& findings) {
     for (const std::string& missing : subject.facts.undelivered) {
         findings.Fail(subject.patchFile, line, missing + ": cannot be read, though Databases= names it",
                       "install the patch's program folder again");
+    }
+    for (const std::string& entry : subject.facts.entries) {
+        const fs::path target = subject.server.ProductFolder() / entry;
+        if (std::error_code ignored; !entry.empty() && fs::is_directory(target, ignored)) {
+            findings.Fail(target, 0, "is a folder, where the patch puts a file", "remove it, or give it another name");
+        }
     }
     for (const DatabaseReport& report : subject.delivered) {
         const fs::path file = subject.facts.programFolder / report.name;

@@ -21,8 +21,8 @@ struct SandboxOptions {
     bool colour = false;
 };
 
-/** Lays out a server in a folder that is new or empty. The folder takes its place whole or not at all. Fails when what is
- *  laid out lacks what an upgrade needs; it stays then, for what is missing to be added. */
+/** Lays out a server in a folder that is new or empty. The folder takes its place whole or not at all. Fails when what
+ *  is laid out lacks what an upgrade needs; it stays then, for what is missing to be added. */
 [[nodiscard]] ExitCode Sandbox(const SandboxOptions& options);
 
 struct RehearseOptions {
@@ -52,9 +52,9 @@ struct RunOptions {
 };
 
 /** Upgrades a server: checks it, keeps a copy of the product folder, shows the module's steps as they happen, then what
- *  became of each database, and verifies that. What an earlier run that died has changed is put back first. Begins and ends the process's
- *  session, and loads and unloads the module. When it is interrupted while the module is at work, it ends the process.
- *  */
+ *  became of each database, and verifies that. What an earlier run that died has changed is put back first. Begins and
+ *  ends the process's session, and loads and unloads the module. When it is interrupted while the module is at work, it
+ *  ends the process. */
 [[nodiscard]] ExitCode Run(const RunOptions& options);
 
 struct RestoreOptions {

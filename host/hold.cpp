@@ -8,13 +8,14 @@
 namespace krxpatch {
 namespace {
 
-const std::string by = " by ";
-const std::string since = ", since ";
+constexpr std::string_view by = " by ";
+constexpr std::string_view since = ", since ";
 
 } // namespace
 
 std::string DescribeThis(const std::string& command) {
-    return "krxpatch " + command + by + platform::DescribeProcess() + since + TimeText(Now());
+    std::string text = "krxpatch " + command;
+    return text.append(by).append(platform::DescribeProcess()).append(since).append(TimeText(Now()));
 }
 
 std::pair<std::string, std::string> WhoAndWhen(const std::string& description) {

@@ -227,7 +227,8 @@ std::optional<HeldFile> HeldFile::Take(const std::filesystem::path& file, const 
         HeldFile held(file, opened.Release());
         const int descriptor = static_cast<int>(held.handle_);
         Check(fchmod(descriptor, 0644) == 0 && ftruncate(descriptor, 0) == 0, "write", file);
-        // Others are to see who holds it. On a full disk, which may be what is to be mended, they see that somebody does.
+        // Others are to see who holds it. On a full disk, which may be what is to be mended, they see that somebody
+        // does.
         [[maybe_unused]] const ssize_t written = write(descriptor, text.data(), text.size());
         return held;
     }

@@ -153,21 +153,36 @@ bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
            path != NextEndedFile(copy) && path != ContentsFile(copy);
 }
 
-/** A line for each file in a copy, with its size. */
+/** Tells a file whose bytes have changed, by mishap and not by intent. */
+std::string DigestOf(const fs::path& file) {
+    constexpr uint64_t prime = 0x100000001b3;
+    uint64_t digest = 0xcbf29ce484222325;
+    std::vector<char> block(size_t{1} << 20);
+    for (std::ifstream stream(file, std::ios::binary); stream;) {
+        StopWhenInterrupted();
+        stream.read(block.data(), static_cast<std::streamsize>(block.size()));
+        for (std::streamsize i = 0; i < stream.gcount(); ++i) {
+            digest = (digest ^ static_cast<unsigned char>(block[static_cast<size_t>(i)])) * prime;
+        }
+    }
+    return std::to_string(digest);
+}
+
+/** A line for each file in a copy, with its size and digest. */
 std::vector<std::string> ContentsOf(const fs::path& copy) {
     std::vector<std::string> lines;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(copy)) {
         if (IsContent(entry, copy)) {
             lines.push_back(entry.path().lexically_relative(copy).generic_string() + '\t' +
-                            std::to_string(entry.file_size()) + '\n');
+                            std::to_string(entry.file_size()) + ' ' + DigestOf(entry.path()) + '\n');
         }
     }
     std::ranges::sort(lines);
     return lines;
 }
 
-/** Throws when a file of the copy is missing or has another size: what it lacks would be removed from the product
- *  folder. */
+/** Throws when a file of the copy is missing or is not as it was made: it would take the place of a good one in the
+ *  product folder. */
 void RequireWhole(const fs::path& copy) {
     const std::vector<std::string> there = ContentsOf(copy);
     std::ifstream stream(ContentsFile(copy), std::ios::binary);
@@ -198,8 +213,8 @@ void RemoveFile(const fs::path& file) {
     platform::FlushToDisk(file.parent_path());
 }
 
-/** Nothing when there is no such file. Throws Failure for one that cannot be read: who may not look must not take it that
- *  there is nothing. */
+/** Nothing when there is no such file. Throws Failure for one that cannot be read: who may not look must not take it
+ *  that there is nothing. */
 std::optional<std::string> ReadText(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     if (stream) {

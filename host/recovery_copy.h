@@ -7,7 +7,7 @@
 //       run                       the run that it was made for
 //       ended                     when that run ended, and how; missing while it goes on, and of a run that died
 //       ended.next                what "ended" becomes when the disk is full by then
-//       contents                  its files and their sizes: one that has lost a file is not put back
+//       contents                  its files, their sizes and digests: one that has lost or changed any is not put back
 //       krx/                      the product folder, with every file and folder in it
 //       offline.lst               which databases were offline, when any was
 //     20261123-031007.tmp/        one that is being made or removed
@@ -53,8 +53,8 @@ struct RecoveryCopy {
  *  and needs no hold. */
 [[nodiscard]] std::optional<std::string> DeadRunOf(const ServerFolder& server);
 
-/** For what reads a server as a whole. Throws Failure: as held by another while a command changes it, and as not started
- *  after a run that died, as half an upgrade is no start. */
+/** For what reads a server as a whole. Throws Failure: as held by another while a command changes it, and as not
+ *  started after a run that died, as half an upgrade is no start. */
 void RequireAtRest(const ServerFolder& server);
 
 /** The bytes in the files of a folder. */
@@ -71,8 +71,8 @@ inline constexpr const char* putBack = "put back";
 } // namespace outcome
 
 /** Makes a copy for a run, which counts as ended until it begins. Removes older copies, but for those of runs that fell
- *  short. Throws Failure, as not started or interrupted, when it cannot be made: nothing is left of it then, and an older
- *  one stays. */
+ *  short. Throws Failure, as not started or interrupted, when it cannot be made: nothing is left of it then, and an
+ *  older one stays. */
 [[nodiscard]] RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run);
 
 /** Has a copy that was put back stand for another run. */
@@ -93,8 +93,8 @@ void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
  *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure, as held by another, when
- *  somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be done
- *  again then. */
+ *  somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be
+ *  done again then. */
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
 
 /** Removes a copy. Throws Failure when that cannot be done. */

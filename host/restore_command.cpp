@@ -36,8 +36,8 @@ ExitCode List(const std::vector<RecoveryCopy>& copies, Report& report) {
     return succeeded;
 }
 
-/** The copies that the command is about: the one with the ID, or without an ID all. First is the one to be put back: of a
- *  run that died, or else the newest. */
+/** The copies that the command is about: the one with the ID, or without an ID all. First is the one to be put back: of
+ *  a run that died, or else the newest. */
 std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const RestoreOptions& options) {
     if (!options.id.empty()) {
         std::erase_if(copies, [&](const RecoveryCopy& copy) { return copy.id != options.id; });

@@ -243,8 +243,8 @@ bool Upgrade::IsAnythingToDo() {
 void Upgrade::EndInterrupted() {
     const std::string text =
         "interrupted while the module was at work: the databases are half upgraded. The safety copy " + copy_->id +
-        " has them as they were: `krxpatch restore --server " + options_.server.string() +
-        "` puts them back, and so does the next run";
+        " has them as they were: `krxpatch restore --server " +
+        Quoted(std::filesystem::absolute(options_.server).string()) + "` puts them back, and so does the next run";
     chronicle_->End(NameOf(interrupted), text);
     report_.exitCode = interrupted;
     report_.errors = {{NameOf(interrupted), text}};
@@ -287,7 +287,8 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
     }
 }
 
-/** What was known before counts more than what follows from it; a full disk nobody else may have had the room to tell. */
+/** What was known before counts more than what follows from it; a full disk nobody else may have had the room to tell.
+ *  */
 void Upgrade::TellCauses(const ServerFolder& server) {
     if (report_.errors.empty()) {
         return;

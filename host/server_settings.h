@@ -7,8 +7,8 @@
 
 namespace krxpatch {
 
-/** The value of a setting in the text of a notes.ini, empty without one. Of equal names the first counts, and the case of
- *  letters does not. */
+/** The value of a setting in the text of a notes.ini, empty without one. Of equal names the first counts, and the case
+ *  of letters does not. */
 [[nodiscard]] std::string SettingIn(std::string_view ini, std::string_view name);
 
 /** The text with another path in the place of each that names a folder or leads into it. */

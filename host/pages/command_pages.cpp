@@ -1,5 +1,5 @@
-// Copies a page from standard input to standard output. In the place of a line such as @MAN COMMANDS@ it prints what the
-// registration of the commands tells.
+// Copies a page from standard input to standard output. In the place of a line such as @MAN COMMANDS@ it prints what
+// the registration of the commands tells.
 #include <algorithm>
 #include <functional>
 #include <iostream>

@@ -45,6 +45,7 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
         {"FAIL", patch("BuildNumber=", "BuildNumber ="), "keys:3: a blank at the name BuildNumber"},
         {"FAIL", patch("=3050", "= 3050"), "keys:3: a blank at the value of BuildNumber"},
         {"warn", patch("[END]", "[END]\nFiles=a\n"), "keys:8: Files= does not stand in section [Config], but behind"},
+        {"warn", patch("SkipDbSign=", "SkipDbSgin="), "keys:6: SkipDbSgin= is nothing that the product reads"},
         {"FAIL", patch("Files=", "File="), "keys:null: no Files in section Config"},
         {"FAIL", patch("Databases=", "Databases=\nX="), "keys:4: no Databases in section Config"},
         {"FAIL", patch("=3050", "=5.8.0.3050"),
@@ -104,6 +105,8 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
              fs::create_hard_link(Folder() / "again.nsf", Server() / "console.log");
          },
          "links:null: the file has 2 names"},
+        {"FAIL", [&] { fs::create_directory(Databases() / "PredefinedDLPPolicy.dat"); },
+         "delivered files:null: is a folder, where"},
         {"warn", [&] { WriteFile(Databases() / "own.nsf", "x"); }, "databases open:null: File is not a database"},
     };
     fs::copy(Server(), Folder() / "sound", fs::copy_options::recursive);

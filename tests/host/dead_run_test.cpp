@@ -68,6 +68,10 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
     const fs::path kept = Copy() / "krx/krmsg.nsf";
     fs::rename(kept, Folder() / "krmsg.nsf");
     EXPECT_TRUE(Fails(OnServer("restore"), 1, "krx/krmsg.nsf is missing or damaged: the safety copy "));
+    std::string bytes = ReadFile(Folder() / "krmsg.nsf");
+    bytes[bytes.size() / 2] ^= 1;
+    WriteFile(kept, bytes);
+    EXPECT_TRUE(Fails(OnServer("restore"), 1, "krx/krmsg.nsf is missing or damaged: the safety copy "));
     fs::rename(Folder() / "krmsg.nsf", kept);
     EXPECT_TRUE(Snapshot(Databases()) == half);
 
