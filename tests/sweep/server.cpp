@@ -49,7 +49,8 @@ STATUS RunModule() {
 int RunKrxpatch() {
     try {
         const fs::path module = krxpatch::platform::ExecutableFolder() / krxpatch::platform::moduleFile;
-        return krxpatch::Run({.server = standingFolder, .module = module, .output = {}});
+        // All copies share one program folder outside of them, which is only read: a check refuses that.
+        return krxpatch::Run({.server = standingFolder, .module = module, .force = true, .output = {}});
     } catch (const krxpatch::Failure& failure) {
         std::cerr << failure.what() << '\n';
         return failure.Code();
