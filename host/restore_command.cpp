@@ -46,7 +46,7 @@ std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const Restore
         throw Failure(notStarted, options.server.string() + ": there is no safety copy" +
                                       (options.id.empty() ? "" : " " + options.id + "; --list tells which there are"));
     }
-    std::ranges::stable_partition(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
+    std::stable_partition(copies.begin(), copies.end(), [](const RecoveryCopy& copy) { return !copy.ended; });
     return copies;
 }
 

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 /** It must not be the server itself, which would be copied into itself. */
 fs::path PlaceForCopies(const fs::path& server) {
     std::error_code error;
-    const fs::path place = fs::temp_directory_path(error);
+    fs::path place = fs::temp_directory_path(error);
     if (error) {
         throw Failure(notStarted, "TMPDIR names no folder for temporary files: " + error.message());
     }
