@@ -58,8 +58,8 @@ template<class Step>
 /** Tells of a search that was broken off: notes that it would have delivered stay as they are. */
 void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept;
 
-/** SearchNotes for a step that may visit a note again: a search that fails is made once more, and logged when that fails,
- *  too. */
+/** SearchNotes for a step that may visit a note again: a search that fails is made once more, and logged when that
+ *  fails, too. */
 template<class Step>
 STATUS SearchOrLog(const NoteSearch& search, Step step) noexcept {
     const STATUS status = WithSecondTry([&] { return SearchNotes(search, step); });

@@ -235,8 +235,8 @@ STATUS Complete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
     return RaiseVersion(note.Get(), kept);
 }
 
-/** Whether a note that has the UNID of a copy is one: not what the customer has made of another document meanwhile, nor a
- *  document that shares the UNID with the template's. Nothing when that cannot be found out. */
+/** Whether a note that has the UNID of a copy is one: not what the customer has made of another document meanwhile, nor
+ *  a document that shares the UNID with the template's. Nothing when that cannot be found out. */
 std::optional<bool> IsCopyOf(NOTEHANDLE kept, DBHANDLE database, NOTEID noteId) noexcept {
     ScopedNote note;
     if (OpenNote(note, database, noteId) != NOERROR) {

@@ -40,9 +40,9 @@ STATUS RemoveObsoleteUNID(DBHANDLE database, bool& whole);
 STATUS ReplaceObsoleteUNID(DBHANDLE database, bool& whole);
 
 /**
- * Do that to one text list of an open note. A list that holds no obsolete UNID stays as it is; any other is written anew
- * in ascending order and without duplicates, or vanishes when nothing is left of it. False when it could not be read or
- * not be written whole, which is logged: the note in memory must not be saved then.
+ * Do that to one text list of an open note. A list that holds no obsolete UNID stays as it is; any other is written
+ * anew in ascending order and without duplicates, or vanishes when nothing is left of it. False when it could not be
+ * read or not be written whole, which is logged: the note in memory must not be saved then.
  */
 [[nodiscard]] bool RemoveTextListfield(NOTEHANDLE note, const char* item);
 [[nodiscard]] bool ReplaceTextListfield(NOTEHANDLE note, const char* item, const TextReplacements& replacements);

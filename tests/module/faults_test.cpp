@@ -191,7 +191,8 @@ const Scene scenes[] = {
       {"NSFNoteOpenByUNID", 1, 1, 0, {"[1]NSFNoteOpenByUNID, open note failed."}, Left::upgraded},
       {"NSFDbCreateAndCopy", 1, 1, 0,
        {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}, Left::upgraded},
-      {"NSFNoteCopy", 1, 1, 0, {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}, Left::upgraded},
+      {"NSFNoteCopy", 1, 1, 0,
+       {"[1]Keep original dlp template error. unid is 000000000000000000000000000000D1, AND..."}, Left::upgraded},
       {"NSFNoteCopy", 2, 1, 0, {"[1]NSFNoteCopy error. AND..."}, Left::upgraded},
       {"NSFNoteDelete", 2, 1, 0, {"[1]Delete original dlp template error. notesid=2294, AND..."}, Left::upgraded},
       {"NSFNoteDelete", 3, 1, 0, {"[1]Delete temp dlp template error. notesid=2302, AND..."}, Left::upgraded},
@@ -237,7 +238,8 @@ const Scene scenes[] = {
      {{"NSFItemGetTextListEntry", 2, forever, 0, {}, Left::before}}},
     {"retired documents", RemoveRetired, "retired", {}, false,
      {{"NSFDbOpen", 1, 2, failure, {}, Left::before},
-      {"NSFFormulaCompile", 1, 2, failure, {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[16966]\n"}},
+      {"NSFFormulaCompile", 1, 2, failure,
+       {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[16966]\n"}},
       {"NSFNoteOpen", 2, forever, ERR_NOACCESS, {"[3]NSFSearch failed for template"}, Left::before},
       {"NSFItemInfo", 1, forever, 0, {}, Left::before},
       {"NSFNoteDelete", 1, 2, 0, {"[3]cannot delete note: 8f6"}, Left::something}}},
@@ -268,9 +270,10 @@ const Scene scenes[] = {
       {"NSFSearch", 1, forever, 65535, {startsToSign, signedDamaged}, Left::before, 0x9728},
       {"NSFSearch", 1, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::before, 0x1728},
       {"NSFNoteOpen", 1, forever, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before},
-      {"NSFNoteOpen", 2, forever, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before}, // once more
+      // Once more, and of the form when it is saved.
+      {"NSFNoteOpen", 2, forever, 65535, {startsToSign, signingFailed, notSigned, toldToServer}, Left::before},
       {"NSFNoteOpen", 3, forever, 65535, {startsToSign, signingFailed, signedDamaged}, Left::oneSigned, 0x9728},
-      {"NSFNoteClose", 2, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::oneSigned}}}, // of the form, saved
+      {"NSFNoteClose", 2, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::oneSigned}}},
     {"replication settings", SetReplication, nullptr, designs, false,
      {{"OSGetEnvironmentString", 1, 1, 1, {}, Left::before},
       {"NSFNoteCreate", 1, forever, failure, {noSettings}, Left::before},
@@ -291,7 +294,8 @@ const Scene scenes[] = {
        Left::before},
       {"NSFNoteOpen", 1, 2, 0, {runningBuild, noDatabaseBuild, toldToServer}, Left::before}}},
     {"console command", SendCommand, nullptr, {}, false,
-     {{"NSFRemoteConsole", 1, 1, failure, {notTaken}}, {"SECKFMGetUserName", 1, 2, failure, {notTaken}, Left::something}}},
+     {{"NSFRemoteConsole", 1, 1, failure, {notTaken}},
+      {"SECKFMGetUserName", 1, 2, failure, {notTaken}, Left::something}}},
 };
 // clang-format on
 

@@ -28,8 +28,8 @@ std::string Listed(const std::map<std::string, std::string>& attributes, const s
     return text;
 }
 
-/** Also of what has no value that a person could read: an object tells equal values by their hashes, and what is kept as
- *  XML is shown so. */
+/** Also of what has no value that a person could read: an object tells equal values by their hashes, and what is kept
+ *  as XML is shown so. */
 ShownItem Show(const ItemView& item) {
     ShownItem shown = ShowItem(item);
     if (item.object) {

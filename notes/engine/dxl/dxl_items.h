@@ -31,8 +31,8 @@ struct ItemDescription {
     std::string_view element = {};  // the name of that when it is another than the type's own
     std::string_view spelling = {}; // what stands in it, in other words than export's; as XML
 };
-/** Of a value of keptAttributes behind an item of this type and value. The spelling is there as long as the value is the
- *  one that it was. */
+/** Of a value of keptAttributes behind an item of this type and value. The spelling is there as long as the value is
+ *  the one that it was. */
 ItemDescription DecodeDescription(std::string_view encoded, WORD type, std::string_view value);
 
 /** Takes each attribute once; what nobody takes is kept. Most elements have few, and are read often: no memory. */

@@ -52,8 +52,8 @@ constexpr WORD keptElement = 0xFFF0;
 constexpr WORD keptAttributes = 0xFFF1;
 /** The note's own element: its name and attributes. First in a note. */
 constexpr WORD keptHead = 0xFFF2;
-/** Of <noteinfo>: attributes, and what stands in it, with a zero in front of each: '-' and an element as XML, or 'm' for
- *  <modified>, 'r' for <revised>, either with the time and the XML when that is in other words than export's. */
+/** Of <noteinfo>: attributes, and what stands in it, with a zero in front of each: '-' and an element as XML, or 'm'
+ *  for <modified>, 'r' for <revised>, either with the time and the XML when that is in other words than export's. */
 constexpr WORD keptInfo = 0xFFF3;
 
 inline bool IsKept(WORD type) noexcept {
