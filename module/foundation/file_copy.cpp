@@ -16,6 +16,7 @@ constexpr size_t bufferSize = 262144;
 constexpr int buffersPerFlush = 32;
 constexpr const char* separators = "/\\";
 constexpr const char* keptSuffix = ".updkrx-kept";
+constexpr const char* writingSuffix = ".updkrx-writing";
 
 /** The bytes that are to take a file's place, in a file beside it. They go away unless they have taken it. */
 class Successor {
@@ -125,19 +126,29 @@ CopyResult WriteInPlace(const std::string& source, const std::string& destinatio
     return result != copied ? result : onDisk && closed ? copied : copyWriteFailed;
 }
 
+/** Whether a file is being written in place, or a run has died meanwhile: only then its kept content is the old one. */
+bool IsBeingWritten(const std::string& file) {
+    return os::IsFile(file + writingSuffix);
+}
+
+bool MarkWriting(const std::string& file) {
+    const os::OwnedFile mark = os::OpenNew((file + writingSuffix).c_str());
+    return mark && os::FlushToDisk(mark.get());
+}
+
 /** Writes a file in place, once its old content is kept. What a run that died has kept is the old content still. */
 CopyResult OverwriteKeepingOld(const std::string& source, const std::string& destination, const std::string& kept) {
-    if (!os::IsFile(kept) && CopyPath(destination, kept, false) != copied) {
+    const bool hasOld = IsBeingWritten(destination) && os::IsFile(kept);
+    if (!hasOld &&
+        (CopyPath(destination, kept, true) != copied || !(IsBeingWritten(destination) || MarkWriting(destination)))) {
         return copyTargetUnwritable;
     }
     return WriteInPlace(source, destination);
 }
 
-/** Removes a kept content in such a way that no later run takes it for one, even if it stays. */
-void Discard(const std::string& kept) {
-    const std::string old = kept + ".old";
-    (void)os::MoveOver(kept.c_str(), old.c_str());
-    for (const std::string& file : {kept, old}) {
+/** The file is whole: nothing that stays of this may be taken for its old content any more. */
+void Discard(const std::string& kept, const std::string& destination) {
+    for (const std::string& file : {destination + writingSuffix, kept}) {
         os::RemoveFile(file.c_str());
         if (os::IsFile(file)) {
             DebugLog(level::progress, "Error: A kept content cannot be removed. (%s)", file.c_str());
@@ -148,7 +159,7 @@ void Discard(const std::string& kept) {
 /** Puts a kept content back where it was. */
 void PutBack(const std::string& kept, const std::string& destination) {
     if (CopyPath(kept, destination, true) == copied || WriteInPlace(kept, destination) == copied) {
-        Discard(kept);
+        Discard(kept, destination);
     } else {
         DebugLog(level::progress, "Error: %s is damaged. Its old content is kept. (%s)", destination.c_str(),
                  kept.c_str());
@@ -162,12 +173,9 @@ CopyResult CopyKeepingOld(const std::string& source, const std::string& destinat
         result = WithoutExceptions("CopyPath", copyWriteFailed,
                                    [&] { return OverwriteKeepingOld(source, destination, kept); });
     }
-    if (!os::IsFile(kept)) {
-        return result;
-    }
-    if (result == copied) {
-        Discard(kept);
-    } else {
+    if (result == copied || !IsBeingWritten(destination)) {
+        Discard(kept, destination);
+    } else if (os::IsFile(kept)) {
         PutBack(kept, destination);
     }
     return result;
@@ -186,12 +194,17 @@ CopyResult CopyUnderReaders(const std::string& source, const std::string& destin
 void FinishCopiesOfDeadRun(const std::string& folder, std::string_view name) {
     for (const os::DirectoryEntry& entry : os::ListDirectory(folder)) {
         const std::string_view file = entry.name;
-        if (!entry.isDirectory && file.ends_with(keptSuffix) && file.find(name) != std::string_view::npos) {
-            const std::string kept = folder + "/" + entry.name;
-            const std::string destination = kept.substr(0, kept.size() - std::strlen(keptSuffix));
-            DebugLog(level::progress, "A file may be damaged. Its old content is put back. (%s)", destination.c_str());
-            PutBack(kept, destination);
+        const std::string kept = folder + "/" + entry.name;
+        if (entry.isDirectory || !file.ends_with(keptSuffix) || file.find(name) == std::string_view::npos) {
+            continue;
         }
+        const std::string destination = kept.substr(0, kept.size() - std::strlen(keptSuffix));
+        if (!IsBeingWritten(destination)) {
+            Discard(kept, destination);
+            continue;
+        }
+        DebugLog(level::progress, "A file may be damaged. Its old content is put back. (%s)", destination.c_str());
+        PutBack(kept, destination);
     }
 }
 

@@ -17,7 +17,7 @@ struct Visits {
     STATUS (*step)(void* context, const SEARCH_MATCH& match);
     void* context;
     std::vector<NOTEID> visited; // ascending, as most searches deliver
-    bool any = false;            // was delivered
+    bool ended = false;          // by a step
 
     /** False for a note that was there before. */
     bool Add(NOTEID noteId) {
@@ -33,7 +33,6 @@ struct Visits {
 STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*summary*/) noexcept {
     Visits& visits = *static_cast<Visits*>(parameter);
     const NoteSearch& search = visits.search;
-    visits.any = true;
     const SEARCH_MATCH found = CopyMatch(match);
     if (!IsMatch(found)) {
         if (search.logsUnselected) {
@@ -43,9 +42,11 @@ STATUS LNCALLBACK VisitOnce(void* parameter, SEARCH_MATCH* match, ITEM_TABLE* /*
     }
     // Without the memory to remember a note, it had better be visited twice than not at all.
     const bool isNew = WithoutExceptions("SearchNotes", true, [&] { return visits.Add(found.ID.NoteID); });
-    return isNew ? WithoutExceptions(search.step, search.whenBrokenOff,
-                                     [&] { return visits.step(visits.context, found); })
-                 : NOERROR;
+    const STATUS status =
+        isNew ? WithoutExceptions(search.step, search.whenBrokenOff, [&] { return visits.step(visits.context, found); })
+              : NOERROR;
+    visits.ended = status != NOERROR;
+    return status;
 }
 
 } // namespace
@@ -92,7 +93,7 @@ STATUS SearchNotes(const NoteSearch& search, STATUS (*step)(void* context, const
                          nullptr);
     };
     const STATUS status = visit();
-    return status == NOERROR || visits.any ? status : visit();
+    return status == NOERROR || visits.ended ? status : visit(); // the rest
 }
 
 void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept {

@@ -4,7 +4,6 @@
 #include <type_traits>
 
 #include "foundation/notes_scoped.h"
-#include "foundation/second_try.h"
 #include "notes_api.h"
 
 namespace updkrx {
@@ -37,7 +36,7 @@ struct NoteSearch {
 /**
  * Calls `step` with the match of every note that the search selects, once each. Returns the search's status, or the
  * first status other than 0 of a step, which ends the search; a step without a result never ends it. An exception of a
- * step is logged and goes no further. A search that fails before it has delivered anything is made once more.
+ * step is logged and goes no further. A search that is broken off is taken up once more.
  */
 template<class Step>
 [[nodiscard]] STATUS SearchNotes(const NoteSearch& search, Step step) noexcept {
@@ -58,11 +57,10 @@ template<class Step>
 /** Tells of a search that was broken off: notes that it would have delivered stay as they are. */
 void LogBrokenSearch(const NoteSearch& search, STATUS status) noexcept;
 
-/** SearchNotes for a step that may visit a note again: a search that fails is made once more, and logged when that
- *  fails, too. */
+/** As SearchNotes; a search that fails is logged. */
 template<class Step>
 STATUS SearchOrLog(const NoteSearch& search, Step step) noexcept {
-    const STATUS status = WithSecondTry([&] { return SearchNotes(search, step); });
+    const STATUS status = SearchNotes(search, step);
     if (status != NOERROR) {
         LogBrokenSearch(search, status);
     }

@@ -99,7 +99,8 @@ public:
     /** Marks that the database is going to be offline. False, which is logged, when there is no place for a file. */
     [[nodiscard]] bool MarkOffline() noexcept {
         if (!os::IsFile(offline_)) {
-            (void)os::OpenNew(offline_.c_str()); // is there or not, which is asked next
+            const os::OwnedFile mark = os::OpenNew(offline_.c_str()); // is there or not, which is asked next
+            (void)(mark && os::FlushToDisk(mark.get()));
         }
         return os::IsFile(offline_) || LogThatItCannotBeKept(copyTargetUnwritable);
     }
@@ -107,7 +108,10 @@ public:
     [[nodiscard]] bool HasPlace() const noexcept { return !HasKept() || LogThatItCannotBeKept(copyTargetExists); }
     /** Keeps the database, which is offline, as it is now. False, which is logged, when it cannot be copied. */
     [[nodiscard]] bool Keep() noexcept {
-        const CopyResult result = CopyPath(database_, kept_, true);
+        CopyResult result = CopyPath(database_, kept_, true);
+        if (result != copied) {
+            result = CopyPath(database_, kept_, true);
+        }
         os::CopyAccessRights(database_.c_str(), kept_.c_str());
         return result == copied || LogThatItCannotBeKept(result);
     }
@@ -248,6 +252,7 @@ bool StoreAccessControlList(DBHANDLE database, const ScopedMemory& list) noexcep
 STATUS CopyTemplate(ScopedDatabase& database) noexcept {
     WORD classes = NOTE_CLASS_ALL;
     bool broughtOnline = false;
+    bool again = false;
     while (true) {
         const STATUS status =
             database.Open(NSFDbCreateAndCopy, templatePath, databasePath, classes, sizeLimit, DWORD{0});
@@ -257,6 +262,8 @@ STATUS CopyTemplate(ScopedDatabase& database) noexcept {
             (void)BringOnline(databasePath); // the next attempt tells
         } else if (code == ERR_NOACCESS && (classes & NOTE_CLASS_PRIVATE) != 0) {
             classes &= static_cast<WORD>(~NOTE_CLASS_PRIVATE);
+        } else if (status != NOERROR && !again) {
+            again = true;
         } else {
             return status;
         }
@@ -314,6 +321,19 @@ void FinishKrencyOfDeadRun() noexcept {
     if (WithoutExceptions("FinishKrencyOfDeadRun", false, RecoverFromDeadRun)) {
         (void)UpdateKrency(); // its failures are logged
     }
+}
+
+void KeepNoKrencyOfDeadRun() noexcept {
+    (void)WithoutExceptions("KeepNoKrencyOfDeadRun", NOERROR, [] {
+        if (const auto folder = GetProductFolder(Report::silent)) {
+            KeptDatabase kept(*folder);
+            if (kept.HasKept()) {
+                kept.Unmark();
+                kept.SetAside();
+            }
+        }
+        return NOERROR;
+    });
 }
 
 DWORD UpdateKrency() noexcept {

@@ -24,4 +24,8 @@ DWORD UpdateKrency() noexcept;
  *  be called before anything looks at the database, whatever else there is to do. What fails is logged. */
 void FinishKrencyOfDeadRun() noexcept;
 
+/** Where the patch has brought a new database: an old one that a dead run has kept, and that could not be put back, is
+ *  not to take its place. Its file stays, under a name by which nothing looks for it. */
+void KeepNoKrencyOfDeadRun() noexcept;
+
 } // namespace updkrx

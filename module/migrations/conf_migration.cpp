@@ -20,16 +20,6 @@ constexpr WORD pathSize = 32;
 constexpr const char* databasePath = "krx/krconf.nsf";
 constexpr const char* templatePath = "krx/krconf.ntf";
 
-/** Carries out a pass over the references, once more when anything has failed. False when that did not help. */
-bool Repair(STATUS (*pass)(DBHANDLE database, bool& whole), DBHANDLE database) {
-    bool whole = false;
-    (void)pass(database, whole); // logged
-    if (!whole) {
-        (void)pass(database, whole);
-    }
-    return whole;
-}
-
 /** False when references may have stayed as they were. */
 bool RepairReferences(DBHANDLE database) {
     if (ObsoleteUNIDSet.empty()) {
@@ -37,9 +27,12 @@ bool RepairReferences(DBHANDLE database) {
         return true;
     }
     LogObsoleteUnids();
-    // Either pass is worth its while without the other.
-    const bool removed = Repair(RemoveObsoleteUNID, database);
-    return Repair(ReplaceObsoleteUNID, database) && removed;
+    bool removed = false;
+    bool replaced = false;
+    // Either pass is worth its while without the other; what fails is logged.
+    (void)RemoveObsoleteUNID(database, removed);
+    (void)ReplaceObsoleteUNID(database, replaced);
+    return removed && replaced;
 }
 
 /** False when references may dangle. */
@@ -56,8 +49,11 @@ bool UpgradeFromTemplate(DBHANDLE database) {
     return RepairReferences(database);
 }
 
+/** What is done with the kept documents when all stand and references could not be repaired, for which they are needed. */
+enum class Unrepaired { keep, remove };
+
 /** Closes the database: what is kept of its documents goes when the disk has what stands in their place. */
-void UpgradeDocuments(ScopedDatabase& database) {
+void UpgradeDocuments(ScopedDatabase& database, Unrepaired unrepaired) {
     // Without all that an earlier run had taken out, another document would be taken for one that is missing.
     if (HasKeptDocuments() && !PutBackKeptDocuments(database.Get())) {
         if (!ObsoleteUNIDSet.empty()) { // of copies that were removed all the same
@@ -66,13 +62,13 @@ void UpgradeDocuments(ScopedDatabase& database) {
         return;
     }
     const bool repaired = UpgradeFromTemplate(database.Get());
+    if (!repaired) {
+        DebugLog(level::progress, "Error: References to replaced documents may dangle.");
+    }
     if (!HasKeptDocuments()) {
         return;
     }
-    if (!repaired) {
-        DebugLog(level::progress, "Error: References may dangle. What they need is kept for the next run.");
-    }
-    const bool complete = AllKeptDocumentsStand(database.Get()) && repaired;
+    const bool complete = AllKeptDocumentsStand(database.Get()) && (repaired || unrepaired == Unrepaired::remove);
     if (database.Close() == NOERROR && complete) {
         RemoveKeptDocuments();
     }
@@ -86,7 +82,7 @@ void MigrateDocuments(const char* path) {
     // No migration waits for the success of another.
     (void)ChangeConflictAction(database.Get());
     (void)ClearDefaultRule(database.Get());
-    UpgradeDocuments(database);
+    UpgradeDocuments(database, Unrepaired::keep);
 }
 
 void RefreshDesign(const char* path) {
@@ -103,7 +99,8 @@ void FinishConfDatabaseOfDeadRun() noexcept {
         if (HasKeptDocuments() && KeepsNone()) { // and could not be removed; an upgrade would undo what came since
             RemoveKeptDocuments();
         } else if (HasKeptDocuments() && OpenDatabase(database, databasePath) == NOERROR) {
-            UpgradeDocuments(database);
+            // Not kept any longer: each run would upgrade anew, and undo what has been deleted since.
+            UpgradeDocuments(database, Unrepaired::remove);
         }
         return NOERROR;
     });

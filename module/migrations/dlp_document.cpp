@@ -116,7 +116,7 @@ Ending AddDocument(const SearchDLPDocParam& search, const TemplateDocument& docu
         search.docMap->unids.erase(added);
         DebugLog(level::progress, "NSFDbCopyNote error. old notesid=%d, sError is %d, czErrorMessage is %s...",
                  static_cast<int>(document.noteId), status, StatusText(status).Text());
-        return Ending::undone;
+        return Ending::finished; // a copy may have been made all the same, and would be there twice
     }
     DebugLog(level::progress, "NSFDbCopyNote success");
     std::string& unid = added->second;
@@ -150,11 +150,10 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
         return Ending::stopped; // before the document is deleted, which would lose them
     }
     ReplacedDocument replaced(search.hDatabase, unid, search.hTemplate, document.note);
-    if (!replaced.TakeOut(note) || !replaced.MakeFromTemplate(references)) {
-        return Ending::stopped;
+    if (replaced.TakeOut(note) && replaced.MakeFromTemplate(references) && replaced.GiveOldUnid()) {
+        return Ending::finished;
     }
-    const bool tidy = replaced.GiveOldUnid();
-    return tidy ? Ending::finished : replaced.IsReplaced() ? Ending::untidy : Ending::stopped;
+    return replaced.PutBack() ? Ending::stopped : Ending::stuck;
 }
 
 } // namespace

@@ -32,7 +32,7 @@ enum class Ending {
     finished,
     undone,  // for a failure: the database has what it had
     stopped, // early, likewise
-    untidy,  // early: the document is upgraded, and its copy could not be removed at once
+    stuck,   // early: it is upgraded with a copy left, or out and kept for the next run: a second try would do harm
 };
 
 /** A document's name in the native character set, empty when it has none; nothing, which is logged, when it cannot be

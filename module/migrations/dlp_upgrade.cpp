@@ -104,10 +104,12 @@ STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE hTemplate, DBHANDLE hDatabase) {
 STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string& form, const std::string& field) {
     constexpr STATUS formFailed = dlpUpgradeFailed & ERR_MASK;
     DocumentMap docMap;
-    STATUS status = SearchFormDocByDatabase(hDatabase, form, field, docMap);
+    const STATUS status = SearchFormDocByDatabase(hDatabase, form, field, docMap);
     if (status == NOERROR && !docMap.complete) {
-        docMap = {};
-        status = SearchFormDocByDatabase(hDatabase, form, field, docMap);
+        DocumentMap again;
+        if (SearchFormDocByDatabase(hDatabase, form, field, again) == NOERROR) {
+            docMap = std::move(again);
+        }
     }
     if (status != NOERROR) {
         DebugLog(level::progress, "error to get form: %s document", form.c_str());

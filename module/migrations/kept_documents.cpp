@@ -45,10 +45,17 @@ std::string KeptFile() {
     return folder ? *folder + "/krconf.updkrx-kept.nsf" : "";
 }
 
+/** A server that was to delete the file may have left its path offline. */
+STATUS OpenKept(ScopedDatabase& kept) noexcept {
+    const STATUS status = OpenDatabase(kept, keptPath);
+    return (status & ERR_MASK) == ERR_DBOFFLINE && BringOnline(keptPath) == NOERROR ? OpenDatabase(kept, keptPath)
+                                                                                    : status;
+}
+
 STATUS OpenOrCreate(ScopedDatabase& kept) noexcept {
     constexpr WORD noNotes = 0;
     constexpr WORD noLimit = 0;
-    const STATUS status = OpenDatabase(kept, keptPath);
+    const STATUS status = OpenKept(kept);
     return (status & ERR_MASK) != ERR_NOEXIST
                ? status
                : kept.Open(NSFDbCreateAndCopy, databasePath, keptPath, noNotes, noLimit, DWORD{DBCOPY_REPLICA});
@@ -181,7 +188,7 @@ bool VisitKept(Visit visit) {
     std::vector<KeptNote> found;
     const STATUS status = WithSecondTry([&] {
         found.clear();
-        const STATUS opened = OpenDatabase(kept, keptPath);
+        const STATUS opened = OpenKept(kept);
         return opened == NOERROR ? CollectKept(kept.Get(), found) : opened;
     });
     if (status != NOERROR) {
@@ -363,7 +370,7 @@ STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const Temp
 
 STATUS CopyPrepared(NOTEID prepared, DBHANDLE database, NOTEID& newId) noexcept {
     ScopedDatabase kept;
-    const STATUS status = OpenDatabase(kept, keptPath);
+    const STATUS status = OpenKept(kept);
     return status == NOERROR
                ? NSFDbCopyNote(kept.Get(), nullptr, nullptr, prepared, database, nullptr, nullptr, &newId, nullptr)
                : status;
@@ -374,8 +381,7 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
     ScopedNote note;
     char copies[textSize];
     UNID wanted = unid;
-    if (OpenDatabase(kept, keptPath) != NOERROR ||
-        note.Open(NSFNoteOpenByUNID, kept.Get(), &wanted, WORD{0}) != NOERROR ||
+    if (OpenKept(kept) != NOERROR || note.Open(NSFNoteOpenByUNID, kept.Get(), &wanted, WORD{0}) != NOERROR ||
         !ReadItemText(note.Get(), copiesItem, copies, textSize)) {
         return false;
     }
@@ -388,7 +394,7 @@ bool NoteCopyOfKept(const UNID& unid, const UNID& copy) noexcept {
 STATUS PutBackKeptDocument(DBHANDLE database, const UNID& unid) {
     ScopedDatabase kept;
     ScopedNote note;
-    if (const STATUS status = OpenDatabase(kept, keptPath); status != NOERROR) {
+    if (const STATUS status = OpenKept(kept); status != NOERROR) {
         return status;
     }
     const NOTEID noteId = FindNote(kept.Get(), unid).value_or(0);
@@ -438,6 +444,7 @@ void RemoveKeptDocuments() {
     os::RemoveFile(KeptFile().c_str());
     if (HasKeptDocuments()) {
         (void)TakeOfflineOnce(keptPath, DWORD{0}); // the server may have it open still, and can delete it itself
+        (void)BringOnline(keptPath);
     }
     if (HasKeptDocuments()) {
         DebugLog(level::progress, "Error: The kept documents cannot be removed. (%s)", keptPath);

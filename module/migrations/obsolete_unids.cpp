@@ -6,10 +6,12 @@
 #include <set>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "common/ascii_text.h"
 #include "common/startup.h"
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
@@ -36,7 +38,8 @@ constexpr Pass removal = {
     ""};
 constexpr Pass replacement = {"ReplaceObsoleteUNID", "ReplaceObsoleteUNIDCallback", "Form=\"template\"", " "};
 
-/** Calls `step` with the ID of each note that the pass selects. `whole` becomes true when all of them were true. */
+/** Calls `step` with the ID of each note that the pass selects, once more where it was false. `whole` tells whether all
+ *  were true in the end. */
 template<class Step>
 STATUS RunPass(const Pass& pass, DBHANDLE database, Step step, bool& whole) noexcept {
     whole = false;
@@ -50,12 +53,20 @@ STATUS RunPass(const Pass& pass, DBHANDLE database, Step step, bool& whole) noex
                                .formula = formula.Get(),
                                .classMask = NOTE_CLASS_DOCUMENT,
                                .logsUnselected = true};
-    bool all = true;
+    std::vector<NOTEID> failed;
+    bool ran = true;
     status = SearchNotes(search, [&](const SEARCH_MATCH& found) {
-        const bool before = std::exchange(all, false); // should the step throw
-        all = step(found.ID.NoteID) && before;
+        const bool before = std::exchange(ran, false); // should the step throw
+        if (!step(found.ID.NoteID)) {
+            failed.push_back(found.ID.NoteID);
+        }
+        ran = before;
     });
-    whole = status == NOERROR && all;
+    whole = status == NOERROR && ran;
+    // Not all of them again: an entry that names an obsolete UNID twice has its first occurrence replaced only.
+    for (const NOTEID noteId : failed) {
+        whole = WithoutExceptions(pass.step, false, [&] { return step(noteId); }) && whole;
+    }
     if (status != NOERROR) {
         DebugLog(level::detail, "%s: NSFSearch failed,%serror[%d],error message[%s]\n", pass.operation, pass.separator,
                  status, StatusText(status).Text());

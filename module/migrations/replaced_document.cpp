@@ -51,9 +51,7 @@ ReplacedDocument::ReplacedDocument(DBHANDLE database, std::string unid, DBHANDLE
       templateNote_(templateNote), copied_(unidText_), shipped_(unidText_) {}
 
 ReplacedDocument::~ReplacedDocument() {
-    if (stage_ == Stage::takenOut) {
-        Restore();
-    }
+    (void)PutBack(); // an exception has ended the work, or there is nothing to do
 }
 
 bool ReplacedDocument::TakeOut(ScopedNote& note) {
@@ -228,18 +226,26 @@ STATUS ReplacedDocument::WriteBack() noexcept {
                : WithoutExceptions("ReplacedDocument", status, [&] { return PutBackKeptDocument(database_, unid_); });
 }
 
-void ReplacedDocument::Restore() noexcept {
+bool ReplacedDocument::PutBack() noexcept {
+    if (stage_ == Stage::takenOut) {
+        stage_ = Restore() ? Stage::inPlace : Stage::kept;
+    }
+    return stage_ == Stage::inPlace;
+}
+
+bool ReplacedDocument::Restore() noexcept {
     STATUS status = WriteBack();
     if (status != NOERROR) {
         DebugLog(level::progress,
                  "Restore original dlp template error. unid is %s, sError is %d, czErrorMessage is %s...",
                  unidText_.c_str(), status, StatusText(status).Text());
-        return;
+        return false;
     }
     DebugLog(level::progress, "Restore original dlp template success. unid is %s", unidText_.c_str());
     if (status = WithSecondTry([&] { return Remove(copyId_); }); status != NOERROR) {
         LogCopyThatStays(copyId_, status);
     }
+    return true;
 }
 
 } // namespace updkrx

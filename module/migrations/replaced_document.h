@@ -41,17 +41,18 @@ public:
     /** Sees to it that the copy stands under the old UNID, and records what UNIDs have vanished by that. */
     [[nodiscard]] bool GiveOldUnid() noexcept;
 
-    /** Whether the copy stands in the document's place, whatever became of the rest. */
-    [[nodiscard]] bool IsReplaced() const noexcept { return stage_ == Stage::replaced; }
+    /** After a step that was false: true when the document is in its place as it was, or is again. That it is not, when
+     *  it was taken out, is logged. */
+    [[nodiscard]] bool PutBack() noexcept;
 
 private:
-    enum class Stage { inPlace, takenOut, replaced };
+    enum class Stage { inPlace, takenOut, replaced, kept };
 
     [[nodiscard]] bool CopyAndOpen() noexcept;
     [[nodiscard]] bool SaveUnderOldUnid() noexcept;
     void RaiseSequence() noexcept;
 
-    void Restore() noexcept;
+    [[nodiscard]] bool Restore() noexcept;
     [[nodiscard]] bool CopyHasOldUnid() noexcept;
     [[nodiscard]] STATUS WriteBack() noexcept;
     STATUS Remove(NOTEID& noteId) noexcept;

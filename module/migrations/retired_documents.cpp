@@ -67,11 +67,8 @@ int32_t DeleteRetiredDocuments() {
     std::vector<NOTEID> deleteList; // deleted after the search, so as not to disturb it
     const NoteSearch search = {"MigrateCFDLPDeleteAttachmentActionCallback", database.Get(), formula.Get(),
                                NOTE_CLASS_ALL};
-    status = WithSecondTry([&] {
-        deleteList.clear();
-        return SearchNotes(search, [&](const SEARCH_MATCH& found) {
-            return MigrateCFDLPDeleteAttachmentActionCallback(database.Get(), found.ID.NoteID, deleteList);
-        });
+    status = SearchNotes(search, [&](const SEARCH_MATCH& found) {
+        return MigrateCFDLPDeleteAttachmentActionCallback(database.Get(), found.ID.NoteID, deleteList);
     });
     if (status != NOERROR) {
         DebugLog(level::detail, "NSFSearch failed for template");

@@ -12,6 +12,7 @@
 #include "foundation/product_folder.h"
 #include "foundation/second_try.h"
 #include "foundation/take_offline.h"
+#include "maintenance/encyclopedia.h"
 #include "maintenance/signing.h"
 #include "migrations/conf_migration.h"
 #include "os/os.h"
@@ -103,6 +104,9 @@ void CopyAndBringOnline(const EntryPaths& paths) noexcept {
     if (CopyPath(paths.source, paths.target, true) == copied || CopyPath(paths.source, paths.target, true) == copied) {
         DebugLog(level::progress, "Copy the database to KRX database folder! (%s):(%s)", paths.source.c_str(),
                  paths.target.c_str());
+        if (paths.target.ends_with("/krency.nsf")) {
+            KeepNoKrencyOfDeadRun();
+        }
     }
     const STATUS status = WithSecondTry([&] { return BringOnline(paths.notes); });
     DebugLog(level::progress, "Bring database online. (%s):(%x)", paths.target.c_str(), status);

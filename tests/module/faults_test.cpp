@@ -240,7 +240,7 @@ const Scene scenes[] = {
      {{"NSFDbOpen", 1, 2, failure, {}, Left::before},
       {"NSFFormulaCompile", 1, 2, failure,
        {"[0][PatchKRX:LINE]UpdateKrency Cannot compile the formula! error[16966]\n"}},
-      {"NSFNoteOpen", 2, forever, ERR_NOACCESS, {"[3]NSFSearch failed for template"}, Left::before},
+      {"NSFNoteOpen", 2, forever, ERR_NOACCESS, {"[3]NSFSearch failed for template"}}, // what was found goes
       {"NSFItemInfo", 1, forever, 0, {}, Left::before},
       {"NSFNoteDelete", 1, 2, 0, {"[3]cannot delete note: 8f6"}, Left::something}}},
     {"retired documents that cannot be read", RemoveRetired, "retired_unread", {}, false,
@@ -468,7 +468,9 @@ TEST_F(FaultsTest, RewriteOneListWithoutTheOther) {
         DBHANDLE database = NULLHANDLE;
         ASSERT_EQ(NSFDbOpen(test::confDatabase, &database), NOERROR);
         ObsoleteUNIDSet = {unidA1};
-        ASSERT_EQ(EmbFaultArm("NSFItemCreateTextList", n, failure, 0), NOERROR);
+        for (const DWORD call : {n, n + 2}) { // the list's, and again as the document is tried once more
+            ASSERT_EQ(EmbFaultArm("NSFItemCreateTextList", call, failure, 0), NOERROR);
+        }
         bool whole = true;
         EXPECT_EQ(RemoveObsoleteUNID(database, whole), NOERROR);
         EXPECT_FALSE(whole);

@@ -76,6 +76,7 @@ TEST_F(FileCopyTest, PutsBackWhatADeadRunHasKept) {
         }
         WriteFile(Path("target"), "ha");
         WriteFile(Path("target.updkrx-kept"), "old");
+        WriteFile(Path("target.updkrx-writing"), "");
         EXPECT_EQ(CopyUnderReaders(Path("source"), Path("target")), hasSource ? 0 : -2);
         EXPECT_EQ(Content(), (hasSource ? std::set<std::string>{"source=new", "target=new"}
                                         : std::set<std::string>{"target=old"}));

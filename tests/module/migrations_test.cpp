@@ -151,6 +151,26 @@ TEST_F(MigrationsTest, PutBackFirstWhatAnEarlierRunHasTakenOut) {
     EXPECT_TRUE(wasKept);
 }
 
+/** A document that could not be put back is in no second try taken for the half copy that stands in its place. */
+TEST_F(MigrationsTest, LoseNoReferencesToThreeFailuresInARow) {
+    for (DWORD update = 1; update <= 6; ++update) {
+        for (DWORD deletion = 1; deletion <= 6; ++deletion) {
+            SCOPED_TRACE(std::to_string(update) + ", " + std::to_string(deletion));
+            ForgetCollections();
+            LoadFixture("replaced");
+            ASSERT_EQ(EmbFaultArm("NSFNoteUpdate", update, ERR_NOACCESS, 0), NOERROR);
+            ASSERT_EQ(EmbFaultArm("NSFNoteDelete", deletion, ERR_NOACCESS, 0), NOERROR);
+            ASSERT_EQ(EmbFaultArm("NSFNoteDelete", deletion + 1, ERR_NOACCESS, 0), NOERROR);
+            Migrate();
+            EmbFaultClear();
+            ForgetCollections();
+            FinishConfDatabaseOfDeadRun();
+            Migrate();
+            EXPECT_EQ(Live(Content()), Live(Expected()));
+        }
+    }
+}
+
 /** What an earlier run may have taken out is not known: a document of the template could be taken for a new one. */
 TEST_F(MigrationsTest, AddNothingWhileKeptDocumentsCannotBeRead) {
     LoadFixture("added_and_kept");

@@ -82,9 +82,16 @@ TEST_F(ReplacementTest, OnlyCopiesWhatIsNamedLikeThePolicy) {
         << "only the log has asked the platform";
     test::WriteFile(Target(entry), "new po");
     test::WriteFile(Target(entry + ".updkrx-kept"), "old policy");
+    test::WriteFile(Target(entry + ".updkrx-writing"), "");
+    test::WriteFile(Target("2" + entry), "new policy");
+    test::WriteFile(Target("2" + entry + ".updkrx-kept"), "old policy"); // could not be removed
     FinishPolicyOfDeadRun();
+    EXPECT_EQ(test::ReadFile(Target("2" + entry)), "new policy");
     EXPECT_EQ(test::ReadFile(Target(entry)), "old policy") << "a run has died while it wrote in place";
-    EXPECT_FALSE(std::filesystem::exists(Target(entry + ".updkrx-kept")));
+    for (const char* suffix : {".updkrx-kept", ".updkrx-writing"}) {
+        EXPECT_FALSE(std::filesystem::exists(Target(entry + suffix)) ||
+                     std::filesystem::exists(Target("2" + entry + suffix)));
+    }
     EXPECT_EQ(Replace("no PredefinedDLPPolicy.dat"), 0);
     EXPECT_EQ(LogMessages(),
               (Texts{"[1]Enter dlpStr switch.",
