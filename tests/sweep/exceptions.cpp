@@ -45,6 +45,11 @@ constexpr Exception exceptions[] = {
      "@(documents|document replaced) krconf", "krconf.nsf/dangling/* added",
      "a document that could not be added is missing where others that were added refer to it"},
 
+    {Clause::recovers, "NSF* keeps failing", "@(documents|document replaced|references) krconf",
+     "krconf.nsf/dangling/* added",
+     "references that fail to the end of the run stay: with what they need kept, each later run would bring back what "
+     "has been deleted since"},
+
     // ---- What fails and is not reported.
     {Clause::reported, "@(everything fails*|the disk is full*)", nullptr, nullptr,
      "the log's own switch cannot be read any more, or the log not written"},
@@ -74,6 +79,13 @@ constexpr Exception exceptions[] = {
     {Clause::catchesUp, "@(NSFDbCopyNote|OSTranslate) fails", "@(documents|document replaced) krconf", "krconf.nsf/*",
      "a copy may have been made though the call failed, and a second one would stand beside it; a name that cannot be "
      "translated is one that is not there"},
+    {Clause::catchesUp, "@(OSTranslate|OSGetEnvironmentString|NSFItemGetText|NSFItemInfo) fails",
+     "@(expressions|retired documents|converted|encyclopedia) *", "@(krconf.nsf/*|krency.nsf/*)",
+     "what cannot be read once counts as not there: no second look is made yet"},
+    {Clause::catchesUp, "NSFBringDatabaseOnline fails", "encyclopedia *", "krency.nsf/*",
+     "the old one is put back and not made anew in this run: no second try is made yet"},
+    {Clause::catchesUp, "NSFRemoteConsole fails", "convert *", "*.nsf/*",
+     "a command is sent once: the server may carry out what it reports as failed"},
     {Clause::catchesUp, persistently, "list *", "krhelp.nsf/acl", notRepeated},
     {Clause::catchesUp, persistently, "policy *", "file/data/krx/PredefinedDLPPolicy.dat", notRepeated},
     {Clause::catchesUp, persistently, "@(copy krextra|hide krextra|encyclopedia *)",
