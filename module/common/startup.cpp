@@ -30,6 +30,7 @@ const LoadSteps loadSteps;
 
 std::map<std::string, std::string> gMap;
 std::set<std::string> ObsoleteUNIDSet;
+std::map<std::string, std::string> DoubtfulUNIDMap;
 std::set<std::string> RetiredDocumentUNIDSet;
 
 bool GetOSIf64Bit() noexcept {

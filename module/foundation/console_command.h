@@ -9,7 +9,7 @@ namespace updkrx {
  *  waited for, and the server's reply is not read. */
 STATUS RunConsoleCommand(const char* command);
 
-/** Sends a command whose work the server begins on at once: logs it and pauses. Whether it could be sent is passed
+/** Sends a command to load a task, once more when that fails: logs it and pauses. Whether it could be sent is passed
  *  over. */
 void RunConsoleCommandAndWait(const char* command);
 

@@ -9,12 +9,16 @@
 namespace updkrx {
 namespace {
 
-STATUS LookAt(NOTEHANDLE note, const char* item, WORD* type, DWORD* length) noexcept {
-    return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, type, nullptr, length);
-}
-
 bool TellsOfAbsence(STATUS status) noexcept {
     return (status & ERR_MASK) == ERR_ITEM_NOT_FOUND;
+}
+
+STATUS LookAt(NOTEHANDLE note, const char* item, WORD* type, DWORD* length) noexcept {
+    const auto look = [&] {
+        return NSFItemInfo(note, item, static_cast<WORD>(std::strlen(item)), nullptr, type, nullptr, length);
+    };
+    const STATUS status = look();
+    return status == NOERROR || TellsOfAbsence(status) ? status : look();
 }
 
 /** The size of what an item's value holds beside `entries` entries' lengths; 0 for an item that has no text. Nothing
@@ -33,6 +37,17 @@ std::optional<size_t> TextBytes(NOTEHANDLE note, const char* item, size_t entrie
         return 0;
     }
     return length > heads ? length - heads : 0;
+}
+
+bool MayHoldMore(NOTEHANDLE note, const char* item, size_t entries, size_t bytes) noexcept {
+    const auto held = TextBytes(note, item, entries);
+    return !held || *held > bytes;
+}
+
+void LogUnread(NOTEHANDLE note, const char* item) noexcept {
+    char unid[unidTextSize];
+    GetUnidText(note, unid);
+    DebugLog(level::progress, "Error: An item cannot be read. item is %s, UNID is %s", item, unid);
 }
 
 } // namespace
@@ -68,22 +83,23 @@ STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept {
 }
 
 std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept {
-    const WORD length = GetItemText(note, item, text, size);
-    if (length == 0 && HasUnreadText(note, item, 1, 0)) {
-        return std::nullopt;
+    WORD length = GetItemText(note, item, text, size);
+    if (length == 0 && MayHoldMore(note, item, 1, 0)) {
+        length = GetItemText(note, item, text, size);
+        if (length == 0) {
+            LogUnread(note, item);
+            return std::nullopt;
+        }
     }
     return length;
 }
 
 bool HasUnreadText(NOTEHANDLE note, const char* item, size_t entries, size_t bytes) noexcept {
-    const auto held = TextBytes(note, item, entries);
-    if (held && *held <= bytes) {
-        return false;
+    const bool unread = MayHoldMore(note, item, entries, bytes);
+    if (unread) {
+        LogUnread(note, item);
     }
-    char unid[unidTextSize];
-    GetUnidText(note, unid);
-    DebugLog(level::progress, "Error: An item cannot be read. item is %s, UNID is %s", item, unid);
-    return true;
+    return unread;
 }
 
 } // namespace updkrx

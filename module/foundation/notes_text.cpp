@@ -16,9 +16,13 @@ WORD Terminate(char* text, WORD size, WORD length) noexcept {
     return end;
 }
 
-/** Servers differ in whether the result counts the terminator: the text itself tells its length. */
+/** Translates once more when nothing comes of a text. Servers differ in whether the result counts the terminator: the
+ *  text itself tells its length. */
 WORD Translate(WORD mode, const char* in, char* out, WORD size) noexcept {
     Terminate(out, size, OSTranslate(mode, in, MAXWORD, out, size));
+    if (*out == '\0' && *in != '\0') {
+        Terminate(out, size, OSTranslate(mode, in, MAXWORD, out, size));
+    }
     return static_cast<WORD>(std::strlen(out));
 }
 
@@ -42,8 +46,11 @@ WORD GetItemText(NOTEHANDLE note, const char* name, char* text, WORD size) noexc
 }
 
 bool GetEnvironmentText(const char* name, char* text, WORD size) noexcept {
-    text[0] = '\0';
-    const bool found = OSGetEnvironmentString(name, text, static_cast<WORD>(size - 1)) != 0;
+    const auto get = [&] {
+        text[0] = '\0';
+        return OSGetEnvironmentString(name, text, static_cast<WORD>(size - 1)) != 0;
+    };
+    const bool found = get() || get(); // a failure looks like a setting that is not there
     text[size - 1] = '\0';
     return found;
 }

@@ -153,8 +153,10 @@ public:
         Unmark(); // from here on no run puts it back
         SetAside();
         if (whole) {
-            os::RemoveFile(kept_.c_str());
-            os::RemoveFile(old_.c_str());
+            for (int tries = 0; tries < 2; ++tries) {
+                os::RemoveFile(kept_.c_str());
+                os::RemoveFile(old_.c_str());
+            }
             if (os::IsFile(kept_) || os::IsFile(old_)) {
                 DebugLog(level::unusual, "Error: The kept krency.nsf cannot be removed. (%s)",
                          (os::IsFile(kept_) ? kept_ : old_).c_str());
@@ -174,7 +176,7 @@ public:
     }
 
     [[nodiscard]] bool BringBackOnline() noexcept {
-        const STATUS status = BringOnline(databasePath);
+        const STATUS status = WithSecondTry([] { return BringOnline(databasePath); });
         if (status != NOERROR) {
             DebugLog(level::unusual, "Bring database online. (%s):(%x)", database_.c_str(), status);
         }
@@ -259,7 +261,7 @@ STATUS CopyTemplate(ScopedDatabase& database) noexcept {
         const STATUS code = status & ERR_MASK;
         if (code == ERR_DBOFFLINE && !broughtOnline) {
             broughtOnline = true;
-            (void)BringOnline(databasePath); // the next attempt tells
+            (void)WithSecondTry([] { return BringOnline(databasePath); }); // the next attempt tells
         } else if (code == ERR_NOACCESS && (classes & NOTE_CLASS_PRIVATE) != 0) {
             classes &= static_cast<WORD>(~NOTE_CLASS_PRIVATE);
         } else if (status != NOERROR && !again) {

@@ -4,10 +4,10 @@
 #include <string_view>
 
 #include "foundation/debug_log.h"
+#include "foundation/item_reading.h"
 #include "foundation/note_saving.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
-#include "foundation/notes_text.h"
 #include "foundation/text_lists.h"
 #include "foundation/unid_text.h"
 
@@ -17,9 +17,9 @@ namespace {
 constexpr WORD selectionLength = 31;
 constexpr WORD itemTextSize = 255;
 
-/** An item's text, line breaks and all. */
+/** An item's text, line breaks and all; empty when it cannot be read. */
 std::string_view ReadText(NOTEHANDLE note, const char* item, char (&buffer)[itemTextSize]) noexcept {
-    return {buffer, GetItemText(note, item, buffer, itemTextSize)};
+    return {buffer, ReadItemText(note, item, buffer, itemTextSize).value_or(WORD{0})};
 }
 
 /** The shipped expression of exactly this text; null when there is none. */

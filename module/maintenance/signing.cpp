@@ -107,8 +107,15 @@ STATUS SignDesign(DBHANDLE database) noexcept {
 }
 
 STATUS RemoveReplFormulas(DBHANDLE database) noexcept {
-    return SearchOrLog({"RemoveReplFormulaCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA},
-                       [&](const SEARCH_MATCH& found) { return RemoveReplFormulaCallback(database, found.ID.NoteID); });
+    const NoteSearch search = {"RemoveReplFormulaCallback", database, NULLHANDLE, NOTE_CLASS_ALLNONDATA};
+    const STATUS status = WithSecondTry([&] {
+        return SearchNotes(
+            search, [&](const SEARCH_MATCH& found) { return RemoveReplFormulaCallback(database, found.ID.NoteID); });
+    });
+    if (status != NOERROR) {
+        LogBrokenSearch(search, status);
+    }
+    return status;
 }
 
 void HideDesign(DBHANDLE database, const char* name) noexcept {

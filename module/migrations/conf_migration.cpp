@@ -12,6 +12,7 @@
 #include "migrations/dlp_upgrade.h"
 #include "migrations/kept_documents.h"
 #include "migrations/obsolete_unids.h"
+#include "migrations/unrepaired_references.h"
 
 namespace updkrx {
 namespace {
@@ -20,22 +21,29 @@ constexpr WORD pathSize = 32;
 constexpr const char* databasePath = "krx/krconf.nsf";
 constexpr const char* templatePath = "krx/krconf.ntf";
 
-/** False when references may have stayed as they were. */
+/** False when references may dangle and no later run would know it. */
 bool RepairReferences(DBHANDLE database) {
+    bool whole = RecordUnrepairedReferences(database);
     if (ObsoleteUNIDSet.empty()) {
         DebugLog(level::detail, "m_nsf_ObsoleteUNIDSet is NULL, so happy!");
+    } else {
+        LogObsoleteUnids();
+        bool removed = false;
+        bool replaced = false;
+        // Either pass is worth its while without the other; what fails is logged.
+        (void)RemoveObsoleteUNID(database, removed);
+        (void)ReplaceObsoleteUNID(database, replaced);
+        whole = whole && removed && replaced;
+    }
+    if (whole) {
+        ForgetUnrepairedReferences();
         return true;
     }
-    LogObsoleteUnids();
-    bool removed = false;
-    bool replaced = false;
-    // Either pass is worth its while without the other; what fails is logged.
-    (void)RemoveObsoleteUNID(database, removed);
-    (void)ReplaceObsoleteUNID(database, replaced);
-    return removed && replaced;
+    DebugLog(level::progress, "Error: References to replaced documents may dangle.");
+    return KeepUnrepairedReferences();
 }
 
-/** False when references may dangle. */
+/** Returns what RepairReferences does. */
 bool UpgradeFromTemplate(DBHANDLE database) {
     ScopedDatabase templateDatabase;
     if (OpenDatabase(templateDatabase, templatePath) != NOERROR) {
@@ -49,11 +57,8 @@ bool UpgradeFromTemplate(DBHANDLE database) {
     return RepairReferences(database);
 }
 
-/** What is done with the kept documents when all stand and references could not be repaired, for which they are needed. */
-enum class Unrepaired { keep, remove };
-
 /** Closes the database: what is kept of its documents goes when the disk has what stands in their place. */
-void UpgradeDocuments(ScopedDatabase& database, Unrepaired unrepaired) {
+void UpgradeDocuments(ScopedDatabase& database) {
     // Without all that an earlier run had taken out, another document would be taken for one that is missing.
     if (HasKeptDocuments() && !PutBackKeptDocuments(database.Get())) {
         if (!ObsoleteUNIDSet.empty()) { // of copies that were removed all the same
@@ -62,13 +67,10 @@ void UpgradeDocuments(ScopedDatabase& database, Unrepaired unrepaired) {
         return;
     }
     const bool repaired = UpgradeFromTemplate(database.Get());
-    if (!repaired) {
-        DebugLog(level::progress, "Error: References to replaced documents may dangle.");
-    }
     if (!HasKeptDocuments()) {
         return;
     }
-    const bool complete = AllKeptDocumentsStand(database.Get()) && (repaired || unrepaired == Unrepaired::remove);
+    const bool complete = AllKeptDocumentsStand(database.Get()) && repaired;
     if (database.Close() == NOERROR && complete) {
         RemoveKeptDocuments();
     }
@@ -82,7 +84,7 @@ void MigrateDocuments(const char* path) {
     // No migration waits for the success of another.
     (void)ChangeConflictAction(database.Get());
     (void)ClearDefaultRule(database.Get());
-    UpgradeDocuments(database, Unrepaired::keep);
+    UpgradeDocuments(database);
 }
 
 void RefreshDesign(const char* path) {
@@ -99,8 +101,10 @@ void FinishConfDatabaseOfDeadRun() noexcept {
         if (HasKeptDocuments() && KeepsNone()) { // and could not be removed; an upgrade would undo what came since
             RemoveKeptDocuments();
         } else if (HasKeptDocuments() && OpenDatabase(database, databasePath) == NOERROR) {
-            // Not kept any longer: each run would upgrade anew, and undo what has been deleted since.
-            UpgradeDocuments(database, Unrepaired::remove);
+            UpgradeDocuments(database);
+        }
+        if (HasUnrepairedReferences() && OpenDatabase(database, databasePath) == NOERROR) {
+            (void)RepairReferences(database.Get());
         }
         return NOERROR;
     });

@@ -95,9 +95,7 @@ bool SettleUnid(DBHANDLE database, const TemplateDocument& document, NOTEID copy
         (void)(RemoveCopy(database, copyId) || RemoveCopy(database, copyId)); // two documents of one name: try again
         return true;
     }
-    if (FindNote(database, UnidOf(document.note)) == NOTEID{0}) { // else others mean that document
-        vanishing.Record();
-    }
+    vanishing.RecordUnlessTaken(database, UnidOf(document.note));
     unid = own;
     return true;
 }
@@ -116,7 +114,8 @@ Ending AddDocument(const SearchDLPDocParam& search, const TemplateDocument& docu
         search.docMap->unids.erase(added);
         DebugLog(level::progress, "NSFDbCopyNote error. old notesid=%d, sError is %d, czErrorMessage is %s...",
                  static_cast<int>(document.noteId), status, StatusText(status).Text());
-        return Ending::finished; // a copy may have been made all the same, and would be there twice
+        search.docMap->notAdded.emplace(document.name, document.noteId);
+        return Ending::finished;
     }
     DebugLog(level::progress, "NSFDbCopyNote success");
     std::string& unid = added->second;
@@ -156,6 +155,27 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     return replaced.PutBack() ? Ending::stopped : Ending::stuck;
 }
 
+/** The database has a document of this name, with this UNID. */
+Ending UpgradePartner(const SearchDLPDocParam& search, const TemplateDocument& document, const std::string& unid) {
+    DebugLog(level::progress, "current nsf doc name %s,unid:%s", document.name.c_str(), unid.c_str());
+    UNID parsed = {};
+    ParseUnidText(unid, parsed);
+    ScopedNote note;
+    if (note.Open(NSFNoteOpenByUNID, search.hDatabase, &parsed, WORD{0}) != NOERROR) {
+        DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
+        return Ending::stopped;
+    }
+    const auto predefined = IsPredefined(note.Get());
+    if (!predefined) {
+        return Ending::stopped;
+    }
+    if (!*predefined) {
+        KeepDocument(document.name);
+        return Ending::finished;
+    }
+    return ReplaceDocument(search, document, unid, note);
+}
+
 } // namespace
 
 std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
@@ -189,24 +209,13 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         return search.docMap->complete ? AddDocument(search, document) : Ending::finished;
     }
 
-    const std::string& unid = partner->second;
-    DebugLog(level::progress, "current nsf doc name %s,unid:%s", partner->first.c_str(), unid.c_str());
-    UNID parsed = {};
-    ParseUnidText(unid, parsed);
-    ScopedNote note;
-    if (note.Open(NSFNoteOpenByUNID, search.hDatabase, &parsed, WORD{0}) != NOERROR) {
-        DebugLog(level::progress, "NSFNoteOpenByUNID, open note failed.");
-        return Ending::stopped;
+    const Ending ending = UpgradePartner(search, document, partner->second);
+    if (ending == Ending::stopped) { // the partner stays, and is what others mean
+        VanishingUnids vanishing(partner->second);
+        vanishing.Add(UnidTextOf(templateNote.Get()));
+        vanishing.RecordUnlessTaken(search.hDatabase, UnidOf(templateNote.Get()));
     }
-    const auto predefined = IsPredefined(note.Get());
-    if (!predefined) {
-        return Ending::stopped;
-    }
-    if (!*predefined) {
-        KeepDocument(*name);
-        return Ending::finished;
-    }
-    return ReplaceDocument(search, document, unid, note);
+    return ending;
 }
 
 } // namespace updkrx

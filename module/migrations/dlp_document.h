@@ -17,6 +17,8 @@ struct DocumentMap {
     /** False when the name of some document could not be read. Then no document is added: the unread one might be its
      *  double. */
     bool complete = true;
+    /** Documents of the template by name, whose copying has failed. It may have been done all the same. */
+    std::map<std::string, NOTEID> notAdded;
 };
 
 /** What the search for the documents of a form works on. */

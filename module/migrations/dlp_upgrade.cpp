@@ -87,6 +87,21 @@ bool SearchForm(const Pass& pass, DBHANDLE searched, const std::string& form,
     return status == NOERROR;
 }
 
+/** Copies the documents that could not be copied once more, unless the database has got them all the same. */
+void AddWhatIsMissing(const SearchDLPDocParam& search, const std::string& form) {
+    DocumentMap present;
+    if (search.docMap->notAdded.empty() ||
+        SearchFormDocByDatabase(search.hDatabase, form, search.identifiedField, present) != NOERROR) {
+        return;
+    }
+    const SearchDLPDocParam again = {search.hTemplate, search.hDatabase, &present, search.identifiedField};
+    for (const auto& [name, noteId] : search.docMap->notAdded) {
+        if (!present.unids.contains(name)) {
+            (void)UpgradeDlpDocument(again, noteId);
+        }
+    }
+}
+
 } // namespace
 
 STATUS UpgradeDLPDocumentFromNTFtoNSF(DBHANDLE hTemplate, DBHANDLE hDatabase) {
@@ -121,7 +136,9 @@ STATUS UpgradeDLPForm(DBHANDLE hTemplate, DBHANDLE hDatabase, const std::string&
     if (!docMap.complete) {
         DebugLog(level::progress, "Error: Not all names of %s documents can be read, so none is added.", form.c_str());
     }
-    if (UpgradeFormDocumentsWithIdentifiedFiled(hTemplate, hDatabase, form, field, docMap) != NOERROR) {
+    const STATUS upgraded = UpgradeFormDocumentsWithIdentifiedFiled(hTemplate, hDatabase, form, field, docMap);
+    AddWhatIsMissing({hTemplate, hDatabase, &docMap, field}, form);
+    if (upgraded != NOERROR) {
         DebugLog(level::progress, "upgrade dlp documetn from ntf to nsf error, form: %s ,return", form.c_str());
         return formFailed;
     }

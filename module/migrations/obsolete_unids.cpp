@@ -202,6 +202,15 @@ void VanishingUnids::Record() noexcept {
     gMap.merge(replacements_);
 }
 
+void VanishingUnids::RecordUnlessTaken(DBHANDLE database, const UNID& unid) noexcept {
+    const auto standing = FindNote(database, unid);
+    if (standing == NOTEID{0}) {
+        Record();
+    } else if (!standing) {
+        DoubtfulUNIDMap.merge(replacements_);
+    }
+}
+
 void LogObsoleteUnids() {
     DebugLog(level::progress, "===========ObsoleteUNIDSet start==============");
     for (const std::string& unid : ObsoleteUNIDSet) {

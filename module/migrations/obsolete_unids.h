@@ -22,6 +22,9 @@ public:
     [[nodiscard]] bool Empty() const noexcept { return unids_.empty(); }
     /** From here on references to them are obsolete; the first record about a UNID counts. */
     void Record() noexcept;
+    /** Records them unless the database has a document under `unid`, which others mean then. When that cannot be found
+     *  out, they are recorded as doubtful. */
+    void RecordUnlessTaken(DBHANDLE database, const UNID& unid) noexcept;
 
 private:
     std::string replacement_;

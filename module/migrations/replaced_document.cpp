@@ -155,9 +155,8 @@ bool ReplacedDocument::GiveOldUnid() noexcept {
             copied_.Record();
         }
     }
-    if (!shipped_.Empty() &&
-        FindNote(database_, UnidOf(templateNote_)) == NOTEID{0}) { // else others mean that document
-        shipped_.Record();
+    if (!shipped_.Empty()) {
+        shipped_.RecordUnlessTaken(database_, UnidOf(templateNote_));
     }
     return removed;
 }

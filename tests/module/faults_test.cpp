@@ -275,7 +275,7 @@ const Scene scenes[] = {
       {"NSFNoteOpen", 3, forever, 65535, {startsToSign, signingFailed, signedDamaged}, Left::oneSigned, 0x9728},
       {"NSFNoteClose", 2, forever, 65535, {startsToSign, notSigned, toldToServer}, Left::oneSigned}}},
     {"replication settings", SetReplication, nullptr, designs, false,
-     {{"OSGetEnvironmentString", 1, 1, 1, {}, Left::before},
+     {{"OSGetEnvironmentString", 1, 2, 1, {}, Left::before},
       {"NSFNoteCreate", 1, forever, failure, {noSettings}, Left::before},
       {"NSFItemSetText", 1, forever, failure, {noSettings}, Left::before}, // $TITLE
       {"NSFItemSetText", 2, forever, failure, {noSettings}, Left::before}, // $ReplVersion

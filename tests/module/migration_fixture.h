@@ -30,6 +30,7 @@ protected:
     static void ForgetCollections() {
         gMap.clear();
         ObsoleteUNIDSet.clear();
+        DoubtfulUNIDMap.clear();
         RetiredDocumentUNIDSet.clear();
     }
 
@@ -45,6 +46,7 @@ protected:
             }
         }
         std::filesystem::remove(KeptDocuments());
+        std::filesystem::remove(UnrepairedReferences());
         Make(confDatabase, parts["database"]);
         Make(confTemplate, parts["template"]);
         Make(expectedDatabase, parts["expected"]);
@@ -52,6 +54,7 @@ protected:
 
     /** What is there only while documents are out. */
     [[nodiscard]] std::filesystem::path KeptDocuments() const { return Data() / "krx/krconf.updkrx-kept.nsf"; }
+    [[nodiscard]] std::filesystem::path UnrepairedReferences() const { return Data() / "krx/krconf.updkrx-references"; }
     [[nodiscard]] std::string Content() const { return Notes(confDatabase); }
     [[nodiscard]] std::string Expected() const { return Notes(expectedDatabase); }
     /** Without the deletion stubs, which differ from server to server. */

@@ -171,6 +171,59 @@ TEST_F(MigrationsTest, LoseNoReferencesToThreeFailuresInARow) {
     }
 }
 
+TEST_F(MigrationsTest, CopyOnceMoreWhatTheDatabaseLacks) {
+    for (const DWORD n : {1U, 3U}) { // the second has a double, which is copied instead
+        SCOPED_TRACE(n);
+        ForgetCollections();
+        LoadFixture("added_and_kept");
+        ASSERT_EQ(EmbFaultArm("NSFDbCopyNote", n, ERR_NOACCESS, 0), NOERROR);
+        Migrate();
+        EXPECT_EQ(EmbFaultsFired(), 1U);
+        EmbFaultClear();
+        EXPECT_EQ(Live(Content()), Live(Expected()));
+    }
+}
+
+/** References that could not be repaired, or of which it could not be found out whether they have to be. */
+TEST_F(MigrationsTest, HandReferencesThatFailToTheNextRun) {
+    const struct {
+        const char* operation;
+        DWORD first; // of its calls that fail, to the end of the run
+        bool replaced;
+    } cases[] = {{"NSFItemDelete", 1, true}, {"NSFFormulaCompile", 17, true}, {"NSFNoteOpenByUNID", 1, false}};
+    for (const auto& [operation, first, replaced] : cases) {
+        SCOPED_TRACE(operation);
+        ForgetCollections();
+        LoadFixture("references");
+        ASSERT_EQ(EmbFaultArm(operation, first, ERR_NOACCESS, 1), NOERROR);
+        Migrate();
+        FinishConfDatabaseOfDeadRun();
+        EmbFaultClear();
+        ForgetCollections();
+        EXPECT_TRUE(std::filesystem::exists(UnrepairedReferences()));
+        FinishConfDatabaseOfDeadRun();
+        EXPECT_FALSE(std::filesystem::exists(UnrepairedReferences()));
+        EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));
+        EXPECT_EQ(Live(Content()) == Live(Expected()), replaced) << Content();
+        EXPECT_NE(Content().find("E(000000000000000000000000000000D1) &amp; E("), std::string::npos) << Content();
+    }
+}
+
+/** A file that was damaged stays, and a UNID that has come back is not obsolete. */
+TEST_F(MigrationsTest, RepairOnlyWhatIsKnownToDangle) {
+    const std::string pair = "00000000000000000000000000000008 000000000000000000000000000000D1\n";
+    for (const std::string& file : {pair, pair.substr(1), pair + "0"}) {
+        SCOPED_TRACE(file);
+        ForgetCollections();
+        LoadFixture("references");
+        const std::string before = Content();
+        test::WriteFile(UnrepairedReferences(), file);
+        FinishConfDatabaseOfDeadRun();
+        EXPECT_EQ(Content(), before);
+        EXPECT_EQ(std::filesystem::exists(UnrepairedReferences()), file != pair);
+    }
+}
+
 /** What an earlier run may have taken out is not known: a document of the template could be taken for a new one. */
 TEST_F(MigrationsTest, AddNothingWhileKeptDocumentsCannotBeRead) {
     LoadFixture("added_and_kept");

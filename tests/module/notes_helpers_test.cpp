@@ -54,6 +54,8 @@ TEST_F(NotesHelpersTest, TranslatesAndTerminates) {
     EXPECT_EQ(ToNative("abcdef", native, 1), 0);
     EXPECT_STREQ(native, "");
     ASSERT_EQ(EmbFaultArm("OSTranslate", 1, ERR_MEMORY, 0), NOERROR);
+    EXPECT_EQ(ToLmbcs("abc", lmbcs, sizeof lmbcs), 3) << "the second time";
+    ASSERT_EQ(EmbFaultArm("OSTranslate", 1, ERR_MEMORY, 1), NOERROR);
     EXPECT_EQ(ToLmbcs("abc", lmbcs, sizeof lmbcs), 0);
     EXPECT_STREQ(lmbcs, "");
 }

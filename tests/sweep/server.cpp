@@ -98,6 +98,7 @@ void ForgetRun() {
     EmbSessionEnd();
     updkrx::gMap.clear();
     updkrx::ObsoleteUNIDSet.clear();
+    updkrx::DoubtfulUNIDMap.clear();
     updkrx::RetiredDocumentUNIDSet.clear();
 }
 
