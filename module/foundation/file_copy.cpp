@@ -136,6 +136,21 @@ bool MarkWriting(const std::string& file) {
     return mark && os::FlushToDisk(mark.get());
 }
 
+/** The file is whole: nothing that stays of this may be taken for its old content any more. */
+void Discard(const std::string& kept, const std::string& destination) {
+    const std::string mark = destination + writingSuffix;
+    os::RemoveFile(mark.c_str());
+    if (os::IsFile(mark)) {
+        (void)os::MoveOver(mark.c_str(), kept.c_str()); // without the mark no run takes the rest for anything
+    }
+    os::RemoveFile(kept.c_str());
+    for (const std::string& file : {mark, kept}) {
+        if (os::IsFile(file)) {
+            DebugLog(level::progress, "Error: A kept content cannot be removed. (%s)", file.c_str());
+        }
+    }
+}
+
 /** Writes a file in place, once its old content is kept. What a run that died has kept is the old content still. */
 CopyResult OverwriteKeepingOld(const std::string& source, const std::string& destination, const std::string& kept) {
     const bool hasOld = IsBeingWritten(destination) && os::IsFile(kept);
@@ -143,17 +158,11 @@ CopyResult OverwriteKeepingOld(const std::string& source, const std::string& des
         (CopyPath(destination, kept, true) != copied || !(IsBeingWritten(destination) || MarkWriting(destination)))) {
         return copyTargetUnwritable;
     }
-    return WriteInPlace(source, destination);
-}
-
-/** The file is whole: nothing that stays of this may be taken for its old content any more. */
-void Discard(const std::string& kept, const std::string& destination) {
-    for (const std::string& file : {destination + writingSuffix, kept}) {
-        os::RemoveFile(file.c_str());
-        if (os::IsFile(file)) {
-            DebugLog(level::progress, "Error: A kept content cannot be removed. (%s)", file.c_str());
-        }
+    const CopyResult result = WriteInPlace(source, destination);
+    if (!hasOld && (result == copyTargetUnwritable || result == copySourceUnreadable)) {
+        Discard(kept, destination); // nothing was written
     }
+    return result;
 }
 
 /** Puts a kept content back where it was. */

@@ -13,8 +13,7 @@ namespace updkrx {
 
 /**
  * Signs a database of the product's folder, unless the context says to skip that, and hides its design. Returns 0, or
- * 65535 when the database could not be opened or signed; its design is then as it was. Failures are logged, except
- * that of hiding the design.
+ * 65535 when the database could not be opened or signed; its design is then as it was. Failures are logged.
  */
 int32_t SignAndHideDatabase(const std::string& fileName, const PatchRunContext& context);
 

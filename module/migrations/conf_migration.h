@@ -5,7 +5,8 @@
 
 namespace updkrx {
 
-/** Puts back the documents that an earlier run had taken out and could not replace, and replaces them. */
+/** Puts back the documents that an earlier run had taken out and could not replace, and replaces them; repairs the
+ *  references that it could not. */
 void FinishConfDatabaseOfDeadRun() noexcept;
 
 /** Brings the documents of the configuration database up to date and has the server refresh its design. Always 0.

@@ -114,7 +114,9 @@ Ending AddDocument(const SearchDLPDocParam& search, const TemplateDocument& docu
         search.docMap->unids.erase(added);
         DebugLog(level::progress, "NSFDbCopyNote error. old notesid=%d, sError is %d, czErrorMessage is %s...",
                  static_cast<int>(document.noteId), status, StatusText(status).Text());
-        search.docMap->notAdded.emplace(document.name, document.noteId);
+        if (!TellsOfTakenUnid(status) || FindNote(search.hDatabase, UnidOf(document.note)) == NOTEID{0}) {
+            search.docMap->notAdded.insert({document.name, {document.noteId, UnidOf(document.note)}});
+        }
         return Ending::finished;
     }
     DebugLog(level::progress, "NSFDbCopyNote success");
@@ -123,6 +125,7 @@ Ending AddDocument(const SearchDLPDocParam& search, const TemplateDocument& docu
         search.docMap->unids.erase(added);
         return Ending::undone;
     }
+    KeepReferencesTo(unid);
     DebugLog(level::progress, "NSFNoteGetInfo success");
     DebugLog(level::progress, "bq_snprintf success");
     DebugLog(level::progress, "szdlpdocUNID is %s, tmpunid is %s", unid.c_str(), unid.c_str());
@@ -152,7 +155,7 @@ Ending ReplaceDocument(const SearchDLPDocParam& search, const TemplateDocument& 
     if (replaced.TakeOut(note) && replaced.MakeFromTemplate(references) && replaced.GiveOldUnid()) {
         return Ending::finished;
     }
-    return replaced.PutBack() ? Ending::stopped : Ending::stuck;
+    return replaced.PutBack() && replaced.MayTryAgain() ? Ending::stopped : Ending::stuck;
 }
 
 /** The database has a document of this name, with this UNID. */
@@ -193,7 +196,16 @@ std::optional<std::string> ReadName(NOTEHANDLE note, const char* field) {
     return name;
 }
 
-Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId) {
+namespace {
+
+/** The template document's UNID, and that of the database's document of its name. */
+struct Pair {
+    UNID shipped;
+    std::string present;
+};
+
+/** UpgradeDlpDocument, once; `pair` is set when the database has a document of the name. */
+Ending UpgradeOnce(const SearchDLPDocParam& search, NOTEID templateNoteId, std::optional<Pair>& pair) {
     ScopedNote templateNote;
     if (OpenNote(templateNote, search.hTemplate, templateNoteId) != NOERROR) {
         DebugLog(level::progress, "open krconfntf failed.");
@@ -209,11 +221,26 @@ Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId
         return search.docMap->complete ? AddDocument(search, document) : Ending::finished;
     }
 
-    const Ending ending = UpgradePartner(search, document, partner->second);
-    if (ending == Ending::stopped) { // the partner stays, and is what others mean
-        VanishingUnids vanishing(partner->second);
-        vanishing.Add(UnidTextOf(templateNote.Get()));
-        vanishing.RecordUnlessTaken(search.hDatabase, UnidOf(templateNote.Get()));
+    pair = {UnidOf(templateNote.Get()), partner->second};
+    return UpgradePartner(search, document, partner->second);
+}
+
+} // namespace
+
+void LetReferencesMean(DBHANDLE database, const std::string& unid, const UNID& shipped) {
+    VanishingUnids vanishing(unid);
+    vanishing.Add(UnidTextOf(shipped));
+    vanishing.RecordUnlessTaken(database, shipped);
+}
+
+Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId) {
+    std::optional<Pair> pair;
+    Ending ending = UpgradeOnce(search, templateNoteId, pair);
+    if (ending == Ending::undone || ending == Ending::stopped) {
+        ending = UpgradeOnce(search, templateNoteId, pair);
+    }
+    if (ending == Ending::stopped && pair) { // the document stays as it is
+        LetReferencesMean(search.hDatabase, pair->present, pair->shipped);
     }
     return ending;
 }

@@ -5,6 +5,7 @@
 
 #include "common/bounded_text.h"
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_search.h"
 #include "migrations/dlp_document.h"
@@ -48,10 +49,7 @@ void UpgradeFormDocumentsWithIdentifiedFiledCallBack(const SearchDLPDocParam& se
         DebugLog(level::progress, "SearchDLPDocParam's map is null");
         return;
     }
-    Ending ending = UpgradeDlpDocument(search, noteId);
-    if (ending == Ending::undone || ending == Ending::stopped) {
-        ending = UpgradeDlpDocument(search, noteId);
-    }
+    const Ending ending = UpgradeDlpDocument(search, noteId);
     if (ending == Ending::finished || ending == Ending::undone) {
         DebugLog(level::progress, "SearchFormDocumentCallback OUT");
     }
@@ -95,10 +93,14 @@ void AddWhatIsMissing(const SearchDLPDocParam& search, const std::string& form) 
         return;
     }
     const SearchDLPDocParam again = {search.hTemplate, search.hDatabase, &present, search.identifiedField};
-    for (const auto& [name, noteId] : search.docMap->notAdded) {
-        if (!present.unids.contains(name)) {
-            (void)UpgradeDlpDocument(again, noteId);
-        }
+    for (const auto& [name, document] : search.docMap->notAdded) {
+        (void)WithoutExceptions("AddWhatIsMissing", Ending::stuck, [&, &name = name, &document = document] {
+            if (const auto copy = present.unids.find(name); copy != present.unids.end()) {
+                LetReferencesMean(search.hDatabase, copy->second, document.unid);
+                return Ending::finished;
+            }
+            return UpgradeDlpDocument(again, document.noteId);
+        });
     }
 }
 

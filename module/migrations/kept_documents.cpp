@@ -61,11 +61,16 @@ STATUS OpenOrCreate(ScopedDatabase& kept) noexcept {
                : kept.Open(NSFDbCreateAndCopy, databasePath, keptPath, noNotes, noLimit, DWORD{DBCOPY_REPLICA});
 }
 
-STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, const char* copies) noexcept {
+/** Outside the document's summary, which may have no room for it. */
+STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, std::string_view copies) noexcept {
+    constexpr WORD noFlags = 0;
+    const std::string_view item = copiesItem;
     ScopedNote note;
     STATUS status = OpenNote(note, kept, noteId);
     if (status == NOERROR) {
-        status = NSFItemSetText(note.Get(), copiesItem, copies, MAXWORD);
+        (void)DeleteItems(note.Get(), copiesItem); // what was noted before
+        status = NSFItemAppend(note.Get(), noFlags, item.data(), static_cast<WORD>(item.size()), TYPE_TEXT,
+                               copies.data(), static_cast<DWORD>(copies.size()));
     }
     return status == NOERROR ? NSFNoteUpdate(note.Get(), UPDATE_FORCE) : status;
 }
@@ -304,9 +309,15 @@ STATUS PutBack(DBHANDLE database, DBHANDLE kept, const KeptNote& document, NOTEI
     if (!standing || noteId != 0) {
         return standing ? NOERROR : ERR_UNKNOWN;
     }
-    return StoreOverStub(database, {document.unid}, [&] {
+    const STATUS status = StoreOverStub(database, {document.unid}, [&] {
         return NSFDbCopyNote(kept, nullptr, nullptr, document.noteId, database, nullptr, nullptr, &noteId, nullptr);
     });
+    if (status != NOERROR || FindNote(database, document.unid) != NOTEID{0}) {
+        return status;
+    }
+    // The database is no replica any more: somebody has put another one in its place.
+    (void)WithSecondTry([&] { return DeleteWithoutTrace(database, noteId); });
+    return ERR_CANT_CHANGE_UNID;
 }
 
 /** Puts the document back, complete; `note` becomes the kept one. */

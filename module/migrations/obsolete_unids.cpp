@@ -211,6 +211,12 @@ void VanishingUnids::RecordUnlessTaken(DBHANDLE database, const UNID& unid) noex
     }
 }
 
+void KeepReferencesTo(const std::string& unid) noexcept {
+    ObsoleteUNIDSet.erase(unid);
+    gMap.erase(unid);
+    DoubtfulUNIDMap.erase(unid);
+}
+
 void LogObsoleteUnids() {
     DebugLog(level::progress, "===========ObsoleteUNIDSet start==============");
     for (const std::string& unid : ObsoleteUNIDSet) {

@@ -32,6 +32,9 @@ private:
     std::map<std::string, std::string> replacements_;
 };
 
+/** A document stands under this UNID from now on: references to it are not obsolete, whatever was recorded. */
+void KeepReferencesTo(const std::string& unid) noexcept;
+
 /** Logs what has been recorded. */
 void LogObsoleteUnids();
 

@@ -92,6 +92,7 @@ bool ReplacedDocument::CopyAndOpen() noexcept {
         DebugLog(level::progress,
                  "NSFDbCopyNote error. old notesid=%d, new notesid=%d, sError is %d, czErrorMessage is %s...",
                  loggedTemplateId, loggedId, status, StatusText(status).Text());
+        refused_ = TellsOfTakenUnid(status) && FindNote(database_, templateUnid).value_or(0) != 0;
         return false;
     }
     copyId_ = newId;

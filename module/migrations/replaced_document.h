@@ -44,6 +44,8 @@ public:
     /** After a step that was false: true when the document is in its place as it was, or is again. That it is not, when
      *  it was taken out, is logged. */
     [[nodiscard]] bool PutBack() noexcept;
+    /** Whether another try can go better: not while another document has the UNID that the copy has to get. */
+    [[nodiscard]] bool MayTryAgain() const noexcept { return !refused_; }
 
 private:
     enum class Stage { inPlace, takenOut, replaced, kept };
@@ -63,6 +65,7 @@ private:
     DBHANDLE hTemplate_;
     NOTEHANDLE templateNote_;
     Stage stage_ = Stage::inPlace;
+    bool refused_ = false;
     NOTEID oldId_ = 0;    // of the document, and of its deletion stub later
     ScopedNote kept_;     // the document in memory
     NOTEID prepared_ = 0; // where documents are kept, a copy out of the template with a UNID of its own

@@ -1,6 +1,7 @@
 #include "migrations/unrepaired_references.h"
 
-#include <array>
+#include <algorithm>
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <string>
@@ -19,12 +20,14 @@ namespace {
 
 using UnidPairs = std::map<std::string, std::string>;
 constexpr size_t unidLength = unidTextSize - 1;
-constexpr size_t lineLength = 2 * unidLength + 2;
 
-/** Empty when the folder is not known: no file has this name. */
-std::string PairsFile() {
+std::optional<std::string> PairsFile() {
     const auto folder = GetProductFolder(Report::silent);
-    return folder ? *folder + "/krconf.updkrx-references" : "";
+    return folder ? std::optional(*folder + "/krconf.updkrx-references") : std::nullopt;
+}
+
+void LogFailure(const char* what, const std::string& path) noexcept {
+    DebugLog(level::progress, "Error: The references that are to be repaired cannot be %s. (%s)", what, path.c_str());
 }
 
 UNID UnidFrom(const std::string& text) noexcept {
@@ -33,24 +36,42 @@ UNID UnidFrom(const std::string& text) noexcept {
     return unid;
 }
 
-/** Nothing when the file is there and cannot be read, or is another one than KeepUnrepairedReferences writes. */
+/** Adds the pair of a line; false when it is not as WritePairs writes it. */
+bool AddPair(const std::string& line, UnidPairs& pairs) {
+    const std::string from = line.substr(0, unidLength);
+    const std::string to = line.substr(std::min(line.size(), unidLength + 1));
+    const bool isPair = UnidTextOf(UnidFrom(from)) == from && UnidTextOf(UnidFrom(to)) == to;
+    if (isPair) {
+        pairs.emplace(from, to);
+    }
+    return isPair;
+}
+
+/** Nothing, which is logged, when the file is there and cannot be read. A line that somebody has damaged is passed
+ *  over. */
 std::optional<UnidPairs> ReadPairs(const std::string& path) {
     UnidPairs pairs;
     if (!os::IsFile(path)) {
         return pairs;
     }
     const os::OwnedFile file = os::OpenForReading(path.c_str());
-    std::array<char, lineLength> line = {};
-    size_t length = 0;
-    while (file && (length = std::fread(line.data(), 1, line.size(), file.get())) == line.size()) {
-        const std::string from(line.data(), unidLength);
-        const std::string to(line.data() + unidLength + 1, unidLength);
-        if (UnidTextOf(UnidFrom(from)) != from || UnidTextOf(UnidFrom(to)) != to) {
-            return std::nullopt;
+    std::string line;
+    int next = EOF;
+    while (file && (next = std::fgetc(file.get())) != EOF) {
+        if (next != '\n') {
+            line += static_cast<char>(next);
+            continue;
         }
-        pairs.emplace(from, to);
+        if (!AddPair(line, pairs)) {
+            LogFailure("read", path);
+        }
+        line.clear();
     }
-    return file && length == 0 && std::ferror(file.get()) == 0 ? std::optional(std::move(pairs)) : std::nullopt;
+    if (!file || std::ferror(file.get()) != 0) {
+        LogFailure("read", path);
+        return std::nullopt;
+    }
+    return pairs;
 }
 
 bool WritePairs(const UnidPairs& pairs, const std::string& path) {
@@ -77,18 +98,21 @@ bool WritePairs(const UnidPairs& pairs, const std::string& path) {
 } // namespace
 
 bool HasUnrepairedReferences() {
-    return os::IsFile(PairsFile());
+    const auto path = PairsFile();
+    return path && os::IsFile(*path);
 }
 
 bool RecordUnrepairedReferences(DBHANDLE database) {
-    const std::string path = PairsFile();
-    auto pairs = ReadPairs(path);
+    const auto path = PairsFile();
+    auto pairs = path ? ReadPairs(*path) : std::nullopt;
     if (!pairs) {
-        DebugLog(level::progress, "Error: The references that are to be repaired cannot be read. (%s)", path.c_str());
         return false;
     }
     pairs->merge(std::exchange(DoubtfulUNIDMap, {}));
     for (const auto& [from, to] : *pairs) {
+        if (FindNote(database, UnidFrom(to)) == NOTEID{0}) {
+            continue; // nothing takes its place any more
+        }
         VanishingUnids vanishing(to);
         vanishing.Add(from);
         vanishing.RecordUnlessTaken(database, UnidFrom(from));
@@ -97,27 +121,29 @@ bool RecordUnrepairedReferences(DBHANDLE database) {
 }
 
 bool KeepUnrepairedReferences() {
-    const std::string path = PairsFile();
-    auto pairs = ReadPairs(path);
-    if (pairs) {
-        pairs->insert(gMap.begin(), gMap.end());
-        pairs->insert(DoubtfulUNIDMap.begin(), DoubtfulUNIDMap.end());
+    const auto path = PairsFile();
+    auto earlier = path ? ReadPairs(*path) : std::nullopt;
+    bool kept = false;
+    if (earlier) {
+        UnidPairs pairs = gMap; // what is known now counts
+        pairs.insert(DoubtfulUNIDMap.begin(), DoubtfulUNIDMap.end());
+        pairs.merge(*earlier);
+        kept = WritePairs(pairs, *path);
     }
-    if (!pairs || path.empty() || !WritePairs(*pairs, path)) {
-        DebugLog(level::progress, "Error: The references that are to be repaired cannot be kept. (%s)", path.c_str());
-        return false;
+    if (!kept) {
+        LogFailure("kept", path.value_or(""));
     }
-    return true;
+    return kept;
 }
 
 void ForgetUnrepairedReferences() {
-    const std::string path = PairsFile();
-    if (!os::IsFile(path)) {
+    const auto path = PairsFile();
+    if (!path || !os::IsFile(*path)) {
         return;
     }
-    os::RemoveFile(path.c_str());
-    if (os::IsFile(path)) {
-        DebugLog(level::progress, "Error: The references that were repaired cannot be forgotten. (%s)", path.c_str());
+    os::RemoveFile(path->c_str());
+    if (os::IsFile(*path)) {
+        DebugLog(level::progress, "Error: The references that were repaired cannot be forgotten. (%s)", path->c_str());
     }
 }
 

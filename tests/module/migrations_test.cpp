@@ -171,6 +171,17 @@ TEST_F(MigrationsTest, LoseNoReferencesToThreeFailuresInARow) {
     }
 }
 
+/** Its UNID had vanished before. */
+TEST_F(MigrationsTest, KeepTheReferencesToADocumentThatTheyAdd) {
+    LoadFixture("added_and_kept");
+    test::WriteFile(UnrepairedReferences(), "000000000000000000000000000000A4 000000000000000000000000000000D1\n");
+    FinishConfDatabaseOfDeadRun();
+    EXPECT_EQ(ObsoleteUNIDSet.size(), 1U);
+    Migrate();
+    EXPECT_EQ(Content(), Expected());
+    EXPECT_TRUE(ObsoleteUNIDSet.empty());
+}
+
 TEST_F(MigrationsTest, CopyOnceMoreWhatTheDatabaseLacks) {
     for (const DWORD n : {1U, 3U}) { // the second has a double, which is copied instead
         SCOPED_TRACE(n);
@@ -209,10 +220,11 @@ TEST_F(MigrationsTest, HandReferencesThatFailToTheNextRun) {
     }
 }
 
-/** A file that was damaged stays, and a UNID that has come back is not obsolete. */
+/** Not what a damaged file says, nor a UNID that has come back, nor for a document that has gone. */
 TEST_F(MigrationsTest, RepairOnlyWhatIsKnownToDangle) {
     const std::string pair = "00000000000000000000000000000008 000000000000000000000000000000D1\n";
-    for (const std::string& file : {pair, pair.substr(1), pair + "0"}) {
+    const std::string gone = "000000000000000000000000000000A1 000000000000000000000000000000D9\n";
+    for (const std::string& file : {pair, pair.substr(1), pair + gone + "0", "00" + gone}) {
         SCOPED_TRACE(file);
         ForgetCollections();
         LoadFixture("references");
@@ -220,7 +232,7 @@ TEST_F(MigrationsTest, RepairOnlyWhatIsKnownToDangle) {
         test::WriteFile(UnrepairedReferences(), file);
         FinishConfDatabaseOfDeadRun();
         EXPECT_EQ(Content(), before);
-        EXPECT_EQ(std::filesystem::exists(UnrepairedReferences()), file != pair);
+        EXPECT_FALSE(std::filesystem::exists(UnrepairedReferences()));
     }
 }
 
@@ -352,6 +364,31 @@ TEST_F(MigrationsTest, LeaveAnotherDocumentThatHasTheUnidOfACopy) {
     FinishConfDatabaseOfDeadRun();
     EXPECT_NE(Content().find("Asia"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(KeptDocuments()));
+}
+
+/** A document with the UNID that the copy has to get does not pass, as other failures do. */
+TEST_F(MigrationsTest, TryOnceWhatAnotherDocumentKeepsOut) {
+    SwitchLogOn();
+    LoadFixture("unid_in_use");
+    Migrate();
+    EXPECT_EQ(std::ranges::count_if(
+                  NewLogMessages(),
+                  [](const std::string& message) { return message.find("NSFDbCopyNote error") != std::string::npos; }),
+              2)
+        << "one of the two documents of the template each";
+}
+
+/** What is noted beside a kept document needs no room in its summary. */
+TEST_F(MigrationsTest, ReplaceADocumentWhoseSummaryIsFull) {
+    const std::string entity = "<document form='entity'><noteinfo unid='";
+    const std::string name = "'/><item name='name'><text>Card</text></item><item name='pre-defined'><text>true</text>"
+                             "</item><item name='words'><text>";
+    const std::string words(32767 - 60, 'x'); // what else is in the summary takes less than 60 bytes
+    std::filesystem::create_directories(Data() / "krx");
+    MakeDatabase(confDatabase, entity + unidD2 + name + words + "</text></item></document>");
+    MakeDatabase(test::confTemplate, entity + unidA2 + name + "new</text></item></document>");
+    Migrate();
+    EXPECT_NE(Content().find("<text>new</text>"), std::string::npos);
 }
 
 /** Servers on which a copy has the UNID of the very document that it is to replace, or a new one each time. */
