@@ -4,6 +4,7 @@
 
 #include "common/ascii_text.h"
 #include "foundation/debug_log.h"
+#include "foundation/exception_barrier.h"
 #include "foundation/item_reading.h"
 #include "foundation/notes_scoped.h"
 #include "foundation/notes_text.h"
@@ -235,7 +236,9 @@ void LetReferencesMean(DBHANDLE database, const std::string& unid, const UNID& s
 
 Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId) {
     std::optional<Pair> pair;
-    Ending ending = UpgradeOnce(search, templateNoteId, pair);
+    // Whatever an exception leaves of a copy has the document's name in the map.
+    Ending ending = WithoutExceptions("UpgradeDlpDocument", Ending::undone,
+                                      [&] { return UpgradeOnce(search, templateNoteId, pair); });
     if (ending == Ending::undone || ending == Ending::stopped) {
         ending = UpgradeOnce(search, templateNoteId, pair);
     }

@@ -43,7 +43,7 @@ constexpr Exception exceptions[] = {
     {Clause::recovers, "@(NSFBringDatabaseOnline keeps failing|everything fails*)", nullptr, "file/offline.lst *",
      "a database that cannot be brought online stays offline"},
 
-    {Clause::recovers, "@(NSFDbCopyNote keeps failing|operator new fails)", "@(documents|document replaced) krconf",
+    {Clause::recovers, "NSF@(DbCopyNote|FormulaCompile|Search) keeps failing", "@(documents|document replaced) krconf",
      "krconf.nsf/dangling/* added",
      "a document that could not be added is missing where others that were added refer to it"},
 
@@ -92,7 +92,7 @@ constexpr Exception exceptions[] = {
      "@(stamp kr@(msg|lists)|sign *)", "*/@(BuildNumber|$Signature|replication)", notRepeated},
     {Clause::catchesUp,
      "NSF@(Item@(Info|Get*|Delete|CreateTextList|AppendTextList)|FormulaCompile|Note@(Copy|Delete|OpenByUNID|Update)|"
-     "DbCopyNote) keeps failing",
+     "Db@(CopyNote|CreateAndCopy)) keeps failing",
      nullptr, "@(krconf.nsf/*/*|krency.nsf/*|*/replication)", notRepeated},
     {Clause::catchesUp, "NSFNote@(Sign|Close|Contract) keeps failing", nullptr, "*/@($Signature|replica*)",
      notRepeated},
