@@ -15,9 +15,13 @@
 namespace krxpatch {
 namespace {
 
-const CLI::Validator
-    notEmpty([](const std::string& text) { return text.empty() ? std::string("must not be empty") : std::string(); },
-             "");
+const CLI::Validator notEmpty(
+    [](const std::string& text) {
+        return text.empty()             ? std::string("must not be empty")
+               : text.starts_with("--") ? "is missing: " + text + " is an option (./" + text + " would be a name)"
+                                        : std::string();
+    },
+    "");
 
 /** Names what must not be left out in the line of usage too, where "[OPTIONS]" reads as if all could. */
 class HelpText : public CLI::Formatter {

@@ -54,7 +54,7 @@ std::string ImportDxlFile(const std::filesystem::path& database, const std::file
     }
     message.resize(message.find('\0'));
     if (status == ERR_EXISTS) {
-        throw Failure(failed,
+        throw Failure(notStarted,
                       database.string() + ": exists already (--force replaces it, --into adds the file's note to it)");
     }
     if (status != NOERROR) {

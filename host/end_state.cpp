@@ -15,6 +15,8 @@
 #include "foundation/dlp_forms.h"
 #include "foundation/notes_text.h"
 #include "foundation/product_databases.h"
+#include "log_follower.h"
+#include "log_lines.h"
 #include "note_reader.h"
 #include "patch_entries.h"
 #include "platform.h"
@@ -29,6 +31,9 @@ using Items = std::vector<NamedItem>;
 
 constexpr const char* putBackOrAgain = "`krxpatch restore` puts the server back as it was; then the upgrade can be run "
                                        "again";
+
+/** The module's log has it at the beginning of each run. */
+constexpr std::string_view beginOfRun = "===============Begin update database========";
 
 std::string ServerName() {
     char lmbcs[MAXENVVALUE];
@@ -196,6 +201,7 @@ public:
         }
         ExamineLeftovers();
         ExamineConsole();
+        ExamineLog();
         return std::move(findings_);
     }
 
@@ -365,7 +371,9 @@ private:
         const fs::path log = server_.ConsoleLog();
         std::ifstream stream(log);
         if (!stream) {
-            return; // nobody keeps a record
+            Warn("console", "there is no record of the commands that an upgrade sends: " + log.string(),
+                 "see in the server's own log that they were carried out");
+            return;
         }
         std::map<std::string, std::string> outcomes;
         for (std::string line; std::getline(stream, line);) {
@@ -383,6 +391,25 @@ private:
             } else if (!ConsoleCommand{found->first, found->second}.Succeeded()) {
                 Fail("console", "`" + command + "` ended with: " + found->second, "send it again");
             }
+        }
+    }
+
+    /** A write that failed and is not seen above has been made up for, or was to a note that nothing here looks at. */
+    void ExamineLog() {
+        std::string first;
+        size_t failures = 0;
+        for (const LoggedLine& line : LogFollower(server_.LogFolder(), LogFollower::From::beginning).TakeNewLines()) {
+            if (line.message == beginOfRun) {
+                failures = 0;
+            } else if (KindOf(line.message) == LineKind::failure && ++failures == 1) {
+                first = line.message;
+            }
+        }
+        if (failures > 0) {
+            Warn("module's log",
+                 std::to_string(failures) + (failures == 1 ? " failure" : " failures, of which the first is") + ": " +
+                     Printable(first),
+                 "`krxpatch log --errors` shows and explains them; what was not made up for stands above");
         }
     }
 

@@ -11,14 +11,15 @@ namespace krxpatch {
 namespace {
 
 /** Every line that is known and more than detail. */
-std::string WholeTable() {
+void ShowWholeTable(Report& report) {
     std::vector<std::vector<std::string>> rows = {{"LINE", "MEANING"}};
     for (const LogLine& line : LogLines()) {
         if (line.kind != LineKind::detail) {
             rows.push_back({line.pattern, line.meaning});
+            report["lines"].push_back({{"pattern", line.pattern}, {"meaning", line.meaning}});
         }
     }
-    return FormatTable(rows);
+    std::cout << FormatTable(rows);
 }
 
 /** A status is hexadecimal in the log's parentheses, with or without "0x". */
@@ -36,7 +37,7 @@ std::string MeaningOf(const std::string& text) {
 
 ExitCode ExplainText(const ExplainOptions& options, Report& report) {
     if (options.text.empty()) {
-        std::cout << WholeTable();
+        ShowWholeTable(report);
         return succeeded;
     }
     const std::string meaning = MeaningOf(options.text);

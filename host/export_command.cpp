@@ -55,7 +55,7 @@ void ExportToStream(const ExportOptions& options, std::ostream& out) {
  *  what it is. */
 void ExportOver(const ExportOptions& options) {
     if (std::error_code ignored; fs::equivalent(options.database, options.dxl, ignored)) {
-        throw Failure(failed, options.dxl.string() + ": the DXL would take the place of its own database");
+        throw Failure(notStarted, options.dxl.string() + ": the DXL would take the place of its own database");
     }
     if (fs::is_regular_file(options.dxl)) {
         ExportToFile(options, fs::canonical(options.dxl));
@@ -71,7 +71,7 @@ void ExportOver(const ExportOptions& options) {
 } // namespace
 
 ExitCode Export(const ExportOptions& options) {
-    RequirePlaceForFile(options.database);
+    RequireFile(options.database);
     if (options.dxl.empty() || options.dxl == "-") {
         ExportToStream(options, std::cout);
         return succeeded;
@@ -82,7 +82,7 @@ ExitCode Export(const ExportOptions& options) {
     } else if (options.force) {
         ExportOver(options);
     } else {
-        throw Failure(failed, options.dxl.string() + ": exists already (--force replaces it)");
+        throw Failure(notStarted, options.dxl.string() + ": exists already (--force replaces it)");
     }
     return succeeded;
 }

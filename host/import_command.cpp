@@ -18,9 +18,9 @@ namespace {
 void RequireNoDeadRun(std::filesystem::path folder, const std::string& database) {
     for (; folder.has_relative_path(); folder = folder.parent_path()) {
         if (const auto copy = UnendedCopyOf(folder)) {
-            throw Failure(failed, database + ": would be lost, because an earlier run died (" + copy->run +
-                                      ") and the next one puts back " + folder.string() +
-                                      ": do that first, with `krxpatch restore`");
+            throw Failure(notStarted, database + ": would be lost, because an earlier run died (" + copy->run +
+                                          ") and the next one puts back " + folder.string() +
+                                          ": do that first, with `krxpatch restore`");
         }
     }
 }
@@ -28,8 +28,8 @@ void RequireNoDeadRun(std::filesystem::path folder, const std::string& database)
 } // namespace
 
 ExitCode Import(const ImportOptions& options, Report& report) {
-    RequirePlaceForFile(options.database);
-    RequirePlaceForFile(options.dxl);
+    (options.into ? RequireFile(options.database) : RequirePlaceForFile(options.database));
+    RequireFile(options.dxl);
     const std::filesystem::path folder =
         std::filesystem::canonical(std::filesystem::absolute(options.database).parent_path());
     std::optional<platform::HeldFile> hold;

@@ -12,15 +12,15 @@ std::filesystem::path TargetOf(const std::filesystem::path& folder) {
 }
 
 std::filesystem::path RequireNewOrEmpty(std::filesystem::path target) {
-    RequireFolder(target.parent_path(), failed);
+    RequireFolder(target.parent_path(), notStarted);
     if (!std::filesystem::exists(target)) {
         return target;
     }
     if (!std::filesystem::is_directory(target)) {
-        throw Failure(failed, target.string() + ": is a file; a new or empty folder is needed");
+        throw Failure(notStarted, target.string() + ": is a file; a new or empty folder is needed");
     }
     if (!std::filesystem::is_empty(target)) {
-        throw Failure(failed, target.string() + ": is not empty; a new or empty folder is needed");
+        throw Failure(notStarted, target.string() + ": is not empty; a new or empty folder is needed");
     }
     return target;
 }

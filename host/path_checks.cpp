@@ -12,6 +12,13 @@ void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise) {
     }
 }
 
+void RequireFile(const std::filesystem::path& file) {
+    RequirePlaceForFile(file);
+    if (std::error_code ignored; !std::filesystem::exists(file, ignored)) {
+        throw Failure(notStarted, file.string() + ": no such file");
+    }
+}
+
 void RequirePlaceForFile(const std::filesystem::path& file, ExitCode otherwise) {
     if (std::error_code ignored; std::filesystem::is_directory(file, ignored)) {
         throw Failure(otherwise, file.string() + ": is a folder");

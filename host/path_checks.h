@@ -8,8 +8,9 @@
 namespace krxpatch {
 
 void RequireFolder(const std::filesystem::path& folder, ExitCode otherwise);
+void RequireFile(const std::filesystem::path& file);
 /** The file need not exist, but the folder that it stands in must. */
-void RequirePlaceForFile(const std::filesystem::path& file, ExitCode otherwise = failed);
+void RequirePlaceForFile(const std::filesystem::path& file, ExitCode otherwise = notStarted);
 
 /** What is written must not come to stand in a folder that is only read. */
 void RequireOutside(const std::filesystem::path& path, const std::filesystem::path& folder);

@@ -101,8 +101,8 @@ void ShowServerLog(std::ostream& out, std::string_view log) {
     }
 }
 
-/** Why databases are behind, in words, with the line of the log that tells it; to be put in front of what is lacking.
- *  */
+/** Why databases are behind, in words, with the line of the log that tells it; to be put in front of what is
+ *  lacking. */
 std::string CauseInLog(const UpgradeState& state, const std::vector<std::string>& messages) {
     std::vector<std::string> names;
     for (const DatabaseReport& report : state.behind) {
@@ -127,8 +127,8 @@ void ShowHead(std::ostream& out, const ServerFolder& server, const PatchFacts& f
     out << FormatTable(rows) << '\n';
 }
 
-/** A module that has died on a server keeps what it had out in files of such names, and puts it back when it is called.
- *  */
+/** A module that has died on a server keeps what it had out in files of such names, and puts it back when it is
+ *  called. */
 bool HasKeptFiles(const ServerFolder& server) {
     return std::ranges::any_of(std::filesystem::directory_iterator(server.ProductFolder()), [](const auto& entry) {
         const std::string name = entry.path().filename().string();
@@ -287,8 +287,8 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
     }
 }
 
-/** What was known before counts more than what follows from it; a full disk nobody else may have had the room to tell.
- *  */
+/** What was known before counts more than what follows from it; a full disk nobody else may have had the room to
+ *  tell. */
 void Upgrade::TellCauses(const ServerFolder& server) {
     if (report_.errors.empty()) {
         return;

@@ -73,7 +73,7 @@ void RequireUpgradable(const std::filesystem::path& folder, bool colour) {
 } // namespace
 
 ExitCode Sandbox(const SandboxOptions& options) {
-    RequireFolder(options.from, failed);
+    RequireFolder(options.from, notStarted);
     RequireOutside(options.folder, options.from);
     NewFolder made(options.folder);
     LayOut(options.from, made.Content(), made.Target());

@@ -82,6 +82,11 @@ STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept {
     return TellsOfAbsence(status) ? NOERROR : status;
 }
 
+STATUS ClearItems(NOTEHANDLE note, const char* item) noexcept {
+    const STATUS status = DeleteItems(note, item);
+    return TellsOfAbsence(status) ? NOERROR : status;
+}
+
 std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept {
     WORD length = GetItemText(note, item, text, size);
     if (length == 0 && MayHoldMore(note, item, 1, 0)) {

@@ -21,6 +21,9 @@ namespace updkrx {
  *  nothing to delete. */
 [[nodiscard]] STATUS DeleteItems(NOTEHANDLE note, const char* item) noexcept;
 
+/** DeleteItems, for which an item that is absent already counts as deleted. */
+[[nodiscard]] STATUS ClearItems(NOTEHANDLE note, const char* item) noexcept;
+
 /** As GetItemText, but nothing, which is logged, when the item has a text of which none could be read, or when it
  *  cannot be found out whether it has. `text` is then empty. */
 [[nodiscard]] std::optional<WORD> ReadItemText(NOTEHANDLE note, const char* item, char* text, WORD size) noexcept;

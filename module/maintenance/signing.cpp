@@ -44,10 +44,7 @@ STATUS OpenToSign(DBHANDLE database, NOTEID noteId, WORD flags, ScopedNote& note
 /** Signs an open note anew; some servers only add to the signatures that it has. */
 STATUS Sign(NOTEHANDLE note) noexcept {
     // Most have none or one. One that cannot be deleted is replaced, on most servers.
-    (void)WithSecondTry([&] {
-        const STATUS status = DeleteItems(note, "$Signature");
-        return (status & ERR_MASK) == ERR_ITEM_NOT_FOUND ? NOERROR : status;
-    });
+    (void)WithSecondTry([&] { return ClearItems(note, "$Signature"); });
     return WithSecondTry([&] { return NSFNoteSign(note); });
 }
 

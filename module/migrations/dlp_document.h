@@ -52,10 +52,9 @@ void LetReferencesMean(DBHANDLE database, const std::string& unid, const UNID& s
 
 /**
  * Upgrades the database by one document of the template: copies it when the map is complete and has no document of its
- * name, replaces that document when the product ships it, and leaves it alone when not. Failures are logged, and where
- * nothing was changed by then, tried once more. Whatever
- * fails, and also when an exception ends the work, the document that the database had is written back; when that fails
- * too, which is logged, it stays kept for the next run.
+ * name, replaces that document when the product ships it, and leaves it alone when not. Failures are logged, and what
+ * failed is tried once more where nothing is changed. Whatever fails, and also when an exception ends the work, the
+ * document that the database had is written back; when that fails too, which is logged, it stays kept for the next run.
  */
 Ending UpgradeDlpDocument(const SearchDLPDocParam& search, NOTEID templateNoteId);
 

@@ -68,7 +68,9 @@ STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, std::string_view copies) noexcep
     ScopedNote note;
     STATUS status = OpenNote(note, kept, noteId);
     if (status == NOERROR) {
-        (void)DeleteItems(note.Get(), copiesItem); // what was noted before
+        status = ClearItems(note.Get(), copiesItem); // the first of two is what would be read
+    }
+    if (status == NOERROR) {
         status = NSFItemAppend(note.Get(), noFlags, item.data(), static_cast<WORD>(item.size()), TYPE_TEXT,
                                copies.data(), static_cast<DWORD>(copies.size()));
     }
@@ -236,8 +238,7 @@ STATUS Complete(DBHANDLE database, NOTEID noteId, NOTEHANDLE kept) {
         return ERR_UNKNOWN;
     }
     if (!LacksItem(note.Get(), copiesItem) || !present.Includes(wanted)) {
-        const STATUS status = DeleteItems(note.Get(), copiesItem);
-        if (status != NOERROR && (status & ERR_MASK) != ERR_ITEM_NOT_FOUND) {
+        if (const STATUS status = ClearItems(note.Get(), copiesItem); status != NOERROR) {
             return status;
         }
         if (!wanted.AddTo(note.Get(), present) || NSFNoteUpdate(note.Get(), UPDATE_FORCE) != NOERROR) {
@@ -316,7 +317,10 @@ STATUS PutBack(DBHANDLE database, DBHANDLE kept, const KeptNote& document, NOTEI
         return status;
     }
     // The database is no replica any more: somebody has put another one in its place.
-    (void)WithSecondTry([&] { return DeleteWithoutTrace(database, noteId); });
+    const STATUS removed = WithSecondTry([&] { return DeleteWithoutTrace(database, noteId); });
+    if (removed != NOERROR) {
+        LogCopyThatStays(noteId, removed);
+    }
     return ERR_CANT_CHANGE_UNID;
 }
 

@@ -13,8 +13,8 @@ namespace updkrx {
  *  False, which is logged, when not all could be read or looked up: the file must stay then. */
 [[nodiscard]] bool RecordUnrepairedReferences(DBHANDLE database);
 
-/** Adds all that is recorded as obsolete, and what is doubtful, to the file, for the next run. False, which is logged, when it cannot be
- *  written. */
+/** Adds all that is recorded as obsolete, and what is doubtful, to the file, for the next run. False, which is logged,
+ *  when it cannot be written. */
 [[nodiscard]] bool KeepUnrepairedReferences();
 
 /** Removes the file, if there is one; logged when it stays, which does no harm. */

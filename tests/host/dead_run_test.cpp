@@ -49,7 +49,7 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
     }
     ASSERT_NE(ReadFile(Server() / "offline.lst"), offline);
 
-    EXPECT_TRUE(Fails(Import(), 1, "krmsg.nsf: would be lost, because an earlier run died (krxpatch run by "));
+    EXPECT_TRUE(Fails(Import(), 2, "krmsg.nsf: would be lost, because an earlier run died (krxpatch run by "));
     fs::rename(Server() / patchFile_, Folder() / "krxpatch.ini");
     const auto died = Snapshot(Server());
     const Outcome status = StatusAsJson();

