@@ -52,10 +52,11 @@ STATUS OpenKept(ScopedDatabase& kept) noexcept {
                                                                                     : status;
 }
 
-STATUS OpenOrCreate(ScopedDatabase& kept) noexcept {
+STATUS OpenOrCreate(ScopedDatabase& kept) {
     constexpr WORD noNotes = 0;
     constexpr WORD noLimit = 0;
-    const STATUS status = OpenKept(kept);
+    // The server would tell its log of a database that is not there.
+    const STATUS status = os::IsFile(KeptFile()) ? OpenKept(kept) : STATUS{ERR_NOEXIST};
     return (status & ERR_MASK) != ERR_NOEXIST
                ? status
                : kept.Open(NSFDbCreateAndCopy, databasePath, keptPath, noNotes, noLimit, DWORD{DBCOPY_REPLICA});
@@ -67,7 +68,7 @@ STATUS NoteCopies(DBHANDLE kept, NOTEID noteId, std::string_view copies) noexcep
     const std::string_view item = copiesItem;
     ScopedNote note;
     STATUS status = OpenNote(note, kept, noteId);
-    if (status == NOERROR) {
+    if (status == NOERROR && !LacksItem(note.Get(), copiesItem)) {
         status = ClearItems(note.Get(), copiesItem); // the first of two is what would be read
     }
     if (status == NOERROR) {
@@ -373,7 +374,7 @@ bool Stands(DBHANDLE database, DBHANDLE kept, const KeptNote& document) {
 } // namespace
 
 STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const TemplateNote& replacement,
-                  NOTEID& prepared) noexcept {
+                  NOTEID& prepared) {
     ScopedDatabase kept;
     prepared = 0;
     STATUS status = OpenOrCreate(kept);

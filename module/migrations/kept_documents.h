@@ -24,7 +24,7 @@ struct TemplateNote {
  * ID, else 0.
  */
 [[nodiscard]] STATUS KeepOnDisk(DBHANDLE database, NOTEID noteId, const UNID& unid, const TemplateNote& replacement,
-                                NOTEID& prepared) noexcept;
+                                NOTEID& prepared);
 
 /** Copies a prepared copy into the database, where it has the UNID that it was prepared with. */
 [[nodiscard]] STATUS CopyPrepared(NOTEID prepared, DBHANDLE database, NOTEID& newId) noexcept;
