@@ -91,7 +91,8 @@ constexpr Exception exceptions[] = {
     {Clause::catchesUp, "@(* keeps failing|everything fails*|the disk is full*|the run dies*)",
      "@(stamp kr@(msg|lists)|sign *)", "*/@(BuildNumber|$Signature|replication)", notRepeated},
     {Clause::catchesUp,
-     "NSF@(Item@(Info|Get*|Delete|CreateTextList|AppendTextList)|FormulaCompile|Note@(Copy|Delete|OpenByUNID|Update)|"
+     "NSF@(Item@(Info|Get*|Delete|Append|CreateTextList|AppendTextList)|FormulaCompile|Note@(Copy|Delete|OpenByUNID|"
+     "Update)|"
      "Db@(CopyNote|CreateAndCopy)) keeps failing",
      nullptr, "@(krconf.nsf/*/*|krency.nsf/*|*/replication)", notRepeated},
     {Clause::catchesUp, "NSFNote@(Sign|Close|Contract) keeps failing", nullptr, "*/@($Signature|replica*)",
