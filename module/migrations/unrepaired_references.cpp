@@ -83,7 +83,7 @@ bool WritePairs(const UnidPairs& pairs, const std::string& path) {
     }
     std::string text;
     for (const auto& [from, to] : pairs) {
-        text += from + ' ' + to + '\n';
+        text.append(from).append(" ").append(to).append("\n");
     }
     const bool written =
         std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() && os::FlushToDisk(file.get());
