@@ -47,11 +47,16 @@ bool IsChain(const Element& element) {
     return element.children.empty() || (element.children.size() == 1 && IsChain(element.children.front()));
 }
 
-/** Takes the attribute out of attributes that stand as XML. */
+/** Takes the attribute out of attributes that stand as XML: a blank, the name, and the value between "='" and "'". */
 void EraseAttribute(std::string& attributes, std::string_view name) {
-    const std::string start = " " + std::string(name) + "='";
-    if (const size_t at = attributes.find(start); at != std::string::npos) { // in no value, where "'" is a reference
-        attributes.erase(at, attributes.find('\'', at + start.size()) + 1 - at);
+    for (size_t at = 0; at < attributes.size();) {
+        const size_t equals = attributes.find('=', at);
+        const size_t end = attributes.find('\'', equals + 2) + 1; // in a value "'" is a reference
+        if (std::string_view(attributes).substr(at + 1, equals - at - 1) == name) {
+            attributes.erase(at, end - at);
+            return;
+        }
+        at = end;
     }
 }
 
