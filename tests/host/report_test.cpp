@@ -1,6 +1,7 @@
 // plan, verify and diff: what they find, what they exit with, and that they leave everything as it was.
 #include "host/krxpatch_fixture.h"
 
+#include <fstream>
 #include <functional>
 #include <set>
 
