@@ -16,7 +16,8 @@ struct ReportOptions {
 };
 
 /** Runs `work`, which fills the report, and prints it; with JSON also when `work` throws, with the failure as an error.
- *  Returns the report's exit code; as text, throws Failure for what went wrong, which the caller then reports. */
+ *  Returns the report's exit code; as text, throws Failure for what went wrong, which the caller then reports. A page
+ *  that cannot be written has no say in how a run ends: Failure tells it with the run's own exit code. */
 [[nodiscard]] ExitCode OutputReport(const std::string& command, const ReportOptions& options,
                                     const std::function<void(ChangeReport& report)>& work);
 
