@@ -3,7 +3,9 @@
 #include <iostream>
 
 #include "commands.h"
+#include "config_file.h"
 #include "embedded_notes.h"
+#include "patch_entries.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "temporary_folder.h"
@@ -51,12 +53,20 @@ void ExportToStream(const ExportOptions& options, std::ostream& out) {
     out << std::ifstream(dxl, std::ios::binary).rdbuf() << std::flush;
 }
 
+/** Two names in the wrong order are soon typed, and a database is gone. */
+void RequireNoDatabase(const fs::path& target) {
+    constexpr std::string_view beginning = "SQLite format 3";
+    std::string bytes(beginning.size(), '\0');
+    std::ifstream(target, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (bytes == beginning || IsDatabaseName(LowerCase(target.filename().string()))) {
+        throw Failure(notStarted, target.string() + ": is a database, which DXL does not take the place of, also not "
+                                                    "with --force: give the DXL another name");
+    }
+}
+
 /** What a name stands for that is there already. A link stays one, and a device, which can only be written to, stays
  *  what it is. */
 void ExportOver(const ExportOptions& options) {
-    if (std::error_code ignored; fs::equivalent(options.database, options.dxl, ignored)) {
-        throw Failure(notStarted, options.dxl.string() + ": the DXL would take the place of its own database");
-    }
     if (fs::is_regular_file(options.dxl)) {
         ExportToFile(options, fs::canonical(options.dxl));
         return;
@@ -77,6 +87,9 @@ ExitCode Export(const ExportOptions& options) {
         return succeeded;
     }
     RequirePlaceForFile(options.dxl);
+    if (fs::is_regular_file(options.dxl)) {
+        RequireNoDatabase(options.dxl);
+    }
     if (!fs::exists(fs::symlink_status(options.dxl))) {
         ExportToFile(options, options.dxl);
     } else if (options.force) {
