@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "end_state.h"
 #include "hold.h"
@@ -20,8 +21,7 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
         throw Failure(notStarted, facts.problem);
     }
     report.patchBuild = BuildText(*facts.patchBuild);
-    report.findings = ExamineEndState(server, facts);
-    if (const auto run = DeadRunOf(server)) {
+    if (const auto run = DeadRunOf(server)) { // the cause of all that follows
         report.findings.push_back({Level::failure,
                                    "server",
                                    {},
@@ -29,6 +29,7 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
                                    "a run died: " + *run,
                                    "`krxpatch restore` puts back what it has changed"});
     }
+    std::ranges::move(ExamineEndState(server, facts), std::back_inserter(report.findings));
     AddFailures(report, report.findings, "not-as-it-should-be");
 }
 
