@@ -14,6 +14,7 @@
 #include "hold.h"
 #include "patch_entries.h"
 #include "platform.h"
+#include "text_table.h"
 #include "times.h"
 
 namespace krxpatch {
@@ -183,23 +184,35 @@ std::vector<std::string> ContentsOf(const fs::path& copy) {
 
 /** Throws when a file of the copy is missing or is not as it was made: it would take the place of a good one in the
  *  product folder. */
-void RequireWhole(const fs::path& copy) {
-    const std::vector<std::string> there = ContentsOf(copy);
-    std::ifstream stream(ContentsFile(copy), std::ios::binary);
-    const auto refuse = [&](const fs::path& file) {
-        throw Failure(failed, (copy / file).string() + " is missing or damaged: the safety copy " +
-                                  copy.filename().string() +
-                                  " cannot be put back, and nothing was touched; `krxpatch "
-                                  "restore --discard --force` goes on with the product folder as it is");
-    };
+void RequireWhole(const ServerFolder& server, const RecoveryCopy& copy) {
+    const std::vector<std::string> there = ContentsOf(copy.Folder());
+    std::ifstream stream(ContentsFile(copy.Folder()), std::ios::binary);
+    std::vector<std::string> damaged;
+    size_t whole = 0;
     if (!stream) {
-        refuse("contents");
+        damaged.emplace_back("contents");
     }
     for (std::string line; std::getline(stream, line);) {
-        if (!std::ranges::binary_search(there, line + '\n')) {
-            refuse(line.substr(0, line.rfind('\t')));
+        if (std::ranges::binary_search(there, line + '\n')) {
+            ++whole;
+        } else {
+            damaged.push_back(line.substr(0, line.rfind('\t')));
         }
     }
+    if (damaged.empty()) {
+        return;
+    }
+    const std::string more = damaged.size() == 1 ? "" : " (and " + std::to_string(damaged.size() - 1) + " more)";
+    const std::string others = whole == 0 ? ""
+                                          : ". The other files of the copy, " + std::to_string(whole) +
+                                                ", are whole: " + copy.Folder().string();
+    throw Failure(failed, (copy.Folder() / damaged.front()).string() + more +
+                              " is missing or damaged: the safety copy " + copy.id +
+                              " cannot be put back, and nothing was touched. Put " + server.ProductFolder().string() +
+                              " back from your backup of it" + others +
+                              ". Only then, or to go on with the folder as "
+                              "it is: " +
+                              CommandOn(server.Path(), "restore", copy.ended ? "--discard" : "--discard --force"));
 }
 
 /** From "whole" to "there at all" and back, in one step that is on the disk when this returns. */
@@ -460,7 +473,7 @@ void RemoveHalfMarks(const fs::path& productFolder) {
 }
 
 void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
-    RequireWhole(copy.Folder());
+    RequireWhole(server, copy);
     RequireUnused(server.ProductFolder());
     const auto fail = [&](ExitCode exitCode, const std::string& what) {
         throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
