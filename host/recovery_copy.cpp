@@ -118,16 +118,30 @@ void CopyFolder(const fs::path& from, const fs::path& to) {
     }
 }
 
-/** Removes the files and folders that have no counterpart in a copy. */
-void RemoveAllBut(const fs::path& copy, const fs::path& folder) {
+/** The files below a path, which may be one itself. */
+std::vector<fs::path> FilesAt(const fs::directory_entry& place) {
+    std::vector<fs::path> files;
+    if (KindOf(place) == Kind::file) {
+        files.push_back(place.path());
+    } else if (KindOf(place) == Kind::folder) {
+        for (const fs::directory_entry& entry : EntriesOf(place.path())) {
+            std::ranges::move(FilesAt(entry), std::back_inserter(files));
+        }
+    }
+    return files;
+}
+
+/** Removes the files and folders that have no counterpart in a copy, and adds the files among them to a list. */
+void RemoveAllBut(const fs::path& copy, const fs::path& folder, std::vector<fs::path>& removed) {
     for (const fs::directory_entry& entry : EntriesOf(folder)) {
         const Kind kind = KindOf(entry);
         const fs::path counterpart = copy / entry.path().filename();
         const bool kept = fs::exists(counterpart) && KindOf(fs::directory_entry(counterpart)) == kind;
         if (!kept && kind != Kind::other) {
+            std::ranges::move(FilesAt(entry), std::back_inserter(removed));
             fs::remove_all(entry.path());
         } else if (kept && kind == Kind::folder) {
-            RemoveAllBut(counterpart, entry.path());
+            RemoveAllBut(counterpart, entry.path(), removed);
         }
     }
     platform::FlushToDisk(folder);
@@ -312,14 +326,15 @@ void DiscardIfPossible(const RecoveryCopy& copy) {
     }
 }
 
-/** Can be broken off and done again: the copy stays as it is. */
-void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
+/** Can be broken off and done again: the copy stays as it is. Returns the files that it has removed. */
+std::vector<fs::path> PutBackFiles(const ServerFolder& server, const fs::path& copy) {
     const fs::path folder = copy / server.ProductFolder().filename();
     if (!fs::exists(server.ProductFolder())) {
         fs::create_directory(server.ProductFolder(), folder);
     }
     // First what is too much: a journal of the dead run must not meet a database that it does not belong to.
-    RemoveAllBut(folder, server.ProductFolder());
+    std::vector<fs::path> removed;
+    RemoveAllBut(folder, server.ProductFolder(), removed);
     CopyFolder(folder, server.ProductFolder());
     fs::remove(WithSuffix(server.OfflineList(), ".new"));
     if (const fs::path offline = copy / server.OfflineList().filename(); fs::exists(offline)) {
@@ -328,6 +343,7 @@ void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
         fs::remove(server.OfflineList());
     }
     platform::FlushToDisk(server.Path());
+    return removed;
 }
 
 } // namespace
@@ -472,9 +488,10 @@ void RemoveHalfMarks(const fs::path& productFolder) {
     }
 }
 
-void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
+std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     RequireWhole(server, copy);
     RequireUnused(server.ProductFolder());
+    std::vector<fs::path> removed;
     const auto fail = [&](ExitCode exitCode, const std::string& what) {
         throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
                                     "; `krxpatch restore` can be called again, and the safety copy " + copy.id +
@@ -483,7 +500,7 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     try {
         const bool died = !copy.ended && fs::exists(NextEndedFile(copy.Folder())); // and is not half put back
         RemoveFile(EndedFile(copy.Folder()));
-        PutBackFiles(server, copy.Folder());
+        removed = PutBackFiles(server, copy.Folder());
         if (died) {
             AddDeadRunToHistory(server.Path(), copy.run);
         }
@@ -497,6 +514,7 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     } catch (const fs::filesystem_error& error) {
         fail(failed, CauseOf(error));
     }
+    return removed;
 }
 
 void Discard(const RecoveryCopy& copy) {

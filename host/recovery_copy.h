@@ -92,10 +92,10 @@ void DiscardOthers(const RecoveryCopy& copy);
 void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
- *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure, as held by another, when
- *  somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be
- *  done again then. */
-void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
+ *  removed). Returns the files that have no counterpart in the copy and were removed. The copy stays, and no run that
+ *  died is to be put back any more. Throws Failure, as held by another, when somebody has a database open. Throws
+ *  Failure when that cannot be done, or not wholly, or was interrupted: it can be done again then. */
+std::vector<std::filesystem::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy);
 
 /** Removes a copy. Throws Failure when that cannot be done. */
 void Discard(const RecoveryCopy& copy);

@@ -3,11 +3,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "change_report.h"
 #include "checks.h"
 #include "commands.h"
 #include "database_report.h"
 #include "history.h"
 #include "hold.h"
+#include "patch_entries.h"
 #include "path_checks.h"
 #include "recovery_copy.h"
 #include "server_folder.h"
@@ -91,10 +93,32 @@ void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>
     }
 }
 
-void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy) {
-    PutBack(server, copy);
-    std::cout << server.ProductFolder().string() << " is as it was before " << copy.run << ".\nThe safety copy "
-              << copy.id << " stays; `krxpatch restore --discard` removes it.\n";
+/** What may be missed first: what a run has put there comes behind. */
+std::vector<std::string> NamesOf(std::vector<std::filesystem::path> removed, const ServerFolder& server) {
+    std::ranges::stable_partition(removed, [](const std::filesystem::path& file) {
+        const std::string name = file.filename().string();
+        return name != policyFile && FindProduct(name) == nullptr;
+    });
+    std::vector<std::string> names;
+    for (const std::filesystem::path& file : removed) {
+        names.push_back(file.lexically_relative(server.ProductFolder()).generic_string());
+    }
+    return names;
+}
+
+void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy, Report& report) {
+    std::vector<std::string> names = NamesOf(PutBack(server, copy), server);
+    report["removed"] = names;
+    const std::string count = Counted(names.size(), "file");
+    constexpr size_t shown = 10;
+    if (names.size() > shown) {
+        names.resize(shown);
+        names.emplace_back("...");
+    }
+    std::cout << server.ProductFolder().string() << " is as it was before " << copy.run
+              << ".\nGone is all that was changed there since, and " << count << " that the copy does not have"
+              << (names.empty() ? "" : ": ") << Printable(Join(names)) << ".\nThe safety copy " << copy.id << " stays; "
+              << CommandOn(server.Path(), "restore", "--discard") << " removes it.\n";
 }
 
 } // namespace
@@ -113,7 +137,7 @@ ExitCode Restore(const RestoreOptions& options, Report& report) {
     report["id"] = copies.front().id;
     Chronicle chronicle(server.Path(), command);
     try {
-        options.discard ? DiscardAll(copies) : PutNewestBack(server, copies.front());
+        options.discard ? DiscardAll(copies) : PutNewestBack(server, copies.front(), report);
     } catch (const Failure& failure) {
         if (failure.Code() != notStarted) {
             chronicle.End(NameOf(failure.Code()), failure.what());

@@ -207,7 +207,7 @@ void Upgrade::PutBackDeadRun() {
     out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
     chronicle_.emplace(server.Path(), "run");
     isTouched_ = true;
-    PutBack(server, *copy);
+    (void)PutBack(server, *copy); // what is removed is of the run that died: nobody has written since
     copy_ = *copy;
 }
 
