@@ -28,7 +28,7 @@ void CheckOthers(const CheckSubject& subject, Findings& findings) {
     } else if (!subject.copiesProblem.empty()) {
         findings.Fail({}, 0, subject.copiesProblem, "run krxpatch as the user whom the databases belong to");
     } else if (const auto deadRun = UnendedOf(subject.copies)) {
-        findings.Warn(subject.server.ProductFolder(), 0, "a run died half-way: " + deadRun->run,
+        findings.Warn(subject.server.ProductFolder(), 0, DescribeDeath(deadRun->Dead()),
                       "nothing: the next run first puts back what it changed; `krxpatch restore` does only that");
     }
 }

@@ -23,7 +23,8 @@ void WriteFile(const std::filesystem::path& file, const Print& print, const std:
 }
 
 inline void WriteText(const std::filesystem::path& file, const std::string& text) {
-    WriteFile(file, [&](std::ostream& out) { out << text; }, file);
+    WriteFile(
+        file, [&](std::ostream& out) { out << text; }, file);
 }
 
 } // namespace krxpatch

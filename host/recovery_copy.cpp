@@ -40,6 +40,10 @@ fs::path NextEndedFile(const fs::path& copy) {
     return copy / "ended.next";
 }
 
+fs::path RestoringFile(const fs::path& copy) {
+    return copy / "restoring";
+}
+
 /** What the copy holds, to tell a whole one from one of which somebody has removed a part. */
 fs::path ContentsFile(const fs::path& copy) {
     return copy / "contents";
@@ -165,7 +169,7 @@ void WriteText(const fs::path& file, const std::string& text) {
 bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
     const fs::path& path = entry.path();
     return KindOf(entry) == Kind::file && path != RunFile(copy) && path != EndedFile(copy) &&
-           path != NextEndedFile(copy) && path != ContentsFile(copy);
+           path != NextEndedFile(copy) && path != RestoringFile(copy) && path != ContentsFile(copy);
 }
 
 /** Tells a file whose bytes have changed, by mishap and not by intent. */
@@ -326,6 +330,15 @@ void DiscardIfPossible(const RecoveryCopy& copy) {
     }
 }
 
+/** On a full disk nobody will know: a run counts as dead then. */
+void NoteRestoring(const RecoveryCopy& copy, const std::string& description) {
+    try {
+        WriteText(RestoringFile(copy.Folder()), description);
+    } catch (const fs::filesystem_error&) {
+        RemoveFile(RestoringFile(copy.Folder())); // of an earlier one
+    }
+}
+
 /** Can be broken off and done again: the copy stays as it is. Returns the files that it has removed. */
 std::vector<fs::path> PutBackFiles(const ServerFolder& server, const fs::path& copy) {
     const fs::path folder = copy / server.ProductFolder().filename();
@@ -356,6 +369,10 @@ fs::path RecoveryCopy::Folder() const {
     return PlaceOfCopies(productFolder) / id;
 }
 
+std::string DescribeDeath(const std::string& description) {
+    return (description.starts_with("krxpatch restore") ? "a restore died: " : "a run died: ") + description;
+}
+
 std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
     std::vector<RecoveryCopy> copies;
     const fs::path place = PlaceOfCopies(productFolder);
@@ -371,8 +388,8 @@ std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
             continue;
         }
         if (const auto run = ReadText(RunFile(entry.path()))) {
-            copies.push_back(
-                {entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path()))});
+            copies.push_back({entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path())),
+                              ReadText(RestoringFile(entry.path()))});
         }
     }
     std::ranges::sort(copies, std::ranges::greater(), &RecoveryCopy::id);
@@ -393,7 +410,7 @@ void RequireAtRest(const ServerFolder& server) {
         throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
     }
     if (const auto run = DeadRunOf(server)) {
-        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
+        throw Failure(notStarted, server.Path().string() + ": " + DescribeDeath(*run) +
                                       "; first `krxpatch restore` is to put back what it has changed");
     }
 }
@@ -405,7 +422,7 @@ std::optional<std::string> DeadRunOf(const ServerFolder& server) {
     }
     // A run that was going on holds the server until it has ended its copy.
     const auto still = UnendedCopyOf(server.ProductFolder());
-    return still && still->run == copy->run ? std::optional(copy->run) : std::nullopt;
+    return still && still->run == copy->run ? std::optional(copy->Dead()) : std::nullopt;
 }
 
 uintmax_t SizeOf(const fs::path& folder) {
@@ -440,7 +457,7 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
                 DiscardIfPossible(copy);
             }
         }
-        return {id, server.ProductFolder(), run, Ending(outcome::notBegun)};
+        return {id, server.ProductFolder(), run, Ending(outcome::notBegun), {}};
     } catch (const Failure& failure) {
         giveUp();
         throw Failure(failure.Code(), std::string(failure.what()) + " before anything was changed");
@@ -452,7 +469,7 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
 
 RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run) {
     WriteText(RunFile(copy.Folder()), run);
-    return {copy.id, copy.productFolder, run, Ending(outcome::putBack)};
+    return {copy.id, copy.productFolder, run, Ending(outcome::putBack), {}};
 }
 
 void MarkBegun(const RecoveryCopy& copy) {
@@ -488,7 +505,7 @@ void RemoveHalfMarks(const fs::path& productFolder) {
     }
 }
 
-std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
+std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy, const std::string& description) {
     RequireWhole(server, copy);
     RequireUnused(server.ProductFolder());
     std::vector<fs::path> removed;
@@ -499,11 +516,16 @@ std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& co
     };
     try {
         const bool died = !copy.ended && fs::exists(NextEndedFile(copy.Folder())); // and is not half put back
+        NoteRestoring(copy, description);
         RemoveFile(EndedFile(copy.Folder()));
         removed = PutBackFiles(server, copy.Folder());
         if (died) {
-            AddDeadRunToHistory(server.Path(), copy.run);
+            AddDeadToHistory(server.Path(), copy.run);
         }
+        if (!copy.ended && copy.restoring) {
+            AddDeadToHistory(server.Path(), *copy.restoring);
+        }
+        RemoveFile(RestoringFile(copy.Folder()));
         for (const RecoveryCopy& each : CopiesOf(server.ProductFolder())) {
             if (!each.ended) {
                 MarkEnded(each, outcome::putBack); // of whatever run, what it has changed is gone

@@ -25,7 +25,8 @@ void WriteHtml(const ChangeReport& report, const fs::path& file) {
     const fs::path place = PlaceOf(file);
     const TemporaryFolder folder(place);
     const fs::path made = folder.Path() / "page.html";
-    WriteFile(made, [&](std::ostream& out) { PrintHtml(out, report); }, place);
+    WriteFile(
+        made, [&](std::ostream& out) { PrintHtml(out, report); }, place);
     fs::rename(made, place);
 }
 

@@ -204,10 +204,11 @@ void Upgrade::PutBackDeadRun() {
         RequireNothingSince(server, *copy);
     }
     hold_.emplace(Hold(server.DataDirectory(), description_));
-    out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
+    out_ << "Before this run " << DescribeDeath(copy->Dead()) << ". What it changed is put back first.\n\n"
+         << std::flush;
     chronicle_.emplace(server.Path(), "run");
     isTouched_ = true;
-    (void)PutBack(server, *copy); // what is removed is of the run that died: nobody has written since
+    (void)PutBack(server, *copy, description_); // what is removed is of the run that died: nobody has written since
     copy_ = *copy;
 }
 

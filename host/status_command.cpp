@@ -54,7 +54,7 @@ Findings Examine(const ServerFolder& server) {
  *  the patch does not. */
 std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
     if (findings.deadRun) {
-        return server.Path().string() + ": a run died: " + *findings.deadRun +
+        return server.Path().string() + ": " + DescribeDeath(*findings.deadRun) +
                "; the next run, or `krxpatch restore`, puts back " + server.ProductFolder().string() +
                " as it was before";
     }

@@ -14,7 +14,7 @@ TemporaryFolder::TemporaryFolder(const std::filesystem::path& start) {
         path_ = start.parent_path() / start.filename().native().substr(0, longest);
         path_ += ".tmp-" + std::to_string(random());
     } while (!std::filesystem::create_directory(path_, error) && !error); // false: the name is taken
-    if (error) { // nobody has asked for that name
+    if (error) {                                                          // nobody has asked for that name
         throw std::filesystem::filesystem_error("create", start, error);
     }
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all);

@@ -22,12 +22,8 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     }
     report.patchBuild = BuildText(*facts.patchBuild);
     if (const auto run = DeadRunOf(server)) { // the cause of all that follows
-        report.findings.push_back({Level::failure,
-                                   "server",
-                                   {},
-                                   0,
-                                   "a run died: " + *run,
-                                   "`krxpatch restore` puts back what it has changed"});
+        report.findings.push_back(
+            {Level::failure, "server", {}, 0, DescribeDeath(*run), "`krxpatch restore` puts back what it has changed"});
     }
     std::ranges::move(ExamineEndState(server, facts), std::back_inserter(report.findings));
     AddFailures(report, report.findings, "not-as-it-should-be");
