@@ -68,6 +68,14 @@ void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, con
     }
 }
 
+void RefuseFor(ChangeReport& report, std::vector<Finding> findings, const std::string& code,
+               const std::string& further) {
+    report.findings = std::move(findings);
+    AddFailures(report, report.findings, code);
+    report.summary = Summary(report) + further;
+    throw Failure(notStarted, report.summary);
+}
+
 std::string Summary(const DatabaseChange& database) {
     if (!database.before.error.empty() || !database.after.error.empty()) {
         return "cannot be read: " + (database.before.error.empty() ? database.after.error : database.before.error);
@@ -103,6 +111,9 @@ std::string Summary(const DatabaseChange& database) {
 }
 
 std::string Summary(const ChangeReport& report) {
+    if (!report.summary.empty()) {
+        return report.summary;
+    }
     if (!report.errors.empty()) {
         const size_t more = report.errors.size() - 1;
         return report.errors.front().message + (more == 0 ? "" : " (and " + std::to_string(more) + " more)");

@@ -97,7 +97,9 @@ ExitCode OutputJson(const ReportOptions& options, const std::function<void(Chang
                     ChangeReport& report) {
     const auto fail = [&](ExitCode code, const std::string& message) {
         report.exitCode = code;
-        report.errors.insert(report.errors.begin(), {NameOf(code), message});
+        if (message != report.summary) { // which the errors tell one by one
+            report.errors.insert(report.errors.begin(), {NameOf(code), message});
+        }
     };
     std::string problem;
     try {

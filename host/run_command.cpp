@@ -179,13 +179,11 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
         if (!subject.isHeld) {
             RequireNotHeld(subject.server.DataDirectory()); // whoever came in between is the cause of all
         }
-        report_.findings = findings;
-        AddFailures(report_, findings, "would-fail");
-        throw Failure(notStarted,
-                      Summary(report_) + "; `krxpatch check` tells all" +
-                          (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
-                           : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
-                                                                  : ""));
+        RefuseFor(report_, std::move(findings), "would-fail",
+                  std::string("; `krxpatch check` tells all") +
+                      (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
+                       : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
+                                                              : ""));
     }
     const auto worst = std::ranges::find(findings, Level::failure, &Finding::level);
     overruled_ = worst == findings.end() ? "" : "--force went on though " + Describe(*worst) + ". ";
