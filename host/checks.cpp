@@ -44,25 +44,42 @@ namespace {
 
 constexpr auto allRows = {SettingsChecks, FolderChecks, PatchChecks, DatabaseChecks};
 
+void RunCheck(const CheckRow& row, const CheckSubject& subject, std::vector<Finding>& all) {
+    Findings findings;
+    row.check(subject, findings);
+    if (findings.All().empty()) {
+        findings.Ok("");
+    }
+    for (Finding finding : findings.All()) {
+        finding.subject = row.name;
+        all.push_back(std::move(finding));
+    }
+}
+
 } // namespace
 
 std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without) {
     std::vector<Finding> all;
     for (const auto rows : allRows) {
         for (const CheckRow& row : rows()) {
-            if ((row.traits & without) != 0) {
-                continue;
-            }
-            Findings findings;
-            row.check(subject, findings);
-            if (findings.All().empty()) {
-                findings.Ok("");
-            }
-            for (Finding finding : findings.All()) {
-                finding.subject = row.name;
-                all.push_back(std::move(finding));
+            if ((row.traits & without) == 0) {
+                RunCheck(row, subject, all);
             }
         }
+    }
+    return all;
+}
+
+std::vector<Finding> FindPatchFaults(const ServerFolder& server) {
+    const CheckSubject subject = Examine(server, false);
+    std::vector<Finding> all;
+    for (const CheckRow& row : PatchChecks()) {
+        RunCheck(row, subject, all);
+    }
+    std::erase_if(all, [](const Finding& finding) { return finding.level != Level::failure; });
+    if (all.empty()) {
+        all.push_back(
+            {Level::failure, "krxpatch.ini", {}, 0, subject.facts.problem, "use the one that came with the patch"});
     }
     return all;
 }

@@ -85,6 +85,9 @@ void FindLinks(const ServerFolder& server, Findings& findings);
  *  wrong has one that is ok. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without = 0);
 
+/** Why the patch's build is not known, as the checks tell it: with the line and what to do. Needs the session. */
+[[nodiscard]] std::vector<Finding> FindPatchFaults(const ServerFolder& server);
+
 /** Whether one of the failures stands whatever the administrator wants. */
 [[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);
 

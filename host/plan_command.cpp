@@ -44,10 +44,10 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     RequireAtRest(server);
     Original original{ViewOf(server), ReadPatchFacts(server), IdInUse(), nullptr};
-    if (!original.facts.patchBuild) {
-        throw Failure(notStarted, original.facts.problem);
-    }
     report.before = server.Path().string();
+    if (!original.facts.patchBuild) {
+        RefuseFor(report, FindPatchFaults(server), NameOf(notStarted));
+    }
     report.patchBuild = BuildText(*original.facts.patchBuild);
     const CheckSubject subject = Examine(server, false);
     if (CompareWithBuild(subject.databases, *original.facts.patchBuild).Reached()) {

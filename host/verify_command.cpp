@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
+#include "checks.h"
 #include "end_state.h"
 #include "hold.h"
 #include "recovery_copy.h"
@@ -17,14 +19,15 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     report.before = server.Path().string();
     RequireNotHeld(server.DataDirectory()); // half an upgrade is not to be judged
     const PatchFacts facts = ReadPatchFacts(server);
-    if (!facts.patchBuild) {
-        throw Failure(notStarted, facts.problem);
-    }
-    report.patchBuild = BuildText(*facts.patchBuild);
     if (const auto run = DeadRunOf(server)) { // the cause of all that follows
         report.findings.push_back(
             {Level::failure, "server", {}, 0, DescribeDeath(*run), "`krxpatch restore` puts back what it has changed"});
     }
+    if (!facts.patchBuild) {
+        std::ranges::move(FindPatchFaults(server), std::back_inserter(report.findings));
+        RefuseFor(report, std::exchange(report.findings, {}), NameOf(notStarted));
+    }
+    report.patchBuild = BuildText(*facts.patchBuild);
     std::ranges::move(ExamineEndState(server, facts), std::back_inserter(report.findings));
     AddFailures(report, report.findings, "not-as-it-should-be");
 }
