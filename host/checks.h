@@ -62,7 +62,7 @@ enum CheckTrait : unsigned {
     ofFolder =
         1, // it judges what stands in the product folder: after a run that died an upgrade begins with other things
     ofMoment = 2, // it judges what may be otherwise when the upgrade comes: who is at work, and with which rights
-    final = 4,    // --force does not overrule it: somebody else's data is at stake
+    final = 4,    // --force does not overrule it: somebody else's data is at stake, or it has no power over it
 };
 
 struct CheckRow {

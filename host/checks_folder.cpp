@@ -86,6 +86,9 @@ void CheckWritable(const CheckSubject& subject, Findings& findings) {
             require(path);
         }
     }
+    if (const fs::path hold = HoldFile(subject.server.DataDirectory()); fs::is_directory(hold)) {
+        findings.Fail(hold, 0, "is a folder, where krxpatch puts a file while it is at work", "remove it");
+    }
     for (const fs::directory_entry& entry : EntriesBelow(subject.server.ProductFolder())) {
         if (std::error_code ignored; entry.is_directory(ignored)) {
             if (const std::string why = platform::WhyUnreadable(entry.path()); !why.empty()) {
@@ -138,7 +141,7 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
 constexpr CheckRow rows[] = {
     {"others at work", CheckOthers, ofMoment | final},
     {"links", CheckLinks, final},
-    {"rights", CheckWritable, ofMoment},
+    {"rights", CheckWritable, ofMoment | final},
     {"room on the disk", CheckRoom, ofMoment},
 };
 
