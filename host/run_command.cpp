@@ -219,6 +219,7 @@ bool Upgrade::IsAnythingToDo() {
     if (!facts_.patchBuild) {
         throw Failure(notStarted, facts_.problem);
     }
+    report_.patchBuild = BuildText(*facts_.patchBuild);
     if (!chronicle_) {
         chronicle_.emplace(server.Path(), "run");
     }
@@ -390,7 +391,7 @@ ExitCode Run(const RunOptions& options) {
     platform::NoteInterrupts();
     std::string builds;
     const ExitCode exitCode = OutputReport("run", options.output, [&](ChangeReport& report) {
-        report.before = options.server.string();
+        report.before = std::filesystem::absolute(options.server).lexically_normal().string();
         const UpgradeModule module(options.module);
         Upgrade(options, module, report).Run();
         builds = report.builds;
