@@ -23,7 +23,9 @@ void CheckReadable(const CheckSubject& subject, Findings& findings) {
             findings.Fail(file, 0, "missing: it would be upgraded by no later run either",
                           "put the database back from the backup");
         } else if (report.offline) {
-            findings.Fail(file, 0, "offline: the upgrade could not open it", "bring it online first");
+            findings.Fail(file, 0, "offline: the upgrade could not open it",
+                          "bring it online first: its line in " + subject.server.OfflineList().string() +
+                              " keeps it offline");
         } else {
             findings.Fail(file, 0, report.error, "put the database back from the backup, or let this user read it");
         }
