@@ -91,8 +91,14 @@ void FindLinks(const ServerFolder& server, Findings& findings);
 /** Whether one of the failures stands whatever the administrator wants. */
 [[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);
 
-/** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends
- *  the process's session. */
-[[nodiscard]] std::vector<Finding> CheckFolder(const std::filesystem::path& folder);
+struct FolderCheck {
+    std::vector<Finding> findings;
+    std::string patchBuild;            // empty when it is not known
+    std::optional<std::string> holder; // who is changing the server now
+};
+
+/** The checks of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends
+ *  the process's session. Throws Failure, as not started, when there is no notes.ini. */
+[[nodiscard]] FolderCheck CheckFolder(const std::filesystem::path& folder);
 
 } // namespace krxpatch

@@ -61,7 +61,7 @@ void LayOut(const std::filesystem::path& samples, const std::filesystem::path& t
 
 /** What `run` would refuse. The folder stays, for what is missing to be added. */
 void RequireUpgradable(const std::filesystem::path& folder, bool colour) {
-    std::vector<Finding> findings = CheckFolder(folder);
+    std::vector<Finding> findings = CheckFolder(folder).findings;
     KeepProblems(findings);
     std::cout << FormatFindings(findings, colour);
     if (AnyFails(findings)) {
