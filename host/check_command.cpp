@@ -22,7 +22,7 @@ void CheckAll(const std::filesystem::path& folder, ChangeReport& report) {
 } // namespace
 
 ExitCode CheckServer(const CheckOptions& options) {
-    return OutputReport("check", options.output, [&](ChangeReport& report) { CheckAll(options.server, report); });
+    return OutputReading("check", options.output, [&](ChangeReport& report) { CheckAll(options.server, report); });
 }
 
 } // namespace krxpatch

@@ -41,8 +41,8 @@ void Compare(const fs::path& before, const fs::path& after, ChangeReport& report
 } // namespace
 
 ExitCode Diff(const DiffOptions& options) {
-    return OutputReport("diff", options.output,
-                        [&](ChangeReport& report) { Compare(options.before, options.after, report); });
+    return OutputReading("diff", options.output,
+                         [&](ChangeReport& report) { Compare(options.before, options.after, report); });
 }
 
 } // namespace krxpatch

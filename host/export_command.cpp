@@ -1,10 +1,14 @@
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "commands.h"
 #include "config_file.h"
 #include "embedded_notes.h"
+#include "json_report.h"
 #include "patch_entries.h"
 #include "path_checks.h"
 #include "platform.h"
@@ -15,6 +19,17 @@ namespace krxpatch {
 namespace {
 
 namespace fs = std::filesystem;
+
+/** The report goes past standard output as a stream: a command that prints none itself has that silenced. */
+[[noreturn]] void EndInterrupted(bool json) {
+    const std::string text = "interrupted; nothing is exported";
+    if (json) {
+        std::puts(HeadOf("export", interrupted, {{NameOf(interrupted), text}}).dump(2).c_str());
+        (void)std::fflush(stdout); // the process ends in any case
+    }
+    std::cerr << "krxpatch: " << text << std::endl;
+    std::_Exit(interrupted);
+}
 
 /** Makes the file in a folder that goes away when the command is interrupted. */
 void ExportToFolder(const ExportOptions& options, const fs::path& folder, const fs::path& dxl) {
@@ -32,8 +47,7 @@ void ExportToFolder(const ExportOptions& options, const fs::path& folder, const 
             if (platform::IsInterrupted()) {
                 std::error_code ignored; // the process ends in any case
                 fs::remove_all(folder, ignored);
-                std::cerr << "krxpatch: interrupted; nothing is exported" << std::endl;
-                std::_Exit(interrupted);
+                EndInterrupted(options.json);
             }
         });
 }

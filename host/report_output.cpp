@@ -1,5 +1,6 @@
 #include "report_output.h"
 
+#include <cstdlib>
 #include <iostream>
 
 #include "file_text.h"
@@ -7,8 +8,10 @@
 #include "html_report.h"
 #include "json_report.h"
 #include "path_checks.h"
+#include "platform.h"
 #include "temporary_folder.h"
 #include "text_report.h"
+#include "watched_work.h"
 
 namespace krxpatch {
 namespace {
@@ -129,6 +132,33 @@ ExitCode OutputReport(const std::string& command, const ReportOptions& options,
     ChangeReport report;
     report.command = command;
     return options.json ? OutputJson(options, work, report) : OutputText(options, work, report);
+}
+
+ExitCode OutputReading(const std::string& command, const ReportOptions& options,
+                       const std::function<void(ChangeReport& report)>& work) {
+    platform::NoteInterrupts();
+    return OutputReport(command, options, [&](ChangeReport& report) {
+        DoWatched([&] { work(report); },
+                  [&] {
+                      if (platform::IsInterrupted()) {
+                          EndInterrupted(command, options);
+                      }
+                  });
+    });
+}
+
+void EndInterrupted(const std::string& command, const ReportOptions& options) {
+    ChangeReport report;
+    report.command = command;
+    report.exitCode = interrupted;
+    report.errors = {{NameOf(interrupted), "interrupted; nothing was changed"}};
+    if (options.json) {
+        PrintJson(std::cout, report);
+        std::cout << std::flush;
+    } else {
+        std::cerr << "krxpatch: " << Summary(report) << std::endl;
+    }
+    std::_Exit(interrupted);
 }
 
 } // namespace krxpatch

@@ -21,4 +21,12 @@ struct ReportOptions {
 [[nodiscard]] ExitCode OutputReport(const std::string& command, const ReportOptions& options,
                                     const std::function<void(ChangeReport& report)>& work);
 
+/** The same of work that only reads: in a thread of its own, and when somebody asks this process to end meanwhile, it
+ *  ends at once. */
+[[nodiscard]] ExitCode OutputReading(const std::string& command, const ReportOptions& options,
+                                     const std::function<void(ChangeReport& report)>& work);
+
+/** Ends the process as an interrupted one that has changed nothing, with a report that tells so where JSON is wanted. */
+[[noreturn]] void EndInterrupted(const std::string& command, const ReportOptions& options);
+
 } // namespace krxpatch

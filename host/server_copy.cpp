@@ -43,7 +43,7 @@ void CopyFiles(const fs::path& from, const fs::path& to) {
     fs::create_directories(to);
     for (const auto& entry : fs::directory_iterator(from)) {
         if (platform::IsInterrupted()) {
-            throw Failure(interrupted, "interrupted; nothing of the server was changed");
+            throw Failure(interrupted, "interrupted; nothing was changed");
         }
         const fs::path copy = to / entry.path().filename();
         if (entry.is_directory() && !entry.is_symlink()) {

@@ -35,7 +35,7 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
 } // namespace
 
 ExitCode Verify(const VerifyOptions& options) {
-    return OutputReport("verify", options.output, [&](ChangeReport& report) { VerifyServer(options, report); });
+    return OutputReading("verify", options.output, [&](ChangeReport& report) { VerifyServer(options, report); });
 }
 
 } // namespace krxpatch
