@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "config_file.h"
 #include "embedded_notes.h"
+#include "file_text.h"
 #include "json_report.h"
 #include "patch_entries.h"
 #include "path_checks.h"
@@ -85,11 +86,8 @@ void ExportOver(const ExportOptions& options) {
         ExportToFile(options, fs::canonical(options.dxl));
         return;
     }
-    std::ofstream device(options.dxl, std::ios::binary);
-    ExportToStream(options, device);
-    if (!device) {
-        throw Failure(failed, options.dxl.string() + ": cannot be written");
-    }
+    WriteFile(
+        options.dxl, [&](std::ostream& device) { ExportToStream(options, device); }, options.dxl);
 }
 
 } // namespace

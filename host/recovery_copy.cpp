@@ -1,7 +1,6 @@
 #include "recovery_copy.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -10,6 +9,7 @@
 
 #include "database_report.h"
 #include "failure.h"
+#include "file_text.h"
 #include "history.h"
 #include "hold.h"
 #include "patch_entries.h"
@@ -151,15 +151,9 @@ void RemoveAllBut(const fs::path& copy, const fs::path& folder, std::vector<fs::
     platform::FlushToDisk(folder);
 }
 
-void WriteText(const fs::path& file, const std::string& text) {
+void WriteFlushed(const fs::path& file, const std::string& text) {
     PutIntoPlace(file, [&](const fs::path& made) {
-        errno = EIO; // unless the system tells another cause
-        std::ofstream stream(made, std::ios::binary | std::ios::trunc);
-        stream << text << std::flush;
-        if (!stream) {
-            throw fs::filesystem_error("write", made, {errno, std::generic_category()});
-        }
-        stream.close();
+        WriteText(made, text);
         platform::TakeOwner(made, file.parent_path());
         platform::FlushToDisk(made);
     });
@@ -317,9 +311,9 @@ void Fill(const fs::path& made, const ServerFolder& server, const std::string& r
     for (const std::string& line : ContentsOf(made)) {
         contents += line;
     }
-    WriteText(ContentsFile(made), contents);
-    WriteText(EndedFile(made), Ending(outcome::notBegun));
-    WriteText(RunFile(made), run);
+    WriteFlushed(ContentsFile(made), contents);
+    WriteFlushed(EndedFile(made), Ending(outcome::notBegun));
+    WriteFlushed(RunFile(made), run);
 }
 
 void DiscardIfPossible(const RecoveryCopy& copy) {
@@ -333,7 +327,7 @@ void DiscardIfPossible(const RecoveryCopy& copy) {
 /** On a full disk nobody will know: a run counts as dead then. */
 void NoteRestoring(const RecoveryCopy& copy, const std::string& description) {
     try {
-        WriteText(RestoringFile(copy.Folder()), description);
+        WriteFlushed(RestoringFile(copy.Folder()), description);
     } catch (const fs::filesystem_error&) {
         RemoveFile(RestoringFile(copy.Folder())); // of an earlier one
     }
@@ -468,18 +462,18 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
 }
 
 RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run) {
-    WriteText(RunFile(copy.Folder()), run);
+    WriteFlushed(RunFile(copy.Folder()), run);
     return {copy.id, copy.productFolder, run, Ending(outcome::putBack), {}};
 }
 
 void MarkBegun(const RecoveryCopy& copy) {
-    WriteText(NextEndedFile(copy.Folder()), Ending(outcome::bad));
+    WriteFlushed(NextEndedFile(copy.Folder()), Ending(outcome::bad));
     RemoveFile(EndedFile(copy.Folder()));
 }
 
 void MarkEnded(const RecoveryCopy& copy, const char* how) {
     try {
-        WriteText(EndedFile(copy.Folder()), Ending(how));
+        WriteFlushed(EndedFile(copy.Folder()), Ending(how));
         RemoveFile(NextEndedFile(copy.Folder()));
     } catch (const fs::filesystem_error&) {
         if (fs::exists(NextEndedFile(copy.Folder()))) {                     // else an earlier mark stands

@@ -7,9 +7,11 @@
 #include "commands.h"
 #include "common/ascii_text.h"
 #include "dxl_file.h"
+#include "file_text.h"
 #include "folder_walk.h"
 #include "new_folder.h"
 #include "path_checks.h"
+#include "platform.h"
 #include "server_settings.h"
 #include "text_table.h"
 
@@ -21,11 +23,10 @@ void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::pa
                   const std::filesystem::path& server) {
     std::ostringstream text;
     text << std::ifstream(sample, std::ios::binary).rdbuf();
-    std::ofstream stream(target, std::ios::binary);
-    stream << WithFolders(text.str(), server) << std::flush;
-    if (!text || !stream) {
-        throw Failure(failed, (text ? target : sample).string() + ": cannot be copied");
+    if (!text) {
+        throw Failure(failed, sample.string() + ": cannot be read");
     }
+    WriteText(target, WithFolders(text.str(), server));
 }
 
 bool IsDxl(const std::filesystem::path& file) {
@@ -43,7 +44,7 @@ void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path
     } else if (sample.filename() == "notes.ini") {
         WriteIniFile(sample, folder / sample.filename(), server);
     } else {
-        std::filesystem::copy_file(sample, folder / sample.filename());
+        platform::CopyFile(sample, folder / sample.filename());
     }
 }
 
