@@ -59,8 +59,8 @@ size_t DatabaseChange::CountLost() const {
 void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, const std::string& code) {
     for (const Finding& finding : findings) {
         if (finding.level == Level::failure) {
-            report.errors.push_back({code, (finding.file.empty() ? finding.subject + ": " : "") + Describe(finding) +
-                                               (finding.remedy.empty() ? "" : ". " + finding.remedy)});
+            report.errors.push_back(
+                {code, (finding.file.empty() ? finding.subject + ": " : "") + DescribeWithRemedy(finding)});
         }
     }
     if (!report.errors.empty()) {

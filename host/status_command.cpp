@@ -55,13 +55,13 @@ ServerFacts LookAt(const ServerFolder& server) {
  *  the patch does not. */
 std::string ProblemOf(const ServerFolder& server, const ServerFacts& findings) {
     if (findings.deadRun) {
-        return server.Path().string() + ": " + DescribeDeath(*findings.deadRun) +
-               "; the next run, or `krxpatch restore`, puts back " + server.ProductFolder().string() +
+        return server.Path().string() + ": " + DescribeDeath(*findings.deadRun) + "; the next run, or " +
+               CommandOn(server.Path(), "restore") + ", puts back " + server.ProductFolder().string() +
                " as it was before";
     }
     if (!findings.facts.problem.empty()) {
         const Finding fault = FindPatchFaults(server).front();
-        return Describe(fault) + ". " + fault.remedy;
+        return DescribeWithRemedy(fault);
     }
     if (!findings.facts.undelivered.empty()) {
         return DescribeUndelivered(findings.facts);
