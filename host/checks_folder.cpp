@@ -29,7 +29,8 @@ void CheckOthers(const CheckSubject& subject, Findings& findings) {
         findings.Fail({}, 0, subject.copiesProblem, "run krxpatch as the user whom the databases belong to");
     } else if (const auto deadRun = UnendedOf(subject.copies)) {
         findings.Warn(subject.server.ProductFolder(), 0, DescribeDeath(deadRun->Dead()),
-                      "nothing: the next run first puts back what it changed; `krxpatch restore` does only that");
+                      "nothing: the next run first puts back what it changed; " +
+                          CommandOn(subject.server.Path(), "restore") + " does only that");
     }
 }
 
@@ -134,8 +135,9 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
     }
     const bool older = !subject.copies.empty() && copy != 0;
     findings.Fail(subject.server.ProductFolder(), 0, "too little room on the disk: " + text,
-                  std::string("make room") +
-                      (older ? "; `krxpatch restore --discard` removes the safety copy of an earlier run" : ""));
+                  std::string("make room") + (older ? "; " + CommandOn(subject.server.Path(), "restore", "--discard") +
+                                                          " removes the safety copy of an earlier run"
+                                                    : ""));
 }
 
 constexpr CheckRow rows[] = {

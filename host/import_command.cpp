@@ -11,6 +11,7 @@
 #include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -20,8 +21,8 @@ void RequireNoDeadRun(std::filesystem::path folder, const std::string& database)
     for (; folder.has_relative_path(); folder = folder.parent_path()) {
         if (const auto copy = UnendedCopyOf(folder)) {
             throw Failure(notStarted, database + ": would be lost, because " + DescribeDeath(copy->Dead()) +
-                                          ", and the next run puts back " + folder.string() +
-                                          ": do that first, with `krxpatch restore`");
+                                          ", and the next run puts back " + folder.string() + ": do that first, with " +
+                                          CommandOn(*ServerFolderAround(folder), "restore"));
         }
     }
 }

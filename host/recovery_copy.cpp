@@ -404,8 +404,8 @@ void RequireAtRest(const ServerFolder& server) {
         throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
     }
     if (const auto run = DeadRunOf(server)) {
-        throw Failure(notStarted, server.Path().string() + ": " + DescribeDeath(*run) +
-                                      "; first `krxpatch restore` is to put back what it has changed");
+        throw Failure(notStarted, server.Path().string() + ": " + DescribeDeath(*run) + "; first " +
+                                      CommandOn(server.Path(), "restore") + " is to put back what it has changed");
     }
 }
 
@@ -504,9 +504,9 @@ std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& co
     RequireUnused(server.ProductFolder());
     std::vector<fs::path> removed;
     const auto fail = [&](ExitCode exitCode, const std::string& what) {
-        throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
-                                    "; `krxpatch restore` can be called again, and the safety copy " + copy.id +
-                                    " is whole");
+        throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what + "; " +
+                                    CommandOn(server.Path(), "restore") + " can be called again, and the safety copy " +
+                                    copy.id + " is whole");
     };
     try {
         const bool died = !copy.ended && fs::exists(NextEndedFile(copy.Folder())); // and is not half put back

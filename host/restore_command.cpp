@@ -49,12 +49,12 @@ std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const Restore
     return copies;
 }
 
-void RequireEnded(const std::vector<RecoveryCopy>& copies) {
+void RequireEnded(const std::vector<RecoveryCopy>& copies, const std::filesystem::path& server) {
     const auto died = std::ranges::find_if(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
     if (died != copies.end()) {
         throw Failure(notStarted, "the safety copy " + died->id + " is needed (" + DescribeDeath(died->Dead()) +
-                                      "), and the product folder is half upgraded: put it back with `krxpatch "
-                                      "restore`, or discard it with --force");
+                                      "), and the product folder is half upgraded: put it back with " +
+                                      CommandOn(server, "restore") + ", or discard it with --force");
     }
 }
 
@@ -86,7 +86,7 @@ void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>
     if (!options.discard) {
         RequireNoLinks(server);
     } else if (!options.force) {
-        RequireEnded(copies);
+        RequireEnded(copies, server.Path());
     }
 }
 

@@ -150,7 +150,8 @@ void RequireNothingSince(const ServerFolder& server, const RecoveryCopy& copy) {
         if (entry.is_regular_file(ignored) && entry.last_write_time(ignored) > last + quiet) {
             throw Failure(notStarted, entry.path().string() +
                                           ": was written after the run that died. Putting back what that run changed "
-                                          "would lose it: `krxpatch restore` does so, and so does --force");
+                                          "would lose it: " +
+                                          CommandOn(server.Path(), "restore") + " does so, and so does --force");
         }
     }
 }
@@ -180,8 +181,9 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
             RequireNotHeld(subject.server.DataDirectory()); // whoever came in between is the cause of all
         }
         RefuseFor(report_, std::move(findings), "would-fail",
-                  std::string("; `krxpatch check` tells all") +
-                      (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
+                  "; " + CommandOn(subject.server.Path(), "check") + " tells all" +
+                      (afterDeadRun ? ", and " + CommandOn(subject.server.Path(), "restore") +
+                                          " puts back what the run that died changed"
                        : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
                                                               : ""));
     }
@@ -243,8 +245,8 @@ bool Upgrade::IsAnythingToDo() {
 void Upgrade::EndInterrupted() {
     const std::string text =
         "interrupted while the module was at work: the databases are half upgraded. The safety copy " + copy_->id +
-        " has them as they were: `krxpatch restore --server " +
-        Quoted(std::filesystem::absolute(options_.server).string()) + "` puts them back, and so does the next run";
+        " has them as they were: " + CommandOn(options_.server, "restore") +
+        " puts them back, and so does the next run";
     chronicle_->End(NameOf(interrupted), text);
     report_.exitCode = interrupted;
     report_.errors = {{NameOf(interrupted), text}};
@@ -282,8 +284,9 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
         // The findings tell what follows from that.
         report_.exitCode = failed;
         report_.errors = {{NameOf(failed), CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
-                                               DescribeBehind(state, *facts_.patchBuild) +
-                                               ". `krxpatch restore` puts back what was there before"}};
+                                               DescribeBehind(state, *facts_.patchBuild) + ". " +
+                                               CommandOn(server.Path(), "restore") +
+                                               " puts back what was there before"}};
     }
 }
 

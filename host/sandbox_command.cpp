@@ -67,7 +67,8 @@ void RequireUpgradable(const std::filesystem::path& folder, bool colour) {
     std::cout << FormatFindings(findings, colour);
     if (AnyFails(findings)) {
         const auto first = std::ranges::find(findings, Level::failure, &Finding::level);
-        throw Failure(failed, "an upgrade would fail: " + Describe(*first) + "; `krxpatch check` tells all");
+        throw Failure(failed,
+                      "an upgrade would fail: " + Describe(*first) + "; " + CommandOn(folder, "check") + " tells all");
     }
 }
 

@@ -10,6 +10,7 @@
 #include "recovery_copy.h"
 #include "report_output.h"
 #include "server_folder.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -20,8 +21,12 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     RequireNotHeld(server.DataDirectory()); // half an upgrade is not to be judged
     const PatchFacts facts = ReadPatchFacts(server);
     if (const auto run = DeadRunOf(server)) { // the cause of all that follows
-        report.findings.push_back(
-            {Level::failure, "server", {}, 0, DescribeDeath(*run), "`krxpatch restore` puts back what it has changed"});
+        report.findings.push_back({Level::failure,
+                                   "server",
+                                   {},
+                                   0,
+                                   DescribeDeath(*run),
+                                   CommandOn(server.Path(), "restore") + " puts back what it has changed"});
     }
     if (!facts.patchBuild) {
         std::ranges::move(FindPatchFaults(server), std::back_inserter(report.findings));
