@@ -22,6 +22,7 @@ fs::path PlaceForCopies(const fs::path& server) {
     if (error) {
         throw Failure(notStarted, "TMPDIR names no folder for temporary files: " + error.message());
     }
+    place = fs::absolute(place); // as the paths of a server have to be
     RequireOutside(place, server);
     return place;
 }
