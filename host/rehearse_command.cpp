@@ -55,18 +55,17 @@ void CopyFolder(const fs::path& from, const fs::path& to, Copied& copied) {
 }
 
 /** Before a disk is filled. */
-void RequireRoom(const std::vector<fs::path>& folders, const fs::path& place) {
+void RequireRoom(const std::vector<fs::path>& folders, const NewFolder& copy) {
     uintmax_t needed = 0;
     for (const fs::path& folder : folders) {
-        WalkFolder(folder, [&](const fs::directory_entry& entry, const fs::path& where) {
+        WalkFolder(folder, [&](const fs::directory_entry& entry, const fs::path& place) {
             needed += entry.is_directory() ? 0 : entry.file_size();
-            return !IsOfTheOriginal(where.filename());
+            return !IsOfTheOriginal(place.filename());
         });
     }
-    if (const uintmax_t available = fs::space(place).available; available < needed) {
-        throw Failure(notStarted, place.parent_path().parent_path().string() +
-                                      ": too little room on the disk: the copy needs " + Megabytes(needed) + ", and " +
-                                      Megabytes(available >> 20 << 20) + " are free");
+    if (const uintmax_t available = fs::space(copy.Content()).available; available < needed) {
+        throw Failure(notStarted, copy.Target().string() + ": too little room on the disk: the copy needs " +
+                                      Megabytes(needed) + ", and " + Megabytes(available >> 20 << 20) + " are free");
     }
 }
 
@@ -106,7 +105,7 @@ std::vector<std::string> CopyServer(const fs::path& folder, const NewFolder& cop
     const std::string ini = ReadText(server.IniFile());
     const std::pair<fs::path, const char*> folders[] = {{server.DataDirectory(), "data"},
                                                         {InstallFolderOf(server, ini), "install"}};
-    RequireRoom({server.DataDirectory(), InstallFolderOf(server, ini)}, copy.Content());
+    RequireRoom({server.DataDirectory(), InstallFolderOf(server, ini)}, copy);
     Copied copied;
     for (const auto& [from, to] : folders) {
         CopyFolder(from, copy.Content() / to, copied);
