@@ -81,10 +81,11 @@ ExitCode Sandbox(const SandboxOptions& options) {
     LayOut(options.from, made.Content(), made.Target());
     made.PutIntoPlace();
     std::cout << (options.sample ? "The sample server" : "The server") << " is in " << made.Target().string()
-              << "\nTo upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << std::endl;
+              << std::endl;
     if (!options.sample) {
         RequireUpgradable(made.Target(), options.colour);
     }
+    std::cout << "To upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << '\n';
     return succeeded;
 }
 
