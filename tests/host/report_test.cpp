@@ -320,6 +320,7 @@ TEST_F(ReportTest, EveryAnswerLeavesTheFolderAsItWas) {
         {"upgraded", nothing, {"verify", "--server", "none"}, 2, "not-started", "none: no such folder"},
         {"upgraded", nothing, {"diff", "server", "upgraded/data/krx"}, 0, nullptr, "equal"},
         {"upgraded", nothing, {"diff", "behind/data/krx", "server"}, 1, nullptr, "18 databases differ"},
+        {"upgraded", nothing, {"diff", "server/install", "server/data"}, 2, "not-started", "have no database"},
         {"upgraded", nothing, {"diff", "server", "none"}, 2, "not-started", "none: no such file"},
         {"upgraded", nothing, {"diff", "server", "server/notes.ini"}, 2, "not-started", "is a folder"},
         {"upgraded",
