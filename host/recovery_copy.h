@@ -56,8 +56,8 @@ struct RecoveryCopy {
 [[nodiscard]] std::optional<RecoveryCopy> UnendedOf(const std::vector<RecoveryCopy>& copies);
 [[nodiscard]] std::optional<RecoveryCopy> UnendedCopyOf(const std::filesystem::path& productFolder);
 
-/** The description of a run that died, or of a command that died while it put one back, and whose changes are to be put back; nothing when there is none. Writes nothing,
- *  and needs no hold. */
+/** The description of a run that died, or of a command that died while it put one back, and whose changes are to be put
+ *  back; nothing when there is none. Writes nothing, and needs no hold. */
 [[nodiscard]] std::optional<std::string> DeadRunOf(const ServerFolder& server);
 
 /** For what reads a server as a whole. Throws Failure: as held by another while a command changes it, and as not
@@ -99,9 +99,10 @@ void DiscardOthers(const RecoveryCopy& copy);
 void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
- *  removed). `description` tells of this command if it dies meanwhile. Returns the files that have no counterpart in the copy and were removed. The copy stays, and no run that
- *  died is to be put back any more. Throws Failure, as held by another, when somebody has a database open. Throws
- *  Failure when that cannot be done, or not wholly, or was interrupted: it can be done again then. */
+ *  removed). `description` tells of this command if it dies meanwhile. Returns the files that have no counterpart in
+ *  the copy and were removed. The copy stays, and no run that died is to be put back any more. Throws Failure, as held
+ *  by another, when somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was
+ *  interrupted: it can be done again then. */
 std::vector<std::filesystem::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy,
                                            const std::string& description);
 

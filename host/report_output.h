@@ -26,7 +26,7 @@ struct ReportOptions {
 [[nodiscard]] ExitCode OutputReading(const std::string& command, const ReportOptions& options,
                                      const std::function<void(ChangeReport& report)>& work);
 
-/** Ends the process as an interrupted one that has changed nothing, with a report that tells so where JSON is wanted. */
+/** Ends the process as an interrupted one that has changed nothing; where JSON is wanted, with a report of that. */
 [[noreturn]] void EndInterrupted(const std::string& command, const ReportOptions& options);
 
 } // namespace krxpatch
