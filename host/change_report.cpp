@@ -59,13 +59,21 @@ size_t DatabaseChange::CountLost() const {
 void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, const std::string& code) {
     for (const Finding& finding : findings) {
         if (finding.level == Level::failure) {
-            report.errors.push_back({code, (finding.file.empty() ? finding.subject + ": " : "") + Describe(finding) +
-                                               (finding.remedy.empty() ? "" : ". " + finding.remedy)});
+            report.errors.push_back(
+                {code, (finding.file.empty() ? finding.subject + ": " : "") + DescribeWithRemedy(finding)});
         }
     }
     if (!report.errors.empty()) {
         report.exitCode = failed;
     }
+}
+
+void RefuseFor(ChangeReport& report, std::vector<Finding> findings, const std::string& code,
+               const std::string& further) {
+    report.findings = std::move(findings);
+    AddFailures(report, report.findings, code);
+    report.summary = Summary(report) + further;
+    throw Failure(notStarted, report.summary);
 }
 
 std::string Summary(const DatabaseChange& database) {
@@ -103,6 +111,9 @@ std::string Summary(const DatabaseChange& database) {
 }
 
 std::string Summary(const ChangeReport& report) {
+    if (!report.summary.empty()) {
+        return report.summary;
+    }
     if (!report.errors.empty()) {
         const size_t more = report.errors.size() - 1;
         return report.errors.front().message + (more == 0 ? "" : " (and " + std::to_string(more) + " more)");

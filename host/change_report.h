@@ -116,10 +116,16 @@ struct ChangeReport {
     std::vector<FileChange> files;
     std::vector<ConsoleCommand> console;
     std::vector<Finding> findings;
+    std::string summary; // when it is not to be made of all this
 };
 
 /** Makes each of these findings that is a failure an error of this code; with any error the exit code is "failed". */
 void AddFailures(ChangeReport& report, const std::vector<Finding>& findings, const std::string& code);
+
+/** Ends a command that does not begin because of findings: they become errors of this code, and the first of them with
+ *  what is to be said further is the gist of it all. */
+[[noreturn]] void RefuseFor(ChangeReport& report, std::vector<Finding> findings, const std::string& code,
+                            const std::string& further = "");
 
 /** The gist in one sentence. */
 [[nodiscard]] std::string Summary(const ChangeReport& report);

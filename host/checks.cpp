@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "failure.h"
+#include "hold.h"
 #include "patch_entries.h"
+#include "path_checks.h"
 
 namespace krxpatch {
 
@@ -44,25 +46,42 @@ namespace {
 
 constexpr auto allRows = {SettingsChecks, FolderChecks, PatchChecks, DatabaseChecks};
 
+void RunCheck(const CheckRow& row, const CheckSubject& subject, std::vector<Finding>& all) {
+    Findings findings;
+    row.check(subject, findings);
+    if (findings.All().empty()) {
+        findings.Ok("");
+    }
+    for (Finding finding : findings.All()) {
+        finding.subject = row.name;
+        all.push_back(std::move(finding));
+    }
+}
+
 } // namespace
 
 std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without) {
     std::vector<Finding> all;
     for (const auto rows : allRows) {
         for (const CheckRow& row : rows()) {
-            if ((row.traits & without) != 0) {
-                continue;
-            }
-            Findings findings;
-            row.check(subject, findings);
-            if (findings.All().empty()) {
-                findings.Ok("");
-            }
-            for (Finding finding : findings.All()) {
-                finding.subject = row.name;
-                all.push_back(std::move(finding));
+            if ((row.traits & without) == 0) {
+                RunCheck(row, subject, all);
             }
         }
+    }
+    return all;
+}
+
+std::vector<Finding> FindPatchFaults(const ServerFolder& server) {
+    const CheckSubject subject = Examine(server, false);
+    std::vector<Finding> all;
+    for (const CheckRow& row : PatchChecks()) {
+        RunCheck(row, subject, all);
+    }
+    std::erase_if(all, [](const Finding& finding) { return finding.level != Level::failure; });
+    if (all.empty()) {
+        all.push_back(
+            {Level::failure, "krxpatch.ini", {}, 0, subject.facts.problem, "use the one that came with the patch"});
     }
     return all;
 }
@@ -77,19 +96,47 @@ bool AnyIsFinal(const std::vector<Finding>& findings) {
     });
 }
 
-std::vector<Finding> CheckFolder(const std::filesystem::path& folder) {
+namespace {
+
+/** What to do about a server folder without a session, by what the failure says. */
+constexpr struct {
+    const char* saying;
+    const char* remedy;
+} remedies[] = {
+    {": is UTF-16", "save the file as plain text (ANSI or UTF-8)"},
+    {"not NAME=VALUE", "correct that line, or remove it"},
+    {": no line Directory=", "add it, with the whole path of the server's data directory"},
+    {"EmbeddedBehaviour=", "correct the line EmbeddedBehaviour=, or remove it"},
+    {"no folder with the product's", "correct Directory= in notes.ini, or put the product's folder back"},
+    {": is no folder", "put the product's folder there"},
+    {"Directory=", "write in Directory= the whole path of this server's own data directory, which lies in its folder"},
+    {"data directory", "correct Directory= in notes.ini"},
+    {"cannot be read", "run krxpatch as a user who may read it"},
+};
+
+std::string RemedyOf(const std::string& failure) {
+    for (const auto& [saying, remedy] : remedies) {
+        if (failure.find(saying) != std::string::npos) {
+            return remedy;
+        }
+    }
+    return "mend that first";
+}
+
+} // namespace
+
+FolderCheck CheckFolder(const std::filesystem::path& folder) {
+    RequireFolder(folder, notStarted);
+    RequireFile(folder / "notes.ini");
     std::optional<ServerFolder> server;
     try {
         server.emplace(folder, ServerFolder::Access::readOnly);
     } catch (const Failure& failure) {
-        return {{Level::failure,
-                 "server folder",
-                 {},
-                 0,
-                 failure.what(),
-                 "name the folder of the server, in which notes.ini stands, as a user who may read all of it"}};
+        return {{{Level::failure, "server folder", {}, 0, failure.what(), RemedyOf(failure.what())}}, {}, {}};
     }
-    return RunChecks(Examine(*server, false));
+    const CheckSubject subject = Examine(*server, false);
+    return {RunChecks(subject), subject.facts.patchBuild ? BuildText(*subject.facts.patchBuild) : "",
+            HolderOf(server->DataDirectory())};
 }
 
 } // namespace krxpatch

@@ -62,7 +62,7 @@ enum CheckTrait : unsigned {
     ofFolder =
         1, // it judges what stands in the product folder: after a run that died an upgrade begins with other things
     ofMoment = 2, // it judges what may be otherwise when the upgrade comes: who is at work, and with which rights
-    final = 4,    // --force does not overrule it: somebody else's data is at stake
+    final = 4,    // --force does not overrule it: somebody else's data is at stake, or it has no power over it
 };
 
 struct CheckRow {
@@ -85,11 +85,20 @@ void FindLinks(const ServerFolder& server, Findings& findings);
  *  wrong has one that is ok. */
 [[nodiscard]] std::vector<Finding> RunChecks(const CheckSubject& subject, unsigned without = 0);
 
+/** Why the patch's build is not known, as the checks tell it: with the line and what to do. Needs the session. */
+[[nodiscard]] std::vector<Finding> FindPatchFaults(const ServerFolder& server);
+
 /** Whether one of the failures stands whatever the administrator wants. */
 [[nodiscard]] bool AnyIsFinal(const std::vector<Finding>& findings);
 
-/** The same of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends
- *  the process's session. */
-[[nodiscard]] std::vector<Finding> CheckFolder(const std::filesystem::path& folder);
+struct FolderCheck {
+    std::vector<Finding> findings;
+    std::string patchBuild;            // empty when it is not known
+    std::optional<std::string> holder; // who is changing the server now
+};
+
+/** The checks of a folder, also of one that no session can be begun on: that is a finding like others. Begins and ends
+ *  the process's session. Throws Failure, as not started, when there is no notes.ini. */
+[[nodiscard]] FolderCheck CheckFolder(const std::filesystem::path& folder);
 
 } // namespace krxpatch

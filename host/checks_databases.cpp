@@ -4,6 +4,7 @@
 #include "checks.h"
 #include "patch_entries.h"
 #include "platform.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -23,7 +24,9 @@ void CheckReadable(const CheckSubject& subject, Findings& findings) {
             findings.Fail(file, 0, "missing: it would be upgraded by no later run either",
                           "put the database back from the backup");
         } else if (report.offline) {
-            findings.Fail(file, 0, "offline: the upgrade could not open it", "bring it online first");
+            findings.Fail(file, 0, "offline: the upgrade could not open it",
+                          "bring it online first: its line in " + subject.server.OfflineList().string() +
+                              " keeps it offline");
         } else {
             findings.Fail(file, 0, report.error, "put the database back from the backup, or let this user read it");
         }
@@ -56,8 +59,8 @@ void CheckBuilds(const CheckSubject& subject, Findings& findings) {
         findings.Fail(subject.server.ProductFolder() / deciding, 0,
                       "carries the patch's build already, so the upgrade would do nothing, though " +
                           DescribeBehind(state, *build),
-                      "put the product folder back as it was before the earlier run (`krxpatch restore`, or the "
-                      "backup), and run again");
+                      "put the product folder back as it was before the earlier run (" +
+                          CommandOn(subject.server.Path(), "restore") + ", or the backup), and run again");
     } else {
         findings.Ok(state.Reached() ? "nothing to do: all carry " + DescribeBuilds(subject.databases)
                                     : std::to_string(state.behind.size()) + " of " + std::to_string(state.databases) +

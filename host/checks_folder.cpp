@@ -28,8 +28,9 @@ void CheckOthers(const CheckSubject& subject, Findings& findings) {
     } else if (!subject.copiesProblem.empty()) {
         findings.Fail({}, 0, subject.copiesProblem, "run krxpatch as the user whom the databases belong to");
     } else if (const auto deadRun = UnendedOf(subject.copies)) {
-        findings.Warn(subject.server.ProductFolder(), 0, "a run died half-way: " + deadRun->run,
-                      "nothing: the next run first puts back what it changed; `krxpatch restore` does only that");
+        findings.Warn(subject.server.ProductFolder(), 0, DescribeDeath(deadRun->Dead()),
+                      "nothing: the next run first puts back what it changed; " +
+                          CommandOn(subject.server.Path(), "restore") + " does only that");
     }
 }
 
@@ -86,6 +87,9 @@ void CheckWritable(const CheckSubject& subject, Findings& findings) {
             require(path);
         }
     }
+    if (const fs::path hold = HoldFile(subject.server.DataDirectory()); fs::is_directory(hold)) {
+        findings.Fail(hold, 0, "is a folder, where krxpatch puts a file while it is at work", "remove it");
+    }
     for (const fs::directory_entry& entry : EntriesBelow(subject.server.ProductFolder())) {
         if (std::error_code ignored; entry.is_directory(ignored)) {
             if (const std::string why = platform::WhyUnreadable(entry.path()); !why.empty()) {
@@ -131,14 +135,15 @@ void CheckRoom(const CheckSubject& subject, Findings& findings) {
     }
     const bool older = !subject.copies.empty() && copy != 0;
     findings.Fail(subject.server.ProductFolder(), 0, "too little room on the disk: " + text,
-                  std::string("make room") +
-                      (older ? "; `krxpatch restore --discard` removes the safety copy of an earlier run" : ""));
+                  std::string("make room") + (older ? "; " + CommandOn(subject.server.Path(), "restore", "--discard") +
+                                                          " removes the safety copy of an earlier run"
+                                                    : ""));
 }
 
 constexpr CheckRow rows[] = {
     {"others at work", CheckOthers, ofMoment | final},
     {"links", CheckLinks, final},
-    {"rights", CheckWritable, ofMoment},
+    {"rights", CheckWritable, ofMoment | final},
     {"room on the disk", CheckRoom, ofMoment},
 };
 

@@ -223,6 +223,11 @@ void CheckKinds(const CheckSubject& subject, Findings& findings) {
         if (database == nullptr || !delivered.error.empty()) {
             continue;
         }
+        if (database->designNotes == 0) {
+            findings.Fail(subject.server.ProductFolder() / database->name, 0, "is empty: it has no design",
+                          "put the database back from the backup");
+            continue;
+        }
         const fs::path file = subject.facts.programFolder / delivered.name;
         const std::string remedy = "put the right file there; it has the design of " + delivered.title;
         const bool named = !delivered.templateName.empty() && !database->inheritsFrom.empty();

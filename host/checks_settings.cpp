@@ -88,7 +88,10 @@ void CheckLog(const CheckSubject& subject, Findings& findings) {
     }
     std::error_code ignored; // what cannot be looked at is no folder
     if (!fs::is_directory(folder, ignored)) {
-        findings.Warn(folder, 0, "no such folder: the module's log, which is on, is lost", "make the folder");
+        findings.Warn(folder, 0,
+                      std::string(fs::exists(folder, ignored) ? "is no folder" : "no such folder") +
+                          ": the module's log, which is on, is lost",
+                      "make the folder");
     } else if (const std::string why = platform::WhyUnwritable(folder); !why.empty()) {
         findings.Warn(folder, 0, why + ": the module's log, which is on, is lost", "let this user write there");
     }

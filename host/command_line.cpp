@@ -239,6 +239,7 @@ private:
             if ((options->dxl.empty() || options->dxl == "-") && (look.json || look.quiet)) {
                 throw Failure(notStarted, "--json and --quiet go with FILE.dxl only: standard output gets the DXL");
             }
+            options->json = look.json;
             return Export(*options);
         });
     }

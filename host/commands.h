@@ -142,6 +142,7 @@ struct ExportOptions {
     std::filesystem::path dxl; // "-" or empty: standard output
     bool stable = false;       // only what two equal upgrades have in common
     bool force = false;        // replace an existing file
+    bool json = false;         // for an interrupt, which ends the process
 };
 
 /** Writes a database as DXL and leaves it as it is. A damaged database or an interrupt leaves no file. */

@@ -1,6 +1,9 @@
 #include "commands.h"
 
+#include <algorithm>
+
 #include "database_diff.h"
+#include "patch_entries.h"
 #include "path_checks.h"
 #include "report_output.h"
 #include "session_view.h"
@@ -21,6 +24,12 @@ void RequireThere(const fs::path& path) {
     }
 }
 
+bool HasDatabases(const fs::path& folder) {
+    return std::ranges::any_of(fs::directory_iterator(folder), [](const fs::directory_entry& entry) {
+        return IsDatabaseName(entry.path().filename().string());
+    });
+}
+
 void Compare(const fs::path& before, const fs::path& after, ChangeReport& report) {
     report.before = before.string();
     report.after = after.string();
@@ -31,7 +40,12 @@ void Compare(const fs::path& before, const fs::path& after, ChangeReport& report
                                       ": is a folder; a database is compared with a database, a folder with a folder");
     }
     if (fs::is_directory(before)) {
-        CompareFolders(FolderOf(before), FolderOf(after), report);
+        const DatabaseFolder first = FolderOf(before);
+        const DatabaseFolder second = FolderOf(after);
+        if (!HasDatabases(first.path) && !HasDatabases(second.path)) { // a wrong path passes for a good comparison
+            throw Failure(notStarted, first.path.string() + " and " + second.path.string() + ": have no database");
+        }
+        CompareFolders(first, second, report);
     } else {
         AddDatabase(CompareDatabases(after.filename().string(), before, after), report);
     }
@@ -41,8 +55,8 @@ void Compare(const fs::path& before, const fs::path& after, ChangeReport& report
 } // namespace
 
 ExitCode Diff(const DiffOptions& options) {
-    return OutputReport("diff", options.output,
-                        [&](ChangeReport& report) { Compare(options.before, options.after, report); });
+    return OutputReading("diff", options.output,
+                         [&](ChangeReport& report) { Compare(options.before, options.after, report); });
 }
 
 } // namespace krxpatch

@@ -1,9 +1,16 @@
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "commands.h"
+#include "config_file.h"
 #include "embedded_notes.h"
+#include "file_text.h"
+#include "json_report.h"
+#include "patch_entries.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "temporary_folder.h"
@@ -13,6 +20,17 @@ namespace krxpatch {
 namespace {
 
 namespace fs = std::filesystem;
+
+/** The report goes past standard output as a stream: a command that prints none itself has that silenced. */
+[[noreturn]] void EndInterrupted(bool json) {
+    const std::string text = "interrupted; nothing is exported";
+    if (json) {
+        std::puts(HeadOf("export", interrupted, {{NameOf(interrupted), text}}).dump(2).c_str());
+        (void)std::fflush(stdout); // the process ends in any case
+    }
+    std::cerr << "krxpatch: " << text << std::endl;
+    std::_Exit(interrupted);
+}
 
 /** Makes the file in a folder that goes away when the command is interrupted. */
 void ExportToFolder(const ExportOptions& options, const fs::path& folder, const fs::path& dxl) {
@@ -30,8 +48,7 @@ void ExportToFolder(const ExportOptions& options, const fs::path& folder, const 
             if (platform::IsInterrupted()) {
                 std::error_code ignored; // the process ends in any case
                 fs::remove_all(folder, ignored);
-                std::cerr << "krxpatch: interrupted; nothing is exported" << std::endl;
-                std::_Exit(interrupted);
+                EndInterrupted(options.json);
             }
         });
 }
@@ -51,21 +68,26 @@ void ExportToStream(const ExportOptions& options, std::ostream& out) {
     out << std::ifstream(dxl, std::ios::binary).rdbuf() << std::flush;
 }
 
+/** Two names in the wrong order are soon typed, and a database is gone. */
+void RequireNoDatabase(const fs::path& target) {
+    constexpr std::string_view beginning = "SQLite format 3";
+    std::string bytes(beginning.size(), '\0');
+    std::ifstream(target, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (bytes == beginning || IsDatabaseName(LowerCase(target.filename().string()))) {
+        throw Failure(notStarted, target.string() + ": is a database, which DXL does not take the place of, also not "
+                                                    "with --force: give the DXL another name");
+    }
+}
+
 /** What a name stands for that is there already. A link stays one, and a device, which can only be written to, stays
  *  what it is. */
 void ExportOver(const ExportOptions& options) {
-    if (std::error_code ignored; fs::equivalent(options.database, options.dxl, ignored)) {
-        throw Failure(notStarted, options.dxl.string() + ": the DXL would take the place of its own database");
-    }
     if (fs::is_regular_file(options.dxl)) {
         ExportToFile(options, fs::canonical(options.dxl));
         return;
     }
-    std::ofstream device(options.dxl, std::ios::binary);
-    ExportToStream(options, device);
-    if (!device) {
-        throw Failure(failed, options.dxl.string() + ": cannot be written");
-    }
+    WriteFile(
+        options.dxl, [&](std::ostream& device) { ExportToStream(options, device); }, options.dxl);
 }
 
 } // namespace
@@ -77,6 +99,9 @@ ExitCode Export(const ExportOptions& options) {
         return succeeded;
     }
     RequirePlaceForFile(options.dxl);
+    if (fs::is_regular_file(options.dxl)) {
+        RequireNoDatabase(options.dxl);
+    }
     if (!fs::exists(fs::symlink_status(options.dxl))) {
         ExportToFile(options, options.dxl);
     } else if (options.force) {

@@ -65,6 +65,14 @@ std::string Describe(const Finding& finding) {
     return place + (place.empty() ? "" : ": ") + finding.text;
 }
 
+std::string DescribeWithRemedy(const Finding& finding) {
+    std::string remedy = finding.remedy.empty() ? "" : ". " + finding.remedy;
+    if (constexpr size_t first = 2; remedy.size() > first && remedy[first] >= 'a' && remedy[first] <= 'z') {
+        remedy[first] = static_cast<char>(remedy[first] - 'a' + 'A');
+    }
+    return Describe(finding) + remedy;
+}
+
 std::string FormatFindings(const std::vector<Finding>& findings, bool colour) {
     std::string text;
     for (const Finding& finding : findings) {

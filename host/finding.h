@@ -27,6 +27,9 @@ struct Finding {
 /** In the form FILE:LINE: text, or the text alone. */
 [[nodiscard]] std::string Describe(const Finding& finding);
 
+/** The same with what to do as a sentence of its own. */
+[[nodiscard]] std::string DescribeWithRemedy(const Finding& finding);
+
 /** One line for each finding, with what to do below it. */
 [[nodiscard]] std::string FormatFindings(const std::vector<Finding>& findings, bool colour);
 

@@ -47,9 +47,10 @@ void AddToHistory(const std::filesystem::path& server, const HistoryRow& row) no
     }
 }
 
-void AddDeadRunToHistory(const std::filesystem::path& server, const std::string& description) noexcept {
+void AddDeadToHistory(const std::filesystem::path& server, const std::string& description) noexcept {
     HistoryRow row;
-    row.command = "run";
+    constexpr std::string_view program = "krxpatch ";
+    row.command = description.substr(program.size(), description.find(" by ") - program.size());
     std::tie(row.who, row.when) = WhoAndWhen(description);
     if (row.when.size() > isoDate.size()) { // "2026-11-23 03:10:07 UTC"
         row.when[isoDate.size()] = 'T';

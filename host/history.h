@@ -30,8 +30,8 @@ struct HistoryRow {
 /** Adds a row. A history that cannot be written is told on standard error and stops nobody. */
 void AddToHistory(const std::filesystem::path& server, const HistoryRow& row) noexcept;
 
-/** Adds the row of a run that died, and could not do so itself. `description` is what it told others. */
-void AddDeadRunToHistory(const std::filesystem::path& server, const std::string& description) noexcept;
+/** Adds the row of a command that died, and could not do so itself. `description` is what it told others. */
+void AddDeadToHistory(const std::filesystem::path& server, const std::string& description) noexcept;
 
 /** The rows as they stand in the file, one text of JSON each; the lines that are none are left out.
  *  Throws Failure, as not started, when there is a history that cannot be read. */

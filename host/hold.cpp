@@ -39,6 +39,9 @@ platform::HeldFile Hold(const std::filesystem::path& dataDirectory, const std::s
             return std::move(*held);
         }
     } catch (const std::filesystem::filesystem_error& error) {
+        if (!std::filesystem::exists(HoldFile(dataDirectory))) {
+            throw Failure(notStarted, dataDirectory.string() + ": cannot be written: " + error.code().message());
+        }
         throw Failure(notStarted, CauseOf(error) + "; when no krxpatch is at work, remove it");
     }
     RequireNotHeld(dataDirectory);

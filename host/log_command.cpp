@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "foundation/debug_log.h"
 #include "log_follower.h"
 #include "log_lines.h"
 #include "platform.h"
@@ -38,6 +39,25 @@ void Show(const std::vector<LoggedLine>& lines, const LogOptions& options, Repor
     std::cout.flush();
 }
 
+/** Nobody may take a log that was never written for one without errors. */
+std::string WhyEmpty(const ServerFolder& server, bool hasLines) {
+    const std::string folder = server.LogFolder().string();
+    std::error_code ignored; // what cannot be looked at is no folder
+    if (hasLines) {
+        return folder + ": no line of the module's log tells of a failure";
+    }
+    if (!std::filesystem::is_directory(server.LogFolder(), ignored)) {
+        return folder + ": no such folder, without which the module writes no log";
+    }
+    if (const std::string why = platform::WhyUnreadable(server.LogFolder()); !why.empty()) {
+        return folder + ": cannot be read: " + why;
+    }
+    if (!updkrx::IsDebugLogEnabled()) {
+        return server.IniFile().string() + ": the module's log is off; KRX_ENABLE_KRENCY_LOG=1 turns it on";
+    }
+    return folder + ": the module has written no log yet";
+}
+
 } // namespace
 
 ExitCode ShowLog(const LogOptions& options, Report& report) {
@@ -45,7 +65,11 @@ ExitCode ShowLog(const LogOptions& options, Report& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     Report& shown = report["lines"] = Report::array();
     LogFollower log(server.LogFolder(), LogFollower::From::beginning);
-    Show(log.TakeNewLines(), options, shown);
+    const std::vector<LoggedLine> lines = log.TakeNewLines();
+    Show(lines, options, shown);
+    if (shown.empty()) {
+        std::cerr << "krxpatch: " << WhyEmpty(server, !lines.empty()) << std::endl;
+    }
     while (options.follow && std::cout && !platform::IsInterrupted()) {
         std::this_thread::sleep_for(interval);
         Show(log.TakeNewLines(), options, shown);

@@ -1,7 +1,6 @@
 #include "commands.h"
 
 #include <chrono>
-#include <iostream>
 #include <memory>
 
 #include "checks.h"
@@ -44,10 +43,10 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
     RequireAtRest(server);
     Original original{ViewOf(server), ReadPatchFacts(server), IdInUse(), nullptr};
-    if (!original.facts.patchBuild) {
-        throw Failure(notStarted, original.facts.problem);
-    }
     report.before = server.Path().string();
+    if (!original.facts.patchBuild) {
+        RefuseFor(report, FindPatchFaults(server), NameOf(notStarted));
+    }
     report.patchBuild = BuildText(*original.facts.patchBuild);
     const CheckSubject subject = Examine(server, false);
     if (CompareWithBuild(subject.databases, *original.facts.patchBuild).Reached()) {
@@ -59,13 +58,6 @@ Original Look(const PlanOptions& options, ChangeReport& report) {
     return original;
 }
 
-/** What the module has under way cannot be stopped, so that the process ends as it is. */
-[[noreturn]] void EndInterrupted(const ServerCopy& copy) {
-    copy.Remove();
-    std::cerr << "krxpatch: interrupted; nothing of the server was changed" << std::endl;
-    std::_Exit(interrupted);
-}
-
 /** Runs the module on the copy, and returns the copy's databases. */
 DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, ChangeReport& report) {
     const ServerFolder server(copy.Path(), ServerFolder::Access::readWrite);
@@ -73,8 +65,9 @@ DatabaseFolder Upgrade(const PlanOptions& options, const ServerCopy& copy, Chang
     EmbClockSkipPauses();
     const auto start = std::chrono::steady_clock::now();
     module.Run([&] {
-        if (platform::IsInterrupted()) {
-            EndInterrupted(copy);
+        if (platform::IsInterrupted()) { // what the module has under way cannot be stopped
+            copy.Remove();
+            EndInterrupted("plan", options.output);
         }
     });
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -99,6 +92,9 @@ void MakePlan(const PlanOptions& options, ChangeReport& report) {
         for (ReportError& error : report.errors) {
             error.message = original.copy->AsOriginal(std::move(error.message));
         }
+    }
+    if (platform::IsInterrupted()) {
+        throw Failure(interrupted, "interrupted; nothing was changed");
     }
     AddFailures(report, report.findings, original.copy ? "would-fail" : "not-as-it-should-be");
     KeepProblems(report.findings);

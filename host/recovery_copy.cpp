@@ -1,7 +1,6 @@
 #include "recovery_copy.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -10,10 +9,12 @@
 
 #include "database_report.h"
 #include "failure.h"
+#include "file_text.h"
 #include "history.h"
 #include "hold.h"
 #include "patch_entries.h"
 #include "platform.h"
+#include "text_table.h"
 #include "times.h"
 
 namespace krxpatch {
@@ -37,6 +38,10 @@ fs::path EndedFile(const fs::path& copy) {
 
 fs::path NextEndedFile(const fs::path& copy) {
     return copy / "ended.next";
+}
+
+fs::path RestoringFile(const fs::path& copy) {
+    return copy / "restoring";
 }
 
 /** What the copy holds, to tell a whole one from one of which somebody has removed a part. */
@@ -117,30 +122,38 @@ void CopyFolder(const fs::path& from, const fs::path& to) {
     }
 }
 
-/** Removes the files and folders that have no counterpart in a copy. */
-void RemoveAllBut(const fs::path& copy, const fs::path& folder) {
+/** The files below a path, which may be one itself. */
+std::vector<fs::path> FilesAt(const fs::directory_entry& place) {
+    std::vector<fs::path> files;
+    if (KindOf(place) == Kind::file) {
+        files.push_back(place.path());
+    } else if (KindOf(place) == Kind::folder) {
+        for (const fs::directory_entry& entry : EntriesOf(place.path())) {
+            std::ranges::move(FilesAt(entry), std::back_inserter(files));
+        }
+    }
+    return files;
+}
+
+/** Removes the files and folders that have no counterpart in a copy, and adds the files among them to a list. */
+void RemoveAllBut(const fs::path& copy, const fs::path& folder, std::vector<fs::path>& removed) {
     for (const fs::directory_entry& entry : EntriesOf(folder)) {
         const Kind kind = KindOf(entry);
         const fs::path counterpart = copy / entry.path().filename();
         const bool kept = fs::exists(counterpart) && KindOf(fs::directory_entry(counterpart)) == kind;
         if (!kept && kind != Kind::other) {
+            std::ranges::move(FilesAt(entry), std::back_inserter(removed));
             fs::remove_all(entry.path());
         } else if (kept && kind == Kind::folder) {
-            RemoveAllBut(counterpart, entry.path());
+            RemoveAllBut(counterpart, entry.path(), removed);
         }
     }
     platform::FlushToDisk(folder);
 }
 
-void WriteText(const fs::path& file, const std::string& text) {
+void WriteFlushed(const fs::path& file, const std::string& text) {
     PutIntoPlace(file, [&](const fs::path& made) {
-        errno = EIO; // unless the system tells another cause
-        std::ofstream stream(made, std::ios::binary | std::ios::trunc);
-        stream << text << std::flush;
-        if (!stream) {
-            throw fs::filesystem_error("write", made, {errno, std::generic_category()});
-        }
-        stream.close();
+        WriteText(made, text);
         platform::TakeOwner(made, file.parent_path());
         platform::FlushToDisk(made);
     });
@@ -150,7 +163,7 @@ void WriteText(const fs::path& file, const std::string& text) {
 bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
     const fs::path& path = entry.path();
     return KindOf(entry) == Kind::file && path != RunFile(copy) && path != EndedFile(copy) &&
-           path != NextEndedFile(copy) && path != ContentsFile(copy);
+           path != NextEndedFile(copy) && path != RestoringFile(copy) && path != ContentsFile(copy);
 }
 
 /** Tells a file whose bytes have changed, by mishap and not by intent. */
@@ -183,23 +196,35 @@ std::vector<std::string> ContentsOf(const fs::path& copy) {
 
 /** Throws when a file of the copy is missing or is not as it was made: it would take the place of a good one in the
  *  product folder. */
-void RequireWhole(const fs::path& copy) {
-    const std::vector<std::string> there = ContentsOf(copy);
-    std::ifstream stream(ContentsFile(copy), std::ios::binary);
-    const auto refuse = [&](const fs::path& file) {
-        throw Failure(failed, (copy / file).string() + " is missing or damaged: the safety copy " +
-                                  copy.filename().string() +
-                                  " cannot be put back, and nothing was touched; `krxpatch "
-                                  "restore --discard --force` goes on with the product folder as it is");
-    };
+void RequireWhole(const ServerFolder& server, const RecoveryCopy& copy) {
+    const std::vector<std::string> there = ContentsOf(copy.Folder());
+    std::ifstream stream(ContentsFile(copy.Folder()), std::ios::binary);
+    std::vector<std::string> damaged;
+    size_t whole = 0;
     if (!stream) {
-        refuse("contents");
+        damaged.emplace_back("contents");
     }
     for (std::string line; std::getline(stream, line);) {
-        if (!std::ranges::binary_search(there, line + '\n')) {
-            refuse(line.substr(0, line.rfind('\t')));
+        if (std::ranges::binary_search(there, line + '\n')) {
+            ++whole;
+        } else {
+            damaged.push_back(line.substr(0, line.rfind('\t')));
         }
     }
+    if (damaged.empty()) {
+        return;
+    }
+    const std::string more = damaged.size() == 1 ? "" : " (and " + std::to_string(damaged.size() - 1) + " more)";
+    const std::string others = whole == 0 ? ""
+                                          : ". The other files of the copy, " + std::to_string(whole) +
+                                                ", are whole: " + copy.Folder().string();
+    throw Failure(failed, (copy.Folder() / damaged.front()).string() + more +
+                              " is missing or damaged: the safety copy " + copy.id +
+                              " cannot be put back, and nothing was touched. Put " + server.ProductFolder().string() +
+                              " back from your backup of it" + others +
+                              ". Only then, or to go on with the folder as "
+                              "it is: " +
+                              CommandOn(server.Path(), "restore", copy.ended ? "--discard" : "--discard --force"));
 }
 
 /** From "whole" to "there at all" and back, in one step that is on the disk when this returns. */
@@ -286,9 +311,9 @@ void Fill(const fs::path& made, const ServerFolder& server, const std::string& r
     for (const std::string& line : ContentsOf(made)) {
         contents += line;
     }
-    WriteText(ContentsFile(made), contents);
-    WriteText(EndedFile(made), Ending(outcome::notBegun));
-    WriteText(RunFile(made), run);
+    WriteFlushed(ContentsFile(made), contents);
+    WriteFlushed(EndedFile(made), Ending(outcome::notBegun));
+    WriteFlushed(RunFile(made), run);
 }
 
 void DiscardIfPossible(const RecoveryCopy& copy) {
@@ -299,14 +324,24 @@ void DiscardIfPossible(const RecoveryCopy& copy) {
     }
 }
 
-/** Can be broken off and done again: the copy stays as it is. */
-void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
+/** On a full disk nobody will know: a run counts as dead then. */
+void NoteRestoring(const RecoveryCopy& copy, const std::string& description) {
+    try {
+        WriteFlushed(RestoringFile(copy.Folder()), description);
+    } catch (const fs::filesystem_error&) {
+        RemoveFile(RestoringFile(copy.Folder())); // of an earlier one
+    }
+}
+
+/** Can be broken off and done again: the copy stays as it is. Returns the files that it has removed. */
+std::vector<fs::path> PutBackFiles(const ServerFolder& server, const fs::path& copy) {
     const fs::path folder = copy / server.ProductFolder().filename();
     if (!fs::exists(server.ProductFolder())) {
         fs::create_directory(server.ProductFolder(), folder);
     }
     // First what is too much: a journal of the dead run must not meet a database that it does not belong to.
-    RemoveAllBut(folder, server.ProductFolder());
+    std::vector<fs::path> removed;
+    RemoveAllBut(folder, server.ProductFolder(), removed);
     CopyFolder(folder, server.ProductFolder());
     fs::remove(WithSuffix(server.OfflineList(), ".new"));
     if (const fs::path offline = copy / server.OfflineList().filename(); fs::exists(offline)) {
@@ -315,6 +350,7 @@ void PutBackFiles(const ServerFolder& server, const fs::path& copy) {
         fs::remove(server.OfflineList());
     }
     platform::FlushToDisk(server.Path());
+    return removed;
 }
 
 } // namespace
@@ -325,6 +361,10 @@ fs::path PlaceOfCopies(const fs::path& productFolder) {
 
 fs::path RecoveryCopy::Folder() const {
     return PlaceOfCopies(productFolder) / id;
+}
+
+std::string DescribeDeath(const std::string& description) {
+    return (description.starts_with("krxpatch restore") ? "a restore died: " : "a run died: ") + description;
 }
 
 std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
@@ -342,8 +382,8 @@ std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
             continue;
         }
         if (const auto run = ReadText(RunFile(entry.path()))) {
-            copies.push_back(
-                {entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path()))});
+            copies.push_back({entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path())),
+                              ReadText(RestoringFile(entry.path()))});
         }
     }
     std::ranges::sort(copies, std::ranges::greater(), &RecoveryCopy::id);
@@ -364,8 +404,8 @@ void RequireAtRest(const ServerFolder& server) {
         throw Failure(heldByAnother, server.Path().string() + ": is being changed: " + *holder);
     }
     if (const auto run = DeadRunOf(server)) {
-        throw Failure(notStarted, server.Path().string() + ": a run died: " + *run +
-                                      "; first `krxpatch restore` is to put back what it has changed");
+        throw Failure(notStarted, server.Path().string() + ": " + DescribeDeath(*run) + "; first " +
+                                      CommandOn(server.Path(), "restore") + " is to put back what it has changed");
     }
 }
 
@@ -376,7 +416,7 @@ std::optional<std::string> DeadRunOf(const ServerFolder& server) {
     }
     // A run that was going on holds the server until it has ended its copy.
     const auto still = UnendedCopyOf(server.ProductFolder());
-    return still && still->run == copy->run ? std::optional(copy->run) : std::nullopt;
+    return still && still->run == copy->run ? std::optional(copy->Dead()) : std::nullopt;
 }
 
 uintmax_t SizeOf(const fs::path& folder) {
@@ -411,7 +451,7 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
                 DiscardIfPossible(copy);
             }
         }
-        return {id, server.ProductFolder(), run, Ending(outcome::notBegun)};
+        return {id, server.ProductFolder(), run, Ending(outcome::notBegun), {}};
     } catch (const Failure& failure) {
         giveUp();
         throw Failure(failure.Code(), std::string(failure.what()) + " before anything was changed");
@@ -422,18 +462,18 @@ RecoveryCopy MakeCopy(const ServerFolder& server, const std::string& run) {
 }
 
 RecoveryCopy Reuse(const RecoveryCopy& copy, const std::string& run) {
-    WriteText(RunFile(copy.Folder()), run);
-    return {copy.id, copy.productFolder, run, Ending(outcome::putBack)};
+    WriteFlushed(RunFile(copy.Folder()), run);
+    return {copy.id, copy.productFolder, run, Ending(outcome::putBack), {}};
 }
 
 void MarkBegun(const RecoveryCopy& copy) {
-    WriteText(NextEndedFile(copy.Folder()), Ending(outcome::bad));
+    WriteFlushed(NextEndedFile(copy.Folder()), Ending(outcome::bad));
     RemoveFile(EndedFile(copy.Folder()));
 }
 
 void MarkEnded(const RecoveryCopy& copy, const char* how) {
     try {
-        WriteText(EndedFile(copy.Folder()), Ending(how));
+        WriteFlushed(EndedFile(copy.Folder()), Ending(how));
         RemoveFile(NextEndedFile(copy.Folder()));
     } catch (const fs::filesystem_error&) {
         if (fs::exists(NextEndedFile(copy.Folder()))) {                     // else an earlier mark stands
@@ -459,21 +499,27 @@ void RemoveHalfMarks(const fs::path& productFolder) {
     }
 }
 
-void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
-    RequireWhole(copy.Folder());
+std::vector<fs::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy, const std::string& description) {
+    RequireWhole(server, copy);
     RequireUnused(server.ProductFolder());
+    std::vector<fs::path> removed;
     const auto fail = [&](ExitCode exitCode, const std::string& what) {
-        throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what +
-                                    "; `krxpatch restore` can be called again, and the safety copy " + copy.id +
-                                    " is whole");
+        throw Failure(exitCode, "what " + copy.run + " changed is not put back wholly: " + what + "; " +
+                                    CommandOn(server.Path(), "restore") + " can be called again, and the safety copy " +
+                                    copy.id + " is whole");
     };
     try {
         const bool died = !copy.ended && fs::exists(NextEndedFile(copy.Folder())); // and is not half put back
+        NoteRestoring(copy, description);
         RemoveFile(EndedFile(copy.Folder()));
-        PutBackFiles(server, copy.Folder());
+        removed = PutBackFiles(server, copy.Folder());
         if (died) {
-            AddDeadRunToHistory(server.Path(), copy.run);
+            AddDeadToHistory(server.Path(), copy.run);
         }
+        if (!copy.ended && copy.restoring) {
+            AddDeadToHistory(server.Path(), *copy.restoring);
+        }
+        RemoveFile(RestoringFile(copy.Folder()));
         for (const RecoveryCopy& each : CopiesOf(server.ProductFolder())) {
             if (!each.ended) {
                 MarkEnded(each, outcome::putBack); // of whatever run, what it has changed is gone
@@ -484,6 +530,7 @@ void PutBack(const ServerFolder& server, const RecoveryCopy& copy) {
     } catch (const fs::filesystem_error& error) {
         fail(failed, CauseOf(error));
     }
+    return removed;
 }
 
 void Discard(const RecoveryCopy& copy) {

@@ -7,6 +7,7 @@
 //       run                       the run that it was made for
 //       ended                     when that run ended, and how; missing while it goes on, and of a run that died
 //       ended.next                what "ended" becomes when the disk is full by then
+//       restoring                 the command that is putting it back; missing when none is
 //       contents                  its files, their sizes and digests: one that has lost or changed any is not put back
 //       krx/                      the product folder, with every file and folder in it
 //       offline.lst               which databases were offline, when any was
@@ -36,10 +37,16 @@ struct RecoveryCopy {
     std::filesystem::path productFolder;
     std::string run;                  // the description of the run that it was made for
     std::optional<std::string> ended; // when and how that run ended; unless somebody holds the server, it died without
+    std::optional<std::string> restoring; // the description of the command that is putting it back, or died over that
 
     /** Where the copy is. */
     [[nodiscard]] std::filesystem::path Folder() const;
+    /** The description of the command that died, of a copy whose run has not ended. */
+    [[nodiscard]] const std::string& Dead() const { return restoring ? *restoring : run; }
 };
+
+/** "a run died: ", or what else it was, and the description. */
+[[nodiscard]] std::string DescribeDeath(const std::string& description);
 
 /** The copies of a product folder, the newest first. Writes nothing, and needs no hold. Throws Failure, as not started,
  *  when they cannot be looked at or stand behind a link. */
@@ -49,8 +56,8 @@ struct RecoveryCopy {
 [[nodiscard]] std::optional<RecoveryCopy> UnendedOf(const std::vector<RecoveryCopy>& copies);
 [[nodiscard]] std::optional<RecoveryCopy> UnendedCopyOf(const std::filesystem::path& productFolder);
 
-/** The description of a run that died and whose changes are to be put back; nothing when there is none. Writes nothing,
- *  and needs no hold. */
+/** The description of a run that died, or of a command that died while it put one back, and whose changes are to be put
+ *  back; nothing when there is none. Writes nothing, and needs no hold. */
 [[nodiscard]] std::optional<std::string> DeadRunOf(const ServerFolder& server);
 
 /** For what reads a server as a whole. Throws Failure: as held by another while a command changes it, and as not
@@ -92,10 +99,12 @@ void DiscardOthers(const RecoveryCopy& copy);
 void RemoveHalfMarks(const std::filesystem::path& productFolder);
 
 /** Puts everything back as it was when the copy was made (contents, times, what was offline; what was not there is
- *  removed). The copy stays, and no run that died is to be put back any more. Throws Failure, as held by another, when
- *  somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was interrupted: it can be
- *  done again then. */
-void PutBack(const ServerFolder& server, const RecoveryCopy& copy);
+ *  removed). `description` tells of this command if it dies meanwhile. Returns the files that have no counterpart in
+ *  the copy and were removed. The copy stays, and no run that died is to be put back any more. Throws Failure, as held
+ *  by another, when somebody has a database open. Throws Failure when that cannot be done, or not wholly, or was
+ *  interrupted: it can be done again then. */
+std::vector<std::filesystem::path> PutBack(const ServerFolder& server, const RecoveryCopy& copy,
+                                           const std::string& description);
 
 /** Removes a copy. Throws Failure when that cannot be done. */
 void Discard(const RecoveryCopy& copy);

@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "embedded_notes.h"
+#include "file_text.h"
 #include "folder_walk.h"
 #include "foundation/notes_text.h"
 #include "new_folder.h"
@@ -32,7 +33,7 @@ bool IsOfTheOriginal(const fs::path& name) {
 using Copied = std::vector<std::pair<fs::path, fs::file_time_type>>;
 
 void CopyFile(const fs::directory_entry& from, const fs::path& to) {
-    fs::copy_file(from, to); // follows links, so that the copy is a file of its own
+    platform::CopyFile(from, to); // follows links, so that the copy is a file of its own
     fs::permissions(to, fs::perms::owner_write, fs::perm_options::add); // a rehearsal writes
     fs::last_write_time(to, from.last_write_time());
 }
@@ -51,6 +52,21 @@ void CopyFolder(const fs::path& from, const fs::path& to, Copied& copied) {
         }
         return true;
     });
+}
+
+/** Before a disk is filled. */
+void RequireRoom(const std::vector<fs::path>& folders, const NewFolder& copy) {
+    uintmax_t needed = 0;
+    for (const fs::path& folder : folders) {
+        WalkFolder(folder, [&](const fs::directory_entry& entry, const fs::path& place) {
+            needed += entry.is_directory() ? 0 : entry.file_size();
+            return !IsOfTheOriginal(place.filename());
+        });
+    }
+    if (const uintmax_t available = fs::space(copy.Content()).available; available < needed) {
+        throw Failure(notStarted, copy.Target().string() + ": too little room on the disk: the copy needs " +
+                                      Megabytes(needed) + ", and " + Megabytes(available >> 20 << 20) + " are free");
+    }
 }
 
 /** Nobody may have changed the server while it was copied. */
@@ -72,13 +88,6 @@ std::string ReadText(const fs::path& file) {
     return text.str();
 }
 
-void WriteText(const fs::path& file, const std::string& text) {
-    std::ofstream stream(file, std::ios::binary);
-    if (!(stream << text << std::flush)) {
-        throw Failure(failed, file.string() + ": cannot be written");
-    }
-}
-
 /** Where the installed program stands; "\" separates as well. */
 fs::path InstallFolderOf(const ServerFolder& server, const std::string& ini) {
     std::string text = SettingIn(ini, "VarnholtInstallPath");
@@ -96,6 +105,7 @@ std::vector<std::string> CopyServer(const fs::path& folder, const NewFolder& cop
     const std::string ini = ReadText(server.IniFile());
     const std::pair<fs::path, const char*> folders[] = {{server.DataDirectory(), "data"},
                                                         {InstallFolderOf(server, ini), "install"}};
+    RequireRoom({server.DataDirectory(), InstallFolderOf(server, ini)}, copy);
     Copied copied;
     for (const auto& [from, to] : folders) {
         CopyFolder(from, copy.Content() / to, copied);

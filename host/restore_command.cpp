@@ -3,11 +3,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "change_report.h"
 #include "checks.h"
 #include "commands.h"
 #include "database_report.h"
 #include "history.h"
 #include "hold.h"
+#include "patch_entries.h"
 #include "path_checks.h"
 #include "recovery_copy.h"
 #include "server_folder.h"
@@ -16,16 +18,13 @@
 namespace krxpatch {
 namespace {
 
-std::string StateOf(const RecoveryCopy& copy) {
-    return copy.ended ? *copy.ended : "died, unless it is still going on";
-}
-
-ExitCode List(const std::vector<RecoveryCopy>& copies, Report& report) {
+ExitCode List(const std::vector<RecoveryCopy>& copies, bool isHeld, Report& report) {
     std::vector<std::vector<std::string>> table = {{"ID", "MADE FOR", "THAT RUN ENDED", "SIZE"}};
     Report& rows = report["copies"] = Report::array();
     for (const RecoveryCopy& copy : copies) {
         const uintmax_t size = SizeOf(copy.Folder());
-        table.push_back({copy.id, copy.run, StateOf(copy), std::to_string(size) + " bytes"});
+        table.push_back(
+            {copy.id, copy.run, copy.ended.value_or(isHeld ? "is going on" : "died"), std::to_string(size) + " bytes"});
         rows.push_back({{"id", copy.id},
                         {"run", copy.run},
                         {"ended", copy.ended ? Report(*copy.ended) : Report()},
@@ -50,12 +49,12 @@ std::vector<RecoveryCopy> Select(std::vector<RecoveryCopy> copies, const Restore
     return copies;
 }
 
-void RequireEnded(const std::vector<RecoveryCopy>& copies) {
+void RequireEnded(const std::vector<RecoveryCopy>& copies, const std::filesystem::path& server) {
     const auto died = std::ranges::find_if(copies, [](const RecoveryCopy& copy) { return !copy.ended; });
     if (died != copies.end()) {
-        throw Failure(notStarted, "the safety copy " + died->id + " is of a run that died (" + died->run +
-                                      "), and the product folder is half upgraded: put it back with `krxpatch "
-                                      "restore`, or discard it with --force");
+        throw Failure(notStarted, "the safety copy " + died->id + " is needed (" + DescribeDeath(died->Dead()) +
+                                      "), and the product folder is half upgraded: put it back with " +
+                                      CommandOn(server, "restore") + ", or discard it with --force");
     }
 }
 
@@ -87,14 +86,37 @@ void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>
     if (!options.discard) {
         RequireNoLinks(server);
     } else if (!options.force) {
-        RequireEnded(copies);
+        RequireEnded(copies, server.Path());
     }
 }
 
-void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy) {
-    PutBack(server, copy);
-    std::cout << server.ProductFolder().string() << " is as it was before " << copy.run << ".\nThe safety copy "
-              << copy.id << " stays; `krxpatch restore --discard` removes it.\n";
+/** What may be missed first: what a run has put there comes behind. */
+std::vector<std::string> NamesOf(std::vector<std::filesystem::path> removed, const ServerFolder& server) {
+    std::ranges::stable_partition(removed, [](const std::filesystem::path& file) {
+        const std::string name = file.filename().string();
+        return name != policyFile && FindProduct(name) == nullptr;
+    });
+    std::vector<std::string> names;
+    for (const std::filesystem::path& file : removed) {
+        names.push_back(file.lexically_relative(server.ProductFolder()).generic_string());
+    }
+    return names;
+}
+
+void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy, const std::string& description,
+                   Report& report) {
+    std::vector<std::string> names = NamesOf(PutBack(server, copy, description), server);
+    report["removed"] = names;
+    const std::string count = Counted(names.size(), "file");
+    constexpr size_t shown = 10;
+    if (names.size() > shown) {
+        names.resize(shown);
+        names.emplace_back("...");
+    }
+    std::cout << server.ProductFolder().string() << " is as it was before " << copy.run
+              << ".\nGone is all that was changed there since, and " << count << " that the copy does not have"
+              << (names.empty() ? "" : ": ") << Printable(Join(names)) << ".\nThe safety copy " << copy.id << " stays; "
+              << CommandOn(server.Path(), "restore", "--discard") << " removes it.\n";
 }
 
 } // namespace
@@ -102,18 +124,19 @@ void PutNewestBack(const ServerFolder& server, const RecoveryCopy& copy) {
 ExitCode Restore(const RestoreOptions& options, Report& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly, true);
     if (options.list) {
-        return List(CopiesOf(server.ProductFolder()), report);
+        return List(CopiesOf(server.ProductFolder()), HolderOf(server.DataDirectory()).has_value(), report);
     }
     RequireNotHeld(server.DataDirectory());
     RequirePossible(server, Select(CopiesOf(server.ProductFolder()), options), options);
     const std::string command = options.discard ? "restore --discard" : "restore";
-    const platform::HeldFile hold = Hold(server.DataDirectory(), DescribeThis(command));
+    const std::string description = DescribeThis(command);
+    const platform::HeldFile hold = Hold(server.DataDirectory(), description);
     const std::vector<RecoveryCopy> copies = Select(CopiesOf(server.ProductFolder()), options);
     RequirePossible(server, copies, options); // once more: a run may have died in between
     report["id"] = copies.front().id;
     Chronicle chronicle(server.Path(), command);
     try {
-        options.discard ? DiscardAll(copies) : PutNewestBack(server, copies.front());
+        options.discard ? DiscardAll(copies) : PutNewestBack(server, copies.front(), description, report);
     } catch (const Failure& failure) {
         if (failure.Code() != notStarted) {
             chronicle.End(NameOf(failure.Code()), failure.what());

@@ -150,7 +150,8 @@ void RequireNothingSince(const ServerFolder& server, const RecoveryCopy& copy) {
         if (entry.is_regular_file(ignored) && entry.last_write_time(ignored) > last + quiet) {
             throw Failure(notStarted, entry.path().string() +
                                           ": was written after the run that died. Putting back what that run changed "
-                                          "would lose it: `krxpatch restore` does so, and so does --force");
+                                          "would lose it: " +
+                                          CommandOn(server.Path(), "restore") + " does so, and so does --force");
         }
     }
 }
@@ -179,13 +180,12 @@ void Upgrade::RequireGoodChecks(const CheckSubject& subject, bool afterDeadRun) 
         if (!subject.isHeld) {
             RequireNotHeld(subject.server.DataDirectory()); // whoever came in between is the cause of all
         }
-        report_.findings = findings;
-        AddFailures(report_, findings, "would-fail");
-        throw Failure(notStarted,
-                      Summary(report_) + "; `krxpatch check` tells all" +
-                          (afterDeadRun ? ", and `krxpatch restore` puts back what the run that died changed"
-                           : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
-                                                                  : ""));
+        RefuseFor(report_, std::move(findings), "would-fail",
+                  "; " + CommandOn(subject.server.Path(), "check") + " tells all" +
+                      (afterDeadRun ? ", and " + CommandOn(subject.server.Path(), "restore") +
+                                          " puts back what the run that died changed"
+                       : mayForce && subject.facts.patchBuild ? ", and --force goes on all the same"
+                                                              : ""));
     }
     const auto worst = std::ranges::find(findings, Level::failure, &Finding::level);
     overruled_ = worst == findings.end() ? "" : "--force went on though " + Describe(*worst) + ". ";
@@ -204,10 +204,11 @@ void Upgrade::PutBackDeadRun() {
         RequireNothingSince(server, *copy);
     }
     hold_.emplace(Hold(server.DataDirectory(), description_));
-    out_ << "An earlier run died: " << copy->run << ". What it changed is put back first.\n\n" << std::flush;
+    out_ << "Before this run " << DescribeDeath(copy->Dead()) << ". What it changed is put back first.\n\n"
+         << std::flush;
     chronicle_.emplace(server.Path(), "run");
     isTouched_ = true;
-    PutBack(server, *copy);
+    (void)PutBack(server, *copy, description_); // what is removed is of the run that died: nobody has written since
     copy_ = *copy;
 }
 
@@ -220,6 +221,7 @@ bool Upgrade::IsAnythingToDo() {
     if (!facts_.patchBuild) {
         throw Failure(notStarted, facts_.problem);
     }
+    report_.patchBuild = BuildText(*facts_.patchBuild);
     if (!chronicle_) {
         chronicle_.emplace(server.Path(), "run");
     }
@@ -243,8 +245,8 @@ bool Upgrade::IsAnythingToDo() {
 void Upgrade::EndInterrupted() {
     const std::string text =
         "interrupted while the module was at work: the databases are half upgraded. The safety copy " + copy_->id +
-        " has them as they were: `krxpatch restore --server " +
-        Quoted(std::filesystem::absolute(options_.server).string()) + "` puts them back, and so does the next run";
+        " has them as they were: " + CommandOn(options_.server, "restore") +
+        " puts them back, and so does the next run";
     chronicle_->End(NameOf(interrupted), text);
     report_.exitCode = interrupted;
     report_.errors = {{NameOf(interrupted), text}};
@@ -282,8 +284,9 @@ void Upgrade::Judge(const ServerFolder& server, const std::vector<DatabaseReport
         // The findings tell what follows from that.
         report_.exitCode = failed;
         report_.errors = {{NameOf(failed), CauseInLog(state, messages) + server.ProductFolder().string() + ": " +
-                                               DescribeBehind(state, *facts_.patchBuild) +
-                                               ". `krxpatch restore` puts back what was there before"}};
+                                               DescribeBehind(state, *facts_.patchBuild) + ". " +
+                                               CommandOn(server.Path(), "restore") +
+                                               " puts back what was there before"}};
     }
 }
 
@@ -391,7 +394,7 @@ ExitCode Run(const RunOptions& options) {
     platform::NoteInterrupts();
     std::string builds;
     const ExitCode exitCode = OutputReport("run", options.output, [&](ChangeReport& report) {
-        report.before = options.server.string();
+        report.before = std::filesystem::absolute(options.server).lexically_normal().string();
         const UpgradeModule module(options.module);
         Upgrade(options, module, report).Run();
         builds = report.builds;

@@ -7,9 +7,11 @@
 #include "commands.h"
 #include "common/ascii_text.h"
 #include "dxl_file.h"
+#include "file_text.h"
 #include "folder_walk.h"
 #include "new_folder.h"
 #include "path_checks.h"
+#include "platform.h"
 #include "server_settings.h"
 #include "text_table.h"
 
@@ -21,11 +23,10 @@ void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::pa
                   const std::filesystem::path& server) {
     std::ostringstream text;
     text << std::ifstream(sample, std::ios::binary).rdbuf();
-    std::ofstream stream(target, std::ios::binary);
-    stream << WithFolders(text.str(), server) << std::flush;
-    if (!text || !stream) {
-        throw Failure(failed, (text ? target : sample).string() + ": cannot be copied");
+    if (!text) {
+        throw Failure(failed, sample.string() + ": cannot be read");
     }
+    WriteText(target, WithFolders(text.str(), server));
 }
 
 bool IsDxl(const std::filesystem::path& file) {
@@ -43,7 +44,7 @@ void LayOutFile(const std::filesystem::path& sample, const std::filesystem::path
     } else if (sample.filename() == "notes.ini") {
         WriteIniFile(sample, folder / sample.filename(), server);
     } else {
-        std::filesystem::copy_file(sample, folder / sample.filename());
+        platform::CopyFile(sample, folder / sample.filename());
     }
 }
 
@@ -61,12 +62,13 @@ void LayOut(const std::filesystem::path& samples, const std::filesystem::path& t
 
 /** What `run` would refuse. The folder stays, for what is missing to be added. */
 void RequireUpgradable(const std::filesystem::path& folder, bool colour) {
-    std::vector<Finding> findings = CheckFolder(folder);
+    std::vector<Finding> findings = CheckFolder(folder).findings;
     KeepProblems(findings);
     std::cout << FormatFindings(findings, colour);
     if (AnyFails(findings)) {
         const auto first = std::ranges::find(findings, Level::failure, &Finding::level);
-        throw Failure(failed, "an upgrade would fail: " + Describe(*first) + "; `krxpatch check` tells all");
+        throw Failure(failed,
+                      "an upgrade would fail: " + Describe(*first) + "; " + CommandOn(folder, "check") + " tells all");
     }
 }
 
@@ -79,10 +81,11 @@ ExitCode Sandbox(const SandboxOptions& options) {
     LayOut(options.from, made.Content(), made.Target());
     made.PutIntoPlace();
     std::cout << (options.sample ? "The sample server" : "The server") << " is in " << made.Target().string()
-              << "\nTo upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << std::endl;
+              << std::endl;
     if (!options.sample) {
         RequireUpgradable(made.Target(), options.colour);
     }
+    std::cout << "To upgrade it: krxpatch run --server " << Quoted(made.Target().string()) << '\n';
     return succeeded;
 }
 

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "failure.h"
+#include "file_text.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
@@ -21,6 +22,7 @@ fs::path PlaceForCopies(const fs::path& server) {
     if (error) {
         throw Failure(notStarted, "TMPDIR names no folder for temporary files: " + error.message());
     }
+    place = fs::absolute(place); // as the paths of a server have to be
     RequireOutside(place, server);
     return place;
 }
@@ -43,13 +45,13 @@ void CopyFiles(const fs::path& from, const fs::path& to) {
     fs::create_directories(to);
     for (const auto& entry : fs::directory_iterator(from)) {
         if (platform::IsInterrupted()) {
-            throw Failure(interrupted, "interrupted; nothing of the server was changed");
+            throw Failure(interrupted, "interrupted; nothing was changed");
         }
         const fs::path copy = to / entry.path().filename();
         if (entry.is_directory() && !entry.is_symlink()) {
             CopyFiles(entry.path(), copy);
         } else if (entry.is_regular_file()) {
-            fs::copy_file(entry.path(), copy);
+            platform::CopyFile(entry.path(), copy);
             fs::last_write_time(copy, entry.last_write_time());
         }
     }
@@ -60,13 +62,6 @@ std::string ReadWhole(const fs::path& file) {
     std::ostringstream text;
     text << stream.rdbuf();
     return text.str();
-}
-
-void WriteWhole(const fs::path& file, const std::string& text) {
-    std::ofstream stream(file, std::ios::binary);
-    if (!(stream << text << std::flush)) {
-        throw Failure(notStarted, file.string() + ": cannot be written");
-    }
 }
 
 } // namespace
@@ -94,14 +89,14 @@ std::string ServerCopy::AsOriginal(std::string text) const {
 }
 
 void ServerCopy::CopyIniFile(const ServerFolder& server) const {
-    WriteWhole(path_ / "notes.ini", WithFolders(WithPath(ReadWhole(server.IniFile()), original_, path_), path_));
+    WriteText(path_ / "notes.ini", WithFolders(WithPath(ReadWhole(server.IniFile()), original_, path_), path_));
 }
 
 /** It holds the whole paths of databases. */
 void ServerCopy::CopyOfflineList(const ServerFolder& server) const {
     if (fs::exists(server.OfflineList())) {
-        WriteWhole(path_ / server.OfflineList().filename(),
-                   WithPath(ReadWhole(server.OfflineList()), server.ProductFolder(), path_ / "data/krx"));
+        WriteText(path_ / server.OfflineList().filename(),
+                  WithPath(ReadWhole(server.OfflineList()), server.ProductFolder(), path_ / "data/krx"));
     }
 }
 

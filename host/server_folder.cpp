@@ -83,6 +83,9 @@ ServerFolder::ServerFolder(const std::filesystem::path& folder, Access access, b
     const DWORD options = access == Access::readOnly ? EMB_SESSION_READ_ONLY : 0;
     if (EmbSessionBegin(IniFile().string().c_str(), options, message, sizeof message) != NOERROR) {
         const std::string why = platform::WhyUnreadable(IniFile());
+        if (ConfigFile(IniFile()).Bytes().find('\0') != std::string::npos) {
+            throw Failure(notStarted, IniFile().string() + ":1: is UTF-16, of which the product reads nothing");
+        }
         throw Failure(notStarted, why.empty() ? message : IniFile().string() + ": cannot be read: " + why);
     }
     dataDirectory_ = ReadDataDirectory();

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "checks.h"
 #include "commands.h"
 #include "database_report.h"
 #include "database_table.h"
@@ -38,28 +39,29 @@ Json ToJson(const DatabaseReport& report) {
 }
 
 /** What is told about a server. */
-struct Findings {
+struct ServerFacts {
     PatchFacts facts;
     std::vector<DatabaseReport> reports;
     std::optional<std::string> holder; // the command that is changing the server now
     std::optional<std::string> deadRun;
 };
 
-Findings Examine(const ServerFolder& server) {
+ServerFacts LookAt(const ServerFolder& server) {
     return {ReadPatchFacts(server), ReadDatabases(server.DatabaseNames()), HolderOf(server.DataDirectory()),
             DeadRunOf(server)};
 }
 
 /** What stands in the way of calling the server sound, the gravest first; empty when nothing does. That it is behind
  *  the patch does not. */
-std::string ProblemOf(const ServerFolder& server, const Findings& findings) {
+std::string ProblemOf(const ServerFolder& server, const ServerFacts& findings) {
     if (findings.deadRun) {
-        return server.Path().string() + ": a run died: " + *findings.deadRun +
-               "; the next run, or `krxpatch restore`, puts back " + server.ProductFolder().string() +
+        return server.Path().string() + ": " + DescribeDeath(*findings.deadRun) + "; the next run, or " +
+               CommandOn(server.Path(), "restore") + ", puts back " + server.ProductFolder().string() +
                " as it was before";
     }
     if (!findings.facts.problem.empty()) {
-        return findings.facts.problem;
+        const Finding fault = FindPatchFaults(server).front();
+        return DescribeWithRemedy(fault);
     }
     if (!findings.facts.undelivered.empty()) {
         return DescribeUndelivered(findings.facts);
@@ -71,7 +73,7 @@ Json JsonText(const std::optional<std::string>& text) {
     return text && !text->empty() ? Json(*text) : Json();
 }
 
-Json UpToDate(const Findings& findings) {
+Json UpToDate(const ServerFacts& findings) {
     if (!findings.facts.patchBuild) {
         return {};
     }
@@ -79,7 +81,7 @@ Json UpToDate(const Findings& findings) {
            findings.facts.undelivered.empty() && !findings.deadRun;
 }
 
-void AddTo(Report& report, const Findings& findings) {
+void AddTo(Report& report, const ServerFacts& findings) {
     Json databases = Json::array();
     for (const DatabaseReport& each : findings.reports) {
         databases.push_back(ToJson(each));
@@ -97,7 +99,7 @@ std::string TextOf(const std::optional<int32_t>& build) {
     return build ? BuildText(*build) : "unknown";
 }
 
-std::string StateText(const Findings& findings) {
+std::string StateText(const ServerFacts& findings) {
     if (!findings.facts.patchBuild) {
         return "unknown";
     }
@@ -106,10 +108,10 @@ std::string StateText(const Findings& findings) {
            " product databases at the patch's build";
 }
 
-void PrintText(const ServerFolder& server, const Findings& findings) {
+void PrintText(const ServerFolder& server, const ServerFacts& findings) {
     std::vector<std::vector<std::string>> rows = {
         {"Server", server.Path().string()},
-        {"Installed build", findings.facts.installedVersion.empty() ? "unknown" : findings.facts.installedVersion},
+        {"Program build", findings.facts.installedVersion.empty() ? "unknown" : findings.facts.installedVersion},
         {"Patch build", TextOf(findings.facts.patchBuild)},
         {"State", StateText(findings)}};
     if (findings.holder) {
@@ -125,7 +127,7 @@ void PrintText(const ServerFolder& server, const Findings& findings) {
 
 ExitCode Status(const StatusOptions& options, Report& report) {
     const ServerFolder server(options.server, ServerFolder::Access::readOnly);
-    const Findings findings = Examine(server);
+    const ServerFacts findings = LookAt(server);
     report["server"] = server.Path().string();
     AddTo(report, findings);
     PrintText(server, findings);

@@ -2,15 +2,21 @@
 
 #include <random>
 #include <string>
+#include <system_error>
 
 namespace krxpatch {
 
 TemporaryFolder::TemporaryFolder(const std::filesystem::path& start) {
+    constexpr size_t longest = 200; // of the name, to which the suffix comes
     std::random_device random;
+    std::error_code error;
     do {
-        path_ = start;
+        path_ = start.parent_path() / start.filename().native().substr(0, longest);
         path_ += ".tmp-" + std::to_string(random());
-    } while (!std::filesystem::create_directory(path_)); // false: the name is taken
+    } while (!std::filesystem::create_directory(path_, error) && !error); // false: the name is taken
+    if (error) {                                                          // nobody has asked for that name
+        throw std::filesystem::filesystem_error("create", start, error);
+    }
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
 }
 

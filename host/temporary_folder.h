@@ -9,7 +9,8 @@ namespace krxpatch {
  *  object, unless it was moved elsewhere. */
 class TemporaryFolder {
 public:
-    /** The folder's name is `start` and a suffix. Throws when it cannot be made. */
+    /** The folder's name is `start`, which may be cut off, and a suffix. Throws filesystem_error of `start` when it
+     *  cannot be made. */
     explicit TemporaryFolder(const std::filesystem::path& start);
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;

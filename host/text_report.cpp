@@ -138,8 +138,8 @@ void PrintText(std::ostream& out, const ChangeReport& report, bool colour) {
     if (report.errors.empty()) {
         out << (report.command == "diff" && report.databases.empty() ? "" : "\n") << Summary(report) << '\n';
         if (!report.safetyCopy.empty()) {
-            out << "The safety copy " << report.safetyCopy
-                << " stays until the next run; `krxpatch restore --discard` removes it.\n";
+            out << "The safety copy " << report.safetyCopy << " stays until the next run; "
+                << CommandOn(report.before, "restore", "--discard") << " removes it.\n";
         }
     }
 }

@@ -58,6 +58,11 @@ std::string Quoted(std::string_view text) {
     return quoted + "'";
 }
 
+std::string CommandOn(const std::filesystem::path& server, const std::string& command, const std::string& options) {
+    return "`krxpatch " + command + " --server " + Quoted(std::filesystem::absolute(server).string()) +
+           (options.empty() ? "" : " ") + options + "`";
+}
+
 std::string FormatTable(const std::vector<std::vector<std::string>>& rows) {
     constexpr size_t gap = 2;
     const std::vector<size_t> widths = ColumnWidths(rows);

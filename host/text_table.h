@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,10 @@ namespace krxpatch {
 
 /** A text as an argument that can be pasted into a shell: in quotes when it has more than plain characters. */
 [[nodiscard]] std::string Quoted(std::string_view text);
+
+/** A command on a server as it can be pasted into a shell, in backquotes. */
+[[nodiscard]] std::string CommandOn(const std::filesystem::path& server, const std::string& command,
+                                    const std::string& options = "");
 
 /** One line for each row, printable, with the columns aligned. */
 [[nodiscard]] std::string FormatTable(const std::vector<std::vector<std::string>>& rows);

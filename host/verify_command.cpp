@@ -1,12 +1,16 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
+#include "checks.h"
 #include "end_state.h"
 #include "hold.h"
 #include "recovery_copy.h"
 #include "report_output.h"
 #include "server_folder.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -16,26 +20,27 @@ void VerifyServer(const VerifyOptions& options, ChangeReport& report) {
     report.before = server.Path().string();
     RequireNotHeld(server.DataDirectory()); // half an upgrade is not to be judged
     const PatchFacts facts = ReadPatchFacts(server);
-    if (!facts.patchBuild) {
-        throw Failure(notStarted, facts.problem);
-    }
-    report.patchBuild = BuildText(*facts.patchBuild);
-    report.findings = ExamineEndState(server, facts);
-    if (const auto run = DeadRunOf(server)) {
+    if (const auto run = DeadRunOf(server)) { // the cause of all that follows
         report.findings.push_back({Level::failure,
                                    "server",
                                    {},
                                    0,
-                                   "a run died: " + *run,
-                                   "`krxpatch restore` puts back what it has changed"});
+                                   DescribeDeath(*run),
+                                   CommandOn(server.Path(), "restore") + " puts back what it has changed"});
     }
+    if (!facts.patchBuild) {
+        std::ranges::move(FindPatchFaults(server), std::back_inserter(report.findings));
+        RefuseFor(report, std::exchange(report.findings, {}), NameOf(notStarted));
+    }
+    report.patchBuild = BuildText(*facts.patchBuild);
+    std::ranges::move(ExamineEndState(server, facts), std::back_inserter(report.findings));
     AddFailures(report, report.findings, "not-as-it-should-be");
 }
 
 } // namespace
 
 ExitCode Verify(const VerifyOptions& options) {
-    return OutputReport("verify", options.output, [&](ChangeReport& report) { VerifyServer(options, report); });
+    return OutputReading("verify", options.output, [&](ChangeReport& report) { VerifyServer(options, report); });
 }
 
 } // namespace krxpatch

@@ -96,6 +96,8 @@ TEST_F(CheckTest, NamesEveryFaultAndItsPlaceAndTouchesNothing) {
         {"warn", [&] { fs::remove_all(Server() / "data/krxtemp"); }, "module's log:null: no such folder"},
         {"warn", edit(iniFile_, "LOG=1", "LOG=0"), "module's log:6: the module's log is off"},
         {"FAIL", [&] { WriteFile(Databases() / "krtime.nsf", "x"); }, "databases open:null: File is not a database"},
+        {"FAIL", [&] { Import(Databases() / "krtime.nsf", "<database xmlns='http://www.lotus.com/dxl'/>"); },
+         "kinds of templates:null: is empty: it has no design"},
         {"FAIL", [&] { TakeOffline("krx/krtime.nsf"); }, "databases open:null: offline"},
         {"FAIL", [&] { fs::create_hard_link(Databases() / "krtime.nsf", Folder() / "again.nsf"); },
          "links:null: the file has 2 names"},
@@ -139,7 +141,8 @@ TEST_F(CheckTest, TellsEverythingAtOnceWithWhatToDo) {
     EXPECT_TRUE(Contains(check.out, "FAIL  databases open      "));
     EXPECT_TRUE(Contains(check.out, "\n                          -> put the database back from the backup"));
     EXPECT_FALSE(Contains(check.out, "\x1b")) << "colours are for terminals";
-    EXPECT_TRUE(Contains(OnServer("run").error, " (and 1 more); `krxpatch check` tells all"));
+    EXPECT_TRUE(Contains(OnServer("run").error, " (and 1 more); `krxpatch check --server "));
+    EXPECT_EQ(Json::parse(OnServer("run", {"--json"}).out)["errors"].size(), 2U);
     EXPECT_EQ(OnServer("check", {"--quiet"}).out, "");
 }
 

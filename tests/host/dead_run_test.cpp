@@ -26,10 +26,11 @@ TEST_F(DeadRunTest, OneCommandAtATime) {
         EXPECT_TRUE(Fails(Run(), 4, "/server/data: is in use: a test, since noon\n"));
         EXPECT_TRUE(Fails(Import(), 4, "/server/data: is in use: a test, since noon\n"));
         EXPECT_TRUE(Contains(OnServer("check").out, "FAIL  others at work      "));
+        EXPECT_TRUE(Exits(OnServer("check"), 4));
         EXPECT_EQ(Json::parse(StatusAsJson().out)["goingOn"], "a test, since noon");
         EXPECT_TRUE(Exits(OnServer("verify"), 4));
         EXPECT_TRUE(Exits(OnServer("status"), 4));
-        EXPECT_TRUE(Contains(OnServer("status").out, "Going on         a test, since noon\n"));
+        EXPECT_TRUE(Contains(OnServer("status").out, "Going on       a test, since noon\n"));
     }
     EXPECT_TRUE(Snapshot(Databases()) == before);
 
@@ -37,6 +38,7 @@ TEST_F(DeadRunTest, OneCommandAtATime) {
     EXPECT_TRUE(Json::parse(StatusAsJson().out)["goingOn"].is_null());
     EXPECT_TRUE(Exits(Import(), 0));
     EXPECT_FALSE(fs::exists(Server() / "data/krxpatch.hold"));
+    EXPECT_TRUE(Contains(OnServer("history").out, "done: krmsg.nsf"));
 }
 
 TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
@@ -49,15 +51,16 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
     }
     ASSERT_NE(ReadFile(Server() / "offline.lst"), offline);
 
-    EXPECT_TRUE(Fails(Import(), 2, "krmsg.nsf: would be lost, because an earlier run died (krxpatch run by "));
+    EXPECT_TRUE(Fails(Import(), 2, "krmsg.nsf: would be lost, because a run died: krxpatch run by "));
     fs::rename(Server() / patchFile_, Folder() / "krxpatch.ini");
     const auto died = Snapshot(Server());
     const Outcome status = StatusAsJson();
     EXPECT_TRUE(Fails(status, 1, "/server: a run died: krxpatch run by "));
     EXPECT_TRUE(Contains(Json::parse(status.out)["deadRun"], "krxpatch run by "));
+    EXPECT_TRUE(Fails(OnServer("verify"), 2, "krxpatch: server: a run died: krxpatch run by "));
     EXPECT_TRUE(Fails(RunModule("no.so"), 2, "no.so"));
-    EXPECT_TRUE(Fails(Run(), 2, "`krxpatch restore` puts back what the run that died changed\n"));
-    EXPECT_TRUE(Fails(OnServer("restore", {"--discard"}), 2, "is of a run that died"));
+    EXPECT_TRUE(Fails(Run(), 2, "` puts back what the run that died changed\n"));
+    EXPECT_TRUE(Fails(OnServer("restore", {"--discard"}), 2, "is needed (a run died: krxpatch run by "));
     EXPECT_TRUE(Snapshot(Server()) == died);
     {
         const platform::HeldFile hold = Hold(Server() / "data", "the run that is not dead");
@@ -72,6 +75,7 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
     bytes[bytes.size() / 2] ^= 1;
     WriteFile(kept, bytes);
     EXPECT_TRUE(Fails(OnServer("restore"), 1, "krx/krmsg.nsf is missing or damaged: the safety copy "));
+    EXPECT_TRUE(Contains(OnServer("restore").error, " back from your backup of it. The other files of the copy, "));
     fs::rename(Folder() / "krmsg.nsf", kept);
     EXPECT_TRUE(Snapshot(Databases()) == half);
 
@@ -96,14 +100,16 @@ TEST_F(DeadRunTest, IsPutBackByTheNextRunWhichEndsAsAnyOther) {
     const std::string id = Copy().filename().string();
     const Outcome run = Run();
     EXPECT_TRUE(Exits(run, 0));
-    EXPECT_TRUE(Contains(run.out, "An earlier run died: krxpatch run by "));
+    EXPECT_TRUE(Contains(run.out, "Before this run a run died: krxpatch run by "));
     EXPECT_EQ(NamesIn(Copies()), std::vector<std::string>{id}) << "the copy serves the new run";
 
     const auto upgraded = Snapshot(Databases());
-    EXPECT_FALSE(Contains(Run().out, "An earlier run died"));
+    EXPECT_FALSE(Contains(Run().out, "a run died"));
     EXPECT_TRUE(Snapshot(Databases()) == upgraded);
     EXPECT_TRUE(Contains(OnServer("restore", {"--list"}).out, id + "  krxpatch run by "));
     EXPECT_TRUE(Fails(OnServer("restore", {"20000101-000000"}), 2, "no safety copy 20000101-000000; "));
+    WriteFile(Databases() / "new/mail.nsf", "which came after the run");
+    EXPECT_TRUE(Contains(OnServer("restore").out, ", and 9 files that the copy does not have: new/mail.nsf, "));
     fs::remove_all(Databases());
     EXPECT_TRUE(Exits(OnServer("restore", {id}), 0)) << "after a run that ended, and of a folder that is gone";
     EXPECT_TRUE(Snapshot(Databases()) == before);
@@ -112,7 +118,7 @@ TEST_F(DeadRunTest, IsPutBackByTheNextRunWhichEndsAsAnyOther) {
     for (const Json& row : history) {
         results += row["command"].get<std::string>() + " " + row["result"].get<std::string>() + ", ";
     }
-    EXPECT_EQ(results, "run died, run done, run done, restore done, ");
+    EXPECT_EQ(results, "run died, run done, run done, restore done, restore done, ");
 }
 
 TEST_F(DeadRunTest, ARefusalAfterPuttingBackIsNoRunThatTouchedNothing) {

@@ -52,6 +52,20 @@ TEST_F(KrxpatchTest, AnInterruptedImportLeavesNothing) {
     EXPECT_TRUE(fs::is_empty(Folder()));
 }
 
+TEST_F(KrxpatchTest, AnInterruptedPlanPrintsItsReportAndLeavesNothing) {
+    MakeSandbox();
+    fs::create_directory(Folder() / "temporary");
+    const Outcome plan = RunProgram("/bin/sh",
+                                    {"-c", std::string("TMPDIR=temporary ") + KRXPATCH_PROGRAM +
+                                               " plan --json --server server --module " PROBE_MODULE
+                                               " & until [ -e temporary/*/data/krxtemp/*.dbg ]; do sleep 0.1; done; "
+                                               "kill -TERM $!; wait $!"},
+                                    Folder());
+    EXPECT_TRUE(Exits(plan, 130));
+    EXPECT_EQ(Json::parse(plan.out)["errors"][0]["code"], "interrupted");
+    EXPECT_TRUE(fs::is_empty(Folder() / "temporary"));
+}
+
 TEST_F(KrxpatchTest, InterruptedSaysWhatStateThingsAreIn) {
     MakeSandbox();
     const auto before = Snapshot(Databases());
@@ -69,13 +83,41 @@ TEST_F(KrxpatchTest, InterruptedSaysWhatStateThingsAreIn) {
     EXPECT_EQ(Json::parse(OnServer("history", {"--json"}).out)["history"][0]["result"], "interrupted");
 }
 
+/** Runs commands, which set $result, with a small disk mounted; exits with 77 when this user may not do that. */
+Outcome OnDisk(const std::string& size, const std::string& commands, const fs::path& folder) {
+    return RunProgram("/bin/sh",
+                      {"-c", "mkdir -p disk; mount -t tmpfs -o size=" + size + " tmpfs disk || exit 77; " + commands +
+                                 "umount disk; exit $result"},
+                      folder);
+}
+
+TEST_F(KrxpatchTest, AnUpgradeIsDoneWithoutItsPageToo) {
+    MakeSandbox();
+    const auto before = Snapshot(Server());
+    for (const std::string place : {"/proc/page.html", "/dev/full"}) {
+        EXPECT_TRUE(Fails(OnServer("run", {"--html", place}), 2, place));
+    }
+    EXPECT_TRUE(Snapshot(Server()) == before);
+    const std::string program = KRXPATCH_PROGRAM;
+    const Outcome rehearsal = OnDisk("64k", program + " rehearse --server server disk/copy; result=$?; ", Folder());
+    if (rehearsal.exitCode == 77) {
+        GTEST_SKIP() << "this user may not mount a disk";
+    }
+    EXPECT_TRUE(Fails(rehearsal, 2, "disk/copy: too little room on the disk: "));
+    const std::string database = "server/data/krx/krmsg.nsf ";
+    const Outcome run =
+        OnDisk("64k",
+               program + " diff " + database + database + " --html disk/page.html; cp disk/page.html .; " + program +
+                   " run --server server --html disk/page.html; result=$?; cmp disk/* page.html || result=1; ",
+               Folder());
+    EXPECT_TRUE(Fails(run, 0, "disk/page.html: the disk is full; the product databases carry build 5.8.0.3050\n"));
+    EXPECT_TRUE(Contains(run.out, "\nDone: "));
+}
+
 TEST_F(KrxpatchTest, AFullDiskIsToldAndCanBeMended) {
     const std::string program = KRXPATCH_PROGRAM;
     const auto onDisk = [&](const std::string& size, const std::string& commands) {
-        return RunProgram("/bin/sh",
-                          {"-c", "mkdir -p disk; mount -t tmpfs -o size=" + size + " tmpfs disk || exit 77; " +
-                                     program + " sandbox disk/server; " + commands + "umount disk; exit $result"},
-                          Folder());
+        return OnDisk(size, program + " sandbox disk/server; " + commands, Folder());
     };
     const std::string run = program + " run --server disk/server --force; result=$?; ";
     const Outcome outcome = onDisk("1150k", run + "cp disk/server/krxpatch.history .; ");
@@ -158,7 +200,8 @@ TEST_F(KrxpatchTest, RestoreStandsAKillAtAnyMoment) {
     for (size_t n = 1; KillAtChange({"restore", "--server", "server"}, Folder(), n); n += step, ++kills) {
         if (ContentsOf(Databases()) != before) { // begun, and not through
             const bool untouched = NamesIn(Databases()) == NamesIn(Folder() / "upgraded/data/krx");
-            EXPECT_TRUE(untouched || Contains(OnServer("status").error, "a run died: ")) << "killed at change " << n;
+            EXPECT_TRUE(untouched || Contains(OnServer("status").error, "a restore died: "))
+                << "killed at change " << n;
         }
         EXPECT_TRUE(Exits(OnServer("restore"), 0)) << "killed at change " << n;
         EXPECT_TRUE(ContentsOf(Databases()) == before) << "killed at change " << n;

@@ -232,8 +232,7 @@ TEST_F(KrxpatchTest, RunThatDoesNotReachTheBuildSaysWhy) {
                       "Cannot get the value in configuration file. (Config:Files). "));
     EXPECT_TRUE(Fails(outcome, 1,
                       "data/krx: 11 of 11 product databases do not carry build 5.8.0.3050: krconf.nsf (5.8.0.3001), "
-                      "krxquor.nsf (5.8.0.3001), krency.nsf (5.8.0.3001), .... `krxpatch restore` puts back what was "
-                      "there before\n"));
+                      "krxquor.nsf (5.8.0.3001), krency.nsf (5.8.0.3001), .... `krxpatch restore --server "));
     EXPECT_TRUE(Contains(outcome.out, "\nkrmsg.nsf        5.8.0.3001    5.8.0.3001  "));
     EXPECT_FALSE(Contains(outcome.out, "Done"));
     EXPECT_TRUE(Snapshot(Databases()) == before);
@@ -262,6 +261,9 @@ TEST_F(KrxpatchTest, RunThatCannotStartTouchesNothing) {
         {"server: no such folder", [&] { fs::remove_all(Server()); }, {}},
         {"server/notes.ini: cannot be read", [&] { fs::remove(Server() / iniFile_); }, {}},
         {"/server/data/krxpatch.hold: ", [&] { fs::create_directory(Server() / "data/krxpatch.hold"); }, {}},
+        {"server/notes.ini:1: is UTF-16",
+         [&] { WriteFile(Server() / iniFile_, std::string("\xFF\xFE[\0N\0", 6)); },
+         {}},
         {"server/notes.ini: EmbeddedBehaviour=: no behaviour is named 'x'; there are copy-unid, ",
          [&] { Edit(iniFile_, "[Notes]", "[Notes]\nEmbeddedBehaviour=x=y"); },
          {}},
@@ -355,7 +357,7 @@ TEST_F(StatusTest, TellsWhatADatabaseCarries) {
 
     const Outcome text = Krxpatch({"status", "--server", "server"});
     EXPECT_TRUE(Exits(text, 3));
-    EXPECT_TRUE(Contains(text.out, "State            0 of 11 product databases at the patch's build\n"));
+    EXPECT_TRUE(Contains(text.out, "State          0 of 11 product databases at the patch's build\n"));
     EXPECT_TRUE(Contains(text.out, "\nfacts.nsf        5.8.0.2999  no       hidden  1 of 3, 1 changed since  -"));
     EXPECT_TRUE(Contains(text.out, "          Größe "));
     EXPECT_TRUE(Contains(text.out, "CN=A/O=B, CN=Ö/O=B\n"));
@@ -399,6 +401,7 @@ TEST_F(StatusTest, StatusAndExportLeaveTheServerFolderAsItWas) {
         EXPECT_TRUE(Exits(OnServer(command), 0));
         EXPECT_TRUE(Exits(OnServer(command, {"--json"}), 0));
     }
+    EXPECT_TRUE(Fails(OnServer("log"), 0, "krxtemp: the module has written no log yet\n"));
     EXPECT_TRUE(Exits(OnServer("restore", {"--list"}), 0));
     EXPECT_TRUE(Fails(OnServer("restore"), 2, "there is no safety copy\n"));
     for (const auto& entry : fs::directory_iterator(Databases())) {
@@ -469,13 +472,17 @@ TEST_F(DxlTest, RefusalsLeaveEverythingAsItWas) {
         {{"import", "a.dxl", "a.dxl", "--force"}, "a.dxl: ", 1},
         {{"export", "none.nsf"}, "none.nsf: no such file"},
         {{"export", "a.dxl"}, "a.dxl: file is not a database", 1},
-        {{"export", "a.nsf", "a.nsf", "--force"}, "a.nsf: "},
+        {{"export", "a.nsf", "a.nsf", "--force"}, "a.nsf: is a database"},
+        {{"export", "a.nsf", "other", "--force"}, "other: is a database"},
+        {{"export", "a.nsf", "damaged.NSF", "--force"}, "damaged.NSF: is a database"},
         {{"export", "a.nsf", "a.dxl"}, "a.dxl: exists already"},
         {{"import", "none.nsf", "a.dxl", "--into"}, "none.nsf: no such file"},
         {{"export", "a.nsf", "none/a.dxl"}, "none: no such folder"},
         {{"status", "--server", "--quiet"}, "--quiet is an option"},
     };
     fs::create_directory(Folder() / "folder");
+    fs::copy(Folder() / "a.nsf", Folder() / "other");
+    WriteFile(Folder() / "damaged.NSF", "x");
     const auto before = Snapshot(Folder());
     for (const auto& [arguments, message, exitCode] : cases) {
         const Outcome outcome = Krxpatch(arguments);
