@@ -155,9 +155,7 @@ TEST_F(EncyclopediaTest, WaitsForItsUsers) {
         int lines;
         int64_t waited; // milliseconds
         DWORD result;
-    } cases[] = {{1, true, 1, 1000, 0},
-                 {59, false, 59, 649000, 0},
-                 {60, false, 60, 660000, ERR_DBINUSE}};
+    } cases[] = {{1, true, 1, 1000, 0}, {59, false, 59, 649000, 0}, {60, false, 60, 660000, ERR_DBINUSE}};
     for (const auto& [answers, remote, lines, waited, result] : cases) {
         SCOPED_TRACE(answers);
         Reset(oldDatabase);
