@@ -120,11 +120,11 @@ std::string ButForSigning(std::string dxl) {
 /** Rich text, attachments, forms, views and agents as design tools write them. */
 TEST_F(KrxpatchTest, AnUpgradeLeavesWhatOtherServersExportAsItWas) {
     const std::string database = "server/data/krx/krlists.nsf";
-    const std::string fixtures = DXL_FIXTURES "/";
     MakeSandbox();
-    ASSERT_TRUE(Exits(Krxpatch({"import", database, fixtures + "database.dxl", "--force"}), 0));
-    for (const char* note : {"agent", "view", "note"}) {
-        ASSERT_TRUE(Exits(Krxpatch({"import", database, fixtures + note + ".dxl", "--into"}), 0));
+    fs::copy(DXL_FIXTURES, Folder());
+    ASSERT_TRUE(Exits(Krxpatch({"import", database, "database.dxl", "--force"}), 0));
+    for (const char* note : {"agent.dxl", "view.dxl", "note.dxl"}) {
+        ASSERT_TRUE(Exits(Krxpatch({"import", database, note, "--into"}), 0));
     }
     const std::string before = Krxpatch({"export", database, "-", "--stable"}).out;
     EXPECT_TRUE(Contains(before, "<richtext"));
