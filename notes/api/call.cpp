@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <new>
 #include <system_error>
 
@@ -63,7 +64,7 @@ void LeaveInPlaceOf(DHANDLE& handle) {
 STATUS StatusOfException(const std::function<void(const char* cause)>& tell) noexcept {
     try {
         try {
-            throw;
+            std::rethrow_exception(std::current_exception());
         } catch (const StatusError& error) {
             if (*error.what() != '\0') {
                 tell(error.what());
