@@ -121,10 +121,10 @@ std::string ButForSigning(std::string dxl) {
 TEST_F(KrxpatchTest, AnUpgradeLeavesWhatOtherServersExportAsItWas) {
     const std::string database = "server/data/krx/krlists.nsf";
     MakeSandbox();
-    fs::copy(DXL_FIXTURES, Folder());
-    ASSERT_TRUE(Exits(Krxpatch({"import", database, "database.dxl", "--force"}), 0));
-    for (const char* note : {"agent.dxl", "view.dxl", "note.dxl"}) {
-        ASSERT_TRUE(Exits(Krxpatch({"import", database, note, "--into"}), 0));
+    for (const std::string file : {"database.dxl", "agent.dxl", "view.dxl", "note.dxl"}) {
+        WriteFile(Folder() / file, ReadFile(fs::path(DXL_FIXTURES) / file));
+        const char* how = file == "database.dxl" ? "--force" : "--into";
+        ASSERT_TRUE(Exits(Krxpatch({"import", database, file, how}), 0));
     }
     const std::string before = Krxpatch({"export", database, "-", "--stable"}).out;
     EXPECT_TRUE(Contains(before, "<richtext"));
