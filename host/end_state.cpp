@@ -29,9 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using Items = std::vector<NamedItem>;
 
-constexpr const char* putBackOrAgain = "`krxpatch restore` puts the server back as it was; then the upgrade can be run "
-                                       "again";
-
 /** The module's log has it at the beginning of each run. */
 constexpr std::string_view beginOfRun = "===============Begin update database========";
 
@@ -190,7 +187,8 @@ public:
         if (const UpgradeState state = CompareWithBuild(reports, *facts_.patchBuild);
             state.behind.size() == state.databases) {
             Fail("server", "it has not been upgraded: no database carries build " + BuildText(*facts_.patchBuild),
-                 "`krxpatch run` upgrades it; after a run, `krxpatch log --errors` tells why it did not");
+                 CommandOn(server_.Path(), "run") + " upgrades it; after a run, " +
+                     CommandOn(server_.Path(), "log", "--errors") + " tells why it did not");
             return std::move(findings_);
         }
         for (const DatabaseReport& report : reports) {
@@ -213,6 +211,11 @@ private:
         findings_.push_back({Level::warning, subject, {}, 0, text, remedy});
     }
 
+    [[nodiscard]] std::string PutBackOrAgain() const {
+        return CommandOn(server_.Path(), "restore") +
+               " puts the server back as it was; then the upgrade can be run again";
+    }
+
     void Examine(const DatabaseReport& report) {
         const updkrx::ProductDatabase* product = ProductOf(report.name);
         if (product == nullptr && !Has(facts_.entries, report.name)) {
@@ -222,12 +225,12 @@ private:
         if (report.offline) {
             Fail(report.name, "is offline", "bring it online, when nothing is wrong with it");
         } else if (!report.error.empty()) {
-            Fail(report.name, report.missing ? "is missing" : "cannot be read: " + report.error, putBackOrAgain);
+            Fail(report.name, report.missing ? "is missing" : "cannot be read: " + report.error, PutBackOrAgain());
         } else {
             try {
                 ExamineReadable(report, product);
             } catch (const std::exception& error) {
-                Fail(report.name, error.what(), putBackOrAgain);
+                Fail(report.name, error.what(), PutBackOrAgain());
             }
         }
         if (findings_.size() == before) {
@@ -246,13 +249,13 @@ private:
         const fs::path file = server_.ProductFolder() / report.name;
         if (product != nullptr && !CarriesBuild(report)) {
             Fail(report.name, "carries build " + BuildsOf(report) + " and not " + BuildText(*facts_.patchBuild),
-                 putBackOrAgain);
+                 PutBackOrAgain());
         }
         if (product != nullptr || facts_.signsDelivered) {
             ExamineSignatures(report);
         }
         if (Has(facts_.entries, report.name) && !report.designHidden) {
-            Fail(report.name, "its design is not hidden", putBackOrAgain);
+            Fail(report.name, "its design is not hidden", PutBackOrAgain());
         }
         if (product == nullptr) {
             return;
@@ -266,7 +269,7 @@ private:
         if (report.name == "krency.nsf") {
             const fs::path source = server_.ProductFolder() / "krency.ntf";
             if (!HasDocuments(file) && fs::exists(source) && HasDocuments(source)) {
-                Fail(report.name, "has no documents, though krency.ntf has some", putBackOrAgain);
+                Fail(report.name, "has no documents, though krency.ntf has some", PutBackOrAgain());
             }
             if (const auto old = OldPatternVersions(file); !old.empty()) {
                 Fail(report.name, "is of the old format: pattern versions without a dot: " + SomeOf(old),
@@ -312,7 +315,7 @@ private:
         std::string text(1 << 16, '\0');
         if (EmbDesignCompare(path.c_str(), templatePath.c_str(), &count, text.data(),
                              static_cast<DWORD>(text.size())) != NOERROR) {
-            Fail(name, "its design cannot be compared with that of " + templateName, putBackOrAgain);
+            Fail(name, "its design cannot be compared with that of " + templateName, PutBackOrAgain());
             return;
         }
         const fs::path folder = server_.ProductFolder();
@@ -337,7 +340,7 @@ private:
         const fs::path installed = server_.ProductFolder() / name;
         if (!fs::exists(installed)) {
             if (ProductOf(name) == nullptr) { // of which it is told already
-                Fail(name, "is not installed", putBackOrAgain);
+                Fail(name, "is not installed", PutBackOrAgain());
             }
             return;
         }
@@ -353,7 +356,7 @@ private:
             return;
         }
         if (const auto unlike = UnlikeDelivered(delivered, installed); !unlike.empty()) {
-            Fail(name, "is not what the patch delivers: " + SomeOf(unlike), putBackOrAgain);
+            Fail(name, "is not what the patch delivers: " + SomeOf(unlike), PutBackOrAgain());
         }
     }
 
@@ -361,7 +364,7 @@ private:
         for (const fs::directory_entry& entry : fs::directory_iterator(server_.ProductFolder())) {
             const std::string name = entry.path().filename().string();
             if (name.find(".updkrx-") != std::string::npos) {
-                Fail(name, "is left of an upgrade that could not finish its work on the database", putBackOrAgain);
+                Fail(name, "is left of an upgrade that could not finish its work on the database", PutBackOrAgain());
             }
         }
     }
@@ -409,7 +412,8 @@ private:
             Warn("module's log",
                  std::to_string(failures) + (failures == 1 ? " failure" : " failures, of which the first is") + ": " +
                      Printable(first),
-                 "`krxpatch log --errors` shows and explains them; what was not made up for stands above");
+                 CommandOn(server_.Path(), "log", "--errors") +
+                     " shows and explains them; what was not made up for stands above");
         }
     }
 
