@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace krxpatch {
@@ -20,6 +21,30 @@ void WriteFile(const std::filesystem::path& file, const Print& print, const std:
     if (!stream) {
         throw std::filesystem::filesystem_error("write", finalName, {errno, std::generic_category()});
     }
+}
+
+/** Hands the content of a file to `take`, part by part. Throws filesystem_error with the system's own cause, also when
+ *  reading ends before the file does. */
+template<class Take>
+void ReadFile(const std::filesystem::path& file, const Take& take) {
+    constexpr std::streamsize size = std::streamsize{1} << 20;
+    std::string part(size, '\0');
+    errno = EIO; // unless the system tells another cause
+    std::ifstream stream(file, std::ios::binary);
+    while (stream) {
+        stream.read(part.data(), size);
+        take(std::string_view(part.data(), static_cast<size_t>(stream.gcount())));
+    }
+    if (!stream.eof()) {
+        throw std::filesystem::filesystem_error("read", file, {errno, std::generic_category()});
+    }
+}
+
+/** The whole of a file; throws as ReadFile does. */
+[[nodiscard]] inline std::string ReadText(const std::filesystem::path& file) {
+    std::string text;
+    ReadFile(file, [&](std::string_view part) { text += part; });
+    return text;
 }
 
 inline void WriteText(const std::filesystem::path& file, const std::string& text) {

@@ -79,15 +79,6 @@ void RequireUnchanged(const Copied& copied) {
     }
 }
 
-std::string ReadText(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    if (!text) {
-        throw Failure(failed, file.string() + ": cannot be read");
-    }
-    return text.str();
-}
-
 /** Where the installed program stands; "\" separates as well. */
 fs::path InstallFolderOf(const ServerFolder& server, const std::string& ini) {
     std::string text = SettingIn(ini, "VarnholtInstallPath");

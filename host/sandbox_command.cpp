@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include "checks.h"
 #include "commands.h"
@@ -21,12 +19,7 @@ namespace {
 /** notes.ini with the folders of the server that is made. */
 void WriteIniFile(const std::filesystem::path& sample, const std::filesystem::path& target,
                   const std::filesystem::path& server) {
-    std::ostringstream text;
-    text << std::ifstream(sample, std::ios::binary).rdbuf();
-    if (!text) {
-        throw Failure(failed, sample.string() + ": cannot be read");
-    }
-    WriteText(target, WithFolders(text.str(), server));
+    WriteText(target, WithFolders(ReadText(sample), server));
 }
 
 bool IsDxl(const std::filesystem::path& file) {

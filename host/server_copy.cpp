@@ -1,14 +1,12 @@
 #include "server_copy.h"
 
-#include <fstream>
-#include <sstream>
-
 #include "failure.h"
 #include "file_text.h"
 #include "path_checks.h"
 #include "platform.h"
 #include "recovery_copy.h"
 #include "server_settings.h"
+#include "text_table.h"
 
 namespace krxpatch {
 namespace {
@@ -32,11 +30,9 @@ void RequireRoom(const fs::path& folder, const fs::path& products, const fs::pat
     const uintmax_t needed = 2 * SizeOf(products) + 2 * SizeOf(program);
     const uintmax_t available = fs::space(folder).available;
     if (available < needed) {
-        constexpr uintmax_t megabyte = uintmax_t{1} << 20;
-        throw Failure(notStarted, folder.string() + ": the private copy of the server needs " +
-                                      std::to_string(needed / megabyte + 1) + " MB and there are " +
-                                      std::to_string(available / megabyte) +
-                                      "; TMPDIR can name a folder that has more room");
+        throw Failure(notStarted, folder.string() + ": the private copy of the server needs " + Megabytes(needed) +
+                                      ", and " + Megabytes(available >> 20 << 20) +
+                                      " are free; TMPDIR can name a folder that has more room");
     }
 }
 
@@ -55,13 +51,6 @@ void CopyFiles(const fs::path& from, const fs::path& to) {
             fs::last_write_time(copy, entry.last_write_time());
         }
     }
-}
-
-std::string ReadWhole(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
 }
 
 } // namespace
@@ -89,14 +78,14 @@ std::string ServerCopy::AsOriginal(std::string text) const {
 }
 
 void ServerCopy::CopyIniFile(const ServerFolder& server) const {
-    WriteText(path_ / "notes.ini", WithFolders(WithPath(ReadWhole(server.IniFile()), original_, path_), path_));
+    WriteText(path_ / "notes.ini", WithFolders(WithPath(ReadText(server.IniFile()), original_, path_), path_));
 }
 
 /** It holds the whole paths of databases. */
 void ServerCopy::CopyOfflineList(const ServerFolder& server) const {
     if (fs::exists(server.OfflineList())) {
         WriteText(path_ / server.OfflineList().filename(),
-                  WithPath(ReadWhole(server.OfflineList()), server.ProductFolder(), path_ / "data/krx"));
+                  WithPath(ReadText(server.OfflineList()), server.ProductFolder(), path_ / "data/krx"));
     }
 }
 
