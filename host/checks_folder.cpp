@@ -70,7 +70,9 @@ void CheckLinks(const CheckSubject& subject, Findings& findings) {
 }
 
 void CheckWritable(const CheckSubject& subject, Findings& findings) {
-    constexpr const char* remedy = "run krxpatch as the user whom the databases belong to, or give this one the right";
+    constexpr const char* remedy =
+        "run krxpatch as the user whom the databases belong to, or give this one the right; a "
+        "file system that is read-only is mounted for writing first";
     const auto require = [&](const fs::path& path) {
         if (const std::string why = platform::WhyUnwritable(path); !why.empty()) {
             findings.Fail(path, 0, "cannot be written: " + why, remedy);

@@ -132,6 +132,55 @@ TEST_F(KrxpatchTest, AFullDiskIsToldAndCanBeMended) {
                       0));
 }
 
+TEST_F(KrxpatchTest, WhatCannotBeWrittenIsLookedAtOnly) {
+    struct Way {
+        const char* begin;
+        const char* how;
+        const char* end;
+        const char* cause;
+    };
+    struct Row {
+        const char* command;
+        int exitCode;
+        std::string says; // the cause, if it is empty
+    };
+    // Without the rights of root the user is another one already, and the second way is closed.
+    const Way ways[] = {
+        {"if [ $(id -u) = 0 ]; then as='setpriv --reuid=65534 --clear-groups'; else chmod -R a-w server; fi; ", "$as ",
+         "chmod -R u+w server; ", "Permission denied"},
+        {"mount --bind server server && mount -o remount,bind,ro server || exit 77; ", "", "umount server; ",
+         "Read-only file system"},
+    };
+    const Row rows[] = {
+        {"check", 1, ""},
+        {"run", 2, ""},
+        {"run --force", 2, ""},
+        {"import --into server/data/krx/krmsg.nsf note.dxl", 2, ""},
+        {"status", 3, "-"},
+        {"plan", 3, "-"},
+        {"verify", 1, "it has not been upgraded"},
+    };
+    MakeSandbox();
+    WriteFile(Folder() / "note.dxl", "<note xmlns='http://www.lotus.com/dxl' class='document'/>");
+    fs::permissions(Folder(), fs::perms(0755));
+    const auto before = Snapshot(Server());
+    for (const auto& [begin, how, end, cause] : ways) {
+        for (const auto& [command, exitCode, says] : rows) {
+            const std::string server = Contains(command, "server/") ? "" : " --server server";
+            const Outcome outcome = RunProgram("/bin/sh",
+                                               {"-c", std::string(begin) + how + KRXPATCH_PROGRAM + " " + command +
+                                                          server + "; result=$?; " + end + "exit $result"},
+                                               Folder());
+            if (outcome.exitCode == 77) {
+                GTEST_SKIP() << "this user may not mount a folder";
+            }
+            EXPECT_TRUE(says == "-" ? Exits(outcome, exitCode) : Fails(outcome, exitCode, says.empty() ? cause : says))
+                << command;
+            EXPECT_TRUE(Snapshot(Server()) == before) << command;
+        }
+    }
+}
+
 TEST_F(KrxpatchTest, RefusesWhatLeadsOutOfTheServerFolder) {
     MakeSandbox();
     fs::rename(Databases() / "krtime.nsf", Folder() / "production.nsf");
