@@ -170,47 +170,45 @@ bool IsContent(const fs::directory_entry& entry, const fs::path& copy) {
 std::string DigestOf(const fs::path& file) {
     constexpr uint64_t prime = 0x100000001b3;
     uint64_t digest = 0xcbf29ce484222325;
-    std::vector<char> block(size_t{1} << 20);
-    for (std::ifstream stream(file, std::ios::binary); stream;) {
+    ReadFile(file, [&](std::string_view part) {
         StopWhenInterrupted();
-        stream.read(block.data(), static_cast<std::streamsize>(block.size()));
-        for (std::streamsize i = 0; i < stream.gcount(); ++i) {
-            digest = (digest ^ static_cast<unsigned char>(block[static_cast<size_t>(i)])) * prime;
+        for (const char byte : part) {
+            digest = (digest ^ static_cast<unsigned char>(byte)) * prime;
         }
-    }
+    });
     return std::to_string(digest);
 }
 
-/** A line for each file in a copy, with its size and digest. */
+/** What the list of a copy's contents says of one of its files: size and digest. */
+std::string LineOf(const fs::path& file, const fs::path& copy) {
+    return file.lexically_relative(copy).generic_string() + '\t' + std::to_string(fs::file_size(file)) + ' ' +
+           DigestOf(file);
+}
+
+/** A line for each file in a copy. */
 std::vector<std::string> ContentsOf(const fs::path& copy) {
     std::vector<std::string> lines;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(copy)) {
         if (IsContent(entry, copy)) {
-            lines.push_back(entry.path().lexically_relative(copy).generic_string() + '\t' +
-                            std::to_string(entry.file_size()) + ' ' + DigestOf(entry.path()) + '\n');
+            lines.push_back(LineOf(entry.path(), copy) + '\n');
         }
     }
     std::ranges::sort(lines);
     return lines;
 }
 
+bool IsAsListed(const std::string& name, const fs::path& copy, const std::string& line) {
+    try {
+        return LineOf(copy / name, copy) == line;
+    } catch (const fs::filesystem_error&) { // missing, or cannot be read
+        return false;
+    }
+}
+
 /** Throws when a file of the copy is missing or is not as it was made: it would take the place of a good one in the
  *  product folder. */
 void RequireWhole(const ServerFolder& server, const RecoveryCopy& copy) {
-    const std::vector<std::string> there = ContentsOf(copy.Folder());
-    std::ifstream stream(ContentsFile(copy.Folder()), std::ios::binary);
-    std::vector<std::string> damaged;
-    size_t whole = 0;
-    if (!stream) {
-        damaged.emplace_back("contents");
-    }
-    for (std::string line; std::getline(stream, line);) {
-        if (std::ranges::binary_search(there, line + '\n')) {
-            ++whole;
-        } else {
-            damaged.push_back(line.substr(0, line.rfind('\t')));
-        }
-    }
+    const auto& [damaged, whole] = Examine(copy);
     if (damaged.empty()) {
         return;
     }
@@ -240,15 +238,12 @@ void RemoveFile(const fs::path& file) {
 
 /** Nothing when there is no such file. Throws Failure for one that cannot be read: who may not look must not take it
  *  that there is nothing. */
-std::optional<std::string> ReadText(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    if (stream) {
-        return std::string(std::istreambuf_iterator<char>(stream), {});
+std::optional<std::string> ReadIfThere(const fs::path& file) {
+    try {
+        return fs::exists(file) ? std::optional(ReadText(file)) : std::nullopt;
+    } catch (const fs::filesystem_error& error) {
+        throw Failure(notStarted, CauseOf(error));
     }
-    if (fs::exists(file)) {
-        throw Failure(notStarted, file.string() + ": cannot be read: " + platform::WhyUnreadable(file));
-    }
-    return std::nullopt;
 }
 
 /** A copy's ID. It is the greatest, also when another was made in the same second or the clock has gone back. */
@@ -363,6 +358,23 @@ fs::path RecoveryCopy::Folder() const {
     return PlaceOfCopies(productFolder) / id;
 }
 
+CopyState Examine(const RecoveryCopy& copy) {
+    std::ifstream contents(ContentsFile(copy.Folder()), std::ios::binary);
+    if (!contents) {
+        return {{ContentsFile(copy.Folder()).filename().string()}};
+    }
+    CopyState state;
+    for (std::string line; std::getline(contents, line);) {
+        const std::string name = line.substr(0, line.rfind('\t'));
+        if (IsAsListed(name, copy.Folder(), line)) {
+            ++state.whole;
+        } else {
+            state.damaged.push_back(name);
+        }
+    }
+    return state;
+}
+
 std::string DescribeDeath(const std::string& description) {
     return (description.starts_with("krxpatch restore") ? "a restore died: " : "a run died: ") + description;
 }
@@ -381,9 +393,9 @@ std::vector<RecoveryCopy> CopiesOf(const fs::path& productFolder) {
         if (entry.path().extension() == passing) {
             continue;
         }
-        if (const auto run = ReadText(RunFile(entry.path()))) {
-            copies.push_back({entry.path().filename().string(), productFolder, *run, ReadText(EndedFile(entry.path())),
-                              ReadText(RestoringFile(entry.path()))});
+        if (const auto run = ReadIfThere(RunFile(entry.path()))) {
+            copies.push_back({entry.path().filename().string(), productFolder, *run,
+                              ReadIfThere(EndedFile(entry.path())), ReadIfThere(RestoringFile(entry.path()))});
         }
     }
     std::ranges::sort(copies, std::ranges::greater(), &RecoveryCopy::id);

@@ -45,6 +45,15 @@ struct RecoveryCopy {
     [[nodiscard]] const std::string& Dead() const { return restoring ? *restoring : run; }
 };
 
+/** What has become of a copy's files since it was made. */
+struct CopyState {
+    std::vector<std::string> damaged; // paths in the copy: missing, changed, or not to be read
+    size_t whole = 0;                 // the other files
+};
+
+/** Reads each file of the copy. */
+[[nodiscard]] CopyState Examine(const RecoveryCopy& copy);
+
 /** "a run died: ", or what else it was, and the description. */
 [[nodiscard]] std::string DescribeDeath(const std::string& description);
 

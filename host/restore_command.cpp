@@ -18,18 +18,27 @@
 namespace krxpatch {
 namespace {
 
+std::string Describe(const CopyState& state) {
+    const size_t damaged = state.damaged.size();
+    return damaged == 0 ? "whole"
+                        : "damaged: " + state.damaged.front() +
+                              (damaged == 1 ? "" : " and " + std::to_string(damaged - 1) + " more");
+}
+
 ExitCode List(const std::vector<RecoveryCopy>& copies, bool isHeld, Report& report) {
-    std::vector<std::vector<std::string>> table = {{"ID", "MADE FOR", "THAT RUN ENDED", "SIZE"}};
+    std::vector<std::vector<std::string>> table = {{"ID", "MADE FOR", "THAT RUN ENDED", "SIZE", "FILES"}};
     Report& rows = report["copies"] = Report::array();
     for (const RecoveryCopy& copy : copies) {
         const uintmax_t size = SizeOf(copy.Folder());
-        table.push_back(
-            {copy.id, copy.run, copy.ended.value_or(isHeld ? "is going on" : "died"), std::to_string(size) + " bytes"});
+        const CopyState state = Examine(copy);
+        table.push_back({copy.id, copy.run, copy.ended.value_or(isHeld ? "is going on" : "died"),
+                         std::to_string(size) + " bytes", Describe(state)});
         rows.push_back({{"id", copy.id},
                         {"run", copy.run},
                         {"ended", copy.ended ? Report(*copy.ended) : Report()},
                         {"folder", copy.Folder().string()},
-                        {"bytes", size}});
+                        {"bytes", size},
+                        {"damaged", state.damaged}});
     }
     std::cout << (copies.empty() ? "There is no safety copy.\n" : FormatTable(table));
     return succeeded;

@@ -76,7 +76,9 @@ TEST_F(DeadRunTest, IsPutBackByRestoreAlsoWithoutThePatch) {
     WriteFile(kept, bytes);
     EXPECT_TRUE(Fails(OnServer("restore"), 1, "krx/krmsg.nsf is missing or damaged: the safety copy "));
     EXPECT_TRUE(Contains(OnServer("restore").error, " back from your backup of it. The other files of the copy, "));
+    EXPECT_TRUE(Contains(OnServer("restore", {"--list"}).out, "damaged: krx/krmsg.nsf\n"));
     fs::rename(Folder() / "krmsg.nsf", kept);
+    EXPECT_TRUE(Contains(OnServer("restore", {"--list"}).out, "whole\n"));
     EXPECT_TRUE(Snapshot(Databases()) == half);
 
     if (updkrx::test::FileSizeLimit::available) {
