@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +14,7 @@
 #include "patch_entries.h"
 #include "path_checks.h"
 #include "platform.h"
+#include "server_settings.h"
 #include "temporary_folder.h"
 #include "watched_work.h"
 
@@ -32,8 +34,10 @@ namespace fs = std::filesystem;
     std::_Exit(interrupted);
 }
 
-/** Makes the file in a folder that goes away when the command is interrupted. */
-void ExportToFolder(const ExportOptions& options, const fs::path& folder, const fs::path& dxl) {
+/** Makes the file in a folder that goes away when the command is interrupted. What goes wrong with it is told of the
+ *  file that it is made for. */
+void ExportToFolder(const ExportOptions& options, const fs::path& folder, const fs::path& dxl,
+                    const fs::path& madeFor) {
     platform::NoteInterrupts();
     DoWatched(
         [&] {
@@ -41,7 +45,7 @@ void ExportToFolder(const ExportOptions& options, const fs::path& folder, const 
             const DWORD flags = options.stable ? EMB_DXL_STABLE : 0;
             if (EmbDxlExport(options.database.string().c_str(), dxl.string().c_str(), flags, message, sizeof message) !=
                 NOERROR) {
-                throw Failure(failed, message);
+                throw Failure(failed, WithPath(message, dxl, madeFor));
             }
         },
         [&] {
@@ -55,8 +59,8 @@ void ExportToFolder(const ExportOptions& options, const fs::path& folder, const 
 
 void ExportToFile(const ExportOptions& options, const fs::path& target) {
     const TemporaryFolder folder(target);
-    const fs::path dxl = folder.Path() / target.filename();
-    ExportToFolder(options, folder.Path(), dxl);
+    const fs::path dxl = folder.Path() / "export.dxl"; // short: the target's name may be as long as the system allows
+    ExportToFolder(options, folder.Path(), dxl, target);
     fs::rename(dxl, target);
 }
 
@@ -64,8 +68,9 @@ void ExportToFile(const ExportOptions& options, const fs::path& target) {
 void ExportToStream(const ExportOptions& options, std::ostream& out) {
     const TemporaryFolder folder(fs::temp_directory_path() / "krxpatch");
     const fs::path dxl = folder.Path() / "export.dxl";
-    ExportToFolder(options, folder.Path(), dxl);
-    out << std::ifstream(dxl, std::ios::binary).rdbuf() << std::flush;
+    ExportToFolder(options, folder.Path(), dxl, dxl);
+    ReadFile(dxl, [&](std::string_view part) { out << part; });
+    out << std::flush;
 }
 
 /** Two names in the wrong order are soon typed, and a database is gone. */
