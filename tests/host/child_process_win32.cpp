@@ -54,9 +54,12 @@ Outcome RunProgram(const std::filesystem::path& program, const std::vector<std::
     start.hStdOutput = StreamTo(streams.Path() / "out");
     start.hStdError = StreamTo(streams.Path() / "error");
     PROCESS_INFORMATION process = {};
-    Check(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.c_str(), &start,
-                         &process),
-          "start");
+    const auto create = [&] {
+        return CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.c_str(), &start,
+                              &process);
+    };
+    // On a busy machine Wine fails with it now and then, before the program has done anything.
+    Check(create() || (GetLastError() == ERROR_INTERNAL_ERROR && create()), "start");
     Check(WaitForSingleObject(process.hProcess, INFINITE) == WAIT_OBJECT_0, "wait");
     DWORD exitCode = 0;
     Check(GetExitCodeProcess(process.hProcess, &exitCode), "exit code");
