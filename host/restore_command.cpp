@@ -101,7 +101,7 @@ void RequirePossible(const ServerFolder& server, const std::vector<RecoveryCopy>
 
 /** What may be missed first: what a run has put there comes behind. */
 std::vector<std::string> NamesOf(std::vector<std::filesystem::path> removed, const ServerFolder& server) {
-    std::ranges::stable_partition(removed, [](const std::filesystem::path& file) {
+    std::stable_partition(removed.begin(), removed.end(), [](const std::filesystem::path& file) {
         const std::string name = file.filename().string();
         return name != policyFile && FindProduct(name) == nullptr;
     });
