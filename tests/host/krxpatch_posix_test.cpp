@@ -163,14 +163,17 @@ TEST_F(KrxpatchTest, WhatCannotBeWrittenIsLookedAtOnly) {
     MakeSandbox();
     WriteFile(Folder() / "note.dxl", "<note xmlns='http://www.lotus.com/dxl' class='document'/>");
     fs::permissions(Folder(), fs::perms(0755));
+    fs::create_directory(Folder() / "temporary"); // for the plan
+    fs::permissions(Folder() / "temporary", fs::perms::all);
     const auto before = Snapshot(Server());
     for (const auto& [begin, how, end, cause] : ways) {
         for (const auto& [command, exitCode, says] : rows) {
             const std::string server = Contains(command, "server/") ? "" : " --server server";
-            const Outcome outcome = RunProgram("/bin/sh",
-                                               {"-c", std::string(begin) + how + KRXPATCH_PROGRAM + " " + command +
-                                                          server + "; result=$?; " + end + "exit $result"},
-                                               Folder());
+            const Outcome outcome =
+                RunProgram("/bin/sh",
+                           {"-c", "export TMPDIR=temporary; " + std::string(begin) + how + KRXPATCH_PROGRAM + " " +
+                                      command + server + "; result=$?; " + end + "exit $result"},
+                           Folder());
             if (outcome.exitCode == 77) {
                 GTEST_SKIP() << "this user may not mount a folder";
             }
