@@ -106,6 +106,7 @@ std::vector<std::string> NamesOf(std::vector<std::filesystem::path> removed, con
         return name != policyFile && FindProduct(name) == nullptr;
     });
     std::vector<std::string> names;
+    names.reserve(removed.size());
     for (const std::filesystem::path& file : removed) {
         names.push_back(file.lexically_relative(server.ProductFolder()).generic_string());
     }
